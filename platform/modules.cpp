@@ -1,0 +1,84 @@
+#include "platform/modules.h"
+
+#include <dlfcn.h>
+#include <link.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "platform/dbghelp.h"
+#include "platform/last_error.h"
+#include "platform/module_name.h"
+
+namespace {
+
+// The handle of the symbol services, which are a module by name only and are linked in. Asking for them
+// must not reach the loader, since a symbolizer binds them on the event path.
+char dbghelp_module;
+
+struct MODULE_SEARCH {
+    std::string_view wanted;
+    bool found = false;
+    std::string path;  // empty for the executable
+};
+
+std::string executable_path() {
+    char path[4096];
+    const std::uint32_t length = GetModuleFileNameA(nullptr, path, sizeof path);
+    return {path, length};
+}
+
+int compare_module(dl_phdr_info* info, std::size_t, void* argument) {
+    auto& search = *static_cast<MODULE_SEARCH*>(argument);
+    const std::string path = info->dlpi_name[0] == '\0' ? executable_path() : info->dlpi_name;
+    if (module_base_name(path) != search.wanted) return 0;
+    search.found = true;
+    search.path = info->dlpi_name;
+    return 1;
+}
+
+}  // namespace
+
+HMODULE GetModuleHandleA(const char* name) {
+    if (name == nullptr) return nullptr;
+    MODULE_SEARCH search{.wanted = name, .path = {}};
+    if (search.wanted.ends_with(".dll")) search.wanted.remove_suffix(4);
+    if (search.wanted == "dbghelp") return &dbghelp_module;
+    dl_iterate_phdr(compare_module, &search);
+    if (!search.found) return nullptr;
+    void* handle = dlopen(search.path.empty() ? nullptr : search.path.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+    // The handle names the module without holding it, so the reference that dlopen added goes back.
+    if (handle != nullptr) dlclose(handle);
+    return handle;
+}
+
+void* GetProcAddress(HMODULE module, const char* symbol) {
+    if (module == nullptr || symbol == nullptr) return nullptr;
+    if (module == &dbghelp_module) return dbghelp_entry(symbol);
+    return dlsym(module, symbol);
+}
+
+void* thr_drl_find_function(HMODULE module, const char* symbol) {
+    return GetProcAddress(module, symbol);
+}
+
+std::uint32_t GetModuleFileNameA(HMODULE module, char* buffer, std::uint32_t size) {
+    if (module != nullptr || buffer == nullptr || size == 0) return 0;
+    char path[4096];
+    const ssize_t got = readlink("/proc/self/exe", path, sizeof path);
+    if (got < 0) {
+        SetLastError(static_cast<std::uint32_t>(errno));
+        buffer[0] = '\0';
+        return 0;
+    }
+    std::string_view text(path, static_cast<std::size_t>(got));
+    constexpr std::string_view gone = " (deleted)";  // the kernel's mark when the file was removed meanwhile
+    if (text.ends_with(gone)) text.remove_suffix(gone.size());
+    text = text.substr(0, size - 1);
+    std::memcpy(buffer, text.data(), text.size());
+    buffer[text.size()] = '\0';
+    return static_cast<std::uint32_t>(text.size());
+}

@@ -1,0 +1,131 @@
+#include "platform/process_memory.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+#include "platform/last_error.h"
+#include "platform/proc_text.h"
+
+namespace {
+
+// A file that is read once; the descriptor never crosses an exec and closing it keeps errno.
+class PROC_FILE {
+  public:
+    explicit PROC_FILE(const char* path) : descriptor(open(path, O_RDONLY | O_CLOEXEC)) {}
+    ~PROC_FILE() {
+        const int saved = errno;
+        if (descriptor >= 0) close(descriptor);
+        errno = saved;
+    }
+    PROC_FILE(const PROC_FILE&) = delete;
+    PROC_FILE& operator=(const PROC_FILE&) = delete;
+
+    // Number of characters, 0 at the end, -1 with errno on failure.
+    ssize_t read_some(char* buffer, std::size_t size) const {
+        if (descriptor < 0) return -1;
+        ssize_t got = 0;
+        do {
+            got = read(descriptor, buffer, size);
+        } while (got < 0 && errno == EINTR);
+        return got;
+    }
+
+  private:
+    int descriptor;
+};
+
+// "/proc/PID" and a file name. The main thread of a process can end before the others and takes its memory
+// figures with it, so this process is asked about through the calling thread.
+class PROC_PATH {
+  public:
+    PROC_PATH(HANDLE process, const char* of_current, const char* file) {
+        char* end = append(text, "/proc/");
+        if (process == GetCurrentProcess()) {
+            end = append(end, of_current);
+        } else {
+            end = std::to_chars(end, text + sizeof text, process).ptr;
+        }
+        *append(end, file) = '\0';
+    }
+    const char* c_str() const { return text; }
+
+  private:
+    static char* append(char* end, const char* part) { return std::copy_n(part, std::strlen(part), end); }
+
+    char text[64];  // the longest number has 20 digits
+};
+
+bool read_figures(const char* path, std::span<PROC_FIGURE> figures) {
+    const PROC_FILE file(path);
+    PROC_KEY_READER reader(figures);
+    char piece[1024];
+    ssize_t got = 0;
+    while ((got = file.read_some(piece, sizeof piece)) > 0) {
+        reader.feed({piece, static_cast<std::size_t>(got)});
+    }
+    return got == 0;
+}
+
+bool read_page_faults(const char* path, std::uint64_t& faults) {
+    char stat[1024];  // about 50 numbers of at most 20 digits in theory, some 350 characters in fact
+    const PROC_FILE file(path);
+    const ssize_t got = file.read_some(stat, sizeof stat);
+    if (got < 0) return false;
+    const auto found = proc_stat_page_faults({stat, static_cast<std::size_t>(got)});
+    if (!found) errno = EBADMSG;
+    faults = found.value_or(0);
+    return found.has_value();
+}
+
+bool fail(int error) {
+    SetLastError(static_cast<std::uint32_t>(error));
+    return false;
+}
+
+}  // namespace
+
+bool K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, std::uint32_t size) {
+    if (size < sizeof *counters) return fail(EINVAL);
+    PROC_FIGURE figures[] = {{"VmPeak:"}, {"VmSize:"}, {"VmHWM:"}, {"VmRSS:"}};
+    std::uint64_t faults = 0;
+    if (!read_figures(PROC_PATH(process, "thread-self", "/status").c_str(), figures) ||
+        !read_page_faults(PROC_PATH(process, "self", "/stat").c_str(), faults)) {
+        return fail(errno == ENOENT ? ESRCH : errno);
+    }
+    const auto [peak, mapped, peak_resident, resident] = figures;
+    // A process that has ended and waits for its parent has no memory any more.
+    if (mapped.bytes == 0) return fail(ESRCH);
+    *counters = {};
+    counters->cb = sizeof *counters;
+    counters->PageFaultCount = static_cast<std::uint32_t>(faults);
+    counters->PeakWorkingSetSize = peak_resident.bytes;
+    counters->WorkingSetSize = resident.bytes;
+    counters->PagefileUsage = mapped.bytes;
+    counters->PeakPagefileUsage = peak.bytes;
+    return true;
+}
+
+bool GlobalMemoryStatusEx(MEMORYSTATUSEX* status) {
+    const std::uint32_t length = status->dwLength;
+    *status = {};
+    status->dwLength = length;
+    if (length != sizeof *status) return fail(EINVAL);
+    PROC_FIGURE figures[] = {{"MemTotal:"}, {"MemAvailable:"}, {"SwapTotal:"}, {"SwapFree:"}};
+    if (!read_figures("/proc/meminfo", figures)) return fail(errno);
+    const auto [total, available, swap_total, swap_free] = figures;
+    // The kernel estimates what is available: never more than there is, or a difference would wrap.
+    status->ullTotalPhys = total.bytes;
+    status->ullAvailPhys = std::min(available.bytes, total.bytes);
+    status->ullTotalPageFile = swap_total.bytes;
+    status->ullAvailPageFile = std::min(swap_free.bytes, swap_total.bytes);
+    if (total.bytes != 0) {
+        const std::uint64_t in_use_kb = (status->ullTotalPhys - status->ullAvailPhys) / 1024;
+        status->dwMemoryLoad = static_cast<std::uint32_t>(in_use_kb * 100 / (total.bytes / 1024));
+    }
+    return true;
+}

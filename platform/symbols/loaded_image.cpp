@@ -1,0 +1,118 @@
+#include "platform/symbols/loaded_image.h"
+
+#include <dlfcn.h>
+#include <elf.h>
+#include <link.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string_view>
+#include <vector>
+
+#include "platform/symbols/own_memory.h"
+
+namespace symbols {
+namespace {
+
+constexpr std::size_t padded(std::size_t size) {
+    return (size + 3) & ~std::size_t{3};
+}
+
+// The build-id within the notes of one segment; empty when it is not among them.
+std::string build_id_in_notes(const std::vector<char>& notes) {
+    std::size_t at = 0;
+    while (at + sizeof(Elf64_Nhdr) <= notes.size()) {
+        Elf64_Nhdr header;
+        std::memcpy(&header, notes.data() + at, sizeof header);
+        const std::size_t name = at + sizeof header;
+        const std::size_t content = name + padded(header.n_namesz);
+        if (content > notes.size() || header.n_descsz > notes.size() - content) break;
+        if (header.n_type == NT_GNU_BUILD_ID && header.n_namesz == 4 &&
+            std::memcmp(notes.data() + name, "GNU", 4) == 0)
+            return {notes.data() + content, header.n_descsz};
+        at = content + padded(header.n_descsz);
+    }
+    return {};
+}
+
+// The build-id by the program headers of the image, whose file header lies at its start.
+std::string build_id_in_memory(const LOADED_IMAGE& image) {
+    Elf64_Ehdr file;
+    if (!read_own_memory(image.begin, &file, sizeof file) ||
+        std::memcmp(file.e_ident, ELFMAG, SELFMAG) != 0 || file.e_phentsize != sizeof(Elf64_Phdr))
+        return {};
+    std::vector<Elf64_Phdr> segments(file.e_phnum);
+    if (!read_own_memory(image.begin + file.e_phoff, segments.data(), segments.size() * sizeof(Elf64_Phdr)))
+        return {};
+    for (const Elf64_Phdr& segment : segments) {
+        if (segment.p_type != PT_NOTE || segment.p_memsz > 65536) continue;
+        std::vector<char> notes(segment.p_memsz);
+        if (!read_own_memory(image.bias + segment.p_vaddr, notes.data(), notes.size())) continue;
+        std::string id = build_id_in_notes(notes);
+        if (!id.empty()) return id;
+    }
+    return {};
+}
+
+struct MAPPING {
+    std::uint64_t begin = 0;
+    std::uint64_t end = 0;
+    bool executable = false;
+    std::string_view path;
+};
+
+// Calls visit for each line of the process's memory map, until it returns false.
+void for_each_mapping(const std::function<bool(const MAPPING&)>& visit) {
+    std::ifstream maps("/proc/self/maps");
+    std::string line;
+    while (std::getline(maps, line)) {
+        MAPPING mapping;
+        char permissions[5] = {};
+        int path_at = 0;
+        if (std::sscanf(line.c_str(), "%lx-%lx %4s %*s %*s %*s %n", &mapping.begin, &mapping.end, permissions,
+                        &path_at) != 3)
+            continue;
+        mapping.executable = permissions[2] == 'x';
+        mapping.path = std::string_view(line).substr(path_at);
+        if (!visit(mapping)) return;
+    }
+}
+
+}  // namespace
+
+std::optional<LOADED_IMAGE> loaded_image_at(std::uint64_t address) {
+    dl_find_object found;
+    if (_dl_find_object(reinterpret_cast<void*>(address), &found) != 0) return std::nullopt;
+    LOADED_IMAGE image;
+    image.begin = reinterpret_cast<std::uint64_t>(found.dlfo_map_start);
+    image.end = reinterpret_cast<std::uint64_t>(found.dlfo_map_end);
+    // Another thread may unload the image between these lines, so that even the loader's record is read
+    // with care; its first members are fixed by the debugger's interface.
+    link_map record;
+    if (!read_own_memory(reinterpret_cast<std::uint64_t>(found.dlfo_link_map), &record, sizeof record))
+        return std::nullopt;
+    image.bias = record.l_addr;
+    image.loader_name = read_own_text(reinterpret_cast<std::uint64_t>(record.l_name));
+    image.build_id = build_id_in_memory(image);
+    return image;
+}
+
+std::string mapped_file_at(std::uint64_t address) {
+    std::string path;
+    for_each_mapping([&](const MAPPING& mapping) {
+        if (address < mapping.begin || address >= mapping.end) return true;
+        if (mapping.path.starts_with('/')) path = mapping.path;
+        return false;
+    });
+    return path;
+}
+
+void for_each_code_mapping(const std::function<void(std::uint64_t)>& visit) {
+    for_each_mapping([&](const MAPPING& mapping) {
+        if (mapping.executable) visit(mapping.begin);
+        return true;
+    });
+}
+
+}  // namespace symbols

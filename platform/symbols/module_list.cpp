@@ -1,0 +1,69 @@
+#include "platform/symbols/module_list.h"
+
+#include <algorithm>
+
+#include "platform/module_name.h"
+#include "platform/modules.h"
+
+namespace symbols {
+namespace {
+
+std::string executable_path() {
+    char path[4096];
+    const std::uint32_t length = GetModuleFileNameA(nullptr, path, sizeof path);
+    return {path, length};
+}
+
+std::string path_of(const LOADED_IMAGE& image) {
+    if (image.loader_name.empty()) return executable_path();
+    if (image.loader_name.starts_with('/')) return image.loader_name;
+    // Relative to a current directory that may have changed; or the kernel's own image, without a file.
+    return mapped_file_at(image.begin);
+}
+
+MODULE describe(const LOADED_IMAGE& image) {
+    MODULE module{.begin = image.begin, .end = image.end, .name = {}, .path = path_of(image)};
+    module.name = module_base_name(image.loader_name.empty() ? module.path : image.loader_name);
+    return module;
+}
+
+}  // namespace
+
+MODULE_ENTRY::MODULE_ENTRY(LOADED_IMAGE loaded)
+    : loaded_image(std::move(loaded)), description(describe(loaded_image)) {}
+
+MODULE_SYMBOLS& MODULE_ENTRY::symbols() {
+    if (known_symbols == nullptr) {
+        // The running executable can be read even when its file was removed or renamed.
+        const std::string path = loaded_image.loader_name.empty() ? "/proc/self/exe" : description.path;
+        known_symbols = std::make_unique<MODULE_SYMBOLS>(path, loaded_image.build_id);
+    }
+    return *known_symbols;
+}
+
+// What is loaded now goes behind all others: once it is unloaded, it was the last at its addresses.
+MODULE_ENTRY* MODULE_LIST::find_image(const LOADED_IMAGE& image) {
+    const auto at = std::ranges::find_if(entries, [&](const auto& entry) { return entry->image() == image; });
+    if (at == entries.end()) return nullptr;
+    std::rotate(at, at + 1, entries.end());
+    return entries.back().get();
+}
+
+MODULE_ENTRY* MODULE_LIST::find(std::uint64_t address, LISTING listing) {
+    const std::optional<LOADED_IMAGE> image = loaded_image_at(address);
+    if (!image) {
+        const auto at = std::find_if(entries.rbegin(), entries.rend(), [address](const auto& entry) {
+            return address >= entry->module().begin && address < entry->module().end;
+        });
+        return at == entries.rend() ? nullptr : at->get();
+    }
+    MODULE_ENTRY* known = find_image(*image);
+    if (known != nullptr || listing == LISTING::KNOWN) return known;
+    return entries.emplace_back(std::make_unique<MODULE_ENTRY>(*image)).get();
+}
+
+void MODULE_LIST::refresh() {
+    for_each_code_mapping([this](std::uint64_t address) { find(address, LISTING::CURRENT); });
+}
+
+}  // namespace symbols

@@ -1,0 +1,42 @@
+// The modules of this process from the first time each was seen. An entry stays when its module is
+// unloaded, so that addresses captured before still have names.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/symbol_services.h"
+#include "platform/symbols/loaded_image.h"
+#include "platform/symbols/module_symbols.h"
+
+namespace symbols {
+
+class MODULE_ENTRY {
+  public:
+    explicit MODULE_ENTRY(LOADED_IMAGE loaded);
+
+    const MODULE& module() const { return description; }
+    const LOADED_IMAGE& image() const { return loaded_image; }
+    // Reads the module's files at the first call.
+    MODULE_SYMBOLS& symbols();
+
+  private:
+    LOADED_IMAGE loaded_image;
+    MODULE description;
+    std::unique_ptr<MODULE_SYMBOLS> known_symbols;
+};
+
+class MODULE_LIST {
+  public:
+    // As find_module in symbol_services.h.
+    MODULE_ENTRY* find(std::uint64_t address, LISTING listing);
+    void refresh();
+
+  private:
+    MODULE_ENTRY* find_image(const LOADED_IMAGE& image);
+
+    std::vector<std::unique_ptr<MODULE_ENTRY>> entries;  // in the order in which they were seen
+};
+
+}  // namespace symbols

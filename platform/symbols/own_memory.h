@@ -1,0 +1,18 @@
+// Reading memory of this process that may be gone at any moment, such as the image of a library that
+// another thread unloads.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace symbols {
+
+// Copies size bytes at address into target. False, and target undefined, when they cannot be read.
+// Allocates nothing, takes no lock.
+bool read_own_memory(std::uint64_t address, void* target, std::size_t size);
+
+// The zero-terminated text at address, at most 4,095 characters of it; empty when it cannot be read.
+std::string read_own_text(std::uint64_t address);
+
+}  // namespace symbols

@@ -1,0 +1,61 @@
+#include "platform/symbol_services.h"
+
+#include "platform/symbols/function_names.h"
+#include "platform/symbols/module_list.h"
+#include "platform/symbols/own_stack.h"
+
+namespace symbols {
+namespace {
+
+// Never destroyed: threads may ask while the process ends.
+MODULE_LIST& modules() {
+    static MODULE_LIST& list = *new MODULE_LIST;
+    return list;
+}
+
+}  // namespace
+
+const MODULE* find_module(std::uint64_t address, LISTING listing) {
+    const MODULE_ENTRY* entry = modules().find(address, listing);
+    return entry == nullptr ? nullptr : &entry->module();
+}
+
+void refresh_modules() {
+    modules().refresh();
+}
+
+std::vector<FRAME> find_frames(std::uint64_t address) {
+    std::vector<FRAME> frames;
+    run_on_own_stack([&] {
+        MODULE_ENTRY* entry = modules().find(address, LISTING::CURRENT);
+        if (entry != nullptr) frames = entry->symbols().find_frames(address - entry->image().bias);
+    });
+    return frames;
+}
+
+bool find_place(std::uint64_t address, PLACE& place) {
+    bool is_found = false;
+    run_on_own_stack([&] {
+        MODULE_ENTRY* entry = modules().find(address, LISTING::KNOWN);
+        is_found = entry != nullptr && entry->symbols().find_place(address - entry->image().bias, place);
+    });
+    return is_found;
+}
+
+bool find_symbol(std::uint64_t address, SYMBOL& symbol) {
+    bool is_found = false;
+    run_on_own_stack([&] {
+        MODULE_ENTRY* entry = modules().find(address, LISTING::KNOWN);
+        is_found = entry != nullptr && entry->symbols().find_symbol(address - entry->image().bias, symbol);
+        if (is_found) symbol.begin += entry->image().bias;
+    });
+    return is_found;
+}
+
+std::string readable_name(const std::string& linkage_name) {
+    std::string name;
+    run_on_own_stack([&] { name = demangled(linkage_name.c_str()); });
+    return name;
+}
+
+}  // namespace symbols

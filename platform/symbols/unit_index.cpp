@@ -1,0 +1,77 @@
+#include "platform/symbols/unit_index.h"
+
+#include <dwarf.h>
+
+namespace symbols {
+namespace {
+
+// Calls visit(begin, end) for each range of the entry.
+template <class VISIT>
+void for_each_range(Dwarf_Die& entry, VISIT visit) {
+    Dwarf_Addr base = 0;
+    Dwarf_Addr begin = 0;
+    Dwarf_Addr end = 0;
+    for (std::ptrdiff_t at = 0; (at = dwarf_ranges(&entry, at, &base, &begin, &end)) > 0;) {
+        if (begin < end) visit(begin, end);
+    }
+}
+
+// Entries of these kinds can have functions below them.
+bool can_hold_functions(int tag) {
+    switch (tag) {
+        case DW_TAG_namespace:
+        case DW_TAG_module:
+        case DW_TAG_structure_type:
+        case DW_TAG_class_type:
+        case DW_TAG_union_type:
+        case DW_TAG_interface_type:
+        case DW_TAG_subprogram:
+        case DW_TAG_lexical_block:
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+Dwarf_Die* UNIT::find_function(std::uint64_t address) {
+    if (!is_indexed) {
+        is_indexed = true;
+        index_functions(contents_die);
+        functions.finish();
+    }
+    return functions.find(address);
+}
+
+void UNIT::index_functions(Dwarf_Die scope) {
+    Dwarf_Die entry;
+    for (int more = dwarf_child(&scope, &entry); more == 0; more = dwarf_siblingof(&entry, &entry)) {
+        const int tag = dwarf_tag(&entry);
+        if (tag == DW_TAG_subprogram)
+            for_each_range(entry,
+                           [&](Dwarf_Addr begin, Dwarf_Addr end) { functions.add(begin, end, entry); });
+        if (can_hold_functions(tag) && dwarf_haschildren(&entry) == 1) index_functions(entry);
+    }
+}
+
+UNIT_INDEX::UNIT_INDEX(Dwarf* dwarf, const ELF_FILE& code) {
+    Dwarf_CU* unit = nullptr;
+    Dwarf_CU* next = nullptr;
+    Dwarf_Die frame;
+    Dwarf_Die split;
+    for (; dwarf_get_units(dwarf, unit, &next, nullptr, nullptr, &frame, &split) == 0; unit = next) {
+        UNIT& added = units.emplace_back(frame, split.addr != nullptr ? split : frame);
+        for_each_range(frame, [&](Dwarf_Addr begin, Dwarf_Addr end) {
+            if (code.holds_code_at(begin)) ranges.add(begin, end, &added);
+        });
+    }
+    ranges.finish();
+}
+
+UNIT* UNIT_INDEX::find(std::uint64_t address) {
+    UNIT** unit = ranges.find(address);
+    return unit == nullptr ? nullptr : *unit;
+}
+
+}  // namespace symbols

@@ -1,0 +1,33 @@
+// Threads as the C runtime of the native system names them. Safe in an allocator hook.
+#pragma once
+
+#include <sys/single_threaded.h>
+
+#include <cstdint>
+
+// The kernel's id of the calling thread, never 0. Kept per thread: no system call after the first, and
+// renewed in a forked child.
+std::uint32_t _Thrd_id();
+
+// Lets no request to cancel the calling thread act while it lives. An allocation is no place where a thread
+// may be cancelled, but what an allocator hook reads and writes would make it one.
+class THREAD_NOT_CANCELLED {
+  public:
+    THREAD_NOT_CANCELLED();
+    ~THREAD_NOT_CANCELLED();
+    THREAD_NOT_CANCELLED(const THREAD_NOT_CANCELLED&) = delete;
+    THREAD_NOT_CANCELLED& operator=(const THREAD_NOT_CANCELLED&) = delete;
+
+  private:
+    int state_before = 0;
+};
+
+// Gives the processor to another thread that can run.
+void _Thrd_yield();
+
+// True while the process has never had a second thread, as far as the C library knows: nobody else can write
+// what the caller reads. Starting a thread makes it false before the new thread runs, and is ordered after
+// all that the caller did.
+inline bool process_has_one_thread() {
+    return __libc_single_threaded != 0;
+}

@@ -1,0 +1,215 @@
+#include "platform/unwind/frame_row.h"
+
+namespace unwind {
+
+namespace {
+
+enum OPERATION : std::uint8_t {
+    NOP = 0x00,
+    SET_LOCATION = 0x01,
+    ADVANCE_1 = 0x02,
+    ADVANCE_2 = 0x03,
+    ADVANCE_4 = 0x04,
+    OFFSET_EXTENDED = 0x05,
+    RESTORE_EXTENDED = 0x06,
+    UNDEFINED = 0x07,
+    SAME_VALUE = 0x08,
+    IN_REGISTER = 0x09,
+    REMEMBER_STATE = 0x0a,
+    RESTORE_STATE = 0x0b,
+    DEFINE_CFA = 0x0c,
+    DEFINE_CFA_REGISTER = 0x0d,
+    DEFINE_CFA_OFFSET = 0x0e,
+    DEFINE_CFA_EXPRESSION = 0x0f,
+    EXPRESSION = 0x10,
+    OFFSET_EXTENDED_SIGNED = 0x11,
+    DEFINE_CFA_SIGNED = 0x12,
+    DEFINE_CFA_OFFSET_SIGNED = 0x13,
+    VALUE_OFFSET = 0x14,
+    VALUE_OFFSET_SIGNED = 0x15,
+    VALUE_EXPRESSION = 0x16,
+    ARGUMENTS_SIZE = 0x2e,
+    // These hold an operand in their low six bits.
+    ADVANCE = 0x40,
+    OFFSET = 0x80,
+    RESTORE = 0xc0
+};
+constexpr std::uint8_t OPERAND_MASK = 0x3f;
+
+class FRAME_PROGRAM {
+  public:
+    FRAME_PROGRAM(const CALL_FRAME& frame, std::uint64_t address, FRAME_ROW* row)
+        : frame_(frame), address_(address), location_(frame.function_begin), row_(*row) {}
+
+    bool run() {
+        if (!run(frame_.common_program)) return false;
+        initial_ = row_;
+        return run(frame_.function_program);
+    }
+
+  private:
+    static constexpr int DEEPEST_STATE = 4;
+
+    bool run(BYTES program) {
+        DWARF_READER reader(program);
+        while (!reader.at_end() && location_ <= address_) {
+            if (!execute(&reader) || reader.failed()) return false;
+        }
+        return true;
+    }
+
+    bool execute(DWARF_READER* reader) {
+        const auto operation = reader->read<std::uint8_t>();
+        const std::uint8_t operand = operation & OPERAND_MASK;
+        switch (operation & ~OPERAND_MASK) {
+            case ADVANCE:
+                return advance(operand);
+            case OFFSET:
+                return set(operand, RECOVERY::saved_at_offset, scaled(reader->read_uleb()));
+            case RESTORE:
+                return restore(operand);
+            default:
+                return move(operation, reader) || define_cfa(operation, reader) || recover(operation, reader);
+        }
+    }
+
+    // Operations on the place in the function and on whole rows, and those that mean nothing here.
+    bool move(std::uint8_t operation, DWARF_READER* reader) {
+        switch (operation) {
+            case NOP:
+                return true;
+            case ARGUMENTS_SIZE:
+                reader->read_uleb();
+                return true;
+            case SET_LOCATION:
+                location_ = reader->read_encoded(frame_.address_encoding);
+                return true;
+            case ADVANCE_1:
+                return advance(reader->read<std::uint8_t>());
+            case ADVANCE_2:
+                return advance(reader->read<std::uint16_t>());
+            case ADVANCE_4:
+                return advance(reader->read<std::uint32_t>());
+            default:
+                return false;
+        }
+    }
+
+    bool define_cfa(std::uint8_t operation, DWARF_READER* reader) {
+        switch (operation) {
+            case DEFINE_CFA: {
+                const std::uint64_t number = reader->read_uleb();
+                return set_cfa(number, static_cast<std::int64_t>(reader->read_uleb()));
+            }
+            case DEFINE_CFA_SIGNED: {
+                const std::uint64_t number = reader->read_uleb();
+                return set_cfa(number, reader->read_sleb() * frame_.data_factor);
+            }
+            case DEFINE_CFA_REGISTER:
+                return set_cfa(reader->read_uleb(), row_.cfa_offset);
+            case DEFINE_CFA_OFFSET:
+                return set_cfa(row_.cfa_register, static_cast<std::int64_t>(reader->read_uleb()));
+            case DEFINE_CFA_OFFSET_SIGNED:
+                return set_cfa(row_.cfa_register, reader->read_sleb() * frame_.data_factor);
+            case DEFINE_CFA_EXPRESSION:
+                row_.cfa_expression = reader->read_block();
+                return true;
+            default:
+                return false;
+        }
+    }
+
+    bool recover(std::uint8_t operation, DWARF_READER* reader) {
+        if (operation == REMEMBER_STATE) return remember_state();
+        if (operation == RESTORE_STATE) return restore_state();
+        const std::uint64_t number = reader->read_uleb();
+        switch (operation) {
+            case RESTORE_EXTENDED:
+                return restore(number);
+            case UNDEFINED:
+                return set(number, RECOVERY::undefined, 0);
+            case SAME_VALUE:
+                return set(number, RECOVERY::unchanged, 0);
+            case IN_REGISTER:
+                return set(number, RECOVERY::in_register, static_cast<std::int64_t>(reader->read_uleb()));
+            case OFFSET_EXTENDED:
+                return set(number, RECOVERY::saved_at_offset, scaled(reader->read_uleb()));
+            case OFFSET_EXTENDED_SIGNED:
+                return set(number, RECOVERY::saved_at_offset, reader->read_sleb() * frame_.data_factor);
+            case VALUE_OFFSET:
+                return set(number, RECOVERY::is_offset, scaled(reader->read_uleb()));
+            case VALUE_OFFSET_SIGNED:
+                return set(number, RECOVERY::is_offset, reader->read_sleb() * frame_.data_factor);
+            case EXPRESSION:
+                return set_expression(number, RECOVERY::saved_at_expression, reader);
+            case VALUE_EXPRESSION:
+                return set_expression(number, RECOVERY::is_expression, reader);
+            default:
+                return false;
+        }
+    }
+
+    bool advance(std::uint64_t distance) {
+        location_ += distance * frame_.code_factor;
+        return true;
+    }
+
+    std::int64_t scaled(std::uint64_t number) const {
+        return static_cast<std::int64_t>(number) * frame_.data_factor;
+    }
+
+    bool set_cfa(std::uint64_t number, std::int64_t offset) {
+        row_.cfa_expression = {};
+        row_.cfa_register = number;
+        row_.cfa_offset = offset;
+        return true;
+    }
+
+    // Registers that are not kept (vector registers) are passed over.
+    bool set(std::uint64_t number, RECOVERY recovery, std::int64_t value) {
+        if (number >= REGISTERS) return true;
+        row_.recovery[number] = recovery;
+        row_.value[number] = value;
+        return true;
+    }
+
+    bool set_expression(std::uint64_t number, RECOVERY recovery, DWARF_READER* reader) {
+        const auto place = reinterpret_cast<std::int64_t>(reader->position());
+        reader->read_block();
+        return set(number, recovery, place);
+    }
+
+    bool restore(std::uint64_t number) {
+        if (number >= REGISTERS) return true;
+        return set(number, initial_.recovery[number], initial_.value[number]);
+    }
+
+    bool remember_state() {
+        if (depth_ == DEEPEST_STATE) return false;
+        remembered_[depth_++] = row_;
+        return true;
+    }
+
+    bool restore_state() {
+        if (depth_ == 0) return false;
+        row_ = remembered_[--depth_];
+        return true;
+    }
+
+    const CALL_FRAME& frame_;
+    std::uint64_t address_;
+    std::uint64_t location_;
+    FRAME_ROW& row_;
+    FRAME_ROW initial_;
+    FRAME_ROW remembered_[DEEPEST_STATE];
+    int depth_ = 0;
+};
+
+}  // namespace
+
+bool run_frame_program(const CALL_FRAME& frame, std::uint64_t address, FRAME_ROW* row) {
+    if (frame.return_address_register != RETURN_ADDRESS) return false;
+    return FRAME_PROGRAM(frame, address, row).run();
+}
+
+}  // namespace unwind

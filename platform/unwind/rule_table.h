@@ -1,0 +1,68 @@
+// The rules that were worked out already, for all threads. Without locks: an entry is {key ^ mix(rule),
+// rule}, so that two halves of different writers give a key that nobody asks for. A rule may get lost, and
+// is then worked out again; it is never taken for that of another program counter.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "platform/unwind/frame_rule.h"
+
+namespace unwind {
+
+class RULE_TABLE {
+  public:
+    // The rule of pc, or the rule 0.
+    FRAME_RULE find(std::uint64_t pc, bool exact) const {
+        const std::uint64_t key = key_of(pc, exact);
+        const SET& set = sets_[index_of(pc)];
+        const FRAME_RULE first = set.ways[0].rule_for(key);
+        return first.is_none() ? set.ways[1].rule_for(key) : first;
+    }
+
+    void store(std::uint64_t pc, bool exact, FRAME_RULE rule);
+
+    // Makes every rule that is there unknown again.
+    void start_new_generation();
+
+  private:
+    static constexpr unsigned SET_BITS = 13;
+    static constexpr unsigned GENERATION_SHIFT = 48;
+    static constexpr unsigned GENERATION_BITS = 15;  // the sign bit of a key is "exact"
+
+    struct ENTRY {
+        std::atomic<std::uint64_t> check{0};
+        std::atomic<std::uint64_t> rule{0};
+
+        // Relaxed: check and rule vouch for each other, and nothing else is published with them.
+        FRAME_RULE rule_for(std::uint64_t key) const {
+            const std::uint64_t bits = rule.load(std::memory_order_relaxed);
+            return {(check.load(std::memory_order_relaxed) ^ mix(bits)) == key ? bits : 0};
+        }
+        void set(std::uint64_t key, std::uint64_t bits) {
+            check.store(key ^ mix(bits), std::memory_order_relaxed);
+            rule.store(bits, std::memory_order_relaxed);
+        }
+    };
+    struct alignas(32) SET {
+        ENTRY ways[2];
+    };
+
+    // Neighbouring program counters have rules that differ in few bits, as they do themselves; spread, a
+    // difference of two rules can't look like a difference of two keys.
+    static constexpr std::uint64_t mix(std::uint64_t bits) { return bits * 0x9e3779b97f4a7c15U; }
+    static constexpr std::uint64_t index_of(std::uint64_t pc) {
+        return (pc * 0x9e3779b97f4a7c15U) >> (64 - SET_BITS);
+    }
+    std::uint64_t key_of(std::uint64_t pc, bool exact) const {
+        return pc | (static_cast<std::uint64_t>(exact) << 63) |
+               generation_.load(std::memory_order_relaxed) << GENERATION_SHIFT;
+    }
+
+    SET sets_[std::size_t{1} << SET_BITS];
+    std::atomic<std::uint64_t> generation_{0};
+};
+
+extern constinit RULE_TABLE rule_table;
+
+}  // namespace unwind

@@ -1,0 +1,122 @@
+#include "platform/modules.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "platform/dbghelp.h"
+#include "platform/module_name.h"
+
+namespace {
+
+TEST(module_base_name, leaves_out_folder_prefix_and_suffix) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"/usr/lib/libtbb.so.12", "tbb"},
+        {"libtcmalloc_minimal.so.4.5.9", "tcmalloc_minimal"},
+        {"libtcmalloc_minimal_debug.so.4", "tcmalloc_minimal_debug"},
+        {"/lib64/ld-linux-x86-64.so.2", "ld-linux-x86-64"},
+        {"linux-vdso.so.1", "linux-vdso"},
+        {"/usr/lib/libstdc++.so.6", "stdc++"},
+        {"/a/_json.cpython-311-x86_64-linux-gnu.so", "_json.cpython-311-x86_64-linux-gnu"},
+        {"/opt/lib.d/tool.bin", "tool"},
+        {"/usr/bin/python3.11", "python3"},
+        {"/usr/bin/libtool", "libtool"},
+        {"/home/my.sofa", "my"},
+        {"my.sofa/libx.so", "x"},
+        {"/home/.hidden", ".hidden"},
+        {"", ""},
+    };
+    for (const auto& [path, name] : cases) EXPECT_EQ(module_base_name(path), name) << path;
+}
+
+TEST(modules, are_found_by_base_name_and_never_loaded) {
+    const HMODULE c_library = GetModuleHandleA("c");
+    ASSERT_NE(c_library, nullptr);
+    EXPECT_EQ(GetModuleHandleA("c.dll"), c_library);
+    EXPECT_EQ(GetProcAddress(c_library, "gnu_get_libc_version"), dlsym(RTLD_DEFAULT, "gnu_get_libc_version"));
+    EXPECT_EQ(thr_drl_find_function(c_library, "no_such_function"), nullptr);
+    for (const char* name : {"libc", "C", "", "probed_gcc_O0"})
+        EXPECT_EQ(GetModuleHandleA(name), nullptr) << name;
+    EXPECT_EQ(GetModuleHandleA(nullptr), nullptr);
+    EXPECT_EQ(GetProcAddress(nullptr, "malloc"), nullptr);
+
+    void* plugin = dlopen(PROBED "/libprobed_gcc_O0.so", RTLD_NOW | RTLD_LOCAL);
+    EXPECT_EQ(GetProcAddress(GetModuleHandleA("probed_gcc_O0"), "run_probes"), dlsym(plugin, "run_probes"));
+    dlclose(plugin);
+    EXPECT_EQ(GetModuleHandleA("probed_gcc_O0"), nullptr);  // the look-up holds nothing
+}
+
+TEST(modules, the_executable_has_a_path_that_is_cut_to_the_buffer) {
+    char path[4096];
+    const std::uint32_t length = GetModuleFileNameA(nullptr, path, sizeof path);
+    EXPECT_EQ(length, std::strlen(path));
+    EXPECT_EQ(std::filesystem::path(path), std::filesystem::canonical("/proc/self/exe"));
+    char cut[5];
+    EXPECT_EQ(GetModuleFileNameA(nullptr, cut, sizeof cut), 4u);
+    EXPECT_EQ(std::string(cut), std::string(path, 4));
+    EXPECT_EQ(GetModuleFileNameA(nullptr, cut, 0), 0u);
+}
+
+// What a lookup of the native kind gives for one address.
+struct LOOKED_UP {
+    bool has_module, has_line, has_symbol;
+    std::uint32_t error;
+};
+
+LOOKED_UP look_up(std::uint64_t address) {
+    IMAGEHLP_MODULE64 module{};
+    IMAGEHLP_LINE64 line{};
+    SYMBOL_INFO symbol{};
+    std::uint32_t column = 0;
+    const bool has_line = SymGetLineFromAddr64(GetCurrentProcess(), address, &column, &line);
+    const std::uint32_t error = has_line ? 0 : GetLastError();
+    return {SymGetModuleInfo64(GetCurrentProcess(), address, &module), has_line,
+            SymFromAddr(GetCurrentProcess(), address, nullptr, &symbol), error};
+}
+
+TEST(dbghelp, new_modules_are_known_after_a_refresh) {
+    SymRefreshModuleList(GetCurrentProcess());
+    void* plugin = dlopen(PROBED "/libprobed_strip_g.so", RTLD_NOW | RTLD_LOCAL);
+    const auto address = reinterpret_cast<std::uint64_t>(dlsym(plugin, "run_probes"));
+    const LOOKED_UP before = look_up(address);
+    EXPECT_FALSE(before.has_module || before.has_line || before.has_symbol);
+    EXPECT_EQ(before.error, ERROR_MOD_NOT_FOUND);
+
+    const auto refresh = reinterpret_cast<bool (*)(HANDLE)>(
+        GetProcAddress(GetModuleHandleA("dbghelp"), "SymRefreshModuleList"));
+    ASSERT_NE(refresh, nullptr);
+    refresh(GetCurrentProcess());
+    const LOOKED_UP after = look_up(address);
+    EXPECT_TRUE(after.has_module && after.has_symbol);
+    EXPECT_FALSE(after.has_line);  // stripped of lines
+    EXPECT_EQ(after.error, ERROR_INVALID_ADDRESS);
+    dlclose(plugin);
+}
+
+TEST(dbghelp, names_are_decorated_until_asked_otherwise_and_cut_to_their_room) {
+    SymRefreshModuleList(GetCurrentProcess());
+    const auto address = reinterpret_cast<std::uint64_t>(&look_up) + 4;
+    struct {
+        SYMBOL_INFO info{};
+        char rest[100] = {};
+    } symbol;
+    symbol.info.MaxNameLen = 100;
+    std::uint64_t displacement = 0;
+    ASSERT_TRUE(SymFromAddr(GetCurrentProcess(), address, &displacement, &symbol.info));
+    EXPECT_STREQ(symbol.info.Name, "_ZN12_GLOBAL__N_17look_upEm");
+    EXPECT_EQ(symbol.info.NameLen, 27u);
+    EXPECT_EQ(displacement, 4u);
+    symbol.info.MaxNameLen = 4;
+    SymFromAddr(GetCurrentProcess(), address, nullptr, &symbol.info);
+    EXPECT_STREQ(symbol.info.Name, "_ZN");
+
+    char name[100];
+    EXPECT_EQ(UnDecorateSymbolName("_Z3fooIiET_S0_", name, 100, UNDNAME_NO_FUNCTION_RETURNS), 13u);
+    EXPECT_STREQ(name, "foo<int>(int)");
+    EXPECT_EQ(UnDecorateSymbolName("_Z3fooIiET_S0_", name, 4, UNDNAME_NO_FUNCTION_RETURNS), 3u);
+    EXPECT_STREQ(name, "foo");
+}
+
+}  // namespace

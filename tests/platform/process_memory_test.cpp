@@ -1,0 +1,66 @@
+#include "platform/process_memory.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "platform/last_error.h"
+
+namespace {
+
+constexpr std::uint64_t mebibyte = 1 << 20;  // the kernel counts resident pages in batches
+
+PROCESS_MEMORY_COUNTERS figures_of(HANDLE process) {
+    PROCESS_MEMORY_COUNTERS counters;
+    EXPECT_TRUE(K32GetProcessMemoryInfo(process, &counters, sizeof counters));
+    return counters;
+}
+
+std::uint32_t error_of(HANDLE process) {
+    PROCESS_MEMORY_COUNTERS counters;
+    return K32GetProcessMemoryInfo(process, &counters, sizeof counters) ? 0 : GetLastError();
+}
+
+// The pages of /proc/PID/statm are another file of the kernel than the one that the figures come from.
+TEST(ProcessMemory, AgreesWithAnotherReadingAndFollowsMemoryThatComesAndGoes) {
+    constexpr std::uint64_t size = 64 * mebibyte;
+    const PROCESS_MEMORY_COUNTERS before = figures_of(GetCurrentProcess());
+    void* const block = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    madvise(block, size, MADV_NOHUGEPAGE);
+    for (std::uint64_t at = 0; at < size; at += 4096) static_cast<volatile char*>(block)[at] = 1;
+    std::uint64_t mapped_pages = 0, resident_pages = 0;
+    std::ifstream("/proc/self/statm") >> mapped_pages >> resident_pages;
+    const PROCESS_MEMORY_COUNTERS held = figures_of(static_cast<HANDLE>(getpid()));
+    munmap(block, size);
+    const PROCESS_MEMORY_COUNTERS after = figures_of(GetCurrentProcess());
+    EXPECT_LT(held.PagefileUsage - mapped_pages * 4096 + mebibyte, 2 * mebibyte);
+    EXPECT_LT(held.WorkingSetSize - resident_pages * 4096 + mebibyte, 2 * mebibyte);
+    EXPECT_GE(held.PagefileUsage, before.PagefileUsage + size);
+    EXPECT_GE(held.WorkingSetSize, before.WorkingSetSize + size - mebibyte);
+    EXPECT_GE(held.PageFaultCount, before.PageFaultCount + size / 4096);
+    EXPECT_GE(after.PeakPagefileUsage, after.PagefileUsage + size);
+    EXPECT_GE(after.PeakWorkingSetSize, held.WorkingSetSize - mebibyte);
+}
+
+TEST(ProcessMemory, TellsWhyThereAreNoFigures) {
+    const pid_t ended = fork();
+    if (ended == 0) _exit(0);
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(ended), &info, WEXITED | WNOWAIT);
+    EXPECT_EQ(error_of(0), ESRCH);
+    EXPECT_EQ(error_of(4194305), ESRCH);  // above every id that a kernel gives
+    EXPECT_EQ(error_of(static_cast<HANDLE>(ended)), ESRCH);
+    waitpid(ended, nullptr, 0);
+    MEMORYSTATUSEX status;
+    EXPECT_FALSE(GlobalMemoryStatusEx(&status));
+    EXPECT_EQ(GetLastError(), EINVAL);
+    status.dwLength = sizeof status;
+    EXPECT_TRUE(GlobalMemoryStatusEx(&status));
+    EXPECT_EQ(status.ullTotalPhys, static_cast<std::uint64_t>(sysconf(_SC_PHYS_PAGES)) * 4096);
+    EXPECT_GT(status.ullTotalPhys, status.ullAvailPhys);
+}
+
+}  // namespace

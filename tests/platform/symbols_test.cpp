@@ -1,0 +1,221 @@
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <pthread.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "fixture/probed.h"
+#include "platform/symbol_services.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// The levels of an address as "function at file:line".
+using LEVELS = std::vector<std::string>;
+LEVELS levels_of(std::uint64_t address) {
+    LEVELS levels;
+    for (const symbols::FRAME& frame : symbols::find_frames(address))
+        levels.push_back(frame.function + " at " + frame.file + ":" + std::to_string(frame.line));
+    return levels;
+}
+
+using ADDRESSES = std::map<std::string, std::uint64_t>;
+ADDRESSES noted;
+
+void note_address(const char* name) {
+    noted[name] = reinterpret_cast<std::uint64_t>(__builtin_return_address(0));
+}
+
+// One of the forms of the probed library, loaded, with the return addresses of its calls of the probe.
+class PROBED_LIBRARY {
+  public:
+    explicit PROBED_LIBRARY(const std::string& form) : PROBED_LIBRARY(PROBED, "libprobed_" + form + ".so") {}
+    PROBED_LIBRARY(const std::string& folder, const std::string& file)
+        : path(folder + "/" + file), handle(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+        if (handle == nullptr) {
+            ADD_FAILURE() << dlerror();
+            return;
+        }
+        start = dlsym(handle, "run_probes");
+        noted.clear();
+        reinterpret_cast<void (*)(PROBE)>(start)(note_address);
+        addresses = noted;
+    }
+    ~PROBED_LIBRARY() {
+        if (handle != nullptr) dlclose(handle);
+    }
+    PROBED_LIBRARY(const PROBED_LIBRARY&) = delete;
+    PROBED_LIBRARY& operator=(const PROBED_LIBRARY&) = delete;
+
+    std::string path;
+    void* handle;
+    void* start = nullptr;
+    ADDRESSES addresses;
+};
+
+// A level of an address at a marked line of the fixture. Some functions have no linker's name where one of
+// the compilers inlined them; its name lacks the parameters then.
+std::string at(const std::string& mark, const std::string& function, const std::string& file = "probed.cpp") {
+    const std::string path = FIXTURE "/" + file;
+    std::ifstream input(path);
+    std::string text;
+    for (std::uint32_t line = 1; std::getline(input, text); ++line) {
+        const std::size_t found = text.find("@" + mark);
+        if (found != std::string::npos && text.find_first_not_of(" */", found + 1 + mark.size()) == text.npos)
+            return function + " at " + path + ":" + std::to_string(line);
+    }
+    ADD_FAILURE() << "no mark " << mark;
+    return {};
+}
+
+class FULL_INFORMATION : public testing::TestWithParam<const char*> {};
+
+TEST_P(FULL_INFORMATION, names_every_level_of_every_call) {
+    const PROBED_LIBRARY library(GetParam());
+    const bool is_clang = std::string(GetParam()).starts_with("clang");
+    const std::string third = is_clang ? "third(char const*)" : "third";
+    const std::string lambda = is_clang ? "$_0" : "{lambda(long)#1}";
+    const std::string merged_lambda = is_clang ? "$_1::operator()(long) const" : "{lambda}::operator()";
+    const std::map<std::string, LEVELS> expected = {
+        {"hidden", {at("hidden", "outer::(anonymous namespace)::hidden(int)")}},
+        {"inlined",
+         {at("third", "outer::(anonymous namespace)::" + third),
+          at("second", "outer::BOX::second(char const*)"), at("inlining", "outer::inlining(outer::BOX&)")}},
+        {"member", {at("member", "outer::BOX::put(int const&)")}},
+        {"template", {at("template", "outer::templated<int>(int)")}},
+        {"lambda", {at("lambda", "outer::with_lambda(int)::" + lambda + "::operator()(long) const")}},
+        {"merged lambda",
+         {at("merged lambda", "outer::with_lambda(int)::" + merged_lambda),
+          at("lambda caller", "outer::with_lambda(int)")}},
+        {"c linkage", {at("c linkage", "run_probes")}},
+        {"other unit", {at("other unit", "other_unit(void (*)(char const*))", "other.cpp")}},
+        {"c", {at("c", "helper", "plain.c")}},
+    };
+    for (const auto& [probe, levels] : expected)
+        EXPECT_EQ(levels_of(library.addresses.at(probe)), levels) << probe;
+    // The start of a function is no return address.
+    EXPECT_THAT(levels_of(reinterpret_cast<std::uint64_t>(library.start)),
+                ElementsAre(at("start", "run_probes")));
+}
+
+INSTANTIATE_TEST_SUITE_P(forms, FULL_INFORMATION,
+                         testing::Values("gcc_O0", "gcc_O2", "gcc_dwarf4", "gcc_compressed", "gcc_lto",
+                                         "gcc_split", "clang_O0", "clang_O2", "clang_dwarf4", "clang_lto",
+                                         "separate", "checksum"),
+                         [](const auto& form) { return form.param; });
+
+TEST(stripped, symbol_tables_name_the_outermost_function) {
+    const PROBED_LIBRARY library("strip_g");
+    EXPECT_THAT(levels_of(library.addresses.at("hidden")),
+                ElementsAre("outer::(anonymous namespace)::hidden(int) at :0"));
+    EXPECT_THAT(levels_of(library.addresses.at("inlined")),
+                ElementsAre("outer::inlining(outer::BOX&) at :0"));
+    const PROBED_LIBRARY bare("strip_s");
+    EXPECT_THAT(levels_of(bare.addresses.at("member")), ElementsAre("outer::BOX::put(int const&) at :0"));
+    EXPECT_THAT(levels_of(bare.addresses.at("hidden")), IsEmpty());
+}
+
+TEST(modules, are_described_by_name_path_and_addresses) {
+    const PROBED_LIBRARY library("gcc_O0");
+    const std::uint64_t address = library.addresses.at("hidden");
+    const symbols::MODULE* module = symbols::find_module(address, symbols::LISTING::CURRENT);
+    ASSERT_NE(module, nullptr);
+    EXPECT_EQ(module->name, "probed_gcc_O0");
+    EXPECT_EQ(module->path, library.path);
+    EXPECT_TRUE(module->begin < address && address < module->end);
+
+    int on_the_stack = 0;
+    EXPECT_EQ(symbols::find_module(reinterpret_cast<std::uint64_t>(&on_the_stack), symbols::LISTING::CURRENT),
+              nullptr);
+    const auto here = reinterpret_cast<std::uint64_t>(&note_address);
+    EXPECT_EQ(symbols::find_module(here, symbols::LISTING::CURRENT)->name, "test_symbols");
+}
+
+TEST(modules, keep_their_names_when_unloaded_and_give_way_to_the_next_at_their_place) {
+    ADDRESSES first;
+    {
+        const PROBED_LIBRARY library("gcc_O2");
+        first = library.addresses;
+        symbols::find_module(first.at("hidden"), symbols::LISTING::CURRENT);
+    }
+    EXPECT_THAT(levels_of(first.at("template")), ElementsAre(at("template", "outer::templated<int>(int)")));
+    const PROBED_LIBRARY next("gcc_dwarf4");
+    EXPECT_EQ(symbols::find_module(next.addresses.at("hidden"), symbols::LISTING::CURRENT)->name,
+              "probed_gcc_dwarf4");
+}
+
+TEST(modules, relative_paths_outlive_a_change_of_folder) {
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(PROBED);
+    const PROBED_LIBRARY library(".", "libprobed_clang_O0.so");
+    std::filesystem::current_path(before);
+    EXPECT_THAT(levels_of(library.addresses.at("member")),
+                ElementsAre(at("member", "outer::BOX::put(int const&)")));
+}
+
+// Wrong names would be worse than none.
+TEST(modules, a_file_replaced_by_another_build_names_nothing) {
+    const std::filesystem::path folder = testing::TempDir();
+    std::filesystem::copy_file(PROBED "/libprobed_gcc_O0.so", folder / "libreplaced.so",
+                               std::filesystem::copy_options::overwrite_existing);
+    const PROBED_LIBRARY library(folder, "libreplaced.so");
+    std::filesystem::remove(folder / "libreplaced.so");
+    std::filesystem::copy_file(PROBED "/libprobed_gcc_O2.so", folder / "libreplaced.so");
+    EXPECT_THAT(levels_of(library.addresses.at("hidden")), IsEmpty());
+    std::filesystem::remove(folder / "libreplaced.so");
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// As coroutines and the threads of some servers have; reading a table of lines takes more than twice that.
+TEST(small_stacks, suffice) {
+    const PROBED_LIBRARY library("gcc_unread");
+    struct LOOK_UP {
+        std::uint64_t address;
+        LEVELS frames;
+    } look_up{library.addresses.at("template"), {}};
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 65536);
+    pthread_t thread;
+    const auto run = [](void* argument) -> void* {
+        auto& work = *static_cast<LOOK_UP*>(argument);
+        work.frames = levels_of(work.address);
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &look_up), 0);
+    pthread_join(thread, nullptr);
+    EXPECT_THAT(look_up.frames, ElementsAre(at("template", "outer::templated<int>(int)")));
+}
+#endif
+
+TEST(readable_name, has_parameters_and_no_return_type) {
+    // A template of 600 arguments: beyond the 1,024 characters that the demangler takes unasked.
+    std::string mangled_arguments = "1X", arguments = "X";
+    for (int i = 1; i < 600; ++i) {
+        mangled_arguments += "1X";
+        arguments += ", X";
+    }
+    const std::pair<std::string, std::string> cases[] = {
+        {"main", "main"},
+        {"", ""},
+        {"_Z", "_Z"},
+        {"_Znotmangled", "_Znotmangled"},
+        {"_Z3fooi", "foo(int)"},
+        {"_Z3fooIiET_S0_", "foo<int>(int)"},
+        {"_ZNK3Box3getEv", "Box::get() const"},
+        {"_ZN3BoxC2Ei", "Box::Box(int)"},
+        {"_Z3fooi.cold", "foo(int)"},
+        {"ternary_op.constprop.0", "ternary_op"},
+        {"_Z1fI" + mangled_arguments + "Evv", "f<" + arguments + ">()"},
+    };
+    for (const auto& [linkage_name, readable] : cases)
+        EXPECT_EQ(symbols::readable_name(linkage_name), readable);
+}
+
+}  // namespace

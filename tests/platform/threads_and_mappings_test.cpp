@@ -1,0 +1,58 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "platform/ktl_thr.h"
+#include "platform/rvm_barebones.h"
+
+namespace {
+
+std::string trace;
+THR_WRAPPER next_of_inner, next_of_outer;
+
+void* inner(void* first, void* second) {
+    return trace += "inner ", next_of_inner(first, second);
+}
+void* outer(void* first, void* second) {
+    return trace += "outer ", next_of_outer(first, second);
+}
+void* function(void* argument) {
+    return trace += "function", argument;
+}
+
+TEST(ThreadLibrary, RunsAThreadInsideItsWrappersTheLatestOutermost) {
+    thr_thread_set_next_wrapper_func(inner, &next_of_inner);
+    thr_thread_set_next_wrapper_func(outer, &next_of_outer);
+    thr_thread_set_next_wrapper_func(outer, &next_of_outer);  // would call itself for ever
+    THR_THREAD* thread = nullptr;
+    ASSERT_TRUE(thr_thread_start(&thread, function, &trace));
+    EXPECT_EQ(thr_thread_join(thread), &trace);
+    EXPECT_EQ(trace, "outer inner function");
+}
+
+struct RECORDER : RVM_BAREBONES_NOTIFIER::OBSERVER {
+    explicit RECORDER(const char* label) : name(label) {}
+    void mapping_added(const void*, std::uint64_t size) override {
+        trace += name + "+" + std::to_string(size);
+    }
+    void mapping_removed(const void*, std::uint64_t size) override {
+        trace += name + "-" + std::to_string(size);
+    }
+    std::string name;
+};
+
+TEST(MappingNotifier, TellsEachObserverOnceInTheOrderOfRegistration) {
+    using NOTIFIER = RVM_BAREBONES_NOTIFIER;
+    RECORDER a("a"), b("b"), c("c");
+    trace.clear();
+    for (RECORDER* const observer : {&a, &b, &a, &c}) NOTIFIER::add_observer(observer);
+    NOTIFIER::announce_added(nullptr, 1);
+    NOTIFIER::remove_observer(&b);
+    NOTIFIER::announce_removed(&a, 2);
+    NOTIFIER::add_observer(&b);
+    NOTIFIER::announce_added(&a, 3);
+    EXPECT_EQ(trace, "a+1b+1c+1a-2c-2a+3c+3b+3");
+    for (RECORDER* const observer : {&a, &b, &c}) NOTIFIER::remove_observer(observer);
+}
+
+}  // namespace

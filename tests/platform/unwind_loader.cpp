@@ -1,0 +1,180 @@
+// The walker and the loader: modules that come and go under it, and locks that it must not wait for.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <random>
+#include <semaphore>
+#include <set>
+#include <thread>
+
+#include "platform/stack_walk.h"
+#include "platform/unwind/rule_table.h"
+#include "unwind_reference.h"
+
+namespace {
+
+std::atomic<bool> walk_in_calloc{false};
+thread_local bool wait_in_constructor = false;
+std::binary_semaphore constructor_entered{0};
+std::binary_semaphore constructor_may_go_on{0};
+
+}  // namespace
+
+// The loader allocates its description of a module here, as it does with any allocator that is loaded.
+extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
+extern "C" __attribute__((noinline, visibility("default"))) void* calloc(std::size_t count,
+                                                                         std::size_t size) noexcept {
+    if (walk_in_calloc.load(std::memory_order_relaxed)) {
+        std::uint64_t pcs[16];
+        STACK_WALK(stack_walk_start(__builtin_frame_address(0))).next(pcs, 16);
+    }
+    return __libc_calloc(count, size);
+}
+
+extern "C" __attribute__((visibility("default"))) void unwind_plugin_loaded() {
+    if (!wait_in_constructor) return;
+    constructor_entered.release();
+    constructor_may_go_on.acquire();
+}
+
+namespace {
+
+using PLUGIN = void (*)(void (*visit)());
+
+class LOADED_PLUGIN {
+  public:
+    explicit LOADED_PLUGIN(const char* path) : module_(dlopen(path, RTLD_LAZY)) {}
+    LOADED_PLUGIN(const LOADED_PLUGIN&) = delete;
+    LOADED_PLUGIN& operator=(const LOADED_PLUGIN&) = delete;
+    ~LOADED_PLUGIN() { dlclose(module_); }
+    PLUGIN entry() const { return reinterpret_cast<PLUGIN>(dlsym(module_, "unwind_plugin")); }
+
+  private:
+    void* module_;
+};
+
+const char* const PATHS[] = {UNWIND_PLUGIN_A, UNWIND_PLUGIN_B};
+
+// Loads the plugins in turn, so that each finds the other's rules; gives the number of addresses used.
+std::size_t run_plugins_in_turn(void (*visit)()) {
+    std::set<PLUGIN> entries;
+    for (int i = 0; i < 20; ++i) {
+        const LOADED_PLUGIN plugin(PATHS[i % 2]);
+        plugin.entry()(visit);
+        entries.insert(plugin.entry());
+    }
+    return entries.size();
+}
+
+std::set<std::uint64_t> known_pcs;
+
+// As a tracker walks: anew, without the table, when it meets a program counter for the first time.
+__attribute__((noinline)) void visit_like_a_tracker() {
+    const STACK_WALK_START start = stack_walk_start(__builtin_frame_address(0));
+    std::uint64_t pcs[4] = {};
+    STACK_WALK(start).next(pcs, 4);
+    if (!std::all_of(pcs, pcs + 4, [](std::uint64_t pc) { return known_pcs.contains(pc); })) {
+        STACK_WALK(start, true).next(pcs, 4);
+    }
+    known_pcs.insert(pcs, pcs + 4);
+    compare_stacks();
+}
+
+std::uint64_t pc_in_plugin;
+
+__attribute__((noinline)) void visit_and_remember() {
+    STACK_WALK walk(stack_walk_start(__builtin_frame_address(0)));
+    std::uint64_t pcs[2];
+    walk.next(pcs, 2);
+    pc_in_plugin = pcs[0];
+}
+
+TEST(StackWalkAndLoader, ForgetsRulesWhenTheLoaderAllocates) {
+    LOADED_PLUGIN(UNWIND_PLUGIN_A).entry()(visit_and_remember);
+    EXPECT_FALSE(unwind::rule_table.find(pc_in_plugin, false).is_none());
+    walk_in_calloc = true;
+    const LOADED_PLUGIN at_the_same_address(UNWIND_PLUGIN_B);
+    walk_in_calloc = false;
+    EXPECT_TRUE(unwind::rule_table.find(pc_in_plugin, false).is_none());
+}
+
+TEST(StackWalkAndLoader, ForgetsRulesWhenAProgramCounterIsNew) {
+    EXPECT_EQ(run_plugins_in_turn(visit_like_a_tracker), 1U);
+    EXPECT_EQ(take_compared_stacks().difference, "");
+}
+
+// The rules of the first plugin lead into the zeroes of the second one's larger frames.
+TEST(StackWalkAndLoader, CapturesAgainWhenAStackBreaksOff) {
+    for (int i = 0; i < 10; ++i) {
+        LOADED_PLUGIN(UNWIND_PLUGIN_A).entry()([] {
+            std::uint64_t pcs[8];
+            EXPECT_EQ(STACK_WALK(stack_walk_start(__builtin_frame_address(0)), true).next(pcs, 8), 8);
+        });
+        LOADED_PLUGIN(UNWIND_PLUGIN_B).entry()(compare_capture);
+    }
+    EXPECT_EQ(take_compared_stacks().difference, "");
+}
+
+// Whatever a rule says, a walk ends and reads nothing that is not there.
+void walk_by_made_up_rules() {
+    const STACK_WALK_START start = stack_walk_start(__builtin_frame_address(0));
+    std::mt19937_64 random(1);
+    std::uint64_t pcs[61];
+    const std::int32_t depth = STACK_WALK(start, true).next(pcs, 61);
+    for (int i = 0; i < 20000; ++i) {
+        // Offsets and slots are small, or hardly any would lead to another frame; slots lie below the CFA,
+        // as in every rule that is worked out.
+        const std::uint64_t offset = random() % 512 << unwind::FRAME_RULE::OFFSET_SHIFT;
+        std::uint64_t low = random() >> (64 - unwind::FRAME_RULE::OFFSET_SHIFT);
+        low = (low | 0xfe00ULL << unwind::FRAME_RULE::SLOT_SHIFT) & ~(8ULL << unwind::FRAME_RULE::SLOT_SHIFT);
+        unwind::rule_table.store(pcs[i % depth], false, {offset | (i % 2 == 0 ? low : low & ~0xceULL)});
+        std::uint64_t wrong[61];
+        EXPECT_GE(STACK_WALK(start).next(wrong, 61), 1);
+    }
+    compare_stacks();
+    EXPECT_EQ(take_compared_stacks().difference.find("without"), std::string::npos);
+}
+
+TEST(StackWalkAndLoader, WrongRulesDoNoHarm) {
+    walk_by_made_up_rules();
+    std::thread(walk_by_made_up_rules).join();
+}
+
+TEST(StackWalkAndLoader, ColdWalksWhileModulesComeAndGo) {
+    std::atomic<bool> stop{false};
+    std::thread loader([&] {
+        for (int i = 0; !stop; ++i) const LOADED_PLUGIN plugin(PATHS[i % 2]);
+    });
+    for (int i = 0; i < 3000; ++i) compare_stacks();
+    stop = true;
+    loader.join();
+    EXPECT_EQ(take_compared_stacks().difference, "");
+}
+
+// The child has the loader's locks as they were, held by a thread that it does not have.
+TEST(StackWalkAndLoader, AForkedChildDoesNotWaitForTheLoader) {
+    std::thread loader([] {
+        wait_in_constructor = true;
+        const LOADED_PLUGIN plugin(UNWIND_PLUGIN_A);
+    });
+    constructor_entered.acquire();
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(20);
+        std::uint64_t pcs[32];
+        const std::int32_t count =
+            STACK_WALK(stack_walk_start(__builtin_frame_address(0)), true).next(pcs, 32);
+        _exit(count > 3 && count < 32 ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    constructor_may_go_on.release();
+    loader.join();
+}
+
+}  // namespace
