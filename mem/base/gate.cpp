@@ -1,0 +1,75 @@
+#include "mem/base/gate.h"
+
+#include <mutex>
+
+#include "mem/base/internal_error.h"
+
+MEM_CATS_AND_MICE* mem_tbb_gate = nullptr;
+
+constinit thread_local std::uint32_t mem_thread_stripe_plus_one = 0;
+
+std::uint32_t mem_take_thread_stripe() {
+    static constinit std::atomic<std::uint32_t> next{0};
+    const std::uint32_t stripe = next.fetch_add(1, std::memory_order_relaxed) % mem_stripe_count;
+    mem_thread_stripe_plus_one = stripe + 1;
+    return stripe;
+}
+
+std::int64_t MEM_CATS_AND_MICE::mice() const {
+    std::int64_t sum = 0;
+    for (const MEM_STRIPE& stripe : stripes) sum += stripe.count.load(std::memory_order_seq_cst);
+    return sum;
+}
+
+std::int32_t MEM_CATS_AND_MICE::cats() const {
+    return static_cast<std::int32_t>(cat_word.load(std::memory_order_seq_cst) >> 32);
+}
+
+std::int32_t MEM_CATS_AND_MICE::cats_approaching() const {
+    return static_cast<std::int32_t>(cat_word.load(std::memory_order_seq_cst) & (cat_inside - 1));
+}
+
+void MEM_CATS_AND_MICE::wait_for_cats(std::atomic<std::int64_t>& own) {
+    do {
+        own.fetch_sub(1, std::memory_order_seq_cst);
+        MEM_BACK_OFF back_off;
+        while (cat_word.load(std::memory_order_relaxed) != 0) back_off.wait();
+        own.fetch_add(1, std::memory_order_seq_cst);
+    } while (cat_word.load(std::memory_order_seq_cst) != 0);
+}
+
+void MEM_CATS_AND_MICE::report_broken_mouse() const {
+    mem_require(cats() == 0, "cats == 0", 907);
+    mem_require(false, "mice >= 0", 908);
+}
+
+bool MEM_CATS_AND_MICE::no_mouse_inside() const {
+    for (const MEM_STRIPE& stripe : stripes)
+        if (stripe.count.load(std::memory_order_seq_cst) != 0) return false;
+    return true;
+}
+
+bool MEM_CATS_AND_MICE::try_enter_cat() {
+    const std::lock_guard<MEM_SPIN_LOCK> guard(state_lock);
+    if (cats() != 0 || !no_mouse_inside()) return false;
+    cat_word.fetch_add(cat_inside, std::memory_order_seq_cst);
+    return true;
+}
+
+void MEM_CATS_AND_MICE::enter_cat() {
+    cat_word.fetch_add(1, std::memory_order_seq_cst);
+    MEM_BACK_OFF back_off;
+    while (!try_enter_cat()) back_off.wait();
+    cat_word.fetch_sub(1, std::memory_order_seq_cst);
+    mem_require(cats_approaching() >= 0, "catsApproaching >= 0", 934);
+}
+
+void MEM_CATS_AND_MICE::leave_cat() {
+    const std::lock_guard<MEM_SPIN_LOCK> guard(state_lock);
+    const std::int64_t before = cat_word.fetch_sub(cat_inside, std::memory_order_release);
+    if (before >= cat_inside) return;
+    // Nobody had entered. While a cat is inside, stripes are counted by mice that step back, so that only
+    // here their sum tells of a mouse inside.
+    mem_require(mice() == 0, "mice == 0", 900);
+    mem_require(false, "cats == 0", 901);
+}

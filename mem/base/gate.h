@@ -1,0 +1,102 @@
+// MEM_CATS_AND_MICE: many mice at once, or one cat alone; an announced cat stops new mice.
+//
+// Mice are the events and the queries that touch single records; cats walk or rebuild whole tables. Enter
+// and leave allocate nothing and make no system call but the yield of a long wait. Not for signal handlers.
+//
+//   enter(MEM_MOUSE):  own stripe + 1; word == 0?  -- yes --> inside
+//                                       no: own stripe - 1, wait until word == 0, again
+//   enter(MEM_CAT):    word + announced; wait until no cat is inside and every stripe is 0;
+//                      word + inside; word - announced
+//
+// Why this excludes: a mouse writes its stripe and then reads the word; a cat writes the word and then reads
+// the stripes. All four are sequentially consistent, so of a mouse and a cat that meet at least one sees the
+// other: either the mouse finds the word set and steps back, or the cat finds the stripe counted and waits.
+// The word never falls to 0 between a cat's announcement and its leaving, because the cat counts itself
+// inside before it takes the announcement back; so no mouse slips in. A stripe that a cat has seen at 0
+// after its announcement can only be counted again by mice that step back.
+//
+// Why a cat gets in: from its announcement on no new mouse enters, and those inside leave. Cats go ahead of
+// mice, and among themselves in no fixed order.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "mem/base/counting.h"
+#include "mem/base/spin_lock.h"
+#include "mem/base/stripes.h"
+
+inline constexpr int MEM_MOUSE = 0;
+inline constexpr int MEM_CAT = 1;
+
+class MEM_CATS_AND_MICE {
+  public:
+    // A kind other than the two returns at once.
+    void enter(int kind) {
+        if (kind == MEM_MOUSE) {
+            enter_mouse();
+        } else if (kind == MEM_CAT) {
+            enter_cat();
+        }
+    }
+    // The kind must be the one given to enter, on the same thread.
+    void leave(int kind) {
+        if (kind == MEM_MOUSE) {
+            leave_mouse();
+        } else if (kind == MEM_CAT) {
+            leave_cat();
+        }
+    }
+
+    // Exact only while nobody enters or leaves.
+    std::int64_t mice() const;
+    std::int32_t cats() const;
+    std::int32_t cats_approaching() const;
+
+  private:
+    static constexpr std::int64_t cat_inside = std::int64_t{1} << 32;
+
+    void enter_mouse() {
+        std::atomic<std::int64_t>& own = stripes[mem_thread_stripe()].count;
+        mem_add<std::int64_t>(own, 1, std::memory_order_seq_cst);
+        if (cat_word.load(std::memory_order_seq_cst) != 0) [[unlikely]]
+            wait_for_cats(own);
+    }
+    void leave_mouse() {
+        // Read while this mouse still counts: from the subtraction on a cat may rightly be inside.
+        const bool cat_is_inside = cat_word.load(std::memory_order_relaxed) >= cat_inside;
+        // Release: a cat that reads this stripe at 0 sees what the mouse wrote.
+        const std::int64_t left =
+            mem_add<std::int64_t>(stripes[mem_thread_stripe()].count, -1, std::memory_order_release);
+        if (left < 0 || cat_is_inside) [[unlikely]]
+            report_broken_mouse();
+    }
+    void wait_for_cats(std::atomic<std::int64_t>& own);
+    void report_broken_mouse() const;
+    void enter_cat();
+    void leave_cat();
+    bool try_enter_cat();
+    bool no_mouse_inside() const;
+
+    // Upper half: cats inside, 0 or 1. Lower half: cats announced and not yet inside. Read by every event
+    // and written by cats alone.
+    alignas(64) std::atomic<std::int64_t> cat_word{0};
+    MEM_SPIN_LOCK state_lock;  // cats try one at a time
+    MEM_STRIPE stripes[mem_stripe_count];
+};
+
+// Inside the gate for a scope.
+class MEM_GATE_SCOPE {
+  public:
+    MEM_GATE_SCOPE(MEM_CATS_AND_MICE& entered, int as) : gate(entered), kind(as) { gate.enter(kind); }
+    ~MEM_GATE_SCOPE() { gate.leave(kind); }
+    MEM_GATE_SCOPE(const MEM_GATE_SCOPE&) = delete;
+    MEM_GATE_SCOPE& operator=(const MEM_GATE_SCOPE&) = delete;
+
+  private:
+    MEM_CATS_AND_MICE& gate;
+    const int kind;
+};
+
+// The tracker's one gate, built at its start.
+extern MEM_CATS_AND_MICE* mem_tbb_gate;

@@ -1,0 +1,48 @@
+// MEM_SPIN_LOCK: one byte, zero when free. Short doubling pauses, then the processor is given away.
+// Allocates nothing; safe in a hook, but not in a signal handler. Held through std::unique_lock.
+#pragma once
+
+#include <atomic>
+
+#include "platform/thread.h"
+
+// The waiting of every lock here: pauses of 1, 2, 4, 8, 16 steps, then one yield a turn.
+class MEM_BACK_OFF {
+  public:
+    void wait() {
+        if (steps > 16) {
+            _Thrd_yield();
+            return;
+        }
+        for (int i = 0; i < steps; ++i) __builtin_ia32_pause();
+        steps *= 2;
+    }
+
+  private:
+    int steps = 1;
+};
+
+class MEM_SPIN_LOCK {
+  public:
+    void lock() {
+        if (process_has_one_thread() && !held.load(std::memory_order_relaxed)) {
+            // Nobody to race with; see counting.h for what a locked instruction would cost.
+            held.store(true, std::memory_order_relaxed);
+        } else if (held.exchange(true, std::memory_order_acquire)) {
+            lock_slow();
+        }
+    }
+    bool try_lock() { return !held.exchange(true, std::memory_order_acquire); }
+    void unlock() { held.store(false, std::memory_order_release); }
+
+  private:
+    // Waits with a plain read, so that waiting threads share the line in place of stealing it.
+    void lock_slow() {
+        MEM_BACK_OFF back_off;
+        do {
+            while (held.load(std::memory_order_relaxed)) back_off.wait();
+        } while (held.exchange(true, std::memory_order_acquire));
+    }
+
+    std::atomic<bool> held{false};
+};

@@ -1,0 +1,147 @@
+#include "mem/base/tracking_word.h"
+
+#include <boost/filesystem/path.hpp>
+#include <cstdlib>
+#include <cstring>
+
+#include "ktl_mem/services.h"
+#include "mem/base/configured_number.h"
+#include "mem/base/internal_error.h"
+#include "mem/base/messages.h"
+#include "platform/modules.h"
+
+constinit MEM_TRACKING_WORD_PAGE mem_tracking_word;
+constinit MEM_PLAIN_WORD<std::uint64_t> mem_library_snapshot_period{
+    MEM_TRACKING_SAMPLING{}.library_snapshot_period};
+constinit MEM_PLAIN_WORD<std::uint64_t> mem_fileline_peak_snapshot_threshold{
+    MEM_TRACKING_SAMPLING{}.fileline_peak_snapshot_threshold};
+constinit MEM_PLAIN_WORD<bool> mem_report_fileline;
+constinit MEM_PLAIN_WORD<bool> mem_report_library;
+constinit MEM_PLAIN_WORD<bool> mem_report_bin_tags;
+constinit MEM_PLAIN_WORD<bool> mem_report_auxiliary_timeline;
+constinit MEM_PLAIN_WORD<bool> mem_tbb_memory_tracking_enabled;
+constinit MEM_PLAIN_WORD<bool> mem_tbb_bin_tags_enabled;
+constinit MEM_PLAIN_WORD<bool> mem_tbb_no_msg_debug;
+
+namespace {
+
+constexpr std::uint32_t executable_path_size = 260;
+
+std::string executable_stem() {
+    char path[executable_path_size] = {};
+    const std::uint32_t length = GetModuleFileNameA(nullptr, path, executable_path_size);
+    mem_require(length != 0, "GetModuleFileName(NULL, szRawPath, MAX_PATH)", 4064);
+    return boost::filesystem::path(path).stem().string();
+}
+
+bool another_executable_is_profiled() {
+    const std::string only = mem_cfg_get_value("mem_only_profile_single_executable");
+    return !only.empty() && executable_stem() != only;
+}
+
+// The variable decides when it is on; the key is asked only when it is not.
+bool is_asked_for(const char* variable, const char* key) {
+    return mem_env_switch_is_on(variable) || mem_cfg_is_on(key, false);
+}
+
+std::uint32_t leak_bits() {
+    if (is_asked_for("VELDRIN_MEM_CHECK_LEAKS", "mem_check_leaks")) return MEM_TRACKING_LEAKS;
+    if (is_asked_for("VELDRIN_MEM_CHECK_LEAKS_FAST", "mem_check_leaks_fast") ||
+        mem_env_switch_is_on("MEM_LEAK_TRACKING_IN_ZA_MODE"))
+        return MEM_TRACKING_LEAKS_FAST;
+    return 0;
+}
+
+std::uint32_t bits_asked_for_one_by_one() {
+    std::uint32_t bits = 0;
+    if (is_asked_for("VELDRIN_MEM_PROFILE_PER_BIN", "mem_profile_per_bin") ||
+        mem_cfg_is_on("mem_track_user_memory", false))
+        bits |= MEM_TRACKING_ALLOC_DEALLOC;
+    if (is_asked_for("VELDRIN_MEM_PROFILE_BIN_TAG_PLOT", "mem_profile_per_bin_detailed")) {
+        bits |= MEM_TRACKING_PROFILE_BIN_TAGS;
+        mem_report_bin_tags = true;
+    }
+    if (is_asked_for("VELDRIN_MEM_PROFILE_PER_LIBRARY", "mem_profile_per_library")) {
+        bits |= MEM_TRACKING_PER_LIBRARY;
+        mem_report_library = true;
+    }
+    if (is_asked_for("VELDRIN_MEM_PROFILE_PER_FILELINE", "mem_profile_per_fileline")) {
+        bits |= MEM_TRACKING_PER_FILELINE;
+        mem_report_fileline = true;
+    }
+    bits |= leak_bits();
+    if (is_asked_for("VELDRIN_MEM_PROFILE_AUXILIARY_TIMELINE", "mem_profile_auxiliary_timeline")) {
+        bits |= MEM_TRACKING_AUXILIARY_TIMELINE;
+        mem_report_auxiliary_timeline = true;
+    }
+    return bits;
+}
+
+// A divisor of the event path. The environment is read leniently, zero and text without digits leave what
+// stands; the configuration outranks it and is read strictly. No divisor may be zero or beyond `most`.
+std::uint64_t sampling_number(const char* variable, const char* key, std::uint64_t standing,
+                              std::uint64_t most) {
+    if (const char* text = std::getenv(variable)) {
+        const std::uint64_t number = std::strtoull(text, nullptr, 10);
+        if (number != 0 && number <= most) standing = number;
+    }
+    const std::string configured = mem_cfg_get_value(key);
+    if (configured.empty()) return standing;
+    const auto number = mem_parse_configured_unsigned(key, configured);
+    if (!number) return standing;
+    if (*number != 0 && *number <= most) return *number;
+    mem_msg_debug("ignoring \"%s\" of %s: must be from 1 to %llu; %llu stays in force", configured.c_str(),
+                  key, static_cast<unsigned long long>(most), static_cast<unsigned long long>(standing));
+    return standing;
+}
+
+}  // namespace
+
+bool mem_env_switch_is_on(const char* name) {
+    const char* value = std::getenv(name);
+    return value != nullptr && *value != '\0' && std::strcmp(value, "0") != 0;
+}
+
+MEM_TRACKING_GRANULARITY mem_get_tracking_granularity_from_env() {
+    if (another_executable_is_profiled()) return MEM_TRACKING_NONE;
+    if (!is_asked_for("VELDRIN_MEM_PROFILE_ALL", "mem_profile_all"))
+        return static_cast<MEM_TRACKING_GRANULARITY>(bits_asked_for_one_by_one());
+    mem_report_fileline = true;
+    mem_report_library = true;
+    mem_report_bin_tags = true;
+    mem_report_auxiliary_timeline = true;
+    return MEM_TRACKING_ALL;
+}
+
+MEM_TRACKING_SAMPLING mem_get_tracking_sampling_from_env() {
+    MEM_TRACKING_SAMPLING sampling;
+    sampling.library_snapshot_period =
+        sampling_number("VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD", "mem_profile_library_snapshot_period",
+                        sampling.library_snapshot_period, UINT64_MAX);
+    // The peak test divides signed totals by this one.
+    sampling.fileline_peak_snapshot_threshold = sampling_number(
+        "VELDRIN_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD",
+        "mem_profile_fileline_peak_snapshot_threshold", sampling.fileline_peak_snapshot_threshold, INT64_MAX);
+    return sampling;
+}
+
+bool mem_tracking_is_enabled(MEM_TRACKING_GRANULARITY bits) {
+    return (mem_tracking_word & bits) == bits;
+}
+
+bool mem_get_tbb_track_alloc_dealloc() {
+    return mem_tracking_is_enabled(MEM_TRACKING_ALLOC_DEALLOC);
+}
+
+bool mem_get_tbb_memory_tracking_enabled() {
+    return mem_tbb_memory_tracking_enabled;
+}
+
+MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT::MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT()
+    : set_here(!mem_tbb_no_msg_debug) {
+    mem_tbb_no_msg_debug = true;
+}
+
+MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT::~MEM_TBB_NO_MSG_DEBUG_UNTIL_SCOPE_EXIT() {
+    if (set_here) mem_tbb_no_msg_debug = false;
+}
