@@ -1,0 +1,99 @@
+#include "mem/attribution/call_sites.h"
+
+#include <cstring>
+#include <vector>
+
+#include "mem/attribution/frame_filters.h"
+#include "mem/attribution/symbolizer.h"
+#include "mem/base/internal_error.h"
+
+constinit MEM_SPIN_LOCK mem_call_site_lock;
+MEM_CALL_SITE_TABLE* mem_tbb_call_sites = nullptr;
+constinit MEM_PLAIN_WORD<bool> mem_tbb_incomplete_fileline;
+constinit MEM_PLAIN_WORD<bool> mem_tbb_any_frame_filtered;
+
+namespace {
+
+struct VERDICT {
+    MEM_STACK_FRAME frame;
+    bool is_filtered = true;
+};
+
+// When the frame itself is filtered, the innermost of the functions that it was inlined into and that is not
+// takes its place.
+void try_further_frames(VERDICT& verdict, const std::vector<MEM_STACK_FRAME>& further_frames) {
+    for (const MEM_STACK_FRAME& further : further_frames) {
+        if (mem_frame_is_filtered(further.file, further.function)) continue;
+        verdict.frame = further;
+        verdict.is_filtered = false;
+        return;
+    }
+}
+
+VERDICT judge(std::uint64_t pc) {
+    VERDICT verdict;
+    MEM_STACK_FRAME& frame = verdict.frame;
+    frame.pc = pc;
+    mem_require(mem_tbb_symbolizer != nullptr, "symbolizer", __LINE__);
+    mem_tbb_symbolizer->get_module_name(pc, frame);
+    if (mem_module_is_filtered(frame.module)) return verdict;
+    std::vector<MEM_STACK_FRAME> further_frames;
+    mem_tbb_symbolizer->get_stack_frames(pc, frame, further_frames);
+    if (mem_tbb_incomplete_fileline && frame.file[0] == '\0') std::strcpy(frame.file, "Unknown");
+    verdict.is_filtered = mem_frame_is_filtered(frame.file, frame.function);
+    if (verdict.is_filtered) try_further_frames(verdict, further_frames);
+    return verdict;
+}
+
+}  // namespace
+
+MEM_ADDRESS_TRACKER MEM_CALL_SITE::copy() {
+    MEM_ADDRESS_TRACKER out;
+    out.frame = frame;
+    out.is_filtered = is_filtered;
+    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    static_cast<MEMORY_TRACKER_BASE&>(out) = counters;
+    out.module_tracker = module_tracker != nullptr ? &module_tracker->counters : nullptr;
+    return out;
+}
+
+// With the lock held.
+MEM_CALL_SITE& MEM_CALL_SITE_TABLE::number_anew(MEM_CALL_SITE& site) {
+    site.number = numbered.size();
+    numbered.reserve(site.number + 1);
+    numbered[site.number] = &site;
+    numbered.set_size(site.number + 1);
+    return site;
+}
+
+MEM_CALL_SITE& MEM_CALL_SITE_TABLE::find_or_make(std::uint64_t pc) {
+    if (MEM_CALL_SITE* known = find(pc)) return *known;
+    const VERDICT verdict = judge(pc);
+    if (verdict.is_filtered) mem_tbb_any_frame_filtered = true;
+    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const auto [entry, is_new] = map.try_emplace(pc);
+    MEM_CALL_SITE& site = entry->second;
+    if (is_new) {
+        site.frame = verdict.frame;
+        site.is_filtered = verdict.is_filtered;
+        index.insert(pc, &number_anew(site));
+    }
+    return site;
+}
+
+MEM_CALL_SITE& MEM_CALL_SITE_TABLE::other() {
+    // Acquire: who sees the record sees it made.
+    if (MEM_CALL_SITE* known = other_record.load(std::memory_order_acquire)) return *known;
+    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const auto [entry, is_new] = map.try_emplace(0);
+    if (is_new) other_record.store(&number_anew(entry->second), std::memory_order_release);
+    return entry->second;
+}
+
+void MEM_CALL_SITE_TABLE::clear() {
+    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    index.clear();
+    other_record.store(nullptr, std::memory_order_relaxed);
+    numbered.set_size(0);
+    map.clear();
+}

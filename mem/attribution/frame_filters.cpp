@@ -1,0 +1,74 @@
+#include "mem/attribution/frame_filters.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "platform/module_name.h"
+#include "platform/modules.h"
+
+std::vector<std::string> mem_filter_modules;
+std::vector<std::string> mem_filter_functions;
+std::vector<std::string> mem_filter_file_basenames;
+
+namespace {
+
+// The last is where the C++ runtime of this platform keeps its own parts of the standard library.
+constexpr std::array<std::string_view, 9> filtered_functions = {
+    "std::", "mem_", "MEM_", "operator new", "VTL", "boost::", "tbb::", "mtl::", "__gnu_cxx::"};
+constexpr std::array<std::string_view, 2> filtered_basenames = {"xdb_", "mem_"};
+constexpr std::array<std::string_view, 3> filtered_files = {"my_utils.cpp", "plr_mem_interface.cpp",
+                                                            "tbb_concurrent_hash_map_sys.h"};
+constexpr std::array<std::string_view, 3> filtered_modules = {"db_xdb", "lzma", "iomp5"};
+constexpr std::array<std::string_view, 5> system_modules = {"c", "stdc++", "gcc_s", "ld-linux-x86-64",
+                                                            "linux-vdso"};
+
+bool begins_with_any(std::string_view text, const auto& prefixes) {
+    return std::ranges::any_of(prefixes,
+                               [text](std::string_view prefix) { return text.starts_with(prefix); });
+}
+
+bool equals_ignoring_case(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+// The executable's own module, which may happen to be called "c" and is not to be taken for the system's.
+bool is_executable(std::string_view module) {
+    static const std::array<char, 4096> path = [] {
+        std::array<char, 4096> text{};
+        GetModuleFileNameA(nullptr, text.data(), text.size());
+        return text;
+    }();
+    return module == module_base_name(path.data());
+}
+
+// The platform's runtime and loader, and the allocator in all its builds.
+bool is_system_module(std::string_view module) {
+    if (module.starts_with("tcmalloc")) return true;
+    return std::ranges::find(system_modules, module) != system_modules.end() && !is_executable(module);
+}
+
+}  // namespace
+
+bool mem_module_is_filtered(const char* module) {
+    const std::string_view name = module;
+    if (name.empty() || name.starts_with("ktl_mem") || name.starts_with("tbb")) return true;
+    if (std::ranges::any_of(filtered_modules, [name](auto word) { return equals_ignoring_case(name, word); }))
+        return true;
+    return begins_with_any(name, mem_filter_modules) || is_system_module(name);
+}
+
+bool mem_frame_is_filtered(const char* file, const char* function) {
+    const std::string_view path = file;
+    const std::string_view name = function;
+    if (path.empty() || name.empty()) return true;
+    if (begins_with_any(name, filtered_functions) || begins_with_any(name, mem_filter_functions)) return true;
+    const std::size_t separator = path.find_last_of("/\\");
+    if (separator == std::string_view::npos) return false;
+    const std::string_view base = path.substr(separator + 1);
+    return begins_with_any(base, filtered_basenames) ||
+           std::ranges::find(filtered_files, base) != filtered_files.end() ||
+           begins_with_any(base, mem_filter_file_basenames);
+}

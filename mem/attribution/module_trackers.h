@@ -1,0 +1,56 @@
+// The counters of each module, by name. Entries keep their addresses until a reset.
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "ktl_mem/records.h"
+#include "mem/base/spin_lock.h"
+
+// One module. Its own byte lock guards the counters, so that events of different modules do not wait for
+// each other.
+struct alignas(64) MEM_MODULE_ENTRY {
+    MEM_SPIN_LOCK lock;
+    MEMORY_TRACKER_BASE counters;
+};
+
+// What a sample of the module timelines takes of an entry.
+struct MEM_MODULE_FIGURES {
+    std::string_view name;
+    std::int64_t current_bytes;
+    std::int64_t cumulative_blocks;
+};
+
+// Guards the map of names. Taken inside the gate, with no other lock of the tracker held but the mutex of a
+// timeline; the locks of entries come after it.
+extern MEM_SPIN_LOCK mem_module_lock;
+
+class MEM_MODULE_TABLE {
+  public:
+    // The entry of that name, made with zeros when it is missing.
+    MEM_MODULE_ENTRY& find_or_create(std::string_view name);
+
+    // Copies the counters as they are at one moment; false when there is no such name, letter case included.
+    bool copy(std::string_view name, MEMORY_TRACKER_BASE& out);
+
+    // Nobody may hold an entry.
+    void clear();
+
+    // visit(MEM_MODULE_FIGURES) for every entry in the order of names, with all entries at rest: the figures
+    // belong to one moment. Events take one entry's lock at a time, so holding them all cannot deadlock.
+    template <class VISIT>
+    void for_each_at_rest(VISIT&& visit) {
+        const std::lock_guard<MEM_SPIN_LOCK> guard(mem_module_lock);
+        for (auto& [name, entry] : entries) entry.lock.lock();
+        for (const auto& [name, entry] : entries)
+            visit(MEM_MODULE_FIGURES{name, entry.counters.current_bytes, entry.counters.cumulative_blocks});
+        for (auto& [name, entry] : entries) entry.lock.unlock();
+    }
+
+  private:
+    std::map<std::string, MEM_MODULE_ENTRY, std::less<>> entries;
+};
+
+extern MEM_MODULE_TABLE* mem_tbb_module_trackers;

@@ -1,0 +1,44 @@
+#include "mem/attribution/symbolizer.h"
+
+#include <mutex>
+#include <string>
+
+#include "ktl_mem/services.h"
+#include "mem/base/internal_error.h"
+#include "mem/base/messages.h"
+#include "platform/symbol_services.h"
+
+MEM_SYMBOLIZER* mem_tbb_symbolizer = nullptr;
+MEM_SPIN_LOCK mem_tbb_symbolizer_lock;
+
+bool MEM_SYMBOLIZER::get_stack_frames(std::uint64_t pc, MEM_STACK_FRAME& frame,
+                                      std::vector<MEM_STACK_FRAME>& further_frames) {
+    further_frames.clear();
+    return get_stack_frame(pc, frame);
+}
+
+namespace {
+
+MEM_SYMBOLIZER* find_symbolizer(const std::string& word) {
+    if (word == "default" || word == "dwarf") return MEM_SYMBOLIZER_DWARF::get_instance();
+    if (word == "windows") return MEM_SYMBOLIZER_WINDOWS::get_instance();
+    return nullptr;
+}
+
+}  // namespace
+
+void mem_choose_symbolizer(bool announce) {
+    std::string word = mem_cfg_get_value("mem_symbolizer");
+    if (word.empty()) word = "default";
+    mem_tbb_symbolizer = find_symbolizer(word);
+    if (mem_tbb_symbolizer == nullptr) {
+        mem_tbb_symbolizer = find_symbolizer("default");
+        mem_require(mem_tbb_symbolizer != nullptr, "mem_tbb_symbolizer", 2832);
+        mem_msg_debug("Couldn't find symbolizer \"%s\".  Using default symbolizer \"%s\"\n", word.c_str(),
+                      mem_tbb_symbolizer->get_name());
+    }
+    if (!announce) return;
+    mem_msg_debug("Using symbolizer %s", mem_tbb_symbolizer->get_name());
+    const std::lock_guard guard(mem_tbb_symbolizer_lock);
+    symbols::refresh_modules();
+}
