@@ -1,0 +1,67 @@
+// The counters of bins and of tags. Bytes are allocated sizes.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "mem/base/gate.h"
+#include "mem/base/spin_lock.h"
+#include "mem/base/steady_array.h"
+
+// The counters of one bin or one tag, on a cache line of its own. All accesses are relaxed: the counters
+// order nothing, and whoever needs them at rest holds the table's gate.
+struct alignas(64) MEM_PROFILE_BIN {
+    std::atomic<std::int64_t> current{0};       // attributed and not yet freed; can fall below zero
+    std::atomic<std::int64_t> max{0};           // highest value that current has had
+    std::atomic<std::int64_t> cumulative{0};    // ever added
+    std::atomic<std::int64_t> peak{0};          // current at the latest recorded peak of the process
+    std::atomic<std::int64_t> flushed_peak{0};  // peak at the latest flush
+};
+
+// One row for each id from 0 to the highest that has moved bytes. Adding and removing run on the event path
+// of any thread as mice of the table's gate, and don't exclude each other; the others, and the sampler of the
+// tag timeline, are its cats. Rows never move, so that reports read them without entering the gate. A thread
+// inside the gate must not enter it again.
+class MEM_PROFILE_BIN_TABLE {
+  public:
+    void add_bytes(std::uint64_t bytes, std::uint32_t id);
+
+    // The bytes of an id that has no row come off a new row of zeros, whose current thus falls below zero.
+    // That comes after clear(), with blocks that are older than it, and with blocks that nobody saw being
+    // allocated. An id that has had a row before needs no memory here, clear() or not: storage is kept.
+    void remove_bytes(std::uint64_t bytes, std::uint32_t id);
+
+    // Of every row, at one moment for all of them.
+    void take_peak();     // peak = current
+    void flush_peak();    // flushed_peak = peak
+    void restore_peak();  // peak = flushed_peak
+
+    // Forgets all rows. A timeline over this table must be reset in the same breath, with its own lock taken
+    // before the gate: MEM_TAG_TIMELINE::reset does that by way of clear_at_rest.
+    void clear();
+    // The same for a caller that is inside as a cat.
+    void clear_at_rest();
+
+    // Safe at any time. The values of two rows, or of two counters, can come from two moments.
+    std::uint32_t size() const { return rows.size(); }
+    const MEM_PROFILE_BIN& row(std::uint32_t id) const { return rows[id]; }
+
+    MEM_CATS_AND_MICE gate;
+
+  private:
+    MEM_PROFILE_BIN& row_of(std::uint32_t id) {
+        if (id >= rows.size()) [[unlikely]]
+            grow(id);
+        return rows[id];
+    }
+    void grow(std::uint32_t id);
+    template <class CHANGE>
+    void change_all(CHANGE change);
+
+    MEM_STEADY_ARRAY<MEM_PROFILE_BIN> rows;
+    MEM_SPIN_LOCK grow_lock;  // taken inside the gate only, by a mouse
+};
+
+// Indexed by bin id and by tag id.
+extern MEM_PROFILE_BIN_TABLE* mem_tbb_bin_table;
+extern MEM_PROFILE_BIN_TABLE* mem_tbb_tag_table;

@@ -1,0 +1,87 @@
+// The tables that the bins and their timelines work on, as the tracker builds them, for one test.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <bit>
+
+#include "mem/base/stats.h"
+#include "mem/base/tracking_word.h"
+#include "mem/bins/bin_attribution.h"
+#include "mem/bins/bin_tag_shards.h"
+#include "mem/bins/label_stack.h"
+#include "mem/bins/profile_bin_table.h"
+#include "mem/bins/profile_bins.h"
+#include "mem/bins/timeline_labels.h"
+#include "tests/bins/on_threads.h"
+
+class BinObjects : public testing::Test {
+  protected:
+    BinObjects() {
+        mem_tbb_bin_table = new MEM_PROFILE_BIN_TABLE;
+        mem_tbb_tag_table = new MEM_PROFILE_BIN_TABLE;
+        mem_bin_tag_shards = new MEM_BIN_TAG_SHARDS(MEM_SHARD_SOURCE{});
+        mem_tbb_timeline_labels = new MEM_TIMELINE_LABELS;
+        mem_tbb_memory_tracking_enabled = true;
+        mem_tbb_bin_tags_enabled = true;
+        mem_tracking_word = MEM_TRACKING_ALL;
+        mem_tbb_labels_enabled = true;
+        for (auto* group : {&mem_stats_current, &mem_stats_peak, &mem_stats_local_peak}) group->store({});
+    }
+    ~BinObjects() override {
+        mem_tbb_label_stack.clear();
+        delete mem_tbb_profile_bins.exchange(nullptr);
+        delete mem_tbb_timeline_labels;
+        delete mem_bin_tag_shards;
+        delete mem_tbb_tag_table;
+        delete mem_tbb_bin_table;
+    }
+
+    static void open(const char* name, const char* tag) { mem_open_profile_bin(name, tag); }
+    // Start, end and peak.
+    static std::array<std::uint64_t, 3> close(const char* tag) {
+        std::array<std::uint64_t, 3> bytes{9, 9, 9};
+        mem_close_profile_bin(tag, &bytes[0], &bytes[1], &bytes[2]);
+        return bytes;
+    }
+    static std::string bin_and_tag() {
+        const MEM_PROFILE_BINS& all = mem_get_profile_bins();
+        return all.bins.get_curr_name() + " " + all.tags.get_curr_name();
+    }
+};
+
+// Current, max, cumulative, peak and flushed peak.
+inline std::array<std::int64_t, 5> counters(const MEM_PROFILE_BIN_TABLE& table, std::uint32_t id) {
+    const MEM_PROFILE_BIN& row = table.row(id);
+    return {row.current, row.max, row.cumulative, row.peak, row.flushed_peak};
+}
+
+// Lets that many threads go on at the very same time, as often as they come. It spins: a wake-up takes too
+// long.
+class StartingLine {
+  public:
+    explicit StartingLine(std::uint64_t number_of_threads) : count(number_of_threads) {}
+    void wait() {
+        const std::uint64_t mine = arrived++;
+        while (arrived < (mine / count + 1) * count) {
+        }
+    }
+
+  private:
+    const std::uint64_t count;
+    std::atomic<std::uint64_t> arrived{0};
+};
+
+// Until events of other threads are in full swing on a row.
+inline void await_events(const MEM_PROFILE_BIN_TABLE& table) {
+    while (table.row(0).cumulative < 20) {
+    }
+}
+
+// With events that only add, a row that is at rest and was never cut in half has these two equal.
+inline void expect_whole_events(MEM_PROFILE_BIN_TABLE& table) {
+    const MEM_GATE_SCOPE alone(table.gate, MEM_CAT);
+    for (std::uint32_t id = 0; id < table.size(); ++id)
+        ASSERT_EQ(table.row(id).current, table.row(id).cumulative);
+}

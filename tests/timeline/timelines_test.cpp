@@ -1,0 +1,192 @@
+#include "mem/timeline/timeline.h"
+
+#include <map>
+
+#include "mem/base/thread_state.h"
+#include "mem/timeline/auxiliary_timeline.h"
+#include "mem/timeline/module_timelines.h"
+#include "mem/timeline/tag_timeline.h"
+#include "tests/bins/bin_objects.h"
+
+namespace {
+
+using VALUES = std::vector<std::int64_t>;
+
+// All values of a series, and one look past the end.
+VALUES values_of(const MEM_RUN_SERIES<std::int64_t>& series) {
+    VALUES values;
+    MEM_RUN_CURSOR<std::int64_t> cursor(series);
+    while (const std::int64_t* value = cursor.next()) values.push_back(*value);
+    EXPECT_EQ(cursor.next(), nullptr);
+    EXPECT_EQ(values.size(), series.total);
+    return values;
+}
+
+TEST(Timeline, ASeriesIsRunsOfEqualValues) {
+    struct CASE {
+        const char* what;
+        std::uint64_t late_by;
+        VALUES appended;
+        std::size_t runs;
+        VALUES values;
+        std::int64_t highest;
+    };
+    const CASE cases[] = {
+        {"nothing", 0, {}, 0, {}, 0},
+        {"unchanged", 0, {5, 5, 5}, 1, {5, 5, 5}, 5},
+        {"back and forth", 0, {1, 2, 1}, 3, {1, 2, 1}, 2},
+        {"late", 2, {7}, 2, {0, 0, 7}, 7},
+        {"late, then zero", 2, {0, 7}, 2, {0, 0, 0, 7}, 7},
+        {"only negative", 0, {-3, -2, -9}, 3, {-3, -2, -9}, -2},
+    };
+    for (const CASE& c : cases) {
+        SCOPED_TRACE(c.what);
+        MEM_TIMELINE series;
+        series.fill_to(c.late_by);
+        for (const std::int64_t value : c.appended) series.append(value);
+        series.fill_to(c.values.size());
+        EXPECT_EQ(series.runs.size(), c.runs);
+        EXPECT_EQ(values_of(series), c.values);
+        EXPECT_EQ(series.highest(), c.highest);
+    }
+}
+
+struct FIGURES {
+    std::string name;
+    std::int64_t current_bytes;
+    std::int64_t cumulative_blocks;
+};
+
+struct MODULES {
+    std::vector<FIGURES> all;
+    void for_each_at_rest(auto visit) const {
+        for (const FIGURES& figures : all) visit(figures);
+    }
+};
+
+TEST(ModuleTimelines, EveryModuleHasASeriesFromTheFirstSampleOn) {
+    MEM_MODULE_TIMELINES timelines;
+    const MODULES samples[] = {
+        {{}},
+        {{{"b", 10, 1}}},
+        {{{"A", 5, 1}, {"b", 20, 2}}},
+        {{{"A", 6, 2}}},               // b's entry went with a reset
+        {{{"A", 6, 2}, {"b", 1, 1}}},  // and came back
+        {{{"A", 6, 2}}},
+    };
+    for (const MODULES& modules : samples) timelines.sample(modules);
+    timelines.read([](const auto& series, std::uint64_t num_samples) {
+        EXPECT_EQ(num_samples, 6u);
+        ASSERT_EQ(series.size(), 2u);
+        EXPECT_EQ(values_of(series.find("A")->second.bytes), (VALUES{0, 0, 5, 6, 6, 6}));
+        EXPECT_EQ(values_of(series.find("A")->second.blocks), (VALUES{0, 0, 1, 2, 2, 2}));
+        EXPECT_EQ(values_of(series.find("b")->second.bytes), (VALUES{0, 10, 20, 0, 1}));
+        EXPECT_EQ(values_of(series.find("b")->second.blocks), (VALUES{0, 1, 2, 0, 1}));
+    });
+}
+
+TEST(ModuleTimelines, NamesAreOrderedAndFoundWithoutRegardToCase) {
+    MEM_MODULE_TIMELINES timelines;
+    const MODULES modules{{{"B", 1, 0}, {"a", 2, 0}, {"ab", 3, 0}, {"b", 4, 0}, {"\xC4", 5, 0}}};
+    timelines.sample(modules);
+    timelines.sample(modules);
+    timelines.read([](const auto& series, std::uint64_t) {
+        std::string order;
+        for (const auto& [name, module] : series) order += name + " ";
+        EXPECT_EQ(order, "a ab B \xC4 ");
+        EXPECT_EQ(values_of(series.find("b")->second.bytes), (VALUES{1, 4, 1, 4}));
+    });
+}
+
+class TagTimeline : public BinObjects {
+  protected:
+    MEM_TAG_TIMELINE timeline{*mem_tbb_tag_table};
+};
+
+TEST_F(TagTimeline, TagsJoinLateAndBinsOutliveAReset) {
+    timeline.sample();
+    open("X", "T");
+    mem_charge_bin_and_tag(0x1000, 30);
+    timeline.sample();
+    open("passing", "");
+    close("");
+    mem_discharge_bin_and_tag(0x1000, 30);
+    timeline.sample();
+    timeline.read([](const MEM_TAG_SERIES& series) {
+        EXPECT_EQ(series.num_samples, 3u);
+        ASSERT_EQ(series.tag_series.size(), 2u);
+        EXPECT_EQ(values_of(series.tag_series[0]), (VALUES{0, 0, 0}));
+        EXPECT_EQ(values_of(series.tag_series[1]), (VALUES{0, 30, 0}));
+    });
+    timeline.reset();
+    EXPECT_EQ(mem_tbb_tag_table->size(), 0u);
+    mem_charge_bin_and_tag(0x2000, 4);
+    timeline.sample();
+    timeline.read([](const MEM_TAG_SERIES& series) {
+        EXPECT_EQ(series.num_samples, 1u);
+        EXPECT_EQ(values_of(series.tag_series.at(1)), (VALUES{4}));
+        ASSERT_EQ(series.bin_series.runs.size(), 2u);
+        EXPECT_EQ(series.bin_series.runs[0].count, 1u);
+        EXPECT_EQ(series.bin_series.runs[1].count, 3u);
+    });
+}
+
+using TagTimelineDeathTest = TagTimeline;
+
+TEST_F(TagTimelineDeathTest, OnlyTheSamplerMindsTheNumberOfBins) {
+    MEM_PROFILE_BIN_STACK& bins = mem_get_profile_bins().bins;
+    for (int id = 1; id <= 65535; ++id) bins.push_name(std::to_string(id));
+    timeline.sample();
+    bins.push_name("one more");
+    EXPECT_DEATH(timeline.sample(),
+                 "current_pbin_id <= std::numeric_limits<PB_ID>::max\\(\\).*MEM.*mem/mem_tbb_tracker");
+}
+
+// A sampler that finds the rows gone and the series still there ends the process with
+// "new_num_tags >= old_num_tags". The tag that comes seldom keeps the rows few after a reset.
+TEST_F(TagTimeline, ResetsExcludeSamplersAndEvents) {
+    std::atomic<std::uint32_t> events{0};
+    const Meanwhile allocating(2, [&] { mem_tbb_tag_table->add_bytes(1, ++events % 5000 == 0 ? 50 : 0); });
+    const Meanwhile sampling(1, [this] { timeline.sample(); });
+    for (int i = 0; i < 3000; ++i) {
+        await_events(*mem_tbb_tag_table);
+        timeline.reset();
+        expect_whole_events(*mem_tbb_tag_table);
+    }
+}
+
+// One thread adds to two tags in turn, so that the first is ahead by one or not at all at every moment.
+TEST_F(TagTimeline, ASampleIsOneMomentForAllTags) {
+    mem_tbb_tag_table->add_bytes(0, 300);
+    {
+        const Meanwhile events(1, [] {
+            mem_tbb_tag_table->add_bytes(1, 0);
+            mem_tbb_tag_table->add_bytes(1, 300);
+        });
+        for (int i = 0; i < 1000; ++i) timeline.sample();
+    }
+    timeline.read([](const MEM_TAG_SERIES& series) {
+        const VALUES first = values_of(series.tag_series.at(0));
+        const VALUES second = values_of(series.tag_series.at(300));
+        for (std::size_t i = 0; i < first.size(); ++i) ASSERT_EQ((first[i] - second[i]) & ~1, 0);
+    });
+}
+
+TEST(AuxiliaryTimeline, ARecordHoldsTheProcessAndTheProfilersCounters) {
+    MEM_PROFILER_COUNTERS profiler;
+    profiler.count_alloc(100, 112);
+    profiler.count_alloc(10, 16);
+    profiler.count_dealloc(16);
+    PROCESS_MEMORY_COUNTERS process{};
+    process.PageFaultCount = 0xFFFFFFFF;
+    process.WorkingSetSize = 2;
+    process.PagefileUsage = 3;
+    using FIELDS = std::array<std::uint64_t, 9>;
+    EXPECT_EQ(std::bit_cast<FIELDS>(mem_make_auxiliary_sample(&process, profiler)),
+              (FIELDS{2, 1, 110, 94, 128, 112, 0xFFFFFFFF, 2, 3}));
+    constexpr std::uint64_t none = 18446744073709551615u;
+    EXPECT_EQ(std::bit_cast<FIELDS>(mem_make_auxiliary_sample(nullptr, profiler)),
+              (FIELDS{2, 1, 110, 94, 128, 112, none, none, none}));
+}
+
+}  // namespace
