@@ -1,0 +1,122 @@
+#include "mem/debug/allocation_log.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "ktl_mem/debug_patterns.h"
+#include "mem/base/allocator_slots.h"
+#include "mem/base/messages.h"
+#include "mem/base/spin_lock.h"
+#include "mem/base/thread_state.h"
+#include "platform/thread.h"
+
+namespace {
+
+constexpr const char* log_name = "mem_allocations.log";
+constexpr int owned = 1;
+
+constinit std::atomic<std::FILE*> mem_allocations_log{nullptr};
+
+// Threads that may hold the file's pointer. The order of the accesses to the two words matters: a writer
+// counts itself in before it reads the pointer, and the closer clears the pointer before it reads the count.
+constinit std::atomic<int> writers{0};
+
+// This thread's turn to write one line: what the writing itself allocates has no line, and errno is kept.
+class LINE_SCOPE {
+  public:
+    LINE_SCOPE() : kept_errno(errno) {
+        mem_thread_state.log_allowed = false;
+        writers.fetch_add(1);
+    }
+    ~LINE_SCOPE() {
+        writers.fetch_sub(1);
+        mem_thread_state.log_allowed = true;
+        errno = kept_errno;
+    }
+    LINE_SCOPE(const LINE_SCOPE&) = delete;
+    LINE_SCOPE& operator=(const LINE_SCOPE&) = delete;
+
+    // The stream is unbuffered, so that each line is one write to the file and needs no flush; a process that
+    // is killed or forks loses and doubles nothing.
+    __attribute__((format(printf, 2, 3))) void write(const char* format, ...) {
+        std::FILE* const log = mem_allocations_log.load();
+        if (log == nullptr) return;
+        char line[128];
+        va_list args;
+        va_start(args, format);
+        const int length = std::vsnprintf(line, sizeof(line), format, args);
+        va_end(args);
+        std::fwrite(line, 1, static_cast<std::size_t>(length), log);
+    }
+
+  private:
+    const THREAD_NOT_CANCELLED writing;
+    int kept_errno;
+};
+
+// A closed log is seen here already, so that a closer that waits for the writers sees their number fall.
+bool may_log(const void* block) {
+    return block != nullptr && MallocExtension_GetOwnership(block) == owned && mem_thread_state.log_allowed &&
+           mem_allocations_log.load() != nullptr;
+}
+
+bool open_log() {
+    if (mem_allocations_log.load() != nullptr) return true;
+    std::FILE* const log = std::fopen(log_name, "w");
+    if (log == nullptr) {
+        mem_msg_debug("can't create \"%s\": %s; the allocation log stays off", log_name,
+                      std::strerror(errno));
+        return false;
+    }
+    std::setvbuf(log, nullptr, _IONBF, 0);
+    mem_allocations_log.store(log);
+    return true;
+}
+
+void detach_hooks() {
+    MallocHook_RemoveDeleteHook(mem_log_free_hook);
+    MallocHook_RemoveNewHook(mem_log_alloc_hook);
+}
+
+}  // namespace
+
+void mem_log_alloc_hook(const void* block, std::size_t size) {
+    if (!may_log(block)) return;
+    LINE_SCOPE line;
+    line.write("ptr=%p, size=%llu, type=alloc\n", block, static_cast<unsigned long long>(size));
+}
+
+void mem_log_free_hook(const void* block) {
+    if (!may_log(block)) return;
+    LINE_SCOPE line;
+    const auto size = static_cast<long long>(tc_malloc_size(const_cast<void*>(block)));
+    line.write("ptr=%p, size=%lli, type=free\n", block, size);
+}
+
+void mem_set_print_allocations_callback_enabled(bool enable) {
+    if (!enable) {
+        detach_hooks();
+        return;
+    }
+    if (!open_log()) return;
+    MallocHook_AddNewHook(mem_log_alloc_hook);
+    MallocHook_AddDeleteHook(mem_log_free_hook);
+}
+
+void mem_close_allocation_log() {
+    if (mem_allocations_log.load() == nullptr) return;
+    detach_hooks();
+    std::FILE* const log = mem_allocations_log.exchange(nullptr);
+    // A line of this very thread can't be waited for.
+    if (log == nullptr || !mem_thread_state.log_allowed) return;
+    MEM_BACK_OFF back_off;
+    while (writers.load() != 0) back_off.wait();
+    std::fclose(log);
+}
+
+void mem_forget_allocation_log() {
+    mem_allocations_log.store(nullptr);
+}
