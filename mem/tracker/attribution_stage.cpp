@@ -1,0 +1,146 @@
+#include "mem/tracker/attribution_stage.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include "mem/attribution/address_table.h"
+#include "mem/attribution/counters.h"
+#include "mem/base/gate.h"
+#include "mem/base/internal_error.h"
+#include "mem/base/tracker_phase.h"
+#include "mem/timeline/module_timelines.h"
+#include "mem/tracker/tracker_state.h"
+#include "platform/thread.h"
+
+namespace {
+
+// How far a stack is searched for a frame that is not filtered.
+constexpr int first_frames = 11;
+constexpr int most_frames = first_frames + 50;
+
+// The frames that a walk from a hook does not see, and that the ignore depth counts: walker, this stage,
+// event body and hook.
+constexpr int frames_behind_start = 4;
+
+// Blocks above this size are freed on other threads by design and do not count as mismatched.
+constexpr std::uint64_t largest_mismatched_block = 8128;
+
+// The frames that the search looks at: what remains of the most after those that an ignore depth below the
+// hook's would have shown, and where the search begins.
+struct SEARCH_WINDOW {
+    int skip;
+    int frames;
+};
+
+SEARCH_WINDOW search_window() {
+    const int beyond_start = MEM_STACK_TRACE_IGNORE_DEPTH - frames_behind_start;
+    // Frames of this library are filtered like any other of its module, so they only use up the window.
+    return {std::max(beyond_start, 0), most_frames + std::min(beyond_start, 0)};
+}
+
+// A program counter is new: its stack is walked again with rules made from the unwind tables and not from the
+// walker's memory, which may stem from a module that was unloaded since.
+__attribute__((noinline)) MEM_CALL_SITE& find_in_fresh_stack(const STACK_WALK_START& start) {
+    const THREAD_NOT_CANCELLED symbol_files_are_read;
+    const SEARCH_WINDOW window = search_window();
+    STACK_WALK walk(start, true);
+    std::uint64_t pc = 0;
+    for (int i = 0; i < window.skip; ++i)
+        if (walk.next(&pc, 1) == 0) return mem_tbb_call_sites->other();
+    for (int i = 0; i < window.frames && walk.next(&pc, 1) == 1; ++i) {
+        MEM_CALL_SITE& site = mem_tbb_call_sites->find_or_make(pc);
+        if (!site.is_filtered) return site;
+    }
+    return mem_tbb_call_sites->other();
+}
+
+// The event began before the hooks were detached, and the gate opened for it after the last report: nobody
+// will read it, and what it would use may be on its way out with the process.
+bool waited_for_the_end() {
+    return mem_tbb_tracker_has_ended();
+}
+
+// The module of a call site: the one that its record points at, or the entry of its name while it points at
+// none.
+MEM_MODULE_ENTRY& module_of(MEM_CALL_SITE& site, MEM_MODULE_ENTRY* known) {
+    if (known != nullptr) [[likely]]
+        return *known;
+    const char* name = site.frame.module[0] != '\0' ? site.frame.module : "OTHER";
+    return mem_tbb_module_trackers->find_or_create(name);
+}
+
+void charge_module(MEM_CALL_SITE& site, MEM_MODULE_ENTRY* known, std::uint64_t requested,
+                   std::uint64_t allocated) {
+    MEM_MODULE_ENTRY& module = module_of(site, known);
+    {
+        const std::lock_guard<MEM_SPIN_LOCK> guard(module.lock);
+        mem_charge(module.counters, requested, allocated);
+    }
+    if (known == nullptr) {
+        const std::lock_guard<MEM_SPIN_LOCK> guard(site.lock);
+        site.module_tracker = &module;
+    }
+}
+
+}  // namespace
+
+MEM_CALL_SITE& mem_find_call_site(const STACK_WALK_START& start) {
+    const SEARCH_WINDOW window = search_window();
+    STACK_WALK walk(start);
+    std::uint64_t pc = 0;
+    for (int i = 0; i < window.skip; ++i)
+        if (walk.next(&pc, 1) == 0) return mem_tbb_call_sites->other();
+    for (int i = 0; i < window.frames && walk.next(&pc, 1) == 1; ++i) {
+        MEM_CALL_SITE* site = mem_tbb_call_sites->find(pc);
+        if (site == nullptr) [[unlikely]]
+            return find_in_fresh_stack(start);
+        if (!site->is_filtered) return *site;
+    }
+    return mem_tbb_call_sites->other();
+}
+
+void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
+                         std::uint32_t word, bool sampling_point, const STACK_WALK_START& start) {
+    const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
+    if (waited_for_the_end()) return;
+    MEM_CALL_SITE& site = mem_find_call_site(start);
+    MEM_MODULE_ENTRY* module = nullptr;
+    {
+        const std::lock_guard<MEM_SPIN_LOCK> guard(site.lock);
+        if ((word & mem_call_site_counter_bits) != 0) mem_charge(site.counters, requested, allocated);
+        module = site.module_tracker;
+    }
+    const std::uint32_t thread_id = (word & MEM_TRACKING_PER_FILELINE) != 0 ? _Thrd_id() : 0;
+    mem_address_table->insert_or_assign(address, {site.number, thread_id});
+    if ((word & MEM_TRACKING_PER_LIBRARY) == 0) return;
+    charge_module(site, module, requested, allocated);
+    if (sampling_point) mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+}
+
+void mem_attribute_dealloc(std::uint64_t address, std::uint64_t allocated, std::uint32_t word,
+                           bool sampling_point) {
+    const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
+    if (waited_for_the_end()) return;
+    MEM_ADDRESS_ENTRY entry{};
+    const bool known = mem_address_table->retire(address, entry);
+    MEM_CALL_SITE& site =
+        known ? mem_tbb_call_sites->by_number(entry.call_site) : mem_tbb_call_sites->other();
+    const bool mismatched = known && (word & MEM_TRACKING_PER_FILELINE) != 0 &&
+                            allocated <= largest_mismatched_block && entry.thread_id != _Thrd_id();
+    MEM_MODULE_ENTRY* module = nullptr;
+    {
+        const std::lock_guard<MEM_SPIN_LOCK> guard(site.lock);
+        if ((word & mem_call_site_counter_bits) != 0) {
+            mem_discharge(site.counters, allocated);
+            if (mismatched) site.counters.cumulative_mismatched_bytes += static_cast<std::int64_t>(allocated);
+        }
+        module = site.module_tracker;
+    }
+    if ((word & MEM_TRACKING_PER_LIBRARY) == 0) return;
+    MEM_MODULE_ENTRY& charged = module_of(site, module);
+    {
+        const std::lock_guard<MEM_SPIN_LOCK> guard(charged.lock);
+        mem_discharge(charged.counters, allocated);
+    }
+    if (sampling_point) mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+}

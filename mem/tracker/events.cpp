@@ -1,0 +1,130 @@
+#include "mem/tracker/events.h"
+
+#include <cstdio>
+#include <mutex>
+
+#include "mem/attribution/address_table.h"
+#include "mem/base/gate.h"
+#include "mem/base/messages.h"
+#include "mem/base/stats.h"
+#include "mem/bins/bin_attribution.h"
+#include "mem/bins/bin_tag_shards.h"
+#include "mem/bins/profile_bin_table.h"
+#include "mem/bins/timeline_labels.h"
+#include "mem/timeline/auxiliary_timeline.h"
+#include "mem/timeline/tag_timeline.h"
+#include "mem/tracker/attribution_stage.h"
+#include "mem/tracker/event_numbers.h"
+#include "mem/tracker/peak_search.h"
+#include "mem/tracker/tracker_state.h"
+#include "platform/thread.h"
+
+namespace {
+
+#define MEM_COLD __attribute__((noinline, cold))
+
+// A peak of the process: everybody's share of it is kept. Events wait meanwhile.
+MEM_COLD void record_peak(std::int64_t total) {
+    const THREAD_NOT_CANCELLED message_is_written;
+    mem_tbb_peak_search.record(total);
+    const auto threshold = static_cast<std::int64_t>(mem_fileline_peak_snapshot_threshold);
+    mem_msg_debug(
+        "Memory tracking: recording peak bytes at %lld bytes (timeline index %llu), next peak at >= %lld "
+        "bytes",
+        static_cast<long long>(total), static_cast<unsigned long long>(mem_tbb_timeline_index.read()),
+        static_cast<long long>(mem_next_peak_at_least(total, threshold)));
+    const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
+    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    for (auto& [pc, site] : mem_tbb_call_sites->records()) {
+        site.counters.peak_blocks = site.counters.current_blocks;
+        site.counters.peak_bytes = site.counters.current_bytes;
+    }
+    mem_tbb_peak_timeline_index = mem_tbb_timeline_index.read();
+}
+
+// Looks at the total from before this free.
+bool is_new_peak(std::uint32_t word) {
+    if ((word & mem_timeline_mask) == 0) return false;
+    const std::int64_t total = mem_tbb_total_bytes.read();
+    if (!mem_tbb_peak_search.is_due(total)) [[likely]]
+        return false;
+    record_peak(total);
+    return true;
+}
+
+MEM_COLD void sample_labels_and_process(std::uint32_t word) {
+    const THREAD_NOT_CANCELLED figures_are_read;
+    if ((word & (MEM_TRACKING_PROFILE_BIN_TAGS | MEM_TRACKING_PER_LIBRARY)) != 0)
+        mem_tbb_timeline_labels->sample();
+    if ((word & MEM_TRACKING_AUXILIARY_TIMELINE) != 0) mem_tbb_auxiliary_timeline->capture();
+}
+
+MEM_COLD void pass_sampling_point(std::int64_t total) {
+    const std::uint64_t index = mem_tbb_timeline_index.take_next();
+    if (index % 8 != 0) return;
+    const THREAD_NOT_CANCELLED message_is_written;
+    const auto shown_index = static_cast<unsigned long long>(index);
+    const auto shown_total = static_cast<long long>(total);
+    if (mem_tbb_no_msg_debug) {
+        std::printf("Debug: MEM: Memory tracking: at timeline index %llu with total memory %lld\n",
+                    shown_index, shown_total);
+    } else {
+        mem_msg_debug("Debug: MEM: Memory tracking: at timeline index %llu with total memory %lld\n",
+                      shown_index, shown_total);
+    }
+}
+
+#undef MEM_COLD
+
+void move_total(std::uint32_t word, std::int64_t amount, bool sampling_point) {
+    if ((word & mem_timeline_mask) == 0) return;
+    const std::int64_t total = mem_tbb_total_bytes.add(amount);
+    if (sampling_point) [[unlikely]]
+        pass_sampling_point(total);
+}
+
+}  // namespace
+
+void mem_tbb_track_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
+                         const STACK_WALK_START& start) {
+    const std::uint32_t word = mem_tracking_word;
+    const bool sampling_point = mem_take_event_number();
+    if ((word & mem_stack_walk_bits) != 0)
+        mem_attribute_alloc(address, requested, allocated, word, sampling_point, start);
+    if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) {
+        mem_charge_bin_and_tag(address, allocated);
+        if (sampling_point) [[unlikely]]
+            mem_tbb_tag_timeline->sample();
+    }
+    if (sampling_point) [[unlikely]]
+        sample_labels_and_process(word);
+    if ((word & mem_stats_bits) != 0) mem_stats_add_block(allocated);
+    move_total(word, static_cast<std::int64_t>(allocated), sampling_point);
+}
+
+void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated) {
+    const std::uint32_t word = mem_tracking_word;
+    const bool peak_hit = is_new_peak(word);
+    // A peak is a sampling point too, but takes its number like every event.
+    const bool sampling_point = mem_take_event_number() || peak_hit;
+    if ((word & mem_stack_walk_bits) != 0) mem_attribute_dealloc(address, allocated, word, sampling_point);
+    if ((word & mem_stats_bits) != 0) mem_stats_remove_block(allocated);
+    if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) {
+        if (peak_hit) [[unlikely]] {
+            mem_tbb_bin_table->take_peak();
+            mem_tbb_tag_table->take_peak();
+        }
+        if (sampling_point) [[unlikely]]
+            mem_tbb_tag_timeline->sample();
+        mem_discharge_bin_and_tag(address, allocated);
+    }
+    if (sampling_point) [[unlikely]]
+        sample_labels_and_process(word);
+    move_total(word, -static_cast<std::int64_t>(allocated), sampling_point);
+}
+
+void mem_expect_dealloc(std::uint64_t address) {
+    const std::uint32_t word = mem_tracking_word;
+    if ((word & mem_stack_walk_bits) != 0) mem_address_table->prefetch(address);
+    if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) mem_bin_tag_shards->prefetch(address);
+}

@@ -1,0 +1,12 @@
+// What the allocator calls, and the switch that attaches it.
+#pragma once
+
+#include <cstddef>
+
+// Run by the allocator after an allocation (also a failed one, with a null block) and before a free. They
+// keep errno, and an allocation made inside goes to the profiler counters alone.
+void mem_tbb_new_hook(const void* block, std::size_t requested);
+void mem_tbb_delete_hook(const void* block);
+
+void mem_attach_tracker_hooks();
+void mem_detach_tracker_hooks();

@@ -1,0 +1,126 @@
+// Everything at once. A data race shows under ThreadSanitizer, a deadlock as a time-out, and what gets lost
+// in the sums. KTL_MEM_STORM_SECONDS sets how long it goes on.
+#include <array>
+
+#include "mem/attribution/module_trackers.h"
+#include "tests/bins/on_threads.h"
+#include "tests/tracker/all_calls.h"
+#include "tests/tracker/tracked_events.h"
+
+namespace {
+
+constexpr int allocating_threads = 8;
+
+std::chrono::seconds length_of_storm() {
+    const char* const seconds = std::getenv("KTL_MEM_STORM_SECONDS");
+    return std::chrono::seconds(seconds != nullptr ? std::atoi(seconds) : 2);
+}
+
+// A block's size follows from its address, so that any thread can free it.
+std::uint64_t bytes_of(std::uint64_t address) {
+    return 16 + (address >> 4) % 97 * 16;
+}
+
+// Threads put blocks into places and free what they find there, whoever allocated it.
+class Exchange {
+  public:
+    void put_block(int thread, std::uint64_t number) {
+        using SITE = void(std::uint64_t, std::uint64_t);
+        constexpr std::array<SITE*, 4> sites = {allocate_at<1>, allocate_at<2>, allocate_at<3>,
+                                                allocate_at<4>};
+        const std::uint64_t address = (static_cast<std::uint64_t>(thread) + 1) << 40 | number << 4;
+        sites[number % sites.size()](address, bytes_of(address));
+        allocated += static_cast<std::int64_t>(bytes_of(address));
+        free_block(places[number * 7919 % places.size()].exchange(address));
+    }
+    void free_all() {
+        for (auto& place : places) free_block(place.exchange(0));
+    }
+    std::int64_t live() const {
+        std::int64_t bytes = 0;
+        for (const auto& place : places)
+            if (place != 0) bytes += static_cast<std::int64_t>(bytes_of(place));
+        return bytes;
+    }
+
+    std::atomic<std::int64_t> allocated{0};
+
+  private:
+    static void free_block(std::uint64_t address) {
+        if (address != 0) release(address, bytes_of(address));
+    }
+    std::array<std::atomic<std::uint64_t>, 512> places{};
+};
+
+class Storm : public TrackedEvents {
+  protected:
+    Storm() {
+        mem_set_msg_local_vdebug_callback([](const char*, const char*, va_list) { return true; });
+        mem_library_snapshot_period = 5000;
+        set_threshold(20000);
+    }
+
+    static std::pair<std::int64_t, std::int64_t> current_and_ever(const MEM_PROFILE_BIN_TABLE& table) {
+        std::pair<std::int64_t, std::int64_t> sums;
+        for (std::uint32_t id = 0; id < table.size(); ++id) {
+            sums.first += table.row(id).current;
+            sums.second += table.row(id).cumulative;
+        }
+        return sums;
+    }
+    static std::pair<std::int64_t, std::int64_t> current_and_ever_of_call_sites() {
+        std::pair<std::int64_t, std::int64_t> sums;
+        for (const auto& [pc, site] : mem_tbb_call_sites->records()) {
+            sums.first += site.counters.current_bytes;
+            sums.second += site.counters.cumulative_bytes;
+        }
+        return sums;
+    }
+    static std::int64_t current_of_modules() {
+        std::int64_t sum = 0;
+        mem_tbb_module_trackers->for_each_at_rest([&](const auto& module) { sum += module.current_bytes; });
+        return sum;
+    }
+};
+
+TEST_F(Storm, CallsOfAllKindsGoOnBesideEvents) {
+    mem_tbb_bin_table->clear();  // of what other tests have left
+    Exchange exchange;
+    {
+        const Meanwhile phases(1, pass_a_phase);
+        const Meanwhile flushes(2, flush_and_sample);
+        const Meanwhile resets(1, reset);
+        const Meanwhile dumps(2, dump_everything);
+        const auto end = std::chrono::steady_clock::now() + length_of_storm();
+        on_threads(allocating_threads, [&](int thread) {
+            for (std::uint64_t i = 0; std::chrono::steady_clock::now() < end; ++i)
+                exchange.put_block(thread, i);
+        });
+    }
+    // Resets leave bins and statistics alone.
+    const std::int64_t live = exchange.live();
+    EXPECT_EQ(current_and_ever(*mem_tbb_bin_table), std::pair(live, exchange.allocated.load()));
+    EXPECT_EQ(mem_get_stats().current.bytes, live);
+    exchange.free_all();
+    EXPECT_EQ(mem_get_stats().current.blocks, 0);
+}
+
+TEST_F(Storm, AllSumsAgreeWithTheTotal) {
+    Exchange exchange;
+    {
+        const Meanwhile phases(1, pass_a_phase);
+        const Meanwhile flushes(1, flush_and_sample);
+        const Meanwhile dumps(1, dump_everything);
+        on_threads(allocating_threads, [&](int thread) {
+            for (std::uint64_t i = 0; i < 2000; ++i) exchange.put_block(thread, i);
+        });
+    }
+    const auto expected = std::pair(exchange.live(), exchange.allocated.load());
+    EXPECT_EQ(mem_tbb_total_bytes.read(), expected.first);
+    EXPECT_EQ(current_and_ever(*mem_tbb_tag_table), expected);
+    EXPECT_EQ(current_and_ever_of_call_sites(), expected);
+    EXPECT_EQ(current_of_modules(), expected.first);
+    exchange.free_all();
+}
+
+}  // namespace
