@@ -1,0 +1,31 @@
+#include "mem/report/filters_file.h"
+
+#include <fstream>
+#include <iostream>
+#include <locale>
+
+#include "mem/attribution/call_sites.h"
+#include "mem/report/report_files.h"
+
+namespace {
+
+void write_row(std::ostream& out, std::uint64_t pc, const MEM_STACK_FRAME& frame) {
+    out << '"' << reinterpret_cast<const void*>(pc) << "\",\"" << frame.module << "\",\"" << frame.function
+        << "\",\"";
+    if (frame.file[0] != '\0') out << frame.file << ':' << frame.line;
+    out << '"' << std::endl;
+}
+
+}  // namespace
+
+void mem_write_filters_file() {
+    std::ofstream out(mem_report_file_name("mem_tbb_filters."));
+    if (!out) {
+        std::cerr << "unable to create VMP filters file" << std::endl;
+        return;
+    }
+    out.imbue(std::locale::classic());  // whatever the host has set for all streams
+    out << R"("PC","module","function","fileline")" << std::endl;
+    for (const auto& [pc, site] : mem_tbb_call_sites->records())
+        if (site.is_filtered) write_row(out, pc, site.frame);
+}

@@ -1,0 +1,76 @@
+#include "mem/report/leak_reports.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iomanip>
+#include <locale>
+#include <string>
+#include <vector>
+
+#include "ktl_mem/services.h"
+#include "mem/attribution/call_sites.h"
+#include "mem/base/internal_error.h"
+#include "mem/base/stats.h"
+#include "mem/base/tracking_word.h"
+#include "mem/report/report_files.h"
+#include "platform/shared_log.h"
+
+namespace {
+
+constexpr const char* za_log = "veldrin_za_leak_warning.txt";
+constexpr const char* rule = "===============================\n";
+
+bool in_za_mode() {
+    return mem_env_switch_is_on("MEM_LEAK_TRACKING_IN_ZA_MODE");
+}
+
+std::vector<const MEM_CALL_SITE*> leaking_sites() {
+    std::vector<const MEM_CALL_SITE*> sites;
+    for (const auto& [pc, site] : mem_tbb_call_sites->records())
+        if (site.counters.current_bytes > 0) sites.push_back(&site);
+    std::sort(sites.begin(), sites.end(), [](const MEM_CALL_SITE* a, const MEM_CALL_SITE* b) {
+        return a->counters.current_bytes > b->counters.current_bytes;
+    });
+    return sites;
+}
+
+void write_leak(std::ostream& out, const MEM_CALL_SITE& site) {
+    const MEM_STACK_FRAME& frame = site.frame;
+    out << frame.module << " leaked " << site.counters.current_bytes << " bytes in "
+        << site.counters.current_blocks << " object(s) allocated at " << frame.file << ':' << frame.line
+        << ' ' << frame.function << std::endl;
+}
+
+std::string fast_block() {
+    const MEM_STATS stats = mem_get_stats();
+    std::ostringstream block;
+    block.imbue(std::locale::classic());
+    block << mem_gen_get_module_filename() << " memory leak summary\n"
+          << rule << "Leaked bytes:      " << std::setw(12) << stats.current.bytes
+          << "\nPeak bytes on heap:" << std::setw(12) << stats.peak.bytes << '\n'
+          << rule << '\n';
+    return block.str();
+}
+
+}  // namespace
+
+void mem_dump_tbb_leak_tracking() {
+    const std::vector<const MEM_CALL_SITE*> sites = leaking_sites();
+    const std::string usual_name = mem_report_file_name("mem_tbb_leak_warning.");
+    std::ofstream out(in_za_mode() ? za_log : usual_name);
+    if (!out) return;
+    out.imbue(std::locale::classic());  // whatever the host has set for all streams
+    out << "MEM: TBB Leak Checking Summary." << std::endl << std::endl;
+    std::int64_t total = 0;
+    for (const MEM_CALL_SITE* site : sites) {
+        if (site->frame.pc == 0) continue;  // what could not be attributed is no one's leak
+        write_leak(out, *site);
+        total += site->counters.current_bytes;
+    }
+    out << std::endl << "Total leaked bytes: " << total << std::endl;
+}
+
+void mem_dump_tbb_fast_leak_tracking() {
+    append_to_shared_log(in_za_mode() ? za_log : "mem_tbb_fast_leak_warning.log",
+                         "For more detail, use INI mem_check_leaks=on\n\n", fast_block());
+}

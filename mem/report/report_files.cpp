@@ -1,0 +1,92 @@
+#include "mem/report/report_files.h"
+
+#include <boost/iostreams/device/null.hpp>
+#include <boost/iostreams/stream.hpp>
+#include <fstream>
+
+#include "ktl_mem/reports.h"
+#include "mem/attribution/call_sites.h"
+#include "mem/attribution/module_trackers.h"
+#include "mem/base/internal_error.h"
+#include "mem/base/tracking_word.h"
+#include "mem/bins/timeline_labels.h"
+#include "mem/report/auxiliary_report.h"
+#include "mem/report/bin_stats_report.h"
+#include "mem/report/filters_file.h"
+#include "mem/report/leak_reports.h"
+#include "mem/report/timeline_report.h"
+#include "mem/timeline/auxiliary_timeline.h"
+#include "mem/timeline/module_timelines.h"
+#include "mem/timeline/tag_timeline.h"
+#include "mem/tracker/exe_string.h"
+
+namespace {
+
+// A file that cannot be opened leaves its stream failed: the report runs against it and no text arrives.
+std::ofstream open_report(const char* prefix) {
+    return std::ofstream(mem_report_file_name(prefix));
+}
+
+void write_call_sites() {
+    std::ofstream fileline = open_report("mem_tbb_fileline.");
+    mem_dump_tbb_fileline_tracking(fileline);
+    std::ofstream subsystem = open_report("mem_tbb_subsystem.");
+    mem_dump_tbb_subsystem_tracking(subsystem);
+}
+
+void write_auxiliary() {
+    mem_tbb_auxiliary_timeline->capture();
+    std::ofstream out = open_report("mem_tbb_auxiliary_timeline.");
+    if (out) dump_auxiliary_timeline(out);
+}
+
+void write_modules() {
+    mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+    std::ofstream plain = open_report("mem_tbb_timeline.");
+    std::ofstream detailed = open_report("mem_tbb_timeline_detailed.");
+    mem_dump_module_timelines(plain, detailed, MEM_MODULE_VALUE::CURRENT_BYTES);
+    std::ofstream blocks_plain = open_report("mem_tbb_cumulative_blocks_timeline.");
+    std::ofstream blocks_detailed = open_report("mem_tbb_cumulative_blocks_timeline_detailed.");
+    mem_dump_module_timelines(blocks_plain, blocks_detailed, MEM_MODULE_VALUE::CUMULATIVE_BLOCKS);
+}
+
+void write_bins_and_tags() {
+    mem_tbb_tag_timeline->sample();
+    boost::iostreams::stream<boost::iostreams::null_sink> discarded{boost::iostreams::null_sink()};
+    std::ofstream detailed = open_report("mem_tbb_pbin_tag_timeline_detailed.");
+    std::ofstream tags = open_report("mem_tbb_pbin_tag_stats.");
+    std::ofstream tags_mb = open_report("mem_tbb_pbin_tag_stats_mb.");
+    std::ofstream bins = open_report("mem_tbb_pbin_stats.");
+    std::ofstream bins_mb = open_report("mem_tbb_pbin_stats_mb.");
+    mem_dump_tag_timeline(discarded, detailed);
+    mem_dump_tag_stats(tags, MEM_STATS_UNIT::BYTES);
+    mem_dump_tag_stats(tags_mb, MEM_STATS_UNIT::MEBIBYTES);
+    mem_dump_bin_stats(bins, MEM_STATS_UNIT::BYTES);
+    mem_dump_bin_stats(bins_mb, MEM_STATS_UNIT::MEBIBYTES);
+}
+
+void write_leaks() {
+    const std::uint32_t word = mem_tracking_word;
+    if ((word & MEM_TRACKING_LEAKS) != 0) {
+        mem_dump_tbb_leak_tracking();
+    } else if ((word & MEM_TRACKING_LEAKS_FAST) != 0) {
+        mem_dump_tbb_fast_leak_tracking();
+    }
+}
+
+}  // namespace
+
+std::string mem_report_file_name(const char* prefix) {
+    mem_require(mem_tbb_exe_string != nullptr, "mem_tbb_exe_string != nullptr", __LINE__);
+    return prefix + *mem_tbb_exe_string + ".log";
+}
+
+void mem_write_report_files() {
+    if (mem_report_fileline) write_call_sites();
+    if (mem_report_library || mem_report_bin_tags) mem_tbb_timeline_labels->sample();
+    if (mem_report_auxiliary_timeline) write_auxiliary();
+    if (mem_report_library) write_modules();
+    if (mem_report_bin_tags) write_bins_and_tags();
+    write_leaks();
+    if (mem_tbb_any_frame_filtered) mem_write_filters_file();
+}

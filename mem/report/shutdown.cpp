@@ -1,0 +1,109 @@
+#include "mem/report/shutdown.h"
+
+#include <iostream>
+#include <mutex>
+
+#include "ktl_mem/reports.h"
+#include "ktl_mem/tracking.h"
+#include "mem/attribution/address_table.h"
+#include "mem/attribution/call_sites.h"
+#include "mem/base/tracker_phase.h"
+#include "mem/base/tracking_word.h"
+#include "mem/bins/bin_tag_shards.h"
+#include "mem/bins/profile_bin_table.h"
+#include "mem/bins/profile_bins.h"
+#include "mem/bins/timeline_labels.h"
+#include "mem/debug/allocation_log.h"
+#include "mem/report/report_files.h"
+#include "mem/report/report_gate.h"
+#include "mem/timeline/module_timelines.h"
+#include "mem/timeline/tag_timeline.h"
+#include "mem/tracker/exe_string.h"
+#include "mem/tracker/flushed_peaks.h"
+#include "mem/tracker/hooks.h"
+#include "mem/tracker/tracker_objects.h"
+#include "platform/process_life.h"
+
+namespace {
+
+template <class OBJECT>
+void delete_and_clear(OBJECT*& object) {
+    delete object;
+    object = nullptr;
+}
+
+void stop_bins() {
+    const std::uint32_t word = mem_tracking_word;
+    if ((word & MEM_TRACKING_ALLOC_DEALLOC) != 0) mem_set_tbb_memory_tracking_enabled(false);
+    if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) mem_tbb_bin_tags_enabled = false;
+}
+
+void clear_report_flags() {
+    mem_report_fileline = false;
+    mem_report_library = false;
+    mem_report_bin_tags = false;
+    mem_report_auxiliary_timeline = false;
+}
+
+void free_tables() {
+    delete mem_tbb_profile_bins.exchange(nullptr);
+    delete_and_clear(mem_tbb_gate);
+    delete_and_clear(mem_tbb_tag_timeline);
+    delete_and_clear(mem_tbb_tag_table);
+    delete_and_clear(mem_tbb_bin_table);
+    delete_and_clear(mem_tbb_timeline_labels);
+    delete_and_clear(mem_bin_tag_shards);
+    delete_and_clear(mem_tbb_module_timelines);
+    delete_and_clear(mem_address_table);
+    delete_and_clear(mem_tracker_pool);
+    delete_and_clear(mem_tbb_call_sites);
+    delete_and_clear(mem_tbb_module_trackers);
+    delete_and_clear(mem_tbb_exe_string);
+    delete_and_clear(mem_tbb_flushed_peaks);
+}
+
+}  // namespace
+
+void mem_shutdown_tbb_tracking() {
+    if (!mem_tbb_tracker_is_inited()) return;
+    if (mem_thread_state.in_tracker || mem_thread_state.holds_gate) {
+        // The process ends inside an event or a report of this very thread, whose locks can't be waited for.
+        std::cerr << "ktl_mem: the process ends inside the memory tracker; its reports are not written"
+                  << std::endl;
+        return;
+    }
+    // One shut-down at a time; a second one finds the flags clear.
+    static std::mutex shutdown_mutex;
+    const std::lock_guard<std::mutex> one(shutdown_mutex);
+    mem_close_allocation_log();
+    stop_bins();
+    mem_detach_tracker_hooks();
+    const MEM_BLOCK_TRACKING_SCOPE not_an_event;
+    const MEM_REPORT_GATE alone;
+    mem_restore_flushed_peaks();
+    mem_write_report_files();
+    mem_disable_tracking(MEM_TRACKING_ALL);
+    clear_report_flags();
+}
+
+void mem_cleanup_tbb_tracking() {
+    if (!mem_tbb_tracker_is_inited()) return;
+    mem_shutdown_tbb_tracking();
+    mem_tbb_tracker_phase.store(MEM_TRACKER_PHASE::ended, std::memory_order_release);
+    if (mem_thread_state.in_tracker || mem_thread_state.holds_gate) return;
+    // Events that entered the gate before they could see this are waited for: behind this call lie the
+    // destructors of what they use.
+    { const MEM_GATE_SCOPE nobody_inside(*mem_tbb_gate, MEM_CAT); }
+    // A late caller on another thread may have looked at the phase just before.
+    if (is_only_thread()) free_tables();
+}
+
+void mem_abandon_tracking_in_child() {
+    if (!mem_tbb_tracker_is_inited()) return;
+    mem_tbb_tracker_phase.store(MEM_TRACKER_PHASE::ended, std::memory_order_release);
+    mem_tracking_word = 0;
+    clear_report_flags();
+    mem_tbb_memory_tracking_enabled = false;
+    mem_tbb_bin_tags_enabled = false;
+    mem_forget_allocation_log();
+}
