@@ -1,0 +1,31 @@
+#include "mem/library/thread_wrapper.h"
+
+#include <mutex>
+
+#include "mem/base/counted_lock.h"
+#include "mem/frame/out_of_memory.h"
+#include "mem/frame/reserves.h"
+#include "platform/ktl_thr.h"
+
+namespace {
+
+THR_WRAPPER mem_next_thread_wrapper = nullptr;
+
+// Both arguments and the result belong to the thread library and pass through unchanged.
+void* mem_thread_wrapper(void* first, void* second) {
+    {
+        const std::lock_guard<MEM_COUNTED_LOCK> guard(mem_lock);
+        mem_allocate_reserve_buffers();
+    }
+    mem_renew_out_of_memory_modes();
+    void* const result = mem_next_thread_wrapper(first, second);
+    const std::lock_guard<MEM_COUNTED_LOCK> guard(mem_lock);
+    mem_free_reserve_buffers();
+    return result;
+}
+
+}  // namespace
+
+void mem_chain_thread_wrapper() {
+    thr_thread_set_next_wrapper_func(mem_thread_wrapper, &mem_next_thread_wrapper);
+}
