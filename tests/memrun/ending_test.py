@@ -1,0 +1,91 @@
+"""How runs end: statuses, signals, faults, memory that runs out."""
+
+import os
+import signal
+import subprocess
+import unittest
+
+from launcher import MEMRUN, PYTHON, SUBJECT, LauncherTest
+
+
+class Endings(LauncherTest):
+    def start(self, *command, **settings):
+        """Starts a tracked program, in a process group of its own, and waits for its first line."""
+        process = subprocess.Popen([MEMRUN, "-o", "reports", "--force", *command], cwd=self.folder, stdin=subprocess.PIPE,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True, **settings)
+        self.assertEqual(process.stdout.readline(), b"ready\n")
+        return process
+
+    def end(self, process):
+        output, errors = process.communicate(timeout=120)
+        return process.returncode, output, errors.decode()
+
+    def test_signals_that_the_program_does_not_handle(self):
+        for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT):
+            for behaviour in ("wait", "busy"):
+                for whole_group in (False, True):
+                    with self.subTest(number=number, behaviour=behaviour, whole_group=whole_group):
+                        process = self.start(SUBJECT, behaviour)
+                        (os.killpg if whole_group else os.kill)(process.pid, number)
+                        status, output, errors = self.end(process)
+                        self.assertEqual((status, output), (-number, b""))
+                        self.assertIn(f"was ended by {number.name}", errors)
+                        self.assertGreater(self.total("mem_tbb_fileline.memrun_subject.log", "Cumulative bytes"), 0)
+
+    def test_signals_that_the_program_handles(self):
+        script = ("import signal, sys, time\n"
+                  "found = signal.getsignal(signal.SIGTERM)\n"
+                  "try: print('ready', flush=True); time.sleep(60)\n"
+                  "except KeyboardInterrupt: print(found == signal.SIG_DFL); sys.exit(9)\n")
+        process = self.start(PYTHON, "-c", script)
+        os.kill(process.pid, signal.SIGINT)
+        self.assertEqual(self.end(process)[:2], (9, b"True\n"))
+
+    def test_default_set_and_sent_by_the_program_itself(self):
+        script = ("import os, signal, time\n"
+                  "signal.signal(signal.SIGTERM, lambda *_: 0)\n"
+                  "signal.signal(signal.SIGTERM, signal.SIG_DFL)\n"
+                  "os.kill(os.getpid(), signal.SIGTERM); time.sleep(60)\n")
+        result = self.run_tracked(PYTHON, "-c", script)
+        self.assertEqual(result.returncode, -signal.SIGTERM)
+        self.assertIn("fileline", self.report_kinds())
+
+    def test_ignored_signals_stay_ignored(self):
+        process = self.start("/bin/sh", "-c", "trap '' HUP; exec \"$@\"", "sh", PYTHON, "-c",
+                             "print('ready', flush=True); input(); print('alive')")
+        os.kill(process.pid, signal.SIGHUP)
+        process.stdin.write(b"\n")
+        self.assertEqual(self.end(process)[:2], (0, b"alive\n"))
+
+    def test_forked_children_leave_no_reports(self):
+        script = "import os\nif os.fork() == 0: os.kill(os.getpid(), 15)\nprint(os.wait()[1])"
+        result = self.run_tracked(PYTHON, "-c", script)
+        self.assertEqual((result.returncode, result.stdout), (0, b"15\n"))
+        self.assertEqual(len(list(self.reports.glob("mem_tbb_fileline.*"))), 1)
+
+    def test_faults_and_memory_that_runs_out(self):
+        table = (
+            ((SUBJECT, "fault"), -signal.SIGSEGV, "died of a fault: SIGSEGV", "No reports"),
+            ((SUBJECT, "too-much"), -signal.SIGABRT, "it ran out of memory", "allocated"),
+            ((PYTHON, "-c", "bytearray(1 << 45)"), 1, "an allocation of 32.0 TiB failed", "allocated"),
+            # A host's own end of memory, reached from outside.
+            ((PYTHON, "-c", "import ctypes; ctypes.CDLL(None).mem_out_of_memory()"), 1, "it ran out of memory", "allocated"),
+            ((PYTHON, "-c", "import os; os.kill(os.getpid(), 9)"), -signal.SIGKILL, "SIGKILL", "No reports"),
+            ((SUBJECT, "fast"), 5, "ended with status 5", "not freed"),
+        )
+        for command, status, ending, reports in table:
+            with self.subTest(command=command):
+                result = self.run_tracked("--force", *command)
+                self.assertEqual(result.returncode, status)
+                self.assertIn(ending, result.stderr.decode())
+                self.assertIn(reports, result.stderr.decode())
+
+    def test_a_refused_allocation_is_the_programs_to_handle(self):
+        script = "try: bytearray(1 << 45)\nexcept MemoryError: print('caught')"
+        result = self.run_tracked(PYTHON, "-c", script)
+        self.assertEqual((result.returncode, result.stdout), (0, b"caught\n"))
+        self.assertNotIn(b"memory:", result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,194 @@
+"""What the options do, and what the launcher refuses."""
+
+import os
+import pathlib
+import pty
+import shutil
+import subprocess
+import unittest
+
+from launcher import MEMRUN, PYTHON, SUBJECT, LauncherTest
+
+TIMELINES = {"timeline", "timeline_detailed", "cumulative_blocks_timeline", "cumulative_blocks_timeline_detailed"}
+BINS = {"pbin_tag_timeline_detailed", "pbin_tag_stats", "pbin_tag_stats_mb", "pbin_stats", "pbin_stats_mb"}
+
+
+class Options(LauncherTest):
+    def test_switches_choose_the_reports(self):
+        table = {
+            (): {"fileline", "subsystem", "leak_warning"},
+            ("--lines",): {"fileline", "subsystem"},
+            ("--modules",): TIMELINES,
+            ("--bins",): set(),
+            ("--bin-tags",): BINS,
+            ("--leaks",): {"leak_warning"},
+            ("--fast-leaks",): {"fast_leak_warning"},
+            ("--aux",): {"auxiliary_timeline"},
+            ("--lines", "--aux"): {"fileline", "subsystem", "auxiliary_timeline"},
+            ("--all",): {"fileline", "subsystem", "leak_warning", "auxiliary_timeline"} | TIMELINES | BINS,
+            ("--fast-leaks", "--log"): {"fast_leak_warning", "mem_allocations"},
+        }
+        for switches, kinds in table.items():
+            with self.subTest(switches=switches):
+                result = self.run_tracked("--force", *switches, "--", SUBJECT, "leak")
+                self.assertEqual((result.returncode, self.report_kinds()), (7, kinds), result.stderr)
+
+    def test_call_sites_and_leaks_are_exact(self):
+        self.run_tracked("--name", "word", SUBJECT, "leak")
+        # The allocator gives 1024 bytes for 1000.
+        site = next(row for row in self.rows("mem_tbb_fileline.word.log") if row["File"].endswith("subject.cpp"))
+        self.assertIn("hold(", site["Function"])
+        self.assertEqual((site["Current bytes"], site["Cumulative requested bytes"], site["Current blocks"]),
+                         ("3072", "3000", "3"))
+        self.assertIn(f"leaked 3072 bytes in 3 object(s) allocated at {site['File']}:{site['Line']}",
+                      (self.reports / "mem_tbb_leak_warning.word.log").read_text())
+
+    def test_settings_reach_the_tracker(self):
+        (self.folder / "filters").write_text("filter_function (anonymous\n")
+        self.run_tracked("--filters", "filters", SUBJECT, "leak")
+        sites = self.rows("mem_tbb_fileline.memrun_subject.log")
+        self.assertTrue(any(row["Function"].startswith("main") for row in sites), sites)
+        self.assertFalse(any("hold(" in row["Function"] for row in sites), sites)
+        for switches, known in ((("--force",), False), (("--force", "--unknown-lines"), True)):
+            result = self.run_tracked(*switches, "perl", "-e", "1")
+            self.assertEqual(any(row["Module"] == "perl" for row in self.rows("mem_tbb_fileline.perl.log")), known)
+            self.assertEqual(b"try --unknown-lines" in result.stderr, not known)
+        for period, rows in (("1", range(8, 10000)), ("1000000", range(1, 4))):
+            self.run_tracked("--force", "--modules", "--sample-period", period, SUBJECT, "leak")
+            text = (self.reports / "mem_tbb_timeline.memrun_subject.log").read_text()
+            self.assertIn(text.count("\n") - 4, rows)
+        self.assertEqual(self.run_tracked("--force", "-q", "--fill-new", "0xCD", "--fill-freed", "221", SUBJECT,
+                                          "fill").stdout, b"cd dd\n")
+
+    def test_log_balances_with_the_counters(self):
+        self.run_tracked("--lines", "--log", SUBJECT, "leak")
+        lines = (self.reports / "mem_allocations.memrun_subject.log").read_text().splitlines()
+        self.assertTrue(all(line.endswith(("type=alloc", "type=free")) for line in lines))
+        self.assertEqual(sum("size=1000, type=alloc" in line for line in lines), 3)
+
+    def test_children_are_followed_when_asked(self):
+        command = ("--", "/bin/sh", "-c", f"{PYTHON} -c 1; {PYTHON} -c 2; exit 4")
+        for switches, count in (((), 1), (("--follow-children",), 3)):
+            result = self.run_tracked("--force", *switches, *command)
+            self.assertEqual((result.returncode, len(list(self.reports.glob("mem_tbb_fileline.sh*")))), (4, count))
+            self.assertEqual(b"3 programs, 3 left reports" in result.stderr, count == 3)
+
+    def test_the_program_sees_its_own_world(self):
+        script = ("import os; print(sorted(os.environ.items()), os.getcwd(), os.listdir('/proc/self/fd'), "
+                  "open('/proc/self/status').read().count('Threads:\\t1\\n'), input())")
+        environment = {**os.environ, "LD_PRELOAD": "libm.so.6", "VELDRIN_MEM_PROFILE_ALL": "0", "debug_msg": "on"}
+        command = (PYTHON, "-c", script)
+        plain = self.run_plain(*command, env=environment, input=b"line\n")
+        tracked = self.run_tracked("-q", "--all", *command, env=environment, input=b"line\n")
+        self.assertEqual((tracked.stdout, tracked.stderr), (plain.stdout, b""))
+        self.assertEqual(os.listdir(self.folder), ["reports"])
+
+    def test_scripts_are_tracked_in_their_interpreter(self):
+        script = self.folder / "script"
+        for first_line in (f"#!{PYTHON}", "#!/usr/bin/env -S A=1 python3"):
+            script.write_text(first_line + "\nprint('script')\n")
+            script.chmod(0o755)
+            result = self.run_tracked("--force", "./script", env={**os.environ, "PATH": "/usr/bin:/bin"})
+            self.assertEqual(result.stdout, b"script\n")
+            self.assertGreater(self.total("mem_tbb_fileline.script.log", "Cumulative bytes"), 100000)
+
+
+class Speech(LauncherTest):
+    def test_default_folder_and_summary(self):
+        result = self.run_plain(MEMRUN, SUBJECT, "leak")
+        lines = result.stderr.decode().splitlines()
+        (folder,) = self.folder.glob("ktl_mem.memrun_subject.*")
+        self.assertEqual(lines[0], f"ktl_memrun: reports go to {folder}")
+        self.assertLessEqual(len(lines), 11)
+        text = "\n".join(lines)
+        for part in ("ended with status 7", "not freed", "3.0 KiB in 3 blocks", "subject.cpp:", "ktl_memview show "):
+            self.assertIn(part, text)
+        self.assertEqual([path for path in folder.iterdir() if path.name.startswith(".")], [])
+
+    def test_peak_has_its_sampling_index(self):
+        result = self.run_tracked("--all", PYTHON, "-c", "1")
+        head = (self.reports / "mem_tbb_fileline.python3.log").read_text().splitlines()[0]
+        index = head.split("[at index ")[1].rstrip("]")
+        self.assertIn(f" at sampling index {index}\n", result.stderr.decode())
+
+    def test_quiet_and_colour(self):
+        self.assertEqual(self.run_tracked("-q", SUBJECT, "leak").stderr, b"")
+        for settings, coloured in (({"TERM": "xterm"}, True), ({"TERM": "xterm", "NO_COLOR": "1"}, False)):
+            ours, theirs = pty.openpty()
+            subprocess.run([MEMRUN, "--force", "-o", self.reports, SUBJECT, "leak"], stderr=theirs,
+                           env={"PATH": os.environ["PATH"], **settings})
+            self.assertEqual(b"\033[" in os.read(ours, 65536), coloured)
+            os.close(ours)
+            os.close(theirs)
+
+    def test_help_and_version(self):
+        for option in ("--help", "--version"):
+            result = self.run_plain(MEMRUN, option)
+            self.assertEqual((result.returncode, result.stderr), (0, b""))
+            self.assertIn(b"ktl_memrun", result.stdout)
+
+
+class Refusals(LauncherTest):
+    def refuse(self, status, reason, *arguments):
+        result = self.run_plain(MEMRUN, *map(str, arguments))
+        with self.subTest(arguments=arguments):
+            self.assertEqual(result.returncode, status, result.stderr)
+            self.assertIn(reason, result.stderr.decode())
+            self.assertEqual(list(self.folder.glob("ktl_mem.*")), [])
+
+    def patched(self, name, offset, value):
+        data = bytearray(pathlib.Path("/bin/true").read_bytes())
+        data[offset] = value
+        path = self.folder / name
+        path.write_bytes(data)
+        path.chmod(0o755)
+        return path
+
+    def test_command_lines_without_sense(self):
+        for arguments, reason in (((), "PROGRAM is required"), (("--bogus", "ls"), "--bogus"),
+                                  (("--fill-new", "256", "ls"), "256"), (("--peak-step", "2X", "ls"), "--peak-step"),
+                                  (("--sample-period", "0", "ls"), "--sample-period"),
+                                  (("--fast-leaks", "--all", "ls"), "--fast-leaks"),
+                                  (("--name", "a/b", "ls"), "a/b"), (("--filters", "nowhere", "ls"), "nowhere")):
+            self.refuse(125, reason, *arguments)
+
+    def test_programs_that_cannot_be_run_or_tracked(self):
+        plain_file = self.folder / "file"
+        plain_file.write_text("")
+        self.refuse(127, "not found", "no-such-program")
+        self.refuse(127, "No such file", "./no-such-program")
+        self.refuse(126, "Permission denied", plain_file)
+        self.refuse(126, "directory", self.folder)
+        self.refuse(126, "statically linked", os.environ["KTL_STATIC_SUBJECT"])
+        self.refuse(126, "32-bit", self.patched("narrow", 4, 1))
+        self.refuse(126, "another architecture", self.patched("foreign", 18, 0xB7))
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs a file of another owner")
+    def test_set_uid_programs(self):
+        path = self.folder / "privileged"
+        shutil.copy("/bin/true", path)
+        os.chown(path, 65534, 65534)
+        path.chmod(0o4755)
+        self.refuse(126, "set-uid", path)
+
+    def test_folders_with_reports_are_kept(self):
+        self.run_tracked("--name", "old", SUBJECT, "leak")
+        before = sorted(os.listdir(self.reports))
+        (self.reports / "notes.txt").write_text("kept")
+        result = self.run_tracked("--name", "new", SUBJECT, "leak")
+        self.assertEqual((result.returncode, result.stdout), (125, b""))
+        self.assertIn(b"--force", result.stderr)
+        self.assertEqual(sorted(os.listdir(self.reports)), before + ["notes.txt"])
+        self.assertEqual(self.run_tracked("--force", "--name", "new", SUBJECT, "leak").returncode, 7)
+        self.assertEqual(list(self.reports.glob("*.old.*")), [])
+        self.assertTrue((self.reports / "notes.txt").exists())
+
+    def test_folders_that_cannot_be_made(self):
+        (self.folder / "file").write_text("")
+        result = self.run_plain(MEMRUN, "-o", "file/deeper", SUBJECT, "leak")
+        self.assertEqual(result.returncode, 125)
+        self.assertIn(b"Not a directory", result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()

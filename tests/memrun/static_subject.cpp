@@ -1,0 +1,4 @@
+// A program into which nothing can be loaded.
+int main() {
+    return 0;
+}

@@ -1,0 +1,108 @@
+// The preloaded agent of ktl_memrun: a host of the library like any other, which gives a process that knows
+// nothing of the library its folder, its file names, and reports also when a signal ends it.
+#include <dlfcn.h>
+#include <link.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "ktl_mem/initializer.h"
+#include "ktl_mem/services.h"
+#include "ktl_mem/tracking.h"
+#include "tools/memrun/agent/end_signals.h"
+#include "tools/memrun/agent/failed_allocations.h"
+#include "tools/memrun/agent/interrupted_code.h"
+#include "tools/memrun/agent/note.h"
+#include "tools/memrun/agent/orders.h"
+#include "tools/memrun/agent/process_end.h"
+#include "tools/memrun/agent/reports.h"
+
+namespace memrun::agent {
+
+namespace {
+
+constinit Orders orders;
+
+// One module of the host that never goes away: the reports are the agent's to write, in the folder that it
+// chose, so the library must find no last module at the exit and end itself somewhere else.
+void hold_library() {
+    alignas(MEM_INITIALIZER) static char place[sizeof(MEM_INITIALIZER)];
+    new (place) MEM_INITIALIZER("memrun");
+}
+
+// Standard output belongs to the program, whatever it sets "debug_msg" to.
+bool swallow(const char*, const char*, va_list) {
+    return true;
+}
+
+// A program that takes malloc's address without being position-independent has a stand-in for it of its own,
+// which leads to whoever serves it; only a definition counts.
+void note_foreign_allocator() {
+    Dl_info info;
+    ElfW(Sym)* symbol = nullptr;
+    const void* serving = dlsym(RTLD_DEFAULT, "malloc");
+    if (dladdr1(serving, &info, reinterpret_cast<void**>(&symbol), RTLD_DL_SYMENT) == 0) return;
+    const bool is_definition = symbol != nullptr && symbol->st_shndx != SHN_UNDEF;
+    if (is_definition && std::strstr(info.dli_fname, "libtcmalloc_minimal") == nullptr)
+        append_note(orders, "allocator %s\n", info.dli_fname);
+}
+
+void serve_library() {
+    mem_set_msg_local_vdebug_callback(swallow);
+    mem_set_msg_local_vinfo_callback(swallow);
+    mem_set_gen_get_module_filename_callback([] { return std::string(orders.program); });
+    mem_set_tbb_exe_string(orders.word);
+}
+
+bool is_tracked() {
+    return orders.given && !orders.is_starter && getpid() == orders.owner;
+}
+
+void end_of_process() {
+    if (!is_tracked() || !claim_end()) return;
+    write_reports(orders, "exit");
+    finish_end();
+}
+
+void start() {
+    orders = read_orders();
+    if (!orders.given) return;
+    hold_library();
+    if (orders.is_starter) return;
+    restore_environment(orders.follow);
+    begin_note(orders);
+    note_foreign_allocator();
+    serve_library();
+    if (orders.log) start_log(orders);
+    watch_failed_allocations(orders);
+    watch_end_signals(orders);
+    std::at_quick_exit(end_of_process);
+}
+
+// Its end is an exit action that was registered after the library's and so runs before it.
+struct Agent {
+    Agent() {
+        const int saved_errno = errno;
+        const int was_blocked = mem_block_thread_tracking();
+        start();
+        if (was_blocked == 0) mem_unblock_thread_tracking();
+        errno = saved_errno;
+    }
+    ~Agent() { end_of_process(); }
+    Agent(const Agent&) = delete;
+    Agent& operator=(const Agent&) = delete;
+};
+
+const Agent agent;
+
+}  // namespace
+
+void on_fast_exit() {
+    if (is_tracked() && can_be_left_here()) end_of_process();
+}
+
+}  // namespace memrun::agent

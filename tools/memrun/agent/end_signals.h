@@ -1,0 +1,30 @@
+// SIGINT, SIGTERM, SIGHUP and SIGABRT that the program does not handle: reports are written, then the process
+// dies by the signal. An abort is among them because it is how a program ends whose memory ran out. The
+// handler is hidden from the program, which sees the default disposition (signal_view.cpp).
+#pragma once
+
+#include <csignal>
+
+#include "tools/memrun/agent/orders.h"
+
+namespace memrun::agent {
+
+// Takes over those of them that have the default disposition. `orders` must stay.
+void watch_end_signals(const Orders& orders);
+
+// True for one of them, in the process that watches them.
+bool is_watched(int signo);
+
+// The disposition that stands for the default one, and whether a disposition is that one.
+struct sigaction default_stand_in();
+bool is_stand_in(const struct sigaction& action);
+
+// Claims the end of the process for the calling thread. False when it has it already, as when memory runs out
+// while reports are written; does not return while another thread has it, since that one ends the process.
+bool claim_end();
+
+// The thread that has claimed an ordinary end says that the reports are written. A signal that came meanwhile
+// ends the process now; a later one does so at once.
+void finish_end();
+
+}  // namespace memrun::agent

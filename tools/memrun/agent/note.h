@@ -1,0 +1,14 @@
+// The note that tells the launcher about this process. Safe in a signal handler and in an allocator hook.
+#pragma once
+
+#include "tools/memrun/agent/orders.h"
+
+namespace memrun::agent {
+
+// Makes the note of this process. When another process took the word already, the word gets a number.
+void begin_note(Orders& orders);
+
+// Appends one line to it.
+void append_note(const Orders& orders, const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+}  // namespace memrun::agent

@@ -1,0 +1,77 @@
+#include "tools/memrun/agent/orders.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "tools/memrun/contract.h"
+
+namespace memrun::agent {
+
+namespace {
+
+bool is_set(const char* variable) {
+    return std::getenv(variable) != nullptr;
+}
+
+const char* base_name(const char* path) {
+    const char* slash = std::strrchr(path, '/');
+    return slash == nullptr ? path : slash + 1;
+}
+
+void read_executable(Orders& orders) {
+    const ssize_t size = readlink("/proc/self/exe", orders.program, sizeof orders.program - 1);
+    orders.program[size < 0 ? 0 : size] = 0;
+}
+
+// The launched program has the plain name; every other process adds its own name and number.
+void choose_word(Orders& orders, bool is_launched) {
+    const char* name = std::getenv(name_variable);
+    if (name == nullptr) name = "vii";
+    if (is_launched)
+        std::snprintf(orders.word, sizeof orders.word, "%s", name);
+    else
+        std::snprintf(orders.word, sizeof orders.word, "%.100s.%.100s.%d", name, base_name(orders.program),
+                      static_cast<int>(orders.owner));
+}
+
+}  // namespace
+
+Orders read_orders() {
+    Orders orders;
+    const char* dir = std::getenv(dir_variable);
+    const char* pid = std::getenv(pid_variable);
+    if (dir == nullptr || pid == nullptr) return orders;
+    orders.given = true;
+    orders.owner = getpid();
+    orders.follow = is_set(follow_variable);
+    orders.log = is_set(log_variable);
+    std::snprintf(orders.dir, sizeof orders.dir, "%s", dir);
+    read_executable(orders);
+    const char* wanted = std::getenv(program_variable);
+    const bool is_first = std::atoi(pid) == orders.owner && wanted != nullptr;
+    const bool is_launched = is_first && std::strcmp(wanted, orders.program) == 0;
+    orders.is_starter = is_first && !is_launched;
+    choose_word(orders, is_launched);
+    return orders;
+}
+
+void restore_environment(bool follow) {
+    char** kept = environ;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+        const std::string_view text = *entry;
+        if (follow) {
+            if (name_of(text) != program_variable) *kept++ = *entry;
+        } else if (text.starts_with(saved_prefix)) {
+            *kept++ = *entry + saved_prefix.size();
+        } else if (!text.starts_with(own_prefix) && !is_governed(name_of(text))) {
+            *kept++ = *entry;
+        }
+    }
+    *kept = nullptr;
+}
+
+}  // namespace memrun::agent

@@ -1,0 +1,29 @@
+// What the launcher ordered for this process, and the environment that the program is to see.
+#pragma once
+
+#include <sys/types.h>
+
+#include <climits>
+
+namespace memrun::agent {
+
+// Kept in plain arrays: programs overwrite the memory of their environment, and nothing here may allocate.
+struct Orders {
+    bool given = false;       // a launcher is there
+    bool is_starter = false;  // this process only starts the program that is to be tracked, as `env` does
+    bool follow = false;
+    bool log = false;
+    pid_t owner = 0;              // this process; a forked child has the same orders and must not act on them
+    char dir[PATH_MAX] = {};      // output folder, absolute
+    char word[NAME_MAX] = {};     // middle word of this process's report files
+    char program[PATH_MAX] = {};  // path of the executable
+};
+
+// Reads the launcher's variables of this process.
+Orders read_orders();
+
+// Gives the program the environment that it would have without the launcher; a process whose children are
+// followed keeps it, but for the word on which program was asked for. Allocates nothing.
+void restore_environment(bool follow);
+
+}  // namespace memrun::agent

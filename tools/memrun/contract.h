@@ -1,0 +1,85 @@
+// What the launcher and its preloaded agent agree on: the variables that carry the launcher's wishes into
+// the program, and the notes by which the agent tells how the program ended.
+#pragma once
+
+#include <array>
+#include <string_view>
+
+namespace memrun {
+
+// Every variable of the launcher's own begins with this.
+inline constexpr std::string_view own_prefix = "KTL_MEMRUN_";
+
+inline constexpr const char* dir_variable = "KTL_MEMRUN_DIR";      // output folder, absolute
+inline constexpr const char* name_variable = "KTL_MEMRUN_NAME";    // middle word of the file names
+inline constexpr const char* pid_variable = "KTL_MEMRUN_PID";      // the process that the launcher started
+inline constexpr const char* program_variable = "KTL_MEMRUN_EXE";  // the executable that is to be tracked
+inline constexpr const char* follow_variable =
+    "KTL_MEMRUN_FOLLOW";                                       // set: what the program starts is tracked too
+inline constexpr const char* log_variable = "KTL_MEMRUN_LOG";  // set: write the allocation log
+
+// A variable of the user's that the launcher has to change travels as this prefix and the user's
+// "NAME=VALUE", at its old place in the environment. Cutting the prefix off restores it without any memory.
+inline constexpr std::string_view saved_prefix = "KTL_MEMRUN_SAVED_";
+
+// What the launcher's options decide. A value that the user's environment holds is put aside for the tracker
+// and put back for the program. "debug_msg" is among them because its lines would mix with the program's
+// output.
+inline constexpr std::array<std::string_view, 34> governed_variables = {
+    "LD_PRELOAD",
+    "VELDRIN_MEM_PROFILE_ALL",
+    "VELDRIN_MEM_PROFILE_PER_BIN",
+    "VELDRIN_MEM_PROFILE_BIN_TAG_PLOT",
+    "VELDRIN_MEM_PROFILE_PER_LIBRARY",
+    "VELDRIN_MEM_PROFILE_PER_FILELINE",
+    "VELDRIN_MEM_CHECK_LEAKS",
+    "VELDRIN_MEM_CHECK_LEAKS_FAST",
+    "VELDRIN_MEM_PROFILE_AUXILIARY_TIMELINE",
+    "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD",
+    "VELDRIN_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD",
+    "MEM_LEAK_TRACKING_IN_ZA_MODE",
+    "MEM_PRINT_LIB_LOAD",
+    "mem_only_profile_single_executable",
+    "mem_profile_all",
+    "mem_profile_per_bin",
+    "mem_track_user_memory",
+    "mem_profile_per_bin_detailed",
+    "mem_profile_per_library",
+    "mem_profile_per_fileline",
+    "mem_check_leaks",
+    "mem_check_leaks_fast",
+    "mem_profile_auxiliary_timeline",
+    "mem_profile_library_snapshot_period",
+    "mem_profile_fileline_peak_snapshot_threshold",
+    "mem_profile_stack_trace_ignore_depth",
+    "mem_profile_with_incomplete_fileline_info",
+    "mem_user_defined_filters_file",
+    "mem_alloc_pattern",
+    "mem_alloc_pattern_hex",
+    "mem_free_pattern",
+    "mem_free_pattern_hex",
+    "mem_print_allocations",
+    "debug_msg",
+};
+
+// Notes lie in this folder below the output folder while the program runs, a file for each tracked process,
+// named as the middle word of its reports. A note is made of lines "KEY VALUE":
+//   program PATH     written at the start
+//   allocator PATH   the object whose malloc serves the program, when it is not the tracked one
+//   failed BYTES     an allocation of that many bytes was refused, 0 when the size is not known
+//   stats CURRENT_BYTES CURRENT_BLOCKS PEAK_BYTES PEAK_BLOCKS
+//   ended HOW        "exit" or the number of the signal; written after the reports
+inline constexpr const char* notes_folder = ".memrun";
+
+// The variable's name of a "NAME=VALUE".
+constexpr std::string_view name_of(std::string_view entry) {
+    return entry.substr(0, entry.find('='));
+}
+
+constexpr bool is_governed(std::string_view name) {
+    for (const std::string_view governed : governed_variables)
+        if (governed == name) return true;
+    return false;
+}
+
+}  // namespace memrun

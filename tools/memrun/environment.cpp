@@ -1,0 +1,86 @@
+#include "tools/memrun/environment.h"
+
+#include <filesystem>
+#include <string_view>
+
+#include "tools/memrun/contract.h"
+
+namespace memrun {
+
+namespace {
+
+using Entries = std::vector<std::string>;
+
+void add(Entries& entries, std::string_view name, const std::string& value) {
+    entries.push_back(std::string(name) + "=" + value);
+}
+
+void add_switch(Entries& entries, bool on, std::string_view name) {
+    if (on) add(entries, name, "1");
+}
+
+template <class Number>
+void add_number(Entries& entries, Number value, bool given, std::string_view name) {
+    if (given) add(entries, name, std::to_string(value));
+}
+
+void add_tracking(Entries& entries, const Options& options) {
+    add_switch(entries, options.all, "VELDRIN_MEM_PROFILE_ALL");
+    add_switch(entries, options.lines, "VELDRIN_MEM_PROFILE_PER_FILELINE");
+    add_switch(entries, options.modules, "VELDRIN_MEM_PROFILE_PER_LIBRARY");
+    add_switch(entries, options.bins, "VELDRIN_MEM_PROFILE_PER_BIN");
+    add_switch(entries, options.bin_tags, "VELDRIN_MEM_PROFILE_BIN_TAG_PLOT");
+    add_switch(entries, options.leaks, "VELDRIN_MEM_CHECK_LEAKS");
+    add_switch(entries, options.fast_leaks, "VELDRIN_MEM_CHECK_LEAKS_FAST");
+    add_switch(entries, options.aux, "VELDRIN_MEM_PROFILE_AUXILIARY_TIMELINE");
+}
+
+void add_settings(Entries& entries, const Options& options) {
+    add_number(entries, options.sample_period, options.sample_period != 0,
+               "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD");
+    add_number(entries, options.peak_step, options.peak_step != 0,
+               "VELDRIN_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD");
+    add_number(entries, options.ignore_depth.value_or(0), options.ignore_depth.has_value(),
+               "mem_profile_stack_trace_ignore_depth");
+    add_switch(entries, options.unknown_lines, "mem_profile_with_incomplete_fileline_info");
+    if (!options.filters.empty())
+        add(entries, "mem_user_defined_filters_file", std::filesystem::absolute(options.filters).string());
+    add_number(entries, options.fill_new.value_or(0), options.fill_new.has_value(), "mem_alloc_pattern");
+    add_number(entries, options.fill_freed.value_or(0), options.fill_freed.has_value(), "mem_free_pattern");
+}
+
+void add_agent_orders(Entries& entries, const Options& options, const Launch& launch) {
+    add(entries, dir_variable, launch.output);
+    add(entries, name_variable, launch.name);
+    add(entries, pid_variable, std::to_string(launch.pid));
+    add(entries, program_variable, launch.tracked);
+    add_switch(entries, options.follow_children, follow_variable);
+    add_switch(entries, options.log, log_variable);
+}
+
+// Allocator first, so that it serves every later object; the agent last, since it stands on the tracker.
+std::string preload_list(const Entries& user, const Libraries& libraries) {
+    std::string list = libraries.allocator + ":" + libraries.tracker + ":" + libraries.agent;
+    for (const std::string& entry : user)
+        if (name_of(entry) == "LD_PRELOAD" && entry.size() > sizeof "LD_PRELOAD")
+            list += ":" + entry.substr(sizeof "LD_PRELOAD");
+    return list;
+}
+
+}  // namespace
+
+std::vector<std::string> tracked_environment(const std::vector<std::string>& user, const Options& options,
+                                             const Libraries& libraries, const Launch& launch) {
+    Entries entries;
+    for (const std::string& entry : user) {
+        if (entry.starts_with(own_prefix)) continue;
+        entries.push_back(is_governed(name_of(entry)) ? std::string(saved_prefix) + entry : entry);
+    }
+    add(entries, "LD_PRELOAD", preload_list(user, libraries));
+    add_tracking(entries, options);
+    add_settings(entries, options);
+    add_agent_orders(entries, options, launch);
+    return entries;
+}
+
+}  // namespace memrun

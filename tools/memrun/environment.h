@@ -1,0 +1,25 @@
+// The environment of the tracked program.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/memrun/libraries.h"
+#include "tools/memrun/options.h"
+
+namespace memrun {
+
+// What the launched process needs to know beside the options.
+struct Launch {
+    std::string output;   // absolute
+    std::string name;     // middle word of the file names
+    std::string tracked;  // absolute path of the executable
+    int pid = 0;
+};
+
+// `user`, the "NAME=VALUE"s that the program would get without the launcher, as the tracker and its agent
+// take them: what options decide is put aside in its place, and their settings follow at the end.
+std::vector<std::string> tracked_environment(const std::vector<std::string>& user, const Options& options,
+                                             const Libraries& libraries, const Launch& launch);
+
+}  // namespace memrun

@@ -1,0 +1,186 @@
+#include "tools/memrun/figures.h"
+
+#include <algorithm>
+#include <charconv>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <string_view>
+
+#include "tools/memrun/output_folder.h"
+
+namespace fs = std::filesystem;
+
+namespace memrun {
+
+namespace {
+
+constexpr std::string_view fileline_prefix = "mem_tbb_fileline.";
+constexpr std::string_view timeline_prefix = "mem_tbb_timeline.";
+constexpr std::string_view leaks_prefix = "mem_tbb_leak_warning.";
+constexpr std::string_view fast_leaks_name = "mem_tbb_fast_leak_warning.log";
+
+// Columns of the call-site report.
+enum Column : std::size_t {
+    column_address = 0,
+    column_current_bytes = 1,
+    column_peak_bytes = 3,
+    column_cumulative_bytes = 4,
+    column_current_blocks = 7,
+    column_peak_blocks = 9,
+    column_cumulative_blocks = 10,
+    column_module = 11,
+    column_file = 12,
+    column_line = 13,
+    column_function = 14,
+    column_count = 15
+};
+
+using Fields = std::vector<std::string_view>;
+
+Fields split(std::string_view line) {
+    Fields fields;
+    for (std::size_t begin = 0; begin <= line.size();) {
+        const std::size_t end = std::min(line.find('\t', begin), line.size());
+        fields.push_back(line.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return fields;
+}
+
+std::int64_t number(std::string_view text) {
+    std::int64_t value = 0;
+    std::from_chars(text.data(), text.data() + text.size(), value);
+    return value;
+}
+
+std::string word_of(const std::string& file_name, std::string_view prefix) {
+    constexpr std::string_view suffix = ".log";
+    return file_name.substr(prefix.size(), file_name.size() - prefix.size() - suffix.size());
+}
+
+std::string place_of(const Fields& row) {
+    if (row[column_line] == "0") return "module " + std::string(row[column_module]);
+    return std::string(row[column_file]) + ":" + std::string(row[column_line]);
+}
+
+// Call sites at one line are one to the reader, whatever their addresses.
+class Sites {
+  public:
+    void add(const Fields& row) {
+        Sums& sums = sums_[{place_of(row), std::string(row[column_function])}];
+        sums.peak_bytes += number(row[column_peak_bytes]);
+        sums.peak_blocks += number(row[column_peak_blocks]);
+        sums.cumulative_bytes += number(row[column_cumulative_bytes]);
+        sums.cumulative_blocks += number(row[column_cumulative_blocks]);
+    }
+
+    std::vector<CallSite> top(std::size_t most, bool at_peak) const {
+        std::vector<CallSite> sites;
+        for (const auto& [key, sums] : sums_)
+            sites.push_back(
+                at_peak ? CallSite{sums.peak_bytes, sums.peak_blocks, key.first, key.second}
+                        : CallSite{sums.cumulative_bytes, sums.cumulative_blocks, key.first, key.second});
+        most = std::min(most, sites.size());
+        std::partial_sort(sites.begin(), sites.begin() + static_cast<std::ptrdiff_t>(most), sites.end(),
+                          [](const CallSite& a, const CallSite& b) { return a.bytes > b.bytes; });
+        sites.resize(most);
+        return sites;
+    }
+
+  private:
+    struct Sums {
+        std::int64_t peak_bytes = 0, peak_blocks = 0, cumulative_bytes = 0, cumulative_blocks = 0;
+    };
+    std::map<std::pair<std::string, std::string>, Sums> sums_;
+};
+
+void offer_peak(Figures& figures, std::int64_t bytes, std::uint64_t index, const std::string& word) {
+    if (bytes <= figures.peak_bytes) return;
+    figures.has_peak = true;
+    figures.peak_bytes = bytes;
+    figures.peak_index = index;
+    figures.peak_word = word;
+}
+
+void add_row(const Fields& row, Figures& figures, Sites& sites) {
+    figures.has_totals = true;
+    figures.cumulative_bytes += number(row[column_cumulative_bytes]);
+    figures.cumulative_blocks += number(row[column_cumulative_blocks]);
+    figures.current_bytes += number(row[column_current_bytes]);
+    figures.current_blocks += number(row[column_current_blocks]);
+    if (row[column_address] == "OTHER")
+        figures.unattributed_bytes += number(row[column_cumulative_bytes]);
+    else
+        sites.add(row);
+}
+
+void read_fileline(const fs::path& path, const std::string& word, Figures& figures, Sites& sites) {
+    std::ifstream file(path);
+    std::string line;
+    std::getline(file, line);
+    const std::size_t index = line.find("[at index ");
+    const std::uint64_t at =
+        index == std::string::npos ? 0 : number(std::string_view(line).substr(index + 10));
+    std::int64_t peak = 0;
+    for (int heading = 0; heading < 2; ++heading) std::getline(file, line);
+    while (std::getline(file, line)) {
+        const Fields row = split(line);
+        if (row.size() != column_count) continue;
+        add_row(row, figures, sites);
+        peak += number(row[column_peak_bytes]);
+    }
+    offer_peak(figures, peak, at, word);
+}
+
+// The highest sample over all modules; only for a run without call sites, which know their own peak.
+void read_timeline(const fs::path& path, const std::string& word, Figures& figures) {
+    std::ifstream file(path);
+    std::string line;
+    for (int heading = 0; heading < 3; ++heading) std::getline(file, line);
+    for (std::uint64_t index = 0; std::getline(file, line) && !line.starts_with("Time spent"); ++index) {
+        std::int64_t sum = 0;
+        const Fields row = split(line);
+        for (std::size_t i = 1; i < row.size(); ++i) sum += number(row[i]);
+        offer_peak(figures, sum, index, word);
+    }
+}
+
+// Takes the number behind `label` from each line that begins with it.
+void read_leaks(const fs::path& path, std::string_view label, Figures& figures) {
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        if (!line.starts_with(label)) continue;
+        std::string_view rest = std::string_view(line).substr(label.size());
+        rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+        figures.has_leaks = true;
+        figures.leaked_bytes += number(rest);
+    }
+}
+
+void read_report(const fs::path& path, Figures& figures, Sites& sites) {
+    const std::string name = path.filename().string();
+    figures.has_files = figures.has_files || is_report_name(name);
+    if (name.starts_with(fileline_prefix))
+        read_fileline(path, word_of(name, fileline_prefix), figures, sites);
+    if (name.starts_with(leaks_prefix)) read_leaks(path, "Total leaked bytes: ", figures);
+    if (name == fast_leaks_name) read_leaks(path, "Leaked bytes:", figures);
+}
+
+}  // namespace
+
+Figures read_figures(const std::string& folder, std::size_t most_sites) {
+    Figures figures;
+    Sites sites;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
+        read_report(entry.path(), figures, sites);
+    figures.top_sites = sites.top(most_sites, figures.has_peak);
+    if (figures.has_totals) return figures;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
+        if (const std::string name = entry.path().filename().string(); name.starts_with(timeline_prefix))
+            read_timeline(entry.path(), word_of(name, timeline_prefix), figures);
+    return figures;
+}
+
+}  // namespace memrun

@@ -1,0 +1,40 @@
+// The figures of a run, as its report files have them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace memrun {
+
+struct CallSite {
+    std::int64_t bytes = 0;  // at the recorded peak, or all in all in a run without one
+    std::int64_t blocks = 0;
+    std::string place;  // FILE:LINE, or the module when the line is not known
+    std::string function;
+};
+
+struct Figures {
+    bool has_files = false;
+    // From the call sites of all processes.
+    bool has_totals = false;
+    std::int64_t cumulative_bytes = 0;
+    std::int64_t cumulative_blocks = 0;
+    std::int64_t current_bytes = 0;
+    std::int64_t current_blocks = 0;
+    std::int64_t unattributed_bytes = 0;  // of the cumulative ones, those that no call site was found for
+    std::vector<CallSite> top_sites;      // by bytes, highest first
+    // The highest recorded peak of one process.
+    bool has_peak = false;
+    std::int64_t peak_bytes = 0;
+    std::uint64_t peak_index = 0;  // number of the sampling point
+    std::string peak_word;         // the process
+    // From the leak reports.
+    bool has_leaks = false;
+    std::int64_t leaked_bytes = 0;
+};
+
+// Reads the reports in a folder. A row that is cut or does not parse is left out.
+Figures read_figures(const std::string& folder, std::size_t most_sites);
+
+}  // namespace memrun

@@ -1,0 +1,83 @@
+// ktl_memrun: runs an unmodified program under the memory tracker.
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include "tools/memrun/environment.h"
+#include "tools/memrun/failure.h"
+#include "tools/memrun/libraries.h"
+#include "tools/memrun/options.h"
+#include "tools/memrun/output_folder.h"
+#include "tools/memrun/program.h"
+#include "tools/memrun/run.h"
+#include "tools/memrun/summary.h"
+
+namespace memrun {
+
+namespace {
+
+void require_readable_filters(const Options& options) {
+    if (options.filters.empty()) return;
+    if (std::filesystem::is_directory(options.filters) || !std::ifstream(options.filters))
+        throw Failure(status_launcher_fault, "the filters file '" + options.filters + "' cannot be read");
+}
+
+std::vector<std::string> own_environment() {
+    std::vector<std::string> entries;
+    for (char** entry = environ; *entry != nullptr; ++entry) entries.emplace_back(*entry);
+    return entries;
+}
+
+// Runs in the process that is to become the program: only there its number is known.
+std::vector<std::string> prepare(const Options& options, const Libraries& libraries, const Launch& launch) {
+    prepare_output(launch.output, options.force);
+    if (!options.quiet) std::cerr << "ktl_memrun: reports go to " << launch.output << std::endl;
+    return tracked_environment(own_environment(), options, libraries, launch);
+}
+
+Ending track(const Options& options) {
+    require_readable_filters(options);
+    const Program program = find_program(options.command);
+    const Libraries libraries = find_libraries();
+    const std::string program_name = std::filesystem::path(options.command.front()).filename().string();
+    const std::string name = options.name.empty() ? program_name : options.name;
+    const Ending ending = run_program(program.path, options.command, [&](int pid) {
+        return prepare(options, libraries,
+                       {output_path(options, program_name, pid), name, program.tracked, pid});
+    });
+    const std::string output = output_path(options, program_name, ending.pid);
+    const Run run{program_name, output, ending, take_notes(output, name)};
+    if (!options.quiet) std::cerr << summary_text(run, options, takes_colour()) << std::flush;
+    return ending;
+}
+
+int run_command_line(int argc, char** argv) {
+    CLI::App app;
+    Options options;
+    declare_options(app, options);
+    try {
+        app.parse(argc, argv);
+        complete_options(app, options);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : status_launcher_fault;
+    }
+    try {
+        end_like(track(options));
+    } catch (const Failure& failure) {
+        std::cerr << "ktl_memrun: " << failure.what() << std::endl;
+        return failure.status;
+    } catch (const std::exception& error) {
+        std::cerr << "ktl_memrun: " << error.what() << std::endl;
+        return status_launcher_fault;
+    }
+}
+
+}  // namespace
+
+}  // namespace memrun
+
+int main(int argc, char** argv) {
+    return memrun::run_command_line(argc, argv);
+}

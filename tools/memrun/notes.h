@@ -1,0 +1,26 @@
+// What the agents of the tracked processes wrote down for the launcher (contract.h).
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace memrun {
+
+struct ProcessNote {
+    std::string word;               // middle word of the process's report files
+    std::string program;            // path of its executable
+    std::string foreign_allocator;  // object that serves malloc in place of the tracked allocator; else empty
+    bool has_refusal = false;       // an allocation failed
+    std::uint64_t refused_bytes = 0;  // 0: not known
+    bool has_stats = false;           // the process-wide counters moved
+    std::int64_t current_bytes = 0;
+    std::int64_t current_blocks = 0;
+    std::int64_t peak_bytes = 0;
+    std::string ended;  // "exit", the number of a signal, or empty when no reports were written
+};
+
+// Reads the notes below the output folder and removes them. The launched program's comes first.
+std::vector<ProcessNote> take_notes(const std::string& output, const std::string& launched_word);
+
+}  // namespace memrun

@@ -1,0 +1,134 @@
+#include "tools/memrun/options.h"
+
+namespace memrun {
+
+namespace {
+
+// The parser knows no positional arguments here: what follows the options belongs to the program.
+class HelpFormatter : public CLI::Formatter {
+  public:
+    std::string make_usage(const CLI::App*, std::string) const override {
+        return "Usage: ktl_memrun [OPTIONS] [--] PROGRAM [ARG...]\n";
+    }
+};
+
+// A check whose own description stays out of the help, which names the value already.
+CLI::Validator unnamed(CLI::Validator validator) {
+    return validator.description("");
+}
+
+std::string failure_text(const CLI::App*, const CLI::Error& error) {
+    return std::string("ktl_memrun: ") + error.what() + "\nTry 'ktl_memrun --help'.\n";
+}
+
+void declare_tracking(CLI::App& app, Options& options) {
+    const char* group = "What is tracked (default: --lines --leaks)";
+    app.add_flag("--lines", options.lines, "Bytes and blocks of every call site, by file and line")
+        ->group(group);
+    app.add_flag("--modules", options.modules, "Bytes and blocks of every module, over time")->group(group);
+    app.add_flag("--bins", options.bins, "Process-wide counters, and the measuring of profile bins")
+        ->group(group);
+    app.add_flag("--bin-tags", options.bin_tags, "Bytes and blocks of every bin and tag, over time")
+        ->group(group);
+    app.add_flag("--leaks", options.leaks, "What was never freed, by call site")->group(group);
+    app.add_flag("--fast-leaks", options.fast_leaks, "What was never freed, as two numbers, at little cost")
+        ->group(group);
+    app.add_flag("--aux", options.aux, "What the system says of the process, over time")->group(group);
+    app.add_flag("--all", options.all, "Everything above but --fast-leaks")->group(group);
+}
+
+void declare_output(CLI::App& app, Options& options) {
+    const char* group = "Where reports go";
+    app.add_option("-o,--output", options.output,
+                   "Folder for the reports, made if need be; default ktl_mem.PROGRAM.PID")
+        ->type_name("DIR")
+        ->group(group);
+    app.add_option("--name", options.name, "Middle word of the file names; default the program's name")
+        ->type_name("TEXT")
+        ->group(group);
+    app.add_flag("--force", options.force, "Replace the reports that the folder already holds")->group(group);
+    app.add_flag("--follow-children", options.follow_children, "Track what the program starts, too")
+        ->group(group);
+    app.add_flag("-q,--quiet", options.quiet, "Say nothing but errors")->group(group);
+}
+
+void declare_tuning(CLI::App& app, Options& options) {
+    const char* group = "How it is measured";
+    app.add_option("--sample-period", options.sample_period,
+                   "Allocations and frees between two samples of the timelines; default 131072")
+        ->type_name("N")
+        ->check(unnamed(CLI::PositiveNumber))
+        ->group(group);
+    app.add_option("--peak-step", options.peak_step,
+                   "Record a peak at each further multiple of this size, with K, M or G; default 128M")
+        ->type_name("BYTES")
+        ->transform(unnamed(CLI::AsSizeValue(false)))
+        ->check(unnamed(CLI::Range(std::uint64_t{1}, std::uint64_t{INT64_MAX})))
+        ->group(group);
+    app.add_option("--filters", options.filters, "File of further frames that are not charged")
+        ->type_name("FILE")
+        ->group(group);
+    app.add_flag("--unknown-lines", options.unknown_lines, "Charge code without line information, too")
+        ->group(group);
+    app.add_option("--ignore-depth", options.ignore_depth,
+                   "Innermost frames that a stack walk skips; default 5")
+        ->type_name("N")
+        ->check(unnamed(CLI::NonNegativeNumber))
+        ->group(group);
+}
+
+void declare_aids(CLI::App& app, Options& options) {
+    const char* group = "Debugging aids";
+    app.add_option("--fill-new", options.fill_new, "Fill each new block with this byte, such as 0xCD")
+        ->type_name("BYTE")
+        ->check(unnamed(CLI::Range(0, 255)))
+        ->group(group);
+    app.add_option("--fill-freed", options.fill_freed, "Fill each block with this byte before its free")
+        ->type_name("BYTE")
+        ->check(unnamed(CLI::Range(0, 255)))
+        ->group(group);
+    app.add_flag("--log", options.log, "Write a line for each allocation and free to mem_allocations.log")
+        ->group(group);
+}
+
+void require_sense(const Options& options) {
+    if (options.name.find('/') != std::string::npos)
+        throw CLI::ValidationError("--name", "'" + options.name + "' holds a '/', which a file name cannot");
+    if (options.fast_leaks && (options.leaks || options.all))
+        throw CLI::ValidationError("--fast-leaks",
+                                   "cannot go with the full leak report of --leaks and --all");
+}
+
+}  // namespace
+
+void declare_options(CLI::App& app, Options& options) {
+    app.name("ktl_memrun");
+    app.description("Runs a program under the memory tracker and leaves a folder of reports");
+    app.failure_message(failure_text);
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.footer(
+        "Exit status: that of PROGRAM; a signal that ends PROGRAM ends ktl_memrun, too. 125 for a fault of\n"
+        "ktl_memrun itself, 126 when PROGRAM cannot be run, 127 when it is not found.\n\n"
+        "Example: ktl_memrun --all -o reports -- python3 script.py");
+    app.set_version_flag("--version", "ktl_memrun " KTL_MEM_VERSION);
+    app.prefix_command();
+    declare_tracking(app, options);
+    declare_output(app, options);
+    declare_tuning(app, options);
+    declare_aids(app, options);
+}
+
+void complete_options(const CLI::App& app, Options& options) {
+    options.command = app.remaining();
+    const bool was_marked = !options.command.empty() && options.command.front() == "--";
+    if (was_marked) options.command.erase(options.command.begin());
+    if (options.command.empty()) throw CLI::RequiredError("PROGRAM");
+    if (!was_marked && options.command.front().starts_with('-'))
+        throw CLI::ExtrasError({options.command.front()});
+    require_sense(options);
+    const bool any = options.lines || options.modules || options.bins || options.bin_tags || options.leaks ||
+                     options.fast_leaks || options.aux || options.all;
+    if (!any) options.lines = options.leaks = true;
+}
+
+}  // namespace memrun

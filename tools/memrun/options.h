@@ -1,0 +1,48 @@
+// The command line of ktl_memrun.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace memrun {
+
+struct Options {
+    bool lines = false;
+    bool modules = false;
+    bool bins = false;
+    bool bin_tags = false;
+    bool leaks = false;
+    bool fast_leaks = false;
+    bool aux = false;
+    bool all = false;
+
+    std::string output;  // empty: a folder named after program and process
+    std::string name;    // empty: the program's
+    bool force = false;
+    bool follow_children = false;
+    bool quiet = false;
+
+    std::uint64_t sample_period = 0;  // 0: the tracker's default
+    std::uint64_t peak_step = 0;      // bytes; 0: the tracker's default
+    std::optional<int> ignore_depth;  // absent: the tracker's default
+    std::string filters;              // empty: none
+    bool unknown_lines = false;
+
+    std::optional<unsigned> fill_new;
+    std::optional<unsigned> fill_freed;
+    bool log = false;
+
+    std::vector<std::string> command;  // the program and its arguments
+};
+
+// Declares every option on `app`, to be stored in `options`, which must outlive it.
+void declare_options(CLI::App& app, Options& options);
+
+// What parsing leaves to do: takes the command from the parsed application and sets the default switches.
+// Throws CLI::ParseError for a command line that makes no sense.
+void complete_options(const CLI::App& app, Options& options);
+
+}  // namespace memrun

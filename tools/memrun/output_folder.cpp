@@ -1,0 +1,64 @@
+#include "tools/memrun/output_folder.h"
+
+#include <filesystem>
+#include <vector>
+
+#include "tools/memrun/contract.h"
+#include "tools/memrun/failure.h"
+
+namespace fs = std::filesystem;
+
+namespace memrun {
+
+namespace {
+
+std::vector<fs::path> reports_in(const fs::path& folder) {
+    std::vector<fs::path> reports;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
+        if (is_report_name(entry.path().filename().string())) reports.push_back(entry.path());
+    return reports;
+}
+
+void make_room(const fs::path& folder, bool force) {
+    const std::vector<fs::path> reports = reports_in(folder);
+    if (!reports.empty() && !force)
+        throw Failure(status_launcher_fault,
+                      "'" + folder.string() + "' holds " + std::to_string(reports.size()) +
+                          " reports of an earlier run: name another folder with -o, or "
+                          "replace them with --force");
+    for (const fs::path& report : reports) fs::remove(report);
+    fs::remove_all(folder / notes_folder);
+}
+
+}  // namespace
+
+std::string output_path(const Options& options, const std::string& program_name, int pid) {
+    const std::string folder =
+        options.output.empty() ? "ktl_mem." + program_name + "." + std::to_string(pid) : options.output;
+    return fs::absolute(folder).lexically_normal().string();
+}
+
+void prepare_output(const std::string& path, bool force) {
+    try {
+        fs::create_directories(path);
+        make_room(path, force);
+        fs::create_directory(fs::path(path) / notes_folder);
+    } catch (const fs::filesystem_error& error) {
+        throw Failure(status_launcher_fault, "reports cannot go to '" + path + "': " +
+                                                 error.code().message() + "; name another folder with -o");
+    }
+}
+
+void discard_output(const std::string& path) {
+    std::error_code ignored;
+    fs::remove(fs::path(path) / notes_folder, ignored);
+    fs::remove(path, ignored);
+}
+
+bool is_report_name(const std::string& file_name) {
+    return (file_name.starts_with("mem_tbb_") && file_name.ends_with(".log")) ||
+           (file_name.starts_with("mem_allocations.") && file_name.ends_with("log")) ||
+           file_name == "veldrin_za_leak_warning.txt";
+}
+
+}  // namespace memrun

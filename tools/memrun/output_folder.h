@@ -1,0 +1,24 @@
+// The folder that a run leaves behind.
+#pragma once
+
+#include <string>
+
+#include "tools/memrun/options.h"
+
+namespace memrun {
+
+// Where the reports of this run go, absolute: as the options say, or named after program and process.
+std::string output_path(const Options& options, const std::string& program_name, int pid);
+
+// Makes the folder with its parents and the notes' folder in it. Reports that lie there already are removed
+// when `force` is set. Throws Failure when there are some and it is not, and when the folder cannot be
+// written.
+void prepare_output(const std::string& path, bool force);
+
+// Takes back what prepare_output made, as far as it is still empty.
+void discard_output(const std::string& path);
+
+// True for the name of a file that the tracker writes.
+bool is_report_name(const std::string& file_name);
+
+}  // namespace memrun

@@ -1,0 +1,124 @@
+#include "tools/memrun/summary.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "tools/memrun/figures.h"
+#include "tools/memrun/reasons.h"
+#include "tools/memrun/units.h"
+
+namespace memrun {
+
+namespace {
+
+constexpr std::size_t most_sites = 3;
+constexpr std::size_t widest_function = 60;
+constexpr std::size_t widest_place = 40;
+
+class Lines {
+  public:
+    explicit Lines(bool with_colour) : with_colour_(with_colour) {}
+
+    void add(const std::string& label, const std::string& text) {
+        const std::string shown = with_colour_ ? "\033[1m" + label + "\033[0m" : label;
+        text_ += shown + std::string(label.size() < 12 ? 12 - label.size() : 1, ' ') + text + "\n";
+    }
+    const std::string& text() const { return text_; }
+
+  private:
+    bool with_colour_;
+    std::string text_;
+};
+
+std::string blocks_text(std::int64_t bytes, std::int64_t blocks) {
+    return bytes_text(bytes) + " in " + count_text(blocks) + (blocks == 1 ? " block" : " blocks");
+}
+
+void add_processes(Lines& lines, const std::vector<ProcessNote>& notes) {
+    const auto with_reports = std::count_if(notes.begin(), notes.end(),
+                                            [](const ProcessNote& note) { return !note.ended.empty(); });
+    lines.add("tracked", count_text(static_cast<std::int64_t>(notes.size())) + " programs, " +
+                             count_text(with_reports) + " left reports");
+}
+
+void add_totals(Lines& lines, const Figures& figures, const std::vector<ProcessNote>& notes) {
+    if (figures.has_totals)
+        lines.add("allocated", blocks_text(figures.cumulative_bytes, figures.cumulative_blocks));
+    if (figures.has_totals)
+        lines.add("not freed", blocks_text(figures.current_bytes, figures.current_blocks));
+    else if (figures.has_leaks)
+        lines.add("not freed", bytes_text(figures.leaked_bytes));
+    else if (!notes.empty() && notes.front().has_stats)
+        lines.add("not freed", blocks_text(notes.front().current_bytes, notes.front().current_blocks));
+}
+
+void add_peak(Lines& lines, const Figures& figures, const std::vector<ProcessNote>& notes) {
+    if (figures.has_peak)
+        lines.add("peak", bytes_text(figures.peak_bytes) + " at sampling index " +
+                              std::to_string(figures.peak_index) +
+                              (notes.size() > 1 ? " of " + figures.peak_word : ""));
+    else if (!notes.empty() && notes.front().has_stats)
+        lines.add("peak", bytes_text(notes.front().peak_bytes));
+}
+
+std::string shortened_function(const std::string& function) {
+    if (function.size() <= widest_function) return function;
+    return function.substr(0, widest_function - 3) + "...";
+}
+
+// The end of a path tells more than its beginning.
+std::string shortened_place(const std::string& place) {
+    if (place.size() <= widest_place) return place;
+    const std::size_t slash = place.find('/', place.size() - widest_place + 3);
+    return slash == std::string::npos ? place.substr(place.rfind('/') + 1) : "..." + place.substr(slash);
+}
+
+void add_sites(Lines& lines, const Figures& figures) {
+    std::size_t width = 0;
+    for (const CallSite& site : figures.top_sites)
+        width = std::max(width, blocks_text(site.bytes, site.blocks).size());
+    std::string label = figures.has_peak ? "top at peak" : "top";
+    for (const CallSite& site : figures.top_sites) {
+        std::string sizes = blocks_text(site.bytes, site.blocks);
+        sizes.resize(width + 2, ' ');
+        lines.add(label, sizes + shortened_place(site.place) + "  " + shortened_function(site.function));
+        label.clear();
+    }
+}
+
+// The path as the shell takes it.
+std::string quoted(const std::string& path) {
+    if (path.find_first_of(" \t\n'\"\\$`*?[](){}<>|&;#~!") == std::string::npos) return path;
+    std::string text = "'";
+    for (const char c : path) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return text + "'";
+}
+
+}  // namespace
+
+std::string summary_text(const Run& run, const Options& options, bool with_colour) {
+    const Figures figures = read_figures(run.output, most_sites);
+    Lines lines(with_colour);
+    lines.add("ktl_memrun:", run.program_name + " " + describe_ending(run.ending, run.notes));
+    if (options.follow_children) add_processes(lines, run.notes);
+    add_totals(lines, figures, run.notes);
+    add_peak(lines, figures, run.notes);
+    add_sites(lines, figures);
+    const std::string reason = explain_emptiness(run.ending, run.notes, figures, options);
+    if (!reason.empty()) lines.add("note", reason);
+    if (figures.has_files)
+        lines.add("next", "ktl_memview show " + quoted(run.output) + ", or ktl_memview html for the page");
+    return lines.text();
+}
+
+bool takes_colour() {
+    const char* no_colour = std::getenv("NO_COLOR");
+    const char* terminal = std::getenv("TERM");
+    if (no_colour != nullptr && *no_colour != 0) return false;
+    return isatty(STDERR_FILENO) != 0 && (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
+}
+
+}  // namespace memrun
