@@ -1,0 +1,162 @@
+#!/usr/bin/env python3
+"""The page of a run in a real browser, opened from disk with the network cut: page_test.py MEMVIEW MAKE_REPORTS"""
+
+import csv
+import os
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+from browser import Browser
+
+MEMVIEW, MAKE_REPORTS = (os.path.abspath(path) for path in sys.argv[1:3])
+RANGES = "charts.graphs.map((graph) => graph.xAxisRange())"
+
+
+def make_page(folder, modules, sites, samples):
+    reports, page = os.path.join(folder, "reports"), os.path.join(folder, "page.html")
+    subprocess.run([MAKE_REPORTS, reports, "vii", str(modules), str(sites), str(samples)], check=True)
+    subprocess.run([MEMVIEW, "html", "-o", page, reports], check=True)
+    return reports, page
+
+
+def report_rows(folder, kind):
+    """Column titles and rows of a report that is one table."""
+    with open(os.path.join(folder, f"mem_tbb_{kind}.vii.log")) as report:
+        rows = [line.rstrip("\n").split("\t") for line in report][2:]
+    return [row for row in rows if not row[0].startswith("Time spent")]
+
+
+class Page(unittest.TestCase):
+    """Each case opens the page afresh, and none may leave a word on the console."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = tempfile.TemporaryDirectory()
+        cls.reports, cls.page = make_page(cls.folder.name, 30, 500, 400)
+        cls.browser = Browser()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.quit()
+        cls.folder.cleanup()
+
+    def setUp(self):
+        self.browser.resize(1280, 1000)
+        self.browser.open(self.page)
+
+    def tearDown(self):
+        self.assertEqual(self.browser.errors(), [])
+        self.assertEqual(self.browser.run("performance.getEntriesByType('resource').length"), 0)
+
+    def column(self, table, title):
+        """The raw figures of a shown column, from top to bottom."""
+        texts = self.browser.run(
+            "((box) => { const at = [...box.querySelectorAll('th')].findIndex((th) => th.textContent === arguments[1]);"
+            " return [...box.querySelectorAll('tbody tr')].map((row) => row.children[at].title); })"
+            "(document.querySelector(`[data-table=${arguments[0]}]`))", table, title)
+        return [int(text.replace(",", "")) for text in texts]
+
+    def test_shows_charts_and_tables(self):
+        drawn = self.browser.run(
+            "[...document.querySelectorAll('.chart')].map((box) => [box.dataset.chart, [...box.querySelectorAll('canvas')]"
+            ".some((canvas) => canvas.getContext('2d').getImageData(0, 0, canvas.width, canvas.height).data.some((v) => v))])")
+        self.assertEqual(drawn, [["modules", True], ["tags", True], ["process", True]])
+        marks = self.browser.run("((process) => marksOf(process.charts[0], process).map((mark) => mark.x))(data.processes[0])")
+        self.assertEqual(marks, [200, 200])
+        tables = self.browser.run("[...document.querySelectorAll('[data-table]')].map((one) => one.dataset.table)")
+        self.assertEqual(tables, ["sites", "modules", "bins", "tags", "leaks", "filtered"])
+        peak = sum(int(row[3]) for row in report_rows(self.reports, "fileline")[1:])
+        self.assertIn(f"({peak:,})", self.browser.run("document.querySelector('.figures div').title"))
+
+    def test_names_stay_text(self):
+        self.assertEqual(self.browser.run("document.querySelectorAll('main script, main b').length"), 0)
+        self.assertIn("<script>alert(1)</script>", self.browser.run("document.querySelector('[data-table=modules]').textContent"))
+        self.assertIn("<script>alert(1)</script>", self.browser.run("document.querySelector('.treemap').textContent"))
+
+    def test_sorts(self):
+        reported = sorted((int(row[4]) for row in report_rows(self.reports, "fileline")[1:]), reverse=True)
+        click = ("[...document.querySelectorAll('[data-table=sites] th button')]"
+                 ".find((button) => button.textContent === 'Cumulative bytes').click()")
+        self.browser.run(click)
+        self.assertEqual(self.column("sites", "Cumulative bytes"), reported[:100])
+        self.browser.run(click)
+        self.assertEqual(self.column("sites", "Cumulative bytes"), reported[::-1][:100])
+
+    def test_searches(self):
+        self.browser.run("document.querySelector('#search-sites').focus()")
+        for letter in "function42(":
+            self.browser.key(letter)
+        wanted = sum("function42(" in row[14] for row in report_rows(self.reports, "fileline")[1:])
+        self.assertGreater(wanted, 0)
+        self.assertEqual(self.browser.run("document.querySelectorAll('[data-table=sites] tbody tr').length"), wanted)
+
+    def test_zooms_all_charts_together(self):
+        self.assertEqual(self.browser.run(RANGES), [[0, 399]] * 3)
+        self.browser.run("document.querySelector('#range-controls button').click()")
+        self.assertEqual(self.browser.run(RANGES), [[99.75, 299.25]] * 3)
+        self.browser.run("document.querySelector('.chart').focus()")
+        self.browser.key("0")
+        self.assertEqual(self.browser.run(RANGES), [[0, 399]] * 3)
+        box = self.browser.run("(({left, top}) => [left, top])(document.querySelector('.chart').getBoundingClientRect())")
+        y = int(box[1]) + 100
+        self.browser.drag((int(box[0]) + 300, y), (int(box[0]) + 500, y))
+        ranges = self.browser.run(RANGES)
+        self.assertEqual(ranges, [ranges[0]] * 3)
+        self.assertGreater(ranges[0][0], 0)
+        self.assertLess(ranges[0][1], 399)
+
+    def test_tree_map_switches_measure_and_opens_levels(self):
+        self.browser.run("((select) => { select.value = 'cumulative'; select.dispatchEvent(new Event('change')); })"
+                         "(document.querySelector('#measure'))")
+        total = sum(int(row[4]) for row in report_rows(self.reports, "fileline")[1:])
+        self.assertAlmostEqual(self.browser.run("sizeTree(data.processes[0].tables[0], 'cumulative').value"), total)
+        self.assertIn(f"{total / 1048576:.1f} MiB", self.browser.run("document.querySelector('[role=navigation]').textContent"))
+        self.browser.run("document.querySelector('.treemap button').focus()")
+        self.browser.key("\ue007")
+        self.assertTrue(self.browser.run("document.querySelector('.treemap button').title.startsWith('/home')"))
+
+    def test_follows_dark_mode(self):
+        colours = "[getComputedStyle(document.body).backgroundColor, charts.graphs[0].getOption('gridLineColor')]"
+        light = self.browser.run(colours)
+        self.browser.dark(True)
+        self.browser.wait_for(f"{colours}.every((colour, i) => colour !== arguments[0][i])", light)
+        self.browser.dark(False)
+        self.browser.wait_for(f"{colours}.every((colour, i) => colour === arguments[0][i])", light)
+
+    def test_csv_is_the_report(self):
+        self.browser.run("document.querySelector('[data-table=sites] .csv').click()")
+        path = os.path.join(self.browser.downloads, "vii.sites.csv")
+        deadline = time.time() + 10
+        while not os.path.exists(path) and time.time() < deadline:
+            time.sleep(0.05)
+        with open(path, newline="") as file:
+            self.assertEqual(list(csv.reader(file)), report_rows(self.reports, "fileline"))
+
+    def test_fits_a_small_screen(self):
+        self.browser.devtools("Emulation.setDeviceMetricsOverride", width=360, height=640, deviceScaleFactor=1, mobile=True)
+        self.browser.open(self.page)
+        self.assertLessEqual(self.browser.run("document.documentElement.scrollWidth"), 360)
+        self.browser.devtools("Emulation.clearDeviceMetricsOverride")
+
+    def test_giant_run_stays_small(self):
+        with tempfile.TemporaryDirectory() as folder:
+            reports, page = make_page(folder, 2000, 100000, 1000000)
+            size = os.path.getsize(page)
+            self.assertLess(size, 10_000_000)
+            begin = time.time()
+            self.browser.open(page)
+            self.browser.run("document.querySelector('#range-controls button').click()")
+            print(f"giant page: {size} bytes, usable and zoomed after {time.time() - begin:.2f} s", file=sys.stderr)
+            self.assertEqual(len(self.browser.run(RANGES)), 3)
+            self.assertEqual(self.browser.run("data.processes[0].charts[0].samples"), 1000000)
+            shown, rest = self.browser.run("((table) => [d3.sum(columnOf(table, 'peak')), [table.rest_rows, table.rest[3]]])"
+                                           "(data.processes[0].tables[0])")
+            self.assertEqual(shown + rest[1], sum(int(row[3]) for row in report_rows(reports, "fileline")[1:]))
+            self.assertIn(f"rest: {rest[0]:,} rows", self.browser.run("document.querySelector('[data-table=sites] tfoot').textContent"))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])

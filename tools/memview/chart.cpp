@@ -1,0 +1,193 @@
+#include "tools/memview/chart.h"
+
+#include <algorithm>
+#include <numeric>
+#include <set>
+#include <unordered_map>
+
+#include "tools/memview/report_kinds.h"
+#include "tools/memview/series_reader.h"
+
+namespace memview {
+namespace {
+
+constexpr std::size_t MOST_SERIES = 18;
+constexpr std::size_t LARGEST_LOOSE_STRETCH = 64;
+
+std::int64_t sum(const ChartRow& row) {
+    return std::accumulate(row.values.begin(), row.values.end(), std::int64_t{0});
+}
+
+// Where each column of the report goes: its place in the chart, or the sum in place 0.
+struct Selection {
+    std::vector<std::string> names;
+    std::vector<std::size_t> place_of;
+    bool rest = false;
+};
+
+constexpr std::size_t NOWHERE = SIZE_MAX;
+
+// The report's own sum of the series that it does not name; it is there even when there are none.
+bool is_empty_rest(const Timeline& timeline, std::size_t i) {
+    const Series& series = timeline.series[i];
+    return i == 0 && series.name == REST_SERIES &&
+           std::all_of(series.stretches.begin(), series.stretches.end(),
+                       [](std::int64_t value) { return value == 0; });
+}
+
+// The series with the highest values by name, all others in one.
+Selection select_highest(const Timeline& timeline) {
+    std::vector<std::size_t> order;
+    for (std::size_t i = 0; i < timeline.series.size(); ++i) {
+        if (!is_empty_rest(timeline, i)) order.push_back(i);
+    }
+    const auto is_rest = [&](std::size_t i) { return timeline.series[i].name == REST_SERIES && i == 0; };
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        if (is_rest(a) != is_rest(b)) return is_rest(a);
+        return timeline.series[a].highest < timeline.series[b].highest;
+    });
+    const std::size_t rest = order.size() > MOST_SERIES ? order.size() - MOST_SERIES : 0;
+    Selection selection;
+    selection.place_of.resize(timeline.series.size(), NOWHERE);
+    selection.rest = rest > 0;
+    if (selection.rest) {
+        const bool from_report = rest == 1 && is_rest(order.front());
+        selection.names.push_back(from_report ? "all other series"
+                                              : "the other " + std::to_string(rest) + " series");
+    }
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        selection.place_of[order[i]] = i < rest ? 0 : selection.names.size();
+        if (i >= rest) selection.names.push_back(timeline.series[order[i]].name);
+    }
+    return selection;
+}
+
+Selection select_process(const Timeline& timeline) {
+    Selection selection;
+    for (const Series& series : timeline.series) {
+        const bool shown = series.name == "resident" || series.name == "commit_charge" ||
+                           series.name == "page_faults" || series.name == "profiler_allocated_outstanding";
+        selection.place_of.push_back(shown ? selection.names.size() : NOWHERE);
+        if (shown) selection.names.push_back(series.name);
+    }
+    return selection;
+}
+
+class LabelNumbers {
+  public:
+    explicit LabelNumbers(std::vector<std::string>& labels) : m_labels(labels) {}
+
+    std::uint32_t of(std::string_view label) {
+        if (!m_labels.empty() && m_labels[m_last] == label) return m_last;
+        const auto [found, is_new] =
+            m_numbers.try_emplace(std::string(label), static_cast<std::uint32_t>(m_labels.size()));
+        if (is_new) m_labels.emplace_back(label);
+        m_last = found->second;
+        return m_last;
+    }
+
+  private:
+    std::vector<std::string>& m_labels;
+    std::unordered_map<std::string, std::uint32_t> m_numbers;
+    std::uint32_t m_last = 0;
+};
+
+Chart read_chart(const Timeline& timeline, std::string_view kind, const Selection& selection,
+                 std::size_t most_stretches) {
+    Chart chart;
+    chart.series = selection.names;
+    chart.rest = selection.rest;
+    RowThinner thinner(most_stretches);
+    LabelNumbers labels(chart.labels);
+    SeriesVisitor visitor;
+    visitor.header = [](const std::vector<std::string>&) {};
+    visitor.row = [&](std::string_view label, std::span<const std::int64_t> values) {
+        ChartRow row{chart.samples++, labels.of(label), std::vector<std::int64_t>(selection.names.size())};
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            if (selection.place_of[i] != NOWHERE) row.values[selection.place_of[i]] += values[i];
+        }
+        thinner.add(std::move(row));
+    };
+    // The first reading has already said, or refused, what is wrong with the file.
+    Problems told(true);
+    scan_series(timeline.file, kind, told, visitor);
+    chart.rows = thinner.take();
+    return chart;
+}
+
+}  // namespace
+
+void RowThinner::thin(Stretch& stretch) {
+    if (stretch.size() < 3) return;
+    std::set<std::size_t> keep;
+    const auto by_sum = [](const ChartRow& a, const ChartRow& b) { return sum(a) < sum(b); };
+    const auto [lowest, highest] = std::minmax_element(stretch.begin(), stretch.end(), by_sum);
+    keep.insert(static_cast<std::size_t>(lowest - stretch.begin()));
+    keep.insert(static_cast<std::size_t>(highest - stretch.begin()));
+    for (std::size_t i = 0; i < stretch.front().values.size(); ++i) {
+        const auto top =
+            std::max_element(stretch.begin(), stretch.end(),
+                             [i](const ChartRow& a, const ChartRow& b) { return a.values[i] < b.values[i]; });
+        keep.insert(static_cast<std::size_t>(top - stretch.begin()));
+    }
+    Stretch kept;
+    for (const std::size_t i : keep) kept.push_back(std::move(stretch[i]));
+    stretch = std::move(kept);
+}
+
+void RowThinner::join() {
+    for (std::size_t i = 0; i < m_stretches.size() / 2; ++i) {
+        Stretch joined = std::move(m_stretches[2 * i]);
+        std::move(m_stretches[2 * i + 1].begin(), m_stretches[2 * i + 1].end(), std::back_inserter(joined));
+        thin(joined);
+        m_stretches[i] = std::move(joined);
+    }
+    m_stretches.resize(m_stretches.size() / 2);
+    m_length *= 2;
+}
+
+void RowThinner::add(ChartRow row) {
+    if (m_stretches.empty() || m_in_last == m_length) {
+        if (!m_stretches.empty()) thin(m_stretches.back());
+        if (m_stretches.size() == m_most) join();
+        m_stretches.emplace_back();
+        m_in_last = 0;
+    }
+    ++m_in_last;
+    m_stretches.back().push_back(std::move(row));
+    if (m_stretches.back().size() >= LARGEST_LOOSE_STRETCH) thin(m_stretches.back());
+}
+
+std::vector<ChartRow> RowThinner::take() {
+    std::vector<ChartRow> rows;
+    if (!m_stretches.empty()) thin(m_stretches.back());
+    for (Stretch& stretch : m_stretches) std::move(stretch.begin(), stretch.end(), std::back_inserter(rows));
+    return rows;
+}
+
+std::vector<Chart> read_charts(const Run& run, std::size_t most_stretches) {
+    struct Source {
+        const char* key;
+        const char* kind;
+        const char* kind_instead;
+    };
+    // The plain form has already summed up all but the highest series, and is much the smaller file.
+    static constexpr Source SOURCES[] = {{"modules", MODULE_TIMELINE, MODULE_TIMELINE_DETAILED},
+                                         {"tags", TAG_TIMELINE, TAG_TIMELINE},
+                                         {"process", AUXILIARY_TIMELINE, AUXILIARY_TIMELINE}};
+    std::vector<Chart> charts;
+    for (const Source& source : SOURCES) {
+        const char* kind = run.timeline(source.kind) != nullptr ? source.kind : source.kind_instead;
+        const Timeline* timeline = run.timeline(kind);
+        if (timeline == nullptr || timeline->samples == 0) continue;
+        const bool process = kind == std::string_view(AUXILIARY_TIMELINE);
+        Chart chart = read_chart(
+            *timeline, kind, process ? select_process(*timeline) : select_highest(*timeline), most_stretches);
+        chart.key = source.key;
+        chart.stacked = !process;
+        charts.push_back(std::move(chart));
+    }
+    return charts;
+}
+
+}  // namespace memview

@@ -1,0 +1,53 @@
+#pragma once
+
+// A timeline made small enough to be drawn: whole rows of samples, those that hold an extreme of their
+// stretch.
+
+#include <string>
+#include <vector>
+
+#include "tools/memview/model.h"
+
+namespace memview {
+
+struct ChartRow {
+    std::uint64_t index = 0;  // of the sample, from 0
+    std::uint32_t label = 0;  // into Chart::labels
+    std::vector<std::int64_t> values;
+};
+
+struct Chart {
+    std::string key;  // "modules", "tags", "process"
+    bool stacked = true;
+    bool rest = false;  // the first series is the sum of all that have no place of their own
+    std::uint64_t samples = 0;
+    std::vector<std::string> series;  // the one with the highest value last; what was summed up first
+    std::vector<std::string> labels;
+    std::vector<ChartRow> rows;
+};
+
+// Keeps rows while they arrive. Of each stretch of samples it keeps the rows with the lowest and the highest
+// sum and with the highest value of any series, so that a stack drawn from them is one that the process
+// really had. At most `most_stretches` stretches are kept; when they are full, neighbours are joined.
+class RowThinner {
+  public:
+    explicit RowThinner(std::size_t most_stretches) : m_most(most_stretches) {}
+
+    void add(ChartRow row);
+    std::vector<ChartRow> take();
+
+  private:
+    using Stretch = std::vector<ChartRow>;
+    static void thin(Stretch& stretch);
+    void join();
+
+    std::size_t m_most;
+    std::uint64_t m_length = 1;
+    std::uint64_t m_in_last = 0;
+    std::vector<Stretch> m_stretches;
+};
+
+// The charts that the run's reports allow, read anew from their files.
+std::vector<Chart> read_charts(const Run& run, std::size_t most_stretches);
+
+}  // namespace memview

@@ -1,0 +1,142 @@
+#include "tools/memview/check.h"
+
+#include <algorithm>
+
+#include "tools/memview/audit.h"
+#include "tools/memview/diff.h"
+#include "tools/memview/folder.h"
+#include "tools/memview/summary.h"
+#include "tools/memview/suppressions.h"
+#include "tools/memview/units.h"
+
+namespace memview {
+namespace {
+
+class Check {
+  public:
+    Check(const Folder& folder, const Options& options, std::ostream& out)
+        : m_folder(folder), m_options(options), m_out(out) {}
+
+    bool all() {
+        for (const Run& run : m_folder.runs) {
+            if (m_options.max_peak) check_peak(run);
+            if (m_options.max_leaked) check_leaked(run);
+            check_audit(run);
+        }
+        if (m_options.max_site_growth) check_growth();
+        return m_good;
+    }
+
+  private:
+    std::ostream& line(bool good, const std::string& name) {
+        m_good = m_good && good;
+        return m_out << (good ? "ok      " : "FAILED  ") << harmless(name) << ": ";
+    }
+
+    void check_peak(const Run& run) {
+        const std::optional<std::int64_t> peak = peak_bytes(run);
+        if (!peak)
+            throw ReportError({run.folder, 0, "holds no peak for --max-peak: run with call sites or bins"});
+        const bool good = static_cast<double>(*peak) <= m_options.max_peak->value;
+        line(good, run.name) << "peak " << *peak << " bytes (" << human_bytes(*peak) << "), allowed "
+                             << human_bytes(static_cast<std::int64_t>(m_options.max_peak->value)) << "\n";
+    }
+
+    void check_leaked(const Run& run) {
+        if (!leaked_bytes(run)) {
+            throw ReportError(
+                {run.folder, 0, "holds no leak report for --max-leaked: run with leak checking"});
+        }
+        std::int64_t allowed = 0;
+        std::vector<std::size_t> counted;
+        const Table* leaks = run.table("leaks");
+        if (leaks != nullptr) allowed = split_leaks(*leaks, counted);
+        const std::int64_t leaked = *leaked_bytes(run) - allowed;
+        const bool good = static_cast<double>(leaked) <= m_options.max_leaked->value;
+        line(good, run.name) << "leaked " << leaked << " bytes (" << human_bytes(leaked) << "), allowed "
+                             << human_bytes(static_cast<std::int64_t>(m_options.max_leaked->value))
+                             << ", suppressed " << human_bytes(allowed) << "\n";
+        if (good) return;
+        for (const std::size_t row : counted) print_leak(*leaks, row);
+    }
+
+    // Gives the bytes that the suppressions cover, and the rows that they do not.
+    std::int64_t split_leaks(const Table& leaks, std::vector<std::size_t>& counted) {
+        Suppressions suppressions =
+            m_options.allow.empty() ? Suppressions() : Suppressions::read(m_options.allow);
+        std::int64_t covered = 0;
+        for (std::size_t row = 0; row < leaks.rows; ++row) {
+            if (suppressions.covers(leaks, row, m_folder.names)) {
+                covered += (*leaks.cells("current"))[row];
+            } else {
+                counted.push_back(row);
+            }
+        }
+        for (const std::string& pattern : suppressions.unused()) {
+            m_out << "note    " << m_options.allow << ": leak:" << harmless(pattern) << " matched nothing\n";
+        }
+        return covered;
+    }
+
+    void print_leak(const Table& leaks, std::size_t row) {
+        const auto text = [&](const char* column) {
+            return harmless(m_folder.names.text((*leaks.cells(column))[row]));
+        };
+        m_out << "        " << (*leaks.cells("current"))[row] << " bytes, "
+              << (*leaks.cells("current_blocks"))[row] << " blocks: " << text("module") << " " << text("file")
+              << ":" << (*leaks.cells("line"))[row] << " " << text("function") << "\n";
+    }
+
+    void check_growth() {
+        const auto baseline = read_folders({{m_options.baseline}, m_options.process, false});
+        const auto diff = make_diff(*baseline, m_folder, "peak", *m_options.max_site_growth);
+        for (const ProcessDiff& process : diff->processes) {
+            const auto sites = std::find_if(process.tables.begin(), process.tables.end(),
+                                            [](const Table& table) { return table.key == "sites"; });
+            if (sites == process.tables.end()) {
+                throw ReportError({m_options.baseline, 0,
+                                   "and this run do not both have the call sites of " +
+                                       in_quotes(process.name) + " for --max-site-growth"});
+            }
+            check_growth(process, *sites, diff->names);
+        }
+        for (const std::string& note : diff->notes)
+            m_out << "note    " << note << ": its call sites were not compared\n";
+    }
+
+    void check_growth(const ProcessDiff& process, const Table& sites, const Names& names) {
+        const std::vector<std::int64_t>& change = *sites.cells("change");
+        std::size_t grown = 0;
+        for (std::size_t row = 0; row < sites.rows; ++row) grown += change[row] > 0 ? 1 : 0;
+        line(grown == 0, process.name) << "call sites grown beyond the limit: " << grown << "\n";
+        for (std::size_t row = 0; row < sites.rows; ++row) {
+            if (change[row] <= 0) continue;
+            m_out << "        " << human_bytes((*sites.cells("before"))[row]) << " -> "
+                  << human_bytes((*sites.cells("after"))[row]) << ": "
+                  << harmless(names.text((*sites.cells("module"))[row])) << " "
+                  << harmless(names.text((*sites.cells("file"))[row])) << ":" << (*sites.cells("line"))[row]
+                  << " " << harmless(names.text((*sites.cells("function"))[row])) << "\n";
+        }
+    }
+
+    void check_audit(const Run& run) {
+        const Audit result = audit(run, m_folder.names);
+        line(result.disagreements.empty(), run.name)
+            << result.compared << " figures compared between the reports, " << result.disagreements.size()
+            << " disagree\n";
+        for (const std::string& one : result.disagreements) m_out << "        " << one << "\n";
+    }
+
+    const Folder& m_folder;
+    const Options& m_options;
+    std::ostream& m_out;
+    bool m_good = true;
+};
+
+}  // namespace
+
+bool check(const Folder& folder, const Options& options, std::ostream& out) {
+    return Check(folder, options, out).all();
+}
+
+}  // namespace memview

@@ -1,0 +1,39 @@
+#pragma once
+
+// What changed from one run to another.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/memview/model.h"
+#include "tools/memview/options.h"
+
+namespace memview {
+
+// One pair of processes. Tables have the columns "before", "after" and "change", hold only the rows whose
+// change is beyond the tolerance, and have the greatest change first.
+struct ProcessDiff {
+    std::string name;
+    std::vector<Table> tables;       // "totals", "sites", "modules", "bins", "tags"
+    std::vector<std::string> notes;  // what only one of the two runs has
+
+    bool different() const;
+};
+
+struct Diff {
+    Names names;
+    std::string measure;
+    std::vector<ProcessDiff> processes;
+    std::vector<std::string> notes;  // processes that only one folder has
+
+    bool different() const;
+};
+
+// Pairs the processes by name, or the only ones of two folders whatever their names. Throws ReportError when
+// the two have nothing in common.
+std::unique_ptr<Diff> make_diff(const Folder& before, const Folder& after, const std::string& measure,
+                                const Amount& tolerance);
+
+}  // namespace memview

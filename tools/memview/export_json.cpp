@@ -1,0 +1,56 @@
+#include "tools/memview/export.h"
+#include "tools/memview/json_rows.h"
+#include "tools/memview/summary.h"
+
+namespace memview {
+namespace {
+
+using nlohmann::ordered_json;
+
+// Row by row, so that a large run is never in memory a second time.
+void write_table(const Table& table, const Names& names, std::ostream& out) {
+    out << ",\n\"" << table.key << "\": [";
+    for (std::size_t row = 0; row < table.rows; ++row) {
+        out << (row == 0 ? "\n" : ",\n") << json_text(row_json(table, row, names));
+    }
+    out << "]";
+}
+
+ordered_json timeline_json(const Timeline& timeline) {
+    ordered_json series = ordered_json::array();
+    for (const Series& one : timeline.series) {
+        series.push_back({{"name", one.name}, {"highest", one.highest}, {"last", one.last}});
+    }
+    return {{"samples", timeline.samples}, {"series", std::move(series)}};
+}
+
+void write_process(const Run& run, const Names& names, std::ostream& out) {
+    ordered_json totals = ordered_json::object();
+    for (const Figure& figure : summary(run)) totals[figure.key] = figure.value;
+    ordered_json timelines = ordered_json::object();
+    for (const auto& [kind, timeline] : run.timelines) timelines[kind] = timeline_json(timeline);
+    out << "{\"name\": " << json_text(run.name) << ", \"folder\": " << json_text(run.folder)
+        << ", \"tracked\": " << json_text(tracked(run)) << ",\n\"totals\": " << json_text(totals)
+        << ",\n\"timelines\": " << json_text(timelines);
+    for (const Table& table : run.tables) {
+        const bool same_in_mib = table.key.ends_with("_mb");
+        if (!same_in_mib) write_table(table, names, out);
+    }
+    out << "}";
+}
+
+}  // namespace
+
+void export_json(const Folder& folder, std::ostream& out) {
+    out << "{\"format\": \"ktl_memview\", \"version\": 1, \"left_out\": " << json_text(folder.left_out)
+        << ",\n\"processes\": [";
+    bool first = true;
+    for (const Run& run : folder.runs) {
+        out << (first ? "\n" : ",\n");
+        first = false;
+        write_process(run, folder.names, out);
+    }
+    out << "]}\n";
+}
+
+}  // namespace memview

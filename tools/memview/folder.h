@@ -1,0 +1,22 @@
+#pragma once
+
+// Finds the reports of a folder, tells the processes apart and reads them all.
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tools/memview/model.h"
+
+namespace memview {
+
+struct FolderRequest {
+    std::vector<std::string> folders;
+    std::string process;  // only the one with this middle word; empty for all
+    bool keep_going = false;
+};
+
+// Throws ReportError when there is nothing to read, and on anything wrong in a file unless keep_going is set.
+std::unique_ptr<Folder> read_folders(const FolderRequest& request);
+
+}  // namespace memview

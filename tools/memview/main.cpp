@@ -1,0 +1,140 @@
+// ktl_memview: looks at the report files that a tracked process left behind.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <sstream>
+
+#include "tools/memview/check.h"
+#include "tools/memview/diff.h"
+#include "tools/memview/diff_output.h"
+#include "tools/memview/export.h"
+#include "tools/memview/folder.h"
+#include "tools/memview/options.h"
+#include "tools/memview/page.h"
+#include "tools/memview/show.h"
+
+namespace memview {
+namespace {
+
+constexpr int DIFFERENT = 1;
+constexpr int TROUBLE = 2;
+
+void say_left_out(const Folder& folder) {
+    for (const std::string& line : folder.left_out) std::cerr << "ktl_memview: left out: " << line << "\n";
+}
+
+int run_show(const Options& options) {
+    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    show(*folder, options, standard_terminal(), std::cout);
+    say_left_out(*folder);
+    return 0;
+}
+
+// Writes to the file of --output, or to standard output when none is given.
+void write_output(const Options& options, const std::string& text) {
+    if (options.output.empty()) {
+        std::cout << text;
+        return;
+    }
+    std::ofstream file(options.output, std::ios::binary | std::ios::trunc);
+    if (!file)
+        throw ReportError({options.output, 0, std::string("cannot be written: ") + std::strerror(errno)});
+    file << text;
+    file.close();
+    if (!file) throw ReportError({options.output, 0, "cannot be written to its end: is the disk full?"});
+}
+
+int run_html(const Options& options) {
+    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    write_output(options, make_run_page(*folder));
+    say_left_out(*folder);
+    return 0;
+}
+
+std::unique_ptr<Folder> read_one(const Options& options, const std::string& folder) {
+    return read_folders({{folder}, options.process, options.keep_going});
+}
+
+int run_diff(const Options& options) {
+    const auto before = read_one(options, options.folders[0]);
+    const auto after = read_one(options, options.folders[1]);
+    const auto diff = make_diff(*before, *after, options.sort, options.tolerance);
+    if (options.as_html) {
+        write_output(options, diff_page(*diff));
+    } else if (options.as_json) {
+        write_output(options, diff_json(*diff));
+    } else {
+        std::ostringstream text;
+        print_diff(*diff, options.top, options.output.empty() ? standard_terminal() : Terminal{false, 0},
+                   text);
+        write_output(options, text.str());
+    }
+    for (const std::string& note : diff->notes) std::cerr << "ktl_memview: " << note << "\n";
+    for (const ProcessDiff& process : diff->processes) {
+        for (const std::string& note : process.notes) std::cerr << "ktl_memview: " << note << "\n";
+    }
+    say_left_out(*before);
+    say_left_out(*after);
+    return diff->different() ? DIFFERENT : 0;
+}
+
+int run_check(const Options& options) {
+    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    const bool good = check(*folder, options, std::cout);
+    say_left_out(*folder);
+    return good ? 0 : options.exit_code;
+}
+
+int run_export(const Options& options) {
+    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    const bool to_terminal = options.output.empty() && ::isatty(STDOUT_FILENO) == 1;
+    if (options.format == "pprof" && to_terminal) {
+        throw ReportError(
+            {"standard output", 0, "is a terminal and pprof's form is binary: give --output FILE"});
+    }
+    std::ostringstream text;
+    export_reports(*folder, options, text);
+    write_output(options, text.str());
+    say_left_out(*folder);
+    return 0;
+}
+
+int run(const Options& options) {
+    static const std::map<std::string, int (*)(const Options&)> COMMANDS = {{"show", run_show},
+                                                                            {"html", run_html},
+                                                                            {"diff", run_diff},
+                                                                            {"check", run_check},
+                                                                            {"export", run_export}};
+    const int status = COMMANDS.at(options.command)(options);
+    std::cout.flush();
+    if (!std::cout) throw ReportError({"standard output", 0, "cannot be written"});
+    return status;
+}
+
+int parse_and_run(int argc, char** argv) {
+    Options options;
+    const std::unique_ptr<CLI::App> app = make_app(options);
+    try {
+        app->parse(argc, argv);
+        return run(options);
+    } catch (const CLI::ParseError& error) {
+        const bool asked = error.get_exit_code() == 0;  // --help and --version come this way too
+        app->exit(error);
+        return asked ? 0 : TROUBLE;
+    } catch (const std::exception& error) {
+        std::cerr << "ktl_memview: " << error.what() << "\n";
+        return TROUBLE;
+    }
+}
+
+}  // namespace
+}  // namespace memview
+
+int main(int argc, char** argv) {
+    return memview::parse_and_run(argc, argv);
+}

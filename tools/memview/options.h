@@ -1,0 +1,57 @@
+#pragma once
+
+// The command line: one table for parsing, help, manual page and completion.
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/common/cli_doc.h"
+
+namespace memview {
+
+// An amount as it is given on the command line: bytes ("64K", "1.5G") or a share of something ("10%").
+struct Amount {
+    double value = 0;
+    bool percent = false;
+
+    // The amount in bytes, a share being taken of `base`.
+    double of(double base) const { return percent ? base * value / 100 : value; }
+};
+
+struct Options {
+    std::string command;  // "show", "html", "diff", "check", "export"
+    std::vector<std::string> folders;
+    std::string process;
+    bool keep_going = false;
+
+    std::string sort = "peak";
+    std::size_t top = 10;
+    std::string match;
+    std::string output;
+
+    Amount tolerance;
+    bool as_html = false;
+    bool as_json = false;
+
+    std::optional<Amount> max_peak;
+    std::optional<Amount> max_leaked;
+    std::optional<Amount> max_site_growth;
+    std::string baseline;
+    std::string allow;
+    int exit_code = 1;
+
+    std::string format;
+    std::string table = "sites";
+};
+
+// The parser, which fills `options`; both must live until it has parsed.
+std::unique_ptr<CLI::App> make_app(Options& options);
+
+// What the manual page tells beside the options.
+cli_doc::Page manual_page();
+
+}  // namespace memview

@@ -1,0 +1,45 @@
+#pragma once
+
+// The self-contained page: what it holds, and how it is put together within its size.
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/memview/chart.h"
+#include "tools/memview/model.h"
+#include "tools/memview/summary.h"
+
+namespace memview {
+
+// One process, or one comparison, as the page shows it. The tables must outlive it.
+struct PageProcess {
+    std::string name;
+    std::string folder;
+    std::vector<std::string> tracked;
+    std::vector<Figure> figures;
+    std::optional<std::uint64_t> peak_index;
+    std::vector<const Table*> tables;
+    std::vector<Chart> charts;
+};
+
+struct Page {
+    std::string title;
+    const Names& names;
+    std::vector<std::string> left_out;
+    std::vector<PageProcess> processes;
+};
+
+// How much of a run goes into a page.
+struct PageLimits {
+    std::size_t rows = 2000;      // of a table, by each of its figures
+    std::size_t stretches = 512;  // of a chart
+};
+
+// The page as a file. `make` is called with ever tighter limits until the result is at most 10 MB.
+std::string make_page(const std::function<Page(const PageLimits&)>& make);
+
+// The page of the runs of a folder.
+std::string make_run_page(const Folder& folder);
+
+}  // namespace memview

@@ -1,0 +1,173 @@
+#include "tools/memview/page_data.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <unordered_map>
+
+#include "tools/memview/report_kinds.h"
+#include "tools/memview/units.h"
+
+namespace memview {
+namespace {
+
+using nlohmann::json;
+
+// A name of a megabyte is no help to a reader, and a few of them would fill the page.
+constexpr std::size_t LONGEST_NAME = 16384;
+
+// Each text of the page once, in the order of first use.
+class Texts {
+  public:
+    std::size_t number_of(const std::string& text) {
+        const auto [found, is_new] = m_numbers.try_emplace(text, m_list.size());
+        if (is_new) m_list.push_back(text.size() <= LONGEST_NAME ? text : shortened(text, LONGEST_NAME));
+        return found->second;
+    }
+    const json& list() const { return m_list; }
+
+  private:
+    std::unordered_map<std::string, std::size_t> m_numbers;
+    json m_list = json::array();
+};
+
+const char* unit_name(Unit unit) {
+    switch (unit) {
+        case Unit::bytes:
+            return "bytes";
+        case Unit::blocks:
+            return "blocks";
+        case Unit::line:
+            return "line";
+        case Unit::thousandths:
+            return "mib";
+        case Unit::text:
+        case Unit::address:
+            break;
+    }
+    return "text";
+}
+
+bool is_figure(Unit unit) {
+    return unit == Unit::bytes || unit == Unit::blocks;
+}
+
+// The rows that stand highest by any figure, in the order of the table.
+std::vector<std::size_t> shown_rows(const Table& table, std::size_t most) {
+    std::vector<bool> shown(table.rows, table.rows <= most);
+    for (const Column& column : table.columns) {
+        if (table.rows <= most || column.spec.unit != Unit::bytes) continue;
+        std::vector<std::size_t> rows(table.rows);
+        for (std::size_t row = 0; row < table.rows; ++row) rows[row] = row;
+        std::nth_element(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(most), rows.end(),
+                         [&](std::size_t a, std::size_t b) {
+                             return std::llabs(column.cells[a]) > std::llabs(column.cells[b]);
+                         });
+        for (std::size_t i = 0; i < most; ++i) shown[rows[i]] = true;
+    }
+    std::vector<std::size_t> rows;
+    for (std::size_t row = 0; row < table.rows; ++row) {
+        if (shown[row]) rows.push_back(row);
+    }
+    return rows;
+}
+
+json cell(const Column& column, std::size_t row, const Names& names, Texts& texts) {
+    const std::int64_t value = column.cells[row];
+    if (column.spec.unit == Unit::text) return texts.number_of(names.text(value));
+    if (column.spec.unit == Unit::address) return texts.number_of(hex_address(value));
+    return value;
+}
+
+json table_data(const Table& table, const Names& names, std::size_t most, Texts& texts) {
+    const std::vector<std::size_t> rows = shown_rows(table, most);
+    json columns = json::array();
+    json cells = json::array();
+    json rest = json::array();
+    for (const Column& column : table.columns) {
+        columns.push_back(
+            {{"key", column.spec.key}, {"title", column.spec.title}, {"unit", unit_name(column.spec.unit)}});
+        json values = json::array();
+        std::int64_t sum_shown = 0;
+        for (const std::size_t row : rows) {
+            values.push_back(cell(column, row, names, texts));
+            sum_shown += column.cells[row];
+        }
+        cells.push_back(std::move(values));
+        rest.push_back(is_figure(column.spec.unit) ? json(table.sum(column.spec.key) - sum_shown) : json());
+    }
+    return {{"key", table.key},   {"columns", std::move(columns)},         {"cells", std::move(cells)},
+            {"rows", table.rows}, {"rest_rows", table.rows - rows.size()}, {"rest", std::move(rest)}};
+}
+
+json chart_data(const Chart& chart, Texts& texts) {
+    json series = json::array();
+    json labels = json::array();
+    for (const std::string& name : chart.series) series.push_back(texts.number_of(name));
+    for (const std::string& label : chart.labels) labels.push_back(texts.number_of(label));
+    json rows = json::array();
+    for (const ChartRow& row : chart.rows) {
+        json values = {row.index, row.label};
+        for (const std::int64_t value : row.values) values.push_back(value);
+        rows.push_back(std::move(values));
+    }
+    return {{"key", chart.key},         {"stacked", chart.stacked},    {"rest", chart.rest},
+            {"samples", chart.samples}, {"series", std::move(series)}, {"labels", std::move(labels)},
+            {"rows", std::move(rows)}};
+}
+
+json figures_data(const std::vector<Figure>& figures) {
+    json all = json::array();
+    for (const Figure& figure : figures) {
+        all.push_back({{"key", figure.key},
+                       {"title", figure.title},
+                       {"value", figure.value},
+                       {"unit", unit_name(figure.unit)},
+                       {"explanation", figure.explanation}});
+    }
+    return all;
+}
+
+json process_data(const PageProcess& process, const Names& names, const PageLimits& limits, Texts& texts) {
+    json tables = json::array();
+    for (const Table* table : process.tables) tables.push_back(table_data(*table, names, limits.rows, texts));
+    json charts = json::array();
+    for (const Chart& chart : process.charts) charts.push_back(chart_data(chart, texts));
+    return {{"name", process.name},
+            {"folder", process.folder},
+            {"tracked", process.tracked},
+            {"figures", figures_data(process.figures)},
+            {"peak_index", process.peak_index ? json(*process.peak_index) : json()},
+            {"tables", std::move(tables)},
+            {"charts", std::move(charts)}};
+}
+
+std::string without_angle_brackets(const std::string& text) {
+    std::string out;
+    out.reserve(text.size() + text.size() / 16);
+    for (const char c : text) {
+        if (c == '<') {
+            out += "\\u003c";
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+std::string page_data(const Page& page, const PageLimits& limits) {
+    Texts texts;
+    json processes = json::array();
+    for (const PageProcess& process : page.processes) {
+        processes.push_back(process_data(process, page.names, limits, texts));
+    }
+    const json data = {{"title", page.title},
+                       {"left_out", page.left_out},
+                       {"processes", std::move(processes)},
+                       {"texts", texts.list()}};
+    // Names need not be UTF-8; what is not becomes the replacement character.
+    return without_angle_brackets(data.dump(-1, ' ', false, json::error_handler_t::replace));
+}
+
+}  // namespace memview

@@ -1,0 +1,40 @@
+#pragma once
+
+// Which rows of a table are shown, and in which order.
+
+#include <regex.h>
+
+#include <string>
+#include <vector>
+
+#include "tools/memview/model.h"
+
+namespace memview {
+
+// An extended regular expression of POSIX. (std::regex recurses by the length of its text, and names of
+// templates can be longer than a stack is deep.)
+class Pattern {
+  public:
+    // An empty expression matches everything. Throws CLI::ValidationError for a bad one.
+    explicit Pattern(const std::string& expression);
+    ~Pattern();
+    Pattern(const Pattern&) = delete;
+    Pattern& operator=(const Pattern&) = delete;
+
+    bool matches(const std::string& text) const;
+    bool matches_all() const { return m_matches_all; }
+
+  private:
+    bool m_matches_all;
+    regex_t m_compiled{};
+};
+
+// Whether any text of a row matches.
+bool row_matches(const Table& table, std::size_t row, const Names& names, const Pattern& pattern);
+
+// The rows that match, by the column from the highest down, or by the texts when the key is "name". A table
+// without that column is sorted by its first column of bytes. Equal rows keep the order of the report.
+std::vector<std::size_t> selected_rows(const Table& table, const Names& names, const Pattern& pattern,
+                                       const std::string& sort_key);
+
+}  // namespace memview

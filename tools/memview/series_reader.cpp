@@ -1,0 +1,181 @@
+#include "tools/memview/series_reader.h"
+
+#include <algorithm>
+
+#include "tools/memview/fields.h"
+#include "tools/memview/line_reader.h"
+#include "tools/memview/report_kinds.h"
+#include "tools/memview/table_reader.h"
+
+namespace memview {
+namespace {
+
+constexpr std::size_t MOST_STRETCHES = 128;
+
+class SeriesScan {
+  public:
+    SeriesScan(const std::string& path, std::string_view kind, Problems& problems,
+               const SeriesVisitor& visitor)
+        : m_reader(path),
+          m_kind(kind),
+          m_auxiliary(kind == AUXILIARY_TIMELINE),
+          m_problems(problems),
+          m_visitor(visitor) {}
+
+    void run() {
+        const std::string rest = read_head(m_reader, timeline_title(m_kind));
+        if (!rest.empty())
+            throw ReportError({m_reader.path(), 1, "unexpected title, ends in " + in_quotes(rest)});
+        read_names();
+        if (!read_rows()) {
+            m_problems.add(
+                {m_reader.path(), m_reader.number(), "the file is cut: its closing line is missing"});
+        }
+    }
+
+  private:
+    void read_names() {
+        std::string_view line;
+        if (!m_reader.next(line))
+            throw ReportError({m_reader.path(), m_reader.number(), "the file is cut: no columns"});
+        std::vector<std::string> names;
+        Fields fields(line);
+        std::string_view name;
+        if (!m_auxiliary && fields.next(name) && !name.empty()) {
+            throw ReportError(
+                {m_reader.path(), m_reader.number(), "column names expected, found " + in_quotes(line)});
+        }
+        while (fields.next(name)) names.emplace_back(name);
+        const std::vector<std::string_view>& expected = auxiliary_columns();
+        if (m_auxiliary && !std::equal(names.begin(), names.end(), expected.begin(), expected.end())) {
+            throw ReportError({m_reader.path(), m_reader.number(), "unknown columns " + in_quotes(line)});
+        }
+        m_values.resize(names.size());
+        m_visitor.header(names);
+    }
+
+    bool read_rows() {
+        std::string_view line;
+        while (m_reader.next(line)) {
+            if (is_closing_line(line)) {
+                read_end(m_reader, m_problems);
+                return true;
+            }
+            const std::string wrong = read_row(line);
+            if (!wrong.empty()) m_problems.add({m_reader.path(), m_reader.number(), wrong});
+        }
+        return false;
+    }
+
+    bool parse_value(std::string_view text, std::int64_t& value) const {
+        if (!m_auxiliary) return parse_number(text, value);
+        std::uint64_t bits = 0;
+        const bool good = parse_number(text, bits);
+        value = static_cast<std::int64_t>(bits);
+        return good;
+    }
+
+    std::string read_row(std::string_view line) {
+        Fields fields(line);
+        std::string_view label;
+        if (!m_auxiliary) fields.next(label);
+        std::size_t count = 0;
+        for (std::string_view field; count < m_values.size() && fields.next(field); ++count) {
+            if (parse_value(field, m_values[count])) continue;
+            if (!m_reader.terminated()) return "the file is cut inside this row";
+            return in_quotes(field) + " is no number (series " + std::to_string(count + 1) + ")";
+        }
+        const std::size_t found = count + fields.rest();
+        const std::size_t labels = m_auxiliary ? 0 : 1;
+        if (found != m_values.size()) {
+            return wrong_field_count(m_reader, line, found + labels, m_values.size() + labels);
+        }
+        if (!m_reader.terminated()) return "the file is cut inside this row";
+        m_visitor.row(label, m_values);
+        return {};
+    }
+
+    LineReader m_reader;
+    std::string_view m_kind;
+    bool m_auxiliary;
+    Problems& m_problems;
+    const SeriesVisitor& m_visitor;
+    std::vector<std::int64_t> m_values;
+};
+
+// The highest value of each series in each of at most MOST_STRETCHES equally long stretches of samples. When
+// they are full, neighbours are joined and the stretches become twice as long.
+class Stretches {
+  public:
+    explicit Stretches(std::size_t series) : m_series(series) {}
+
+    void add(std::span<const std::int64_t> values) {
+        if (m_in_last == m_length || m_cells.empty()) open();
+        ++m_in_last;
+        std::int64_t* cells = m_cells.data() + (m_cells.size() - m_series);
+        for (std::size_t i = 0; i < m_series; ++i) cells[i] = std::max(cells[i], values[i]);
+    }
+
+    std::vector<std::int64_t> of(std::size_t series) const {
+        std::vector<std::int64_t> course;
+        for (std::size_t at = series; at < m_cells.size(); at += m_series) course.push_back(m_cells[at]);
+        return course;
+    }
+
+  private:
+    void open() {
+        if (m_series != 0 && m_cells.size() / m_series == MOST_STRETCHES) join();
+        m_cells.resize(m_cells.size() + m_series, INT64_MIN);
+        m_in_last = 0;
+    }
+
+    void join() {
+        for (std::size_t pair = 0; pair < MOST_STRETCHES / 2; ++pair) {
+            for (std::size_t i = 0; i < m_series; ++i) {
+                m_cells[pair * m_series + i] =
+                    std::max(m_cells[2 * pair * m_series + i], m_cells[(2 * pair + 1) * m_series + i]);
+            }
+        }
+        m_cells.resize(MOST_STRETCHES / 2 * m_series);
+        m_length *= 2;
+    }
+
+    std::size_t m_series;
+    std::size_t m_length = 1;
+    std::size_t m_in_last = 0;
+    std::vector<std::int64_t> m_cells;
+};
+
+}  // namespace
+
+void scan_series(const std::string& path, std::string_view kind, Problems& problems,
+                 const SeriesVisitor& visitor) {
+    SeriesScan(path, kind, problems, visitor).run();
+}
+
+Timeline read_timeline(const std::string& path, std::string_view kind, Problems& problems) {
+    Timeline timeline;
+    timeline.file = path;
+    Stretches stretches(0);
+    std::vector<std::int64_t> last;
+    SeriesVisitor visitor;
+    visitor.header = [&](const std::vector<std::string>& names) {
+        for (const std::string& name : names) timeline.series.push_back({name, 0, 0, {}});
+        stretches = Stretches(names.size());
+    };
+    visitor.row = [&](std::string_view, std::span<const std::int64_t> values) {
+        ++timeline.samples;
+        stretches.add(values);
+        last.assign(values.begin(), values.end());
+    };
+    scan_series(path, kind, problems, visitor);
+    for (std::size_t i = 0; i < last.size(); ++i) {
+        Series& series = timeline.series[i];
+        series.last = last[i];
+        series.stretches = stretches.of(i);
+        series.highest = *std::max_element(series.stretches.begin(), series.stretches.end());
+    }
+    return timeline;
+}
+
+}  // namespace memview

@@ -1,0 +1,224 @@
+#include "tools/memview/show.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "tools/memview/report_kinds.h"
+#include "tools/memview/selection.h"
+#include "tools/memview/summary.h"
+#include "tools/memview/units.h"
+
+namespace memview {
+namespace {
+
+constexpr std::size_t SPARK_WIDTH = 32;
+
+struct View {
+    const char* key;
+    const char* title;
+    const char* timeline;  // whose series tell the course of the rows, or null
+};
+
+constexpr View VIEWS[] = {{"sites", "Call sites", nullptr}, {"modules", "Modules", MODULE_TIMELINE_DETAILED},
+                          {"bins", "Bins", nullptr},        {"tags", "Tags", TAG_TIMELINE},
+                          {"leaks", "Leaks", nullptr},      {"fast_leaks", "Fast leak summaries", nullptr}};
+
+std::string figure_text(std::int64_t value, Unit unit) {
+    return unit == Unit::bytes ? human_bytes(value) : grouped(value);
+}
+
+std::string upper(std::string text) {
+    for (char& c : text) c = c == '_' ? ' ' : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return text;
+}
+
+bool same_name(const std::string& a, const std::string& b) {
+    return a.size() == b.size() &&
+           std::equal(a.begin(), a.end(), b.begin(),
+                      [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
+}
+
+class Show {
+  public:
+    Show(const Folder& folder, const Options& options, const Terminal& terminal, std::ostream& out)
+        : m_names(folder.names),
+          m_options(options),
+          m_terminal(terminal),
+          m_out(out),
+          m_pattern(options.match) {}
+
+    void print(const Run& run) const {
+        m_out << bold(harmless(run.name), m_terminal) << "  (" << harmless(run.folder) << ")\n";
+        print_summary(run);
+        for (const auto& [kind, title] :
+             {std::pair{AUXILIARY_TIMELINE, "Process"}, {MODULE_TIMELINE, "Modules"}}) {
+            const Timeline* timeline = run.timeline(kind);
+            if (timeline != nullptr) print_series(*timeline, title);
+        }
+        for (const View& view : VIEWS) {
+            const Table* table = run.table(view.key);
+            if (table != nullptr) print_table(run, *table, view);
+        }
+    }
+
+  private:
+    void print_summary(const Run& run) const {
+        std::string what;
+        for (const std::string& one : tracked(run)) what += (what.empty() ? "" : ", ") + one;
+        m_out << "  Tracked: " << what << "\n";
+        TextTable table({{"", TextTable::Align::left}, {"", TextTable::Align::right}});
+        for (const Figure& figure : summary(run))
+            table.add({figure.title, figure_text(figure.value, figure.unit)});
+        table.print(m_out, m_terminal);
+    }
+
+    void print_series(const Timeline& timeline, const char* title) const {
+        m_out << "\n"
+              << bold(std::string(title) + " over " + grouped(static_cast<std::int64_t>(timeline.samples)) +
+                          " samples",
+                      m_terminal)
+              << "\n";
+        TextTable table({{"HIGHEST", TextTable::Align::right},
+                         {"LAST", TextTable::Align::right},
+                         {"COURSE", TextTable::Align::left},
+                         {"SERIES", TextTable::Align::left}});
+        for (const Series* series : shown_series(timeline)) {
+            const bool counts =
+                series->name == "page_faults" || series->name.find("_num_") != std::string::npos;
+            const Unit unit = counts ? Unit::blocks : Unit::bytes;
+            table.add({figure_text(series->highest, unit), figure_text(series->last, unit),
+                       sparkline(series->stretches, SPARK_WIDTH),
+                       shortened(harmless(series->name),
+                                 m_terminal.width <= 80 ? m_terminal.width / 4 : m_terminal.width - 60)});
+        }
+        table.print(m_out, m_terminal);
+    }
+
+    std::vector<const Series*> shown_series(const Timeline& timeline) const {
+        std::vector<const Series*> all;
+        for (const Series& series : timeline.series) {
+            if (m_pattern.matches(series.name)) all.push_back(&series);
+        }
+        std::stable_sort(all.begin(), all.end(),
+                         [](const Series* a, const Series* b) { return a->highest > b->highest; });
+        if (m_options.top != 0 && all.size() > m_options.top) all.resize(m_options.top);
+        return all;
+    }
+
+    void print_table(const Run& run, const Table& table, const View& view) const {
+        const std::vector<std::size_t> rows = selected_rows(table, m_names, m_pattern, m_options.sort);
+        const std::size_t shown = m_options.top == 0 ? rows.size() : std::min(rows.size(), m_options.top);
+        const std::string sort =
+            table.column(m_options.sort) >= 0 || m_options.sort == "name" ? m_options.sort : "bytes";
+        m_out << "\n"
+              << bold(view.title, m_terminal) << "  (" << shown << " of " << rows.size()
+              << (m_pattern.matches_all() ? "" : " matching") << ", by " << sort << ")\n";
+        if (rows.empty()) return;
+        const bool has_room = m_terminal.width == 0 || m_terminal.width >= 100;
+        const Timeline* course = has_room && view.timeline != nullptr ? run.timeline(view.timeline) : nullptr;
+        TextTable text(headings(table, course != nullptr));
+        for (std::size_t i = 0; i < shown; ++i) text.add(cells(table, rows[i], course));
+        text.print(m_out, m_terminal);
+    }
+
+    // The figure that the rows are sorted by, then as many others as leave room for the names; the exports
+    // have all.
+    std::vector<const Column*> figure_columns(const Table& table) const {
+        std::vector<const char*> keys = {"peak",       "max",         "current",
+                                         "cumulative", "peak_blocks", "current_blocks"};
+        if (m_terminal.width != 0 && m_terminal.width < 130) keys = {"peak", "current", "cumulative"};
+        if (m_terminal.width != 0 && m_terminal.width < 100) keys = {"peak", "current"};
+        std::erase_if(keys, [this](const char* key) { return key == m_options.sort; });
+        keys.insert(keys.begin(), m_options.sort.c_str());
+        std::vector<const Column*> columns;
+        for (const char* key : keys) {
+            const int index = table.column(key);
+            if (index < 0) continue;
+            const Column& column = table.columns[static_cast<std::size_t>(index)];
+            if (column.spec.unit != Unit::text) columns.push_back(&column);
+        }
+        return columns;
+    }
+
+    std::vector<TextTable::Heading> headings(const Table& table, bool with_course) const {
+        std::vector<TextTable::Heading> all;
+        for (const Column* column : figure_columns(table)) {
+            all.push_back({table.key == "leaks" && column->spec.unit == Unit::bytes ? "LEAKED"
+                                                                                    : upper(column->spec.key),
+                           TextTable::Align::right});
+        }
+        if (with_course) all.push_back({"COURSE", TextTable::Align::left});
+        const bool is_place = table.column("function") >= 0;
+        if (is_place) all.push_back({"MODULE", TextTable::Align::left});
+        if (is_place) all.push_back({"PLACE", TextTable::Align::left});
+        all.push_back({is_place ? "FUNCTION" : "NAME", TextTable::Align::left});
+        return all;
+    }
+
+    std::vector<std::string> cells(const Table& table, std::size_t row, const Timeline* course) const {
+        std::vector<std::string> all;
+        std::size_t used = 2;
+        for (const Column* column : figure_columns(table)) {
+            all.push_back(figure_text(column->cells[row], column->spec.unit));
+            used += std::max(display_width(all.back()), std::string_view(column->spec.key).size()) + 3;
+        }
+        if (course != nullptr) {
+            all.push_back(course_of(*course, text(table, row, "name")));
+            used += SPARK_WIDTH + 2;
+        }
+        // The names share what the figures leave of the row, but stay legible on the narrowest terminal.
+        const std::size_t left =
+            m_terminal.width == 0 ? 0 : std::max<std::size_t>(m_terminal.width, used + 48) - used;
+        add_names(table, row, left, all);
+        return all;
+    }
+
+    void add_names(const Table& table, std::size_t row, std::size_t width,
+                   std::vector<std::string>& all) const {
+        if (table.column("function") < 0) {
+            const std::string name = text(table, row, "name");
+            all.push_back(shortened(name.empty() ? "-" : name, width));
+            return;
+        }
+        const std::string module = text(table, row, "module");
+        const std::string file = text(table, row, "file");
+        const std::string line = file.empty() ? "" : ":" + std::to_string((*table.cells("line"))[row]);
+        const std::size_t place_width = width == 0 ? 0 : std::max(width * 3 / 8, line.size() + 8);
+        all.push_back(shortened(module.empty() ? "OTHER" : module, width / 5));
+        all.push_back(shortened_path(file, place_width == 0 ? 0 : place_width - line.size()) + line);
+        all.push_back(
+            shortened(text(table, row, "function"), width == 0 ? 0 : width - width / 5 - place_width));
+    }
+
+    static std::string course_of(const Timeline& timeline, const std::string& name) {
+        for (const Series& series : timeline.series) {
+            if (same_name(series.name, name)) return sparkline(series.stretches, SPARK_WIDTH);
+        }
+        return {};
+    }
+
+    std::string text(const Table& table, std::size_t row, const char* key) const {
+        const std::vector<std::int64_t>* column = table.cells(key);
+        return column == nullptr ? std::string() : harmless(m_names.text((*column)[row]));
+    }
+
+    const Names& m_names;
+    const Options& m_options;
+    const Terminal& m_terminal;
+    std::ostream& m_out;
+    Pattern m_pattern;
+};
+
+}  // namespace
+
+void show(const Folder& folder, const Options& options, const Terminal& terminal, std::ostream& out) {
+    const Show view(folder, options, terminal, out);
+    bool first = true;
+    for (const Run& run : folder.runs) {
+        if (!first) out << "\n";
+        first = false;
+        view.print(run);
+    }
+}
+
+}  // namespace memview

@@ -1,0 +1,193 @@
+#include "tools/memview/table_reader.h"
+
+#include "tools/memview/fields.h"
+
+namespace memview {
+namespace {
+
+// "1.500" as 1500; the reports write MiB with exactly three digits behind the point.
+bool parse_thousandths(std::string_view text, std::int64_t& value) {
+    const std::size_t point = text.find('.');
+    if (point == std::string_view::npos || text.size() - point != 4 || point == 0) return false;
+    std::int64_t whole = 0;
+    std::uint32_t part = 0;
+    const std::string_view digits = text.substr(0, point);
+    if (!parse_number(text.substr(point + 1), part)) return false;
+    if (digits != "-" && !parse_number(digits, whole)) return false;
+    if (whole > INT64_MAX / 1000 - 1 || whole < INT64_MIN / 1000 + 1) return false;
+    value = whole * 1000 + (text.front() == '-' ? -std::int64_t{part} : std::int64_t{part});
+    return true;
+}
+
+bool parse_address(std::string_view text, std::int64_t& value) {
+    value = 0;
+    if (text == "OTHER") return true;
+    std::uint64_t bits = 0;
+    if (!text.starts_with("0x") || !parse_number(text.substr(2), bits, 16)) return false;
+    value = static_cast<std::int64_t>(bits);
+    return true;
+}
+
+bool parse_cell(std::string_view text, Unit unit, Names& names, std::int64_t& value) {
+    switch (unit) {
+        case Unit::text:
+            value = names.id_of(text);
+            return text.find('\0') == std::string_view::npos;
+        case Unit::address:
+            return parse_address(text, value);
+        case Unit::thousandths:
+            return parse_thousandths(text, value);
+        case Unit::line:
+            return parse_number(text, value) && value >= 0;
+        case Unit::bytes:
+        case Unit::blocks:
+            return parse_number(text, value);
+    }
+    return false;
+}
+
+class TableReader {
+  public:
+    TableReader(const std::string& path, const TableKind& kind, Names& names, Problems& problems)
+        : m_reader(path), m_kind(kind), m_names(names), m_problems(problems) {}
+
+    Table read(std::optional<std::uint64_t>& peak_index) {
+        m_table.key = m_kind.key;
+        m_table.file = m_reader.path();
+        read_title(peak_index);
+        read_columns();
+        if (!read_rows() && m_kind.closing_line) {
+            m_problems.add(
+                {m_reader.path(), m_reader.number(), "the file is cut: its closing line is missing"});
+        }
+        return std::move(m_table);
+    }
+
+  private:
+    void read_title(std::optional<std::uint64_t>& peak_index) {
+        std::string rest = read_head(m_reader, m_kind.title);
+        if (!m_kind.indexed && rest.empty()) return;
+        std::uint64_t index = 0;
+        const std::string_view before = " [at index ";
+        if (!m_kind.indexed || !rest.starts_with(before) || !rest.ends_with("]") ||
+            !parse_number(std::string_view(rest).substr(before.size(), rest.size() - before.size() - 1),
+                          index)) {
+            throw ReportError({m_reader.path(), 1, "unexpected title " + in_quotes(m_kind.title + rest)});
+        }
+        peak_index = index;
+    }
+
+    void read_columns() {
+        std::string_view line;
+        if (!m_reader.next(line))
+            throw ReportError({m_reader.path(), m_reader.number(), "the file is cut: no columns"});
+        Fields fields(line);
+        std::string_view title;
+        bool more = fields.next(title);
+        for (std::size_t i = 0; i < m_kind.columns.size(); ++i) {
+            const ColumnSpec& spec = m_kind.columns[i];
+            if (more && title == spec.title) {
+                m_table.columns.push_back({spec, {}});
+                more = fields.next(title);
+            } else if (static_cast<int>(i) != m_kind.optional_column) {
+                throw ReportError({m_reader.path(), m_reader.number(),
+                                   "column " + in_quotes(spec.title) + " expected, found " +
+                                       (more ? in_quotes(title) : std::string("the end of the line"))});
+            }
+        }
+        if (more)
+            throw ReportError({m_reader.path(), m_reader.number(), "unknown column " + in_quotes(title)});
+        m_row.resize(m_table.columns.size());
+    }
+
+    // Whether the rows ended with a closing line.
+    bool read_rows() {
+        std::string_view line;
+        while (m_reader.next(line)) {
+            if (m_kind.closing_line && is_closing_line(line)) {
+                read_end(m_reader, m_problems);
+                return true;
+            }
+            const std::string wrong = read_row(line);
+            if (!wrong.empty()) m_problems.add({m_reader.path(), m_reader.number(), wrong});
+        }
+        return false;
+    }
+
+    // Gives what is wrong with the row; a wrong row leaves nothing behind.
+    std::string read_row(std::string_view line) {
+        Fields fields(line);
+        std::size_t count = 0;
+        std::string wrong;
+        for (std::string_view field; fields.next(field); ++count) {
+            if (count >= m_row.size()) continue;
+            const ColumnSpec& spec = m_table.columns[count].spec;
+            if (wrong.empty() && !parse_cell(field, spec.unit, m_names, m_row[count])) {
+                wrong = in_quotes(field) + " is no value for column " + in_quotes(spec.title);
+            }
+        }
+        if (count != m_row.size()) return wrong_field_count(m_reader, line, count, m_row.size());
+        if (!m_reader.terminated()) return "the file is cut inside this row";
+        if (!wrong.empty()) return wrong;
+        for (std::size_t i = 0; i < count; ++i) m_table.columns[i].cells.push_back(m_row[i]);
+        ++m_table.rows;
+        return {};
+    }
+
+    LineReader m_reader;
+    const TableKind& m_kind;
+    Names& m_names;
+    Problems& m_problems;
+    Table m_table;
+    std::vector<std::int64_t> m_row;
+};
+
+}  // namespace
+
+std::string read_head(LineReader& reader, std::string_view title) {
+    std::string_view line;
+    if (!reader.next(line)) throw ReportError({reader.path(), 0, "the file is empty"});
+    if (!line.starts_with(title)) {
+        throw ReportError({reader.path(), 1, "not this kind of report: it begins with " + in_quotes(line)});
+    }
+    std::string rest(line.substr(title.size()));
+    if (!reader.next(line)) throw ReportError({reader.path(), 1, "the file is cut behind its title"});
+    if (!line.empty())
+        throw ReportError({reader.path(), 2, "an empty line expected, found " + in_quotes(line)});
+    return rest;
+}
+
+std::string wrong_field_count(const LineReader& reader, std::string_view line, std::size_t found,
+                              std::size_t expected) {
+    if (!reader.terminated()) return "the file is cut inside this row";
+    if (line.starts_with("MEM: ") || line.starts_with("Memory Tracking - ")) {
+        return "a second report begins here: two processes wrote this file";
+    }
+    std::string text = std::to_string(expected) + " fields expected, found " + std::to_string(found);
+    if (found > expected) text += ": a name holds a tab";
+    return text;
+}
+
+void read_end(LineReader& reader, Problems& problems) {
+    if (!reader.terminated())
+        problems.add({reader.path(), reader.number(), "the file is cut in its closing line"});
+    std::string_view line;
+    if (!reader.next(line)) return;
+    problems.add({reader.path(), reader.number(),
+                  "text behind the closing line (two processes wrote this file?): " + in_quotes(line)});
+}
+
+Table empty_table(std::string key, std::string file, const std::vector<ColumnSpec>& columns) {
+    Table table;
+    table.key = std::move(key);
+    table.file = std::move(file);
+    for (const ColumnSpec& spec : columns) table.columns.push_back({spec, {}});
+    return table;
+}
+
+Table read_table(const std::string& path, const TableKind& kind, Names& names, Problems& problems,
+                 std::optional<std::uint64_t>& peak_index) {
+    return TableReader(path, kind, names, problems).read(peak_index);
+}
+
+}  // namespace memview

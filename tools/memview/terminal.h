@@ -1,0 +1,46 @@
+#pragma once
+
+// The terminal that standard output may be, and aligned tables for it.
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace memview {
+
+struct Terminal {
+    bool colour = false;
+    std::size_t width = 120;  // 0: rows may be as long as they like
+};
+
+// Of standard output. A pipe or file has no colour and no need to shorten.
+Terminal standard_terminal();
+
+class TextTable {
+  public:
+    enum class Align { left, right };
+    struct Heading {
+        std::string title;
+        Align align;
+    };
+
+    explicit TextTable(std::vector<Heading> headings) : m_headings(std::move(headings)) {}
+
+    void add(std::vector<std::string> cells) { m_rows.push_back(std::move(cells)); }
+    // The columns a row takes without those from `first` on, which may then share what is left.
+    std::size_t width_before(std::size_t first) const;
+    void print(std::ostream& out, const Terminal& terminal) const;
+
+  private:
+    std::size_t column_width(std::size_t column) const;
+    void print_row(std::ostream& out, const std::vector<std::string>& cells,
+                   const std::vector<std::size_t>& widths) const;
+
+    std::vector<Heading> m_headings;
+    std::vector<std::vector<std::string>> m_rows;
+};
+
+// Wraps a text in bold when the terminal has colour.
+std::string bold(const std::string& text, const Terminal& terminal);
+
+}  // namespace memview

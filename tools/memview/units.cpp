@@ -1,0 +1,139 @@
+#include "tools/memview/units.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+namespace memview {
+namespace {
+
+constexpr std::array<const char*, 7> BYTE_UNITS = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+
+bool is_continuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xc0) == 0x80;
+}
+
+// Where the character number `count` begins.
+std::size_t offset_of(std::string_view text, std::size_t count) {
+    std::size_t at = 0;
+    while (at < text.size() && (count > 0 || is_continuation(text[at]))) {
+        if (!is_continuation(text[at])) --count;
+        ++at;
+    }
+    while (at < text.size() && is_continuation(text[at])) ++at;
+    return at;
+}
+
+double unit_factor(std::string_view unit) {
+    if (unit.empty() || unit == "B") return 1;
+    const std::size_t power = std::string_view("KMGT").find(unit.front());
+    const std::string_view rest = unit.substr(1);
+    if (power == std::string_view::npos || (!rest.empty() && rest != "B" && rest != "iB")) return 0;
+    return std::pow(1024.0, static_cast<double>(power + 1));
+}
+
+}  // namespace
+
+std::string human_bytes(std::int64_t bytes) {
+    double value = std::fabs(static_cast<double>(bytes));
+    std::size_t unit = 0;
+    while (value >= 1023.95 && unit + 1 < BYTE_UNITS.size()) {
+        value /= 1024;
+        ++unit;
+    }
+    char text[48];
+    std::snprintf(text, sizeof text, unit == 0 ? "%s%.0f %s" : "%s%.1f %s", bytes < 0 ? "-" : "", value,
+                  BYTE_UNITS.at(unit));
+    return text;
+}
+
+std::string human_change(std::int64_t bytes) {
+    return (bytes > 0 ? "+" : "") + human_bytes(bytes);
+}
+
+std::string grouped(std::int64_t number) {
+    std::string digits = std::to_string(number);
+    const std::size_t first = digits.front() == '-' ? 1 : 0;
+    for (std::size_t at = digits.size(); at > first + 3; at -= 3) digits.insert(at - 3, 1, ',');
+    return digits;
+}
+
+std::string hex_address(std::int64_t address) {
+    if (address == 0) return "OTHER";
+    char text[24];
+    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(address));
+    return text;
+}
+
+std::string fixed_thousandths(std::int64_t value) {
+    char text[32];
+    const auto magnitude = static_cast<unsigned long long>(value < 0 ? -value : value);
+    std::snprintf(text, sizeof text, "%s%llu.%03llu", value < 0 ? "-" : "", magnitude / 1000,
+                  magnitude % 1000);
+    return text;
+}
+
+Amount parse_amount(const std::string& text) {
+    Amount amount;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, amount.value, std::chars_format::fixed);
+    const std::string_view unit(stop, static_cast<std::size_t>(end - stop));
+    amount.percent = unit == "%";
+    const double factor = amount.percent ? 1 : unit_factor(unit);
+    if (error != std::errc{} || factor == 0 || amount.value < 0 || !std::isfinite(amount.value)) {
+        throw CLI::ValidationError(
+            "\"" + text + "\" is no amount: give bytes (100), K, M, G or T (64K, 1.5G), or a share (10%)");
+    }
+    amount.value *= factor;
+    return amount;
+}
+
+std::string sparkline(const std::vector<std::int64_t>& course, std::size_t width) {
+    static constexpr std::array<const char*, 8> BARS = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+    if (course.empty()) return {};
+    const std::size_t cells = std::min(width, course.size());
+    const std::int64_t highest = std::max<std::int64_t>(1, *std::max_element(course.begin(), course.end()));
+    std::string line;
+    for (std::size_t cell = 0; cell < cells; ++cell) {
+        const auto from = course.begin() + static_cast<std::ptrdiff_t>(cell * course.size() / cells);
+        const auto to = course.begin() + static_cast<std::ptrdiff_t>((cell + 1) * course.size() / cells);
+        const double share = static_cast<double>(*std::max_element(from, to)) / static_cast<double>(highest);
+        line += BARS.at(static_cast<std::size_t>(std::lround(std::clamp(share, 0.0, 1.0) * 7)));
+    }
+    return line;
+}
+
+std::size_t display_width(std::string_view text) {
+    return static_cast<std::size_t>(
+        std::count_if(text.begin(), text.end(), [](char c) { return !is_continuation(c); }));
+}
+
+std::string shortened(const std::string& text, std::size_t width) {
+    if (display_width(text) <= width || width == 0) return text;
+    return text.substr(0, offset_of(text, width - 1)) + "…";
+}
+
+// Whole folders are dropped from the front, then characters.
+std::string shortened_path(const std::string& path, std::size_t width) {
+    const std::size_t size = display_width(path);
+    if (size <= width || width == 0) return path;
+    const std::size_t tail = offset_of(path, size - (width - 1));
+    const std::size_t slash = path.find('/', tail);
+    return "…" + path.substr(slash == std::string::npos ? tail : slash);
+}
+
+std::string harmless(const std::string& text) {
+    std::string out = text;
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(out[i]);
+        const bool c1_control =
+            byte == 0xc2 && i + 1 < out.size() && static_cast<unsigned char>(out[i + 1]) < 0xa0;
+        if (c1_control) out[i + 1] = '?';
+        if (byte < 0x20 || byte == 0x7f || c1_control) out[i] = '?';
+    }
+    return out;
+}
+
+}  // namespace memview
