@@ -1,0 +1,137 @@
+// The load of the comparisons: frees and allocates one block at a time, 16 to 271 bytes, over 100,000 live
+// blocks a thread, ten frames deep, from sixteen places in the code. Prints nanoseconds of processor time for
+// a pair, and millions of pairs a second over all threads.
+//
+//   bench_pair_loop [THREADS [PAIRS_PER_THREAD]]
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <memory>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr std::size_t live_blocks = 100000;
+constexpr int places = 16;
+constexpr int depth = 10;
+
+// A place of its own in the code for each PLACE; the empty statement keeps the compiler from removing the
+// pair.
+template <int PLACE>
+__attribute__((noinline)) void replace(void*& block, std::size_t size) {
+    std::free(block);
+    block = std::malloc(size);
+    asm volatile("" : : "r"(block) : "memory");
+}
+
+using REPLACE = void (*)(void*&, std::size_t);
+
+template <int... PLACE>
+constexpr std::array<REPLACE, sizeof...(PLACE)> all_places(std::integer_sequence<int, PLACE...>) {
+    return {replace<PLACE>...};
+}
+
+class LOAD {
+  public:
+    explicit LOAD(std::uint32_t seed) : random(seed), blocks(new void*[live_blocks]) {
+        for (std::size_t i = 0; i < live_blocks; ++i) blocks[i] = std::malloc(next_size());
+    }
+    ~LOAD() {
+        for (std::size_t i = 0; i < live_blocks; ++i) std::free(blocks[i]);
+    }
+    LOAD(const LOAD&) = delete;
+    LOAD& operator=(const LOAD&) = delete;
+
+    // Calls itself until it is deep enough, so that a walker has frames to walk.
+    __attribute__((noinline)) void run(std::uint64_t pairs, int frames_to_go) {
+        if (frames_to_go > 0) {
+            run(pairs, frames_to_go - 1);
+            asm volatile("" : : : "memory");
+            return;
+        }
+        static constexpr auto replacers = all_places(std::make_integer_sequence<int, places>());
+        for (std::uint64_t i = 0; i < pairs; ++i) {
+            const std::uint32_t number = next_number();
+            replacers[number % places](blocks[(number >> 4) % live_blocks], next_size());
+        }
+    }
+
+  private:
+    std::uint32_t next_number() {
+        random ^= random << 13;
+        random ^= random >> 17;
+        random ^= random << 5;
+        return random;
+    }
+    std::size_t next_size() { return 16 + next_number() % 256; }
+
+    std::uint32_t random;
+    std::unique_ptr<void*[]> blocks;
+};
+
+// Of all threads; unlike wall time it tells the cost also on a machine that others use.
+double cpu_seconds() {
+    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
+}
+
+struct RESULT {
+    double wall;  // seconds
+    double cpu;   // seconds, of all threads
+};
+
+template <class WORK>
+RESULT time(WORK work) {
+    const auto start = std::chrono::steady_clock::now();
+    const double cpu_start = cpu_seconds();
+    work();
+    const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - start;
+    return {wall.count(), cpu_seconds() - cpu_start};
+}
+
+// In a process that never starts a thread.
+RESULT time_one_thread(std::uint64_t pairs) {
+    LOAD load(1);
+    load.run(pairs / 20, depth);
+    return time([&] { load.run(pairs, depth); });
+}
+
+RESULT time_threads(int threads, std::uint64_t pairs) {
+    std::atomic<int> ready{0};
+    std::atomic<bool> go{false};
+    std::vector<std::thread> all;
+    for (int me = 0; me < threads; ++me)
+        all.emplace_back([&, me] {
+            LOAD load(static_cast<std::uint32_t>(me) * 2654435761U + 1);
+            load.run(pairs / 20, depth);
+            ++ready;
+            while (!go) std::this_thread::yield();
+            load.run(pairs, depth);
+            ++ready;
+            while (go) std::this_thread::sleep_for(std::chrono::microseconds(200));
+        });
+    while (ready < threads) std::this_thread::yield();
+    const RESULT result = time([&] {
+        go = true;
+        while (ready < 2 * threads) std::this_thread::sleep_for(std::chrono::microseconds(200));
+    });
+    go = false;
+    for (std::thread& thread : all) thread.join();
+    return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int threads = argc > 1 ? std::atoi(argv[1]) : 1;
+    const std::uint64_t pairs = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 2000000;
+    const RESULT result = threads == 1 ? time_one_thread(pairs) : time_threads(threads, pairs);
+    const double all_pairs = static_cast<double>(pairs) * threads;
+    std::fprintf(stderr, "%.1f ns of processor time a pair, %.3f million pairs a second\n",
+                 result.cpu * 1e9 / all_pairs, all_pairs / result.wall / 1e6);
+}
