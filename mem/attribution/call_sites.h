@@ -11,6 +11,7 @@
 #include "mem/base/spin_lock.h"
 #include "mem/base/steady_array.h"
 #include "mem/base/tracking_word.h"
+#include "platform/stack_step.h"
 
 // One record. What events touch comes first, on two cache lines of its own; the frame's text is written
 // before the record is found by anyone and never changes.
@@ -18,6 +19,7 @@ struct alignas(64) MEM_CALL_SITE {
     MEM_SPIN_LOCK lock;                          // guards counters and module
     bool is_filtered = false;                    // no stack stops here
     std::uint32_t number = 0;                    // in the order of first sight
+    STACK_STEP step;                             // to the caller, for a record that is filtered
     MEM_MODULE_ENTRY* module_tracker = nullptr;  // null until the first event that needs it
     MEMORY_TRACKER_BASE counters;
     alignas(64) MEM_STACK_FRAME frame;

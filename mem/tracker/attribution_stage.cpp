@@ -38,20 +38,55 @@ SEARCH_WINDOW search_window() {
     return {std::max(beyond_start, 0), most_frames + std::min(beyond_start, 0)};
 }
 
+// Steps over the frames that the window skips, which have no record to keep theirs.
+constexpr int most_learnt_skips = 4;
+STACK_STEP skipped_steps[most_learnt_skips];
+
+// The record that is charged, found by steps that earlier walks have learnt; null when the walker must look.
+MEM_CALL_SITE* find_by_learnt_steps(const STACK_WALK_START& start) {
+    const SEARCH_WINDOW window = search_window();
+    if (window.skip > most_learnt_skips) return nullptr;
+    const std::uint64_t stack_end = known_stack_end(start.sp);
+    STACK_WALK_START frame = start;
+    for (int i = 0; i < window.skip; ++i)
+        if (!skipped_steps[i].take(frame, stack_end)) return nullptr;
+    for (int i = 0; i < window.frames; ++i) {
+        MEM_CALL_SITE* site = mem_tbb_call_sites->find(frame.pc);
+        if (site == nullptr || !site->is_filtered) return site;
+        if (!site->step.take(frame, stack_end)) return nullptr;
+    }
+    return nullptr;
+}
+
+// The same by a walk. look_up(pc) gives a record, or null to end the search without one.
+template <class LOOK_UP>
+MEM_CALL_SITE* find_by_walk(const STACK_WALK_START& start, bool fresh, LOOK_UP look_up) {
+    const SEARCH_WINDOW window = search_window();
+    STACK_WALK walk(start, fresh);
+    std::uint64_t pc = 0;
+    for (int i = -window.skip; i < window.frames && walk.next(&pc, 1) == 1; ++i) {
+        if (i < 0) {
+            if (window.skip <= most_learnt_skips) skipped_steps[window.skip + i].learn(pc);
+            continue;
+        }
+        MEM_CALL_SITE* site = look_up(pc);
+        if (site == nullptr || !site->is_filtered) return site;
+        site->step.learn(pc);
+    }
+    return &mem_tbb_call_sites->other();
+}
+
 // A program counter is new: its stack is walked again with rules made from the unwind tables and not from the
 // walker's memory, which may stem from a module that was unloaded since.
-__attribute__((noinline)) MEM_CALL_SITE& find_in_fresh_stack(const STACK_WALK_START& start) {
+MEM_CALL_SITE& find_in_fresh_stack(const STACK_WALK_START& start) {
     const THREAD_NOT_CANCELLED symbol_files_are_read;
-    const SEARCH_WINDOW window = search_window();
-    STACK_WALK walk(start, true);
-    std::uint64_t pc = 0;
-    for (int i = 0; i < window.skip; ++i)
-        if (walk.next(&pc, 1) == 0) return mem_tbb_call_sites->other();
-    for (int i = 0; i < window.frames && walk.next(&pc, 1) == 1; ++i) {
-        MEM_CALL_SITE& site = mem_tbb_call_sites->find_or_make(pc);
-        if (!site.is_filtered) return site;
-    }
-    return mem_tbb_call_sites->other();
+    return *find_by_walk(start, true, [](std::uint64_t pc) { return &mem_tbb_call_sites->find_or_make(pc); });
+}
+
+__attribute__((noinline)) MEM_CALL_SITE& find_slowly(const STACK_WALK_START& start) {
+    MEM_CALL_SITE* site =
+        find_by_walk(start, false, [](std::uint64_t pc) { return mem_tbb_call_sites->find(pc); });
+    return site != nullptr ? *site : find_in_fresh_stack(start);
 }
 
 // The event began before the hooks were detached, and the gate opened for it after the last report: nobody
@@ -85,18 +120,8 @@ void charge_module(MEM_CALL_SITE& site, MEM_MODULE_ENTRY* known, std::uint64_t r
 }  // namespace
 
 MEM_CALL_SITE& mem_find_call_site(const STACK_WALK_START& start) {
-    const SEARCH_WINDOW window = search_window();
-    STACK_WALK walk(start);
-    std::uint64_t pc = 0;
-    for (int i = 0; i < window.skip; ++i)
-        if (walk.next(&pc, 1) == 0) return mem_tbb_call_sites->other();
-    for (int i = 0; i < window.frames && walk.next(&pc, 1) == 1; ++i) {
-        MEM_CALL_SITE* site = mem_tbb_call_sites->find(pc);
-        if (site == nullptr) [[unlikely]]
-            return find_in_fresh_stack(start);
-        if (!site->is_filtered) return *site;
-    }
-    return mem_tbb_call_sites->other();
+    MEM_CALL_SITE* site = find_by_learnt_steps(start);
+    return site != nullptr ? *site : find_slowly(start);
 }
 
 void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,

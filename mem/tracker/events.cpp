@@ -123,8 +123,14 @@ void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated) {
     move_total(word, -static_cast<std::int64_t>(allocated), sampling_point);
 }
 
-void mem_expect_dealloc(std::uint64_t address) {
+void mem_expect_alloc(std::uint64_t address) {
     const std::uint32_t word = mem_tracking_word;
     if ((word & mem_stack_walk_bits) != 0) mem_address_table->prefetch(address);
     if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) mem_bin_tag_shards->prefetch(address);
+}
+
+void mem_expect_dealloc(std::uint64_t address) {
+    // The allocator writes into the block after the event.
+    __builtin_prefetch(reinterpret_cast<const void*>(address), 1);
+    mem_expect_alloc(address);
 }

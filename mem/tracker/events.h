@@ -26,6 +26,7 @@ void mem_tbb_track_alloc(std::uint64_t address, std::uint64_t requested, std::ui
                          const STACK_WALK_START& start);
 void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated);
 
-// Ahead of the body of a free: brings what it will look up towards the processor, while the allocator is
-// asked for the block's size. That memory is cold, and waiting for it is the largest single cost of a free.
+// Ahead of the bodies: bring what they will look up towards the processor, while the allocator is asked for
+// the block's size. That memory is cold, and waiting for it would be the largest single cost of an event.
+void mem_expect_alloc(std::uint64_t address);
 void mem_expect_dealloc(std::uint64_t address);

@@ -23,6 +23,7 @@ std::size_t allocated_size(const void* block) {
 
 // Each hook is a frame of its own, since the walk of a stack begins at the hook's return address.
 __attribute__((noinline)) void mem_tbb_new_hook(const void* block, std::size_t requested) {
+    mem_expect_alloc(reinterpret_cast<std::uint64_t>(block));
     if (MallocExtension_GetOwnership(block) != owned) return;
     const std::size_t allocated = allocated_size(block);
     if (!may_track(mem_thread_state)) {

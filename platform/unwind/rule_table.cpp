@@ -11,11 +11,8 @@ void RULE_TABLE::store(std::uint64_t pc, bool exact, FRAME_RULE rule) {
         set.ways[1].set(key, rule.bits);
         return;
     }
-    if (set.ways[0].rule_for(key).is_none()) {
-        // The older rule of the set gives way. Copied as it is: torn halves stay no match.
-        set.ways[1].check.store(set.ways[0].check.load(std::memory_order_relaxed), std::memory_order_relaxed);
-        set.ways[1].rule.store(set.ways[0].rule.load(std::memory_order_relaxed), std::memory_order_relaxed);
-    }
+    // The older rule of the set gives way.
+    if (set.ways[0].rule_for(key).is_none()) set.ways[1].copy(set.ways[0]);
     set.ways[0].set(key, rule.bits);
 }
 
@@ -27,7 +24,7 @@ void RULE_TABLE::start_new_generation() {
     if (!generation_.compare_exchange_strong(now, next, std::memory_order_relaxed)) return;
     if (next != 0) return;
     for (SET& set : sets_) {  // the numbers begin anew, and old rules must not come back with them
-        for (ENTRY& way : set.ways) way.set(0, 0);
+        for (RULE_ENTRY& way : set.ways) way.set(0, 0);
     }
 }
 

@@ -10,8 +10,41 @@
 
 namespace unwind {
 
+// One rule, of the program counter and the generation that its key tells.
+class RULE_ENTRY {
+  public:
+    // Relaxed: check and rule vouch for each other, and nothing else is published with them.
+    FRAME_RULE rule_for(std::uint64_t key) const {
+        const std::uint64_t bits = rule_.load(std::memory_order_relaxed);
+        return {(check_.load(std::memory_order_relaxed) ^ mix(bits)) == key ? bits : 0};
+    }
+    void set(std::uint64_t key, std::uint64_t bits) {
+        check_.store(key ^ mix(bits), std::memory_order_relaxed);
+        rule_.store(bits, std::memory_order_relaxed);
+    }
+    // Torn halves stay no match.
+    void copy(const RULE_ENTRY& other) {
+        check_.store(other.check_.load(std::memory_order_relaxed), std::memory_order_relaxed);
+        rule_.store(other.rule_.load(std::memory_order_relaxed), std::memory_order_relaxed);
+    }
+
+  private:
+    // Neighbouring program counters have rules that differ in few bits, as they do themselves; spread, a
+    // difference of two rules can't look like a difference of two keys.
+    static constexpr std::uint64_t mix(std::uint64_t bits) { return bits * 0x9e3779b97f4a7c15U; }
+
+    std::atomic<std::uint64_t> check_{0};
+    std::atomic<std::uint64_t> rule_{0};
+};
+
 class RULE_TABLE {
   public:
+    // The key under which an entry holds the rule of pc in this generation.
+    std::uint64_t key_of(std::uint64_t pc, bool exact) const {
+        return pc | (static_cast<std::uint64_t>(exact) << 63) |
+               generation_.load(std::memory_order_relaxed) << GENERATION_SHIFT;
+    }
+
     // The rule of pc, or the rule 0.
     FRAME_RULE find(std::uint64_t pc, bool exact) const {
         const std::uint64_t key = key_of(pc, exact);
@@ -30,35 +63,13 @@ class RULE_TABLE {
     static constexpr unsigned GENERATION_SHIFT = 48;
     static constexpr unsigned GENERATION_BITS = 15;  // the sign bit of a key is "exact"
 
-    struct ENTRY {
-        std::atomic<std::uint64_t> check{0};
-        std::atomic<std::uint64_t> rule{0};
-
-        // Relaxed: check and rule vouch for each other, and nothing else is published with them.
-        FRAME_RULE rule_for(std::uint64_t key) const {
-            const std::uint64_t bits = rule.load(std::memory_order_relaxed);
-            return {(check.load(std::memory_order_relaxed) ^ mix(bits)) == key ? bits : 0};
-        }
-        void set(std::uint64_t key, std::uint64_t bits) {
-            check.store(key ^ mix(bits), std::memory_order_relaxed);
-            rule.store(bits, std::memory_order_relaxed);
-        }
-    };
     struct alignas(32) SET {
-        ENTRY ways[2];
+        RULE_ENTRY ways[2];
     };
 
-    // Neighbouring program counters have rules that differ in few bits, as they do themselves; spread, a
-    // difference of two rules can't look like a difference of two keys.
-    static constexpr std::uint64_t mix(std::uint64_t bits) { return bits * 0x9e3779b97f4a7c15U; }
     static constexpr std::uint64_t index_of(std::uint64_t pc) {
         return (pc * 0x9e3779b97f4a7c15U) >> (64 - SET_BITS);
     }
-    std::uint64_t key_of(std::uint64_t pc, bool exact) const {
-        return pc | (static_cast<std::uint64_t>(exact) << 63) |
-               generation_.load(std::memory_order_relaxed) << GENERATION_SHIFT;
-    }
-
     SET sets_[std::size_t{1} << SET_BITS];
     std::atomic<std::uint64_t> generation_{0};
 };

@@ -14,9 +14,9 @@
 #include <ucontext.h>
 
 #include <cstddef>
-#include <cstring>
 
 #include "platform/unwind/frame_rule.h"
+#include "platform/unwind/plain_step.h"
 #include "platform/unwind/register_walk.h"
 #include "platform/unwind/rule_table.h"
 #include "platform/unwind/stack_memory.h"
@@ -25,22 +25,10 @@ using namespace unwind;
 
 namespace {
 
-constexpr std::uint64_t WORD = 8;
 constexpr std::uint64_t RED_ZONE = 128;  // bytes below sp that a signal leaves alone
-constexpr std::uint64_t LOWEST_CODE = 4096;
 constexpr std::uint64_t ADDRESS_END = std::uint64_t{1} << 47;
 constexpr std::uint64_t LARGEST_GUESSED_FRAME = std::uint64_t{1} << 20;
 constexpr std::int32_t MOST_SIGNAL_FRAMES = 16;
-
-std::uint64_t word_at(std::uint64_t address) {
-    std::uint64_t value;
-    std::memcpy(&value, reinterpret_cast<const void*>(address), sizeof value);
-    return value;
-}
-
-bool may_be_code(std::uint64_t pc) {
-    return pc - LOWEST_CODE < ADDRESS_END - LOWEST_CODE;
-}
 
 // True while some thread maps or unmaps a module. No lock: the loader's note for debuggers.
 bool loader_is_at_work() {
@@ -67,15 +55,7 @@ std::int32_t STACK_WALK::next(std::uint64_t* pcs, std::int32_t max_frames) {
     STACK_WALK_START frame = frame_;
     while (count < max_frames) {
         const FRAME_RULE rule = fresh_ ? FRAME_RULE{} : rule_table.find(frame.pc, exact_);
-        const std::uint64_t cfa = (rule.base_is_bp() ? frame.bp : frame.sp) + rule.offset();
-        const std::uint64_t slot = cfa + rule.slot();
-        std::uint64_t pc = 0;
-        if (!rule.is_cold() && cfa >= frame.sp + WORD && cfa <= readable_end_ && slot >= frame.sp)
-            [[likely]] {
-            pc = word_at(cfa - WORD);
-        }
-        if (may_be_code(pc)) [[likely]] {
-            frame = {pc, cfa, rule.saves_bp_below_cfa() ? word_at(slot) : frame.bp};
+        if (take_plain_step(rule, readable_end_, frame)) [[likely]] {
             exact_ = false;
         } else {
             frame_ = frame;
