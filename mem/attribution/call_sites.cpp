@@ -47,13 +47,20 @@ VERDICT judge(std::uint64_t pc) {
 
 }  // namespace
 
+MEMORY_TRACKER_BASE MEM_CALL_SITE::counters() {
+    MEMORY_TRACKER_BASE all = tally.read();
+    all.peak_blocks = peak_blocks;
+    all.peak_bytes = peak_bytes;
+    return all;
+}
+
 MEM_ADDRESS_TRACKER MEM_CALL_SITE::copy() {
     MEM_ADDRESS_TRACKER out;
     out.frame = frame;
     out.is_filtered = is_filtered;
-    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
-    static_cast<MEMORY_TRACKER_BASE&>(out) = counters;
-    out.module_tracker = module_tracker != nullptr ? &module_tracker->counters : nullptr;
+    static_cast<MEMORY_TRACKER_BASE&>(out) = counters();
+    MEM_MODULE_ENTRY* module = module_tracker.load(std::memory_order_acquire);
+    out.module_tracker = module != nullptr ? &module->sampled : nullptr;
     return out;
 }
 

@@ -10,21 +10,25 @@
 #include "mem/attribution/pc_index.h"
 #include "mem/base/spin_lock.h"
 #include "mem/base/steady_array.h"
+#include "mem/base/tally.h"
 #include "mem/base/tracking_word.h"
 #include "platform/stack_step.h"
 
 // One record. What events touch comes first, on two cache lines of its own; the frame's text is written
 // before the record is found by anyone and never changes.
-struct alignas(64) MEM_CALL_SITE {
-    MEM_SPIN_LOCK lock;                          // guards counters and module
-    bool is_filtered = false;                    // no stack stops here
-    std::uint32_t number = 0;                    // in the order of first sight
-    STACK_STEP step;                             // to the caller, for a record that is filtered
-    MEM_MODULE_ENTRY* module_tracker = nullptr;  // null until the first event that needs it
-    MEMORY_TRACKER_BASE counters;
+struct MEM_CALL_SITE {
+    [[no_unique_address]] MEM_TALLY tally;
+    bool is_filtered = false;                                // no stack stops here
+    std::uint32_t number = 0;                                // in the order of first sight
+    STACK_STEP step;                                         // to the caller, for a record that is filtered
+    std::atomic<MEM_MODULE_ENTRY*> module_tracker{nullptr};  // null until the first event that needs it
+    MEM_PLAIN_WORD<std::int32_t> peak_blocks;                // written with mem_call_site_lock held
+    MEM_PLAIN_WORD<std::int64_t> peak_bytes;
     alignas(64) MEM_STACK_FRAME frame;
 
-    // The record as a host sees it, of one moment.
+    // All ten, those that events move at one moment.
+    MEMORY_TRACKER_BASE counters();
+    // The record as a host sees it.
     MEM_ADDRESS_TRACKER copy();
 };
 

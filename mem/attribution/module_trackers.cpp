@@ -13,8 +13,7 @@ bool MEM_MODULE_TABLE::copy(std::string_view name, MEMORY_TRACKER_BASE& out) {
     const std::lock_guard<MEM_SPIN_LOCK> guard(mem_module_lock);
     const auto found = entries.find(name);
     if (found == entries.end()) return false;
-    const std::lock_guard<MEM_SPIN_LOCK> entry_guard(found->second.lock);
-    out = found->second.counters;
+    out = found->second.tally.read();
     return true;
 }
 

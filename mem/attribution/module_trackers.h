@@ -8,12 +8,11 @@
 
 #include "ktl_mem/records.h"
 #include "mem/base/spin_lock.h"
+#include "mem/base/tally.h"
 
-// One module. Its own byte lock guards the counters, so that events of different modules do not wait for
-// each other.
-struct alignas(64) MEM_MODULE_ENTRY {
-    MEM_SPIN_LOCK lock;
-    MEMORY_TRACKER_BASE counters;
+struct MEM_MODULE_ENTRY {
+    MEM_TALLY tally;
+    MEMORY_TRACKER_BASE sampled;  // as the latest sample found it
 };
 
 // What a sample of the module timelines takes of an entry.
@@ -24,7 +23,7 @@ struct MEM_MODULE_FIGURES {
 };
 
 // Guards the map of names. Taken inside the gate, with no other lock of the tracker held but the mutex of a
-// timeline; the locks of entries come after it.
+// timeline; the locks of tallies come after it.
 extern MEM_SPIN_LOCK mem_module_lock;
 
 class MEM_MODULE_TABLE {
@@ -39,14 +38,16 @@ class MEM_MODULE_TABLE {
     void clear();
 
     // visit(MEM_MODULE_FIGURES) for every entry in the order of names, with all entries at rest: the figures
-    // belong to one moment. Events take one entry's lock at a time, so holding them all cannot deadlock.
+    // belong to one moment. Events hold one entry at a time, so holding them all cannot deadlock.
     template <class VISIT>
     void for_each_at_rest(VISIT&& visit) {
         const std::lock_guard<MEM_SPIN_LOCK> guard(mem_module_lock);
-        for (auto& [name, entry] : entries) entry.lock.lock();
-        for (const auto& [name, entry] : entries)
-            visit(MEM_MODULE_FIGURES{name, entry.counters.current_bytes, entry.counters.cumulative_blocks});
-        for (auto& [name, entry] : entries) entry.lock.unlock();
+        for (auto& [name, entry] : entries) entry.tally.hold();
+        for (auto& [name, entry] : entries) {
+            entry.sampled = entry.tally.held();
+            visit(MEM_MODULE_FIGURES{name, entry.sampled.current_bytes, entry.sampled.cumulative_blocks});
+        }
+        for (auto& [name, entry] : entries) entry.tally.release();
     }
 
   private:

@@ -24,13 +24,18 @@ class MEM_BACK_OFF {
 
 class MEM_SPIN_LOCK {
   public:
-    void lock() {
+    void lock() { acquire(); }
+    // The same; true when another thread held the lock.
+    bool acquire() {
         if (process_has_one_thread() && !held.load(std::memory_order_relaxed)) {
             // Nobody to race with; see counting.h for what a locked instruction would cost.
             held.store(true, std::memory_order_relaxed);
-        } else if (held.exchange(true, std::memory_order_acquire)) {
-            lock_slow();
+            return false;
         }
+        if (!held.exchange(true, std::memory_order_acquire)) [[likely]]
+            return false;
+        lock_slow();
+        return true;
     }
     bool try_lock() { return !held.exchange(true, std::memory_order_acquire); }
     void unlock() { held.store(false, std::memory_order_release); }

@@ -5,37 +5,34 @@
 #include <cstdint>
 
 #include "ktl_mem/statistics.h"
-#include "mem/base/counting.h"
+#include "mem/base/tally.h"
+#include "mem/base/tracking_word.h"
 
-struct MEM_STATS_WORDS {
-    std::atomic<std::int64_t> bytes{0};
-    std::atomic<std::int64_t> blocks{0};
+// Each of the two peaks is the greater of its word here and of the highest value that the tally has had since
+// the words were last brought up to date.
+struct MEM_STATS_COUNTS {
+    MEM_TALLY tally;
+    MEM_PLAIN_WORD<std::int64_t> peak_bytes;
+    MEM_PLAIN_WORD<std::int64_t> peak_blocks;
+    MEM_PLAIN_WORD<std::int64_t> local_peak_bytes;
+    MEM_PLAIN_WORD<std::int64_t> local_peak_blocks;
 
-    MEM_BASE_STATS read() const {
-        return {bytes.load(std::memory_order_relaxed), blocks.load(std::memory_order_relaxed)};
-    }
-    void store(const MEM_BASE_STATS& stats) {
-        bytes.store(stats.bytes, std::memory_order_relaxed);
-        blocks.store(stats.blocks, std::memory_order_relaxed);
-    }
+    MEM_BASE_STATS current() const;
+    MEM_BASE_STATS peak() const;
+    MEM_BASE_STATS local_peak() const;
 };
+extern MEM_STATS_COUNTS& mem_stats;
 
-// Writers of one another's lines would slow every event down, so each group has lines of its own.
-struct alignas(64) MEM_STATS_GROUP : MEM_STATS_WORDS {};
-extern MEM_STATS_GROUP mem_stats_current;
-extern MEM_STATS_GROUP mem_stats_peak;
-extern MEM_STATS_GROUP mem_stats_local_peak;
-
-// Raises target to at least value. Relaxed: a maximum that orders nothing.
-inline void mem_raise_to(std::atomic<std::int64_t>& target, std::int64_t value) {
-    std::int64_t seen = target.load(std::memory_order_relaxed);
-    if (value > seen && process_has_one_thread()) {
-        target.store(value, std::memory_order_relaxed);
-        return;
-    }
-    while (value > seen && !target.compare_exchange_weak(seen, value, std::memory_order_relaxed)) {
-    }
+inline void mem_stats_add_block(std::uint64_t allocated) {
+    mem_stats.tally.charge(allocated, allocated);
+}
+inline void mem_stats_remove_block(std::uint64_t allocated) {
+    mem_stats.tally.discharge(allocated);
 }
 
-void mem_stats_add_block(std::uint64_t allocated);
-void mem_stats_remove_block(std::uint64_t allocated);
+// Has the highest number of bytes of the process begin anew at 0. The local peak stays.
+void mem_stats_forget_peak_bytes();
+// Raises it to at least that.
+void mem_stats_raise_peak_bytes(std::int64_t bytes);
+// In a forked child.
+void mem_stats_renew_locks();

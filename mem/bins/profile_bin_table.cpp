@@ -2,36 +2,24 @@
 
 #include <mutex>
 
-#include "mem/base/counting.h"
-#include "mem/base/stats.h"
-
 MEM_PROFILE_BIN_TABLE* mem_tbb_bin_table = nullptr;
 MEM_PROFILE_BIN_TABLE* mem_tbb_tag_table = nullptr;
 
-namespace {
-
-void copy_counter(std::atomic<std::int64_t>& to, const std::atomic<std::int64_t>& from) {
-    to.store(from.load(std::memory_order_relaxed), std::memory_order_relaxed);
+void MEM_PROFILE_BIN::clear() {
+    tally.clear();
+    tally.ignore_highest_blocks();
+    peak = 0;
+    flushed_peak = 0;
 }
-
-void set_to_zero(MEM_PROFILE_BIN& row) {
-    for (auto* counter : {&row.current, &row.max, &row.cumulative, &row.peak, &row.flushed_peak})
-        counter->store(0, std::memory_order_relaxed);
-}
-
-}  // namespace
 
 void MEM_PROFILE_BIN_TABLE::add_bytes(std::uint64_t bytes, std::uint32_t id) {
-    const auto added = static_cast<std::int64_t>(bytes);
     const MEM_GATE_SCOPE inside(gate, MEM_MOUSE);
-    MEM_PROFILE_BIN& row = row_of(id);
-    mem_raise_to(row.max, mem_add(row.current, added));
-    mem_add(row.cumulative, added);
+    row_of(id).tally.charge(bytes, bytes);
 }
 
 void MEM_PROFILE_BIN_TABLE::remove_bytes(std::uint64_t bytes, std::uint32_t id) {
     const MEM_GATE_SCOPE inside(gate, MEM_MOUSE);
-    mem_add(row_of(id).current, -static_cast<std::int64_t>(bytes));
+    row_of(id).tally.discharge(bytes);
 }
 
 void MEM_PROFILE_BIN_TABLE::grow(std::uint32_t id) {
@@ -48,15 +36,15 @@ void MEM_PROFILE_BIN_TABLE::change_all(CHANGE change) {
 }
 
 void MEM_PROFILE_BIN_TABLE::take_peak() {
-    change_all([](MEM_PROFILE_BIN& row) { copy_counter(row.peak, row.current); });
+    change_all([](MEM_PROFILE_BIN& row) { row.peak = row.tally.current_bytes(); });
 }
 
 void MEM_PROFILE_BIN_TABLE::flush_peak() {
-    change_all([](MEM_PROFILE_BIN& row) { copy_counter(row.flushed_peak, row.peak); });
+    change_all([](MEM_PROFILE_BIN& row) { row.flushed_peak = std::int64_t{row.peak}; });
 }
 
 void MEM_PROFILE_BIN_TABLE::restore_peak() {
-    change_all([](MEM_PROFILE_BIN& row) { copy_counter(row.peak, row.flushed_peak); });
+    change_all([](MEM_PROFILE_BIN& row) { row.peak = std::int64_t{row.flushed_peak}; });
 }
 
 void MEM_PROFILE_BIN_TABLE::clear() {
@@ -65,6 +53,6 @@ void MEM_PROFILE_BIN_TABLE::clear() {
 }
 
 void MEM_PROFILE_BIN_TABLE::clear_at_rest() {
-    for (std::uint32_t id = 0; id < rows.size(); ++id) set_to_zero(rows[id]);
+    for (std::uint32_t id = 0; id < rows.size(); ++id) rows[id].clear();
     rows.set_size(0);
 }

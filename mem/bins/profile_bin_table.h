@@ -7,15 +7,17 @@
 #include "mem/base/gate.h"
 #include "mem/base/spin_lock.h"
 #include "mem/base/steady_array.h"
+#include "mem/base/tally.h"
+#include "mem/base/tracking_word.h"
 
-// The counters of one bin or one tag, on a cache line of its own. All accesses are relaxed: the counters
-// order nothing, and whoever needs them at rest holds the table's gate.
-struct alignas(64) MEM_PROFILE_BIN {
-    std::atomic<std::int64_t> current{0};       // attributed and not yet freed; can fall below zero
-    std::atomic<std::int64_t> max{0};           // highest value that current has had
-    std::atomic<std::int64_t> cumulative{0};    // ever added
-    std::atomic<std::int64_t> peak{0};          // current at the latest recorded peak of the process
-    std::atomic<std::int64_t> flushed_peak{0};  // peak at the latest flush
+// The counters of one bin or one tag. Whoever needs those of all rows at rest holds the table's gate.
+struct MEM_PROFILE_BIN {
+    MEM_TALLY tally;                            // of bytes; blocks are ignored
+    MEM_PLAIN_WORD<std::int64_t> peak;          // current bytes at the latest recorded peak of the process
+    MEM_PLAIN_WORD<std::int64_t> flushed_peak;  // peak at the latest flush
+
+    MEM_PROFILE_BIN() { clear(); }
+    void clear();
 };
 
 // One row for each id from 0 to the highest that has moved bytes. Adding and removing run on the event path
@@ -44,7 +46,7 @@ class MEM_PROFILE_BIN_TABLE {
 
     // Safe at any time. The values of two rows, or of two counters, can come from two moments.
     std::uint32_t size() const { return rows.size(); }
-    const MEM_PROFILE_BIN& row(std::uint32_t id) const { return rows[id]; }
+    MEM_PROFILE_BIN& row(std::uint32_t id) const { return rows[id]; }
 
     MEM_CATS_AND_MICE gate;
 

@@ -28,11 +28,11 @@ void MEM_SEGMENT::dump(const char* /*text*/) {}
 void MEM_SEGMENT::dump(const char* /*text*/, int /*level*/) {}
 
 std::uint64_t MEM_MANAGER::current_total_memory() {
-    return static_cast<std::uint64_t>(mem_stats_current.read().bytes);
+    return static_cast<std::uint64_t>(mem_stats.current().bytes);
 }
 
 std::uint64_t MEM_MANAGER::peak_total_memory() {
-    return static_cast<std::uint64_t>(mem_stats_peak.read().bytes);
+    return static_cast<std::uint64_t>(mem_stats.peak().bytes);
 }
 
 std::size_t MEM_MANAGER::msize(void* block) {

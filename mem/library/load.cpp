@@ -6,6 +6,7 @@
 #include "ktl_mem/initializer.h"
 #include "ktl_mem/profile_bins.h"
 #include "mem/base/pool_turn.h"
+#include "mem/base/stats.h"
 #include "mem/base/tracking_word.h"
 #include "mem/debug/pgo_registry.h"
 #include "mem/frame/fatal_exit.h"
@@ -47,6 +48,7 @@ void guard_forks() {
     clear_in_forked_child(&mem_tracking_word, sizeof mem_tracking_word);
     mem_hold_pool_turn_at_forks();
     run_in_forked_child(mem_abandon_tracking_in_child);
+    run_in_forked_child(mem_stats_renew_locks);
 }
 const AT_LOAD_AND_EXIT fork_guard(guard_forks, nullptr);
 const AT_LOAD_AND_EXIT first_exit_action(nullptr, mem_claim_exit);

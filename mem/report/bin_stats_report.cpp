@@ -20,10 +20,11 @@ void dump_stats(const MEM_PROFILE_BIN_TABLE& table, std::ostream& out, std::stri
     line.text(in_bytes ? header_in_bytes : header_in_mebibytes).end_line(out);
     const std::uint32_t rows = table.size();
     for (std::uint32_t id = 0; id < rows; ++id) {
-        const MEM_PROFILE_BIN& row = table.row(id);
+        MEM_PROFILE_BIN& row = table.row(id);
+        const MEMORY_TRACKER_BASE counters = row.tally.read();
         line.text(names.name_of(id));
-        for (const auto* counter : {&row.max, &row.peak, &row.cumulative, &row.current}) {
-            const std::int64_t bytes = counter->load(std::memory_order_relaxed);
+        for (const std::int64_t bytes : {counters.max_bytes, std::int64_t{row.peak},
+                                         counters.cumulative_bytes, counters.current_bytes}) {
             line.text("\t");
             in_bytes ? line.number(bytes) : line.mebibytes(bytes);
         }

@@ -38,7 +38,7 @@ std::vector<CALL_SITE_ROW> copy_rows(std::unique_lock<MEM_SPIN_LOCK>& held) {
     std::vector<CALL_SITE_ROW> rows;
     const MEM_REPORT_GATE alone;
     held.lock();
-    for (const auto& [pc, site] : mem_tbb_call_sites->records()) rows.push_back({&site.frame, site.counters});
+    for (auto& [pc, site] : mem_tbb_call_sites->records()) rows.push_back({&site.frame, site.counters()});
     return rows;
 }
 
@@ -91,9 +91,9 @@ SUBSYSTEMS sum_by_module() {
     SUBSYSTEMS sums;
     const MEM_REPORT_GATE alone;
     const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
-    for (const auto& [pc, site] : mem_tbb_call_sites->records()) {
+    for (auto& [pc, site] : mem_tbb_call_sites->records()) {
         const auto found = sums.find(std::string_view(site.frame.module));
-        add(found != sums.end() ? found->second : sums[site.frame.module], site.counters);
+        add(found != sums.end() ? found->second : sums[site.frame.module], site.counters());
     }
     return sums;
 }

@@ -24,21 +24,26 @@ bool in_za_mode() {
     return mem_env_switch_is_on("MEM_LEAK_TRACKING_IN_ZA_MODE");
 }
 
-std::vector<const MEM_CALL_SITE*> leaking_sites() {
-    std::vector<const MEM_CALL_SITE*> sites;
+struct LEAK {
+    const MEM_STACK_FRAME* frame;
+    std::int64_t bytes;
+    std::int32_t blocks;
+};
+
+std::vector<LEAK> leaks_by_size() {
+    std::vector<LEAK> leaks;
     for (const auto& [pc, site] : mem_tbb_call_sites->records())
-        if (site.counters.current_bytes > 0) sites.push_back(&site);
-    std::sort(sites.begin(), sites.end(), [](const MEM_CALL_SITE* a, const MEM_CALL_SITE* b) {
-        return a->counters.current_bytes > b->counters.current_bytes;
-    });
-    return sites;
+        if (site.tally.current_bytes() > 0)
+            leaks.push_back({&site.frame, site.tally.current_bytes(), site.tally.current_blocks()});
+    std::sort(leaks.begin(), leaks.end(), [](const LEAK& a, const LEAK& b) { return a.bytes > b.bytes; });
+    return leaks;
 }
 
-void write_leak(std::ostream& out, const MEM_CALL_SITE& site) {
-    const MEM_STACK_FRAME& frame = site.frame;
-    out << frame.module << " leaked " << site.counters.current_bytes << " bytes in "
-        << site.counters.current_blocks << " object(s) allocated at " << frame.file << ':' << frame.line
-        << ' ' << frame.function << std::endl;
+void write_leak(std::ostream& out, const LEAK& leak) {
+    const MEM_STACK_FRAME& frame = *leak.frame;
+    out << frame.module << " leaked " << leak.bytes << " bytes in " << leak.blocks
+        << " object(s) allocated at " << frame.file << ':' << frame.line << ' ' << frame.function
+        << std::endl;
 }
 
 std::string fast_block() {
@@ -55,17 +60,17 @@ std::string fast_block() {
 }  // namespace
 
 void mem_dump_tbb_leak_tracking() {
-    const std::vector<const MEM_CALL_SITE*> sites = leaking_sites();
+    const std::vector<LEAK> leaks = leaks_by_size();
     const std::string usual_name = mem_report_file_name("mem_tbb_leak_warning.");
     std::ofstream out(in_za_mode() ? za_log : usual_name);
     if (!out) return;
     out.imbue(std::locale::classic());  // whatever the host has set for all streams
     out << "MEM: TBB Leak Checking Summary." << std::endl << std::endl;
     std::int64_t total = 0;
-    for (const MEM_CALL_SITE* site : sites) {
-        if (site->frame.pc == 0) continue;  // what could not be attributed is no one's leak
-        write_leak(out, *site);
-        total += site->counters.current_bytes;
+    for (const LEAK& leak : leaks) {
+        if (leak.frame->pc == 0) continue;  // what could not be attributed is no one's leak
+        write_leak(out, leak);
+        total += leak.bytes;
     }
     out << std::endl << "Total leaked bytes: " << total << std::endl;
 }

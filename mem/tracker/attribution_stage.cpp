@@ -4,7 +4,6 @@
 #include <mutex>
 
 #include "mem/attribution/address_table.h"
-#include "mem/attribution/counters.h"
 #include "mem/base/gate.h"
 #include "mem/base/internal_error.h"
 #include "mem/base/tracker_phase.h"
@@ -96,25 +95,12 @@ bool waited_for_the_end() {
 }
 
 // The module of a call site: the one that its record points at, or the entry of its name while it points at
-// none.
-MEM_MODULE_ENTRY& module_of(MEM_CALL_SITE& site, MEM_MODULE_ENTRY* known) {
-    if (known != nullptr) [[likely]]
+// none. Acquire: who sees the entry sees it made.
+MEM_MODULE_ENTRY& module_of(const MEM_CALL_SITE& site) {
+    if (MEM_MODULE_ENTRY* known = site.module_tracker.load(std::memory_order_acquire)) [[likely]]
         return *known;
     const char* name = site.frame.module[0] != '\0' ? site.frame.module : "OTHER";
     return mem_tbb_module_trackers->find_or_create(name);
-}
-
-void charge_module(MEM_CALL_SITE& site, MEM_MODULE_ENTRY* known, std::uint64_t requested,
-                   std::uint64_t allocated) {
-    MEM_MODULE_ENTRY& module = module_of(site, known);
-    {
-        const std::lock_guard<MEM_SPIN_LOCK> guard(module.lock);
-        mem_charge(module.counters, requested, allocated);
-    }
-    if (known == nullptr) {
-        const std::lock_guard<MEM_SPIN_LOCK> guard(site.lock);
-        site.module_tracker = &module;
-    }
 }
 
 }  // namespace
@@ -129,17 +115,16 @@ void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::ui
     const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
     if (waited_for_the_end()) return;
     MEM_CALL_SITE& site = mem_find_call_site(start);
-    MEM_MODULE_ENTRY* module = nullptr;
-    {
-        const std::lock_guard<MEM_SPIN_LOCK> guard(site.lock);
-        if ((word & mem_call_site_counter_bits) != 0) mem_charge(site.counters, requested, allocated);
-        module = site.module_tracker;
-    }
+    if ((word & mem_call_site_counter_bits) != 0) site.tally.charge(requested, allocated);
     const std::uint32_t thread_id = (word & MEM_TRACKING_PER_FILELINE) != 0 ? _Thrd_id() : 0;
     mem_address_table->insert_or_assign(address, {site.number, thread_id});
     if ((word & MEM_TRACKING_PER_LIBRARY) == 0) return;
-    charge_module(site, module, requested, allocated);
-    if (sampling_point) mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+    MEM_MODULE_ENTRY& module = module_of(site);
+    module.tally.charge(requested, allocated);
+    if (site.module_tracker.load(std::memory_order_relaxed) == nullptr) [[unlikely]]
+        site.module_tracker.store(&module, std::memory_order_release);
+    if (sampling_point) [[unlikely]]
+        mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
 }
 
 void mem_attribute_dealloc(std::uint64_t address, std::uint64_t allocated, std::uint32_t word,
@@ -150,22 +135,12 @@ void mem_attribute_dealloc(std::uint64_t address, std::uint64_t allocated, std::
     const bool known = mem_address_table->retire(address, entry);
     MEM_CALL_SITE& site =
         known ? mem_tbb_call_sites->by_number(entry.call_site) : mem_tbb_call_sites->other();
-    const bool mismatched = known && (word & MEM_TRACKING_PER_FILELINE) != 0 &&
-                            allocated <= largest_mismatched_block && entry.thread_id != _Thrd_id();
-    MEM_MODULE_ENTRY* module = nullptr;
-    {
-        const std::lock_guard<MEM_SPIN_LOCK> guard(site.lock);
-        if ((word & mem_call_site_counter_bits) != 0) {
-            mem_discharge(site.counters, allocated);
-            if (mismatched) site.counters.cumulative_mismatched_bytes += static_cast<std::int64_t>(allocated);
-        }
-        module = site.module_tracker;
-    }
+    const bool is_mismatched = known && (word & MEM_TRACKING_PER_FILELINE) != 0 &&
+                               allocated <= largest_mismatched_block && entry.thread_id != _Thrd_id();
+    if ((word & mem_call_site_counter_bits) != 0)
+        site.tally.discharge(allocated, is_mismatched ? allocated : 0);
     if ((word & MEM_TRACKING_PER_LIBRARY) == 0) return;
-    MEM_MODULE_ENTRY& charged = module_of(site, module);
-    {
-        const std::lock_guard<MEM_SPIN_LOCK> guard(charged.lock);
-        mem_discharge(charged.counters, allocated);
-    }
-    if (sampling_point) mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+    module_of(site).tally.discharge(allocated);
+    if (sampling_point) [[unlikely]]
+        mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
 }

@@ -36,20 +36,22 @@ MEM_COLD void record_peak(std::int64_t total) {
     const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
     const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
     for (auto& [pc, site] : mem_tbb_call_sites->records()) {
-        site.counters.peak_blocks = site.counters.current_blocks;
-        site.counters.peak_bytes = site.counters.current_bytes;
+        site.peak_blocks = site.tally.current_blocks();
+        site.peak_bytes = site.tally.current_bytes();
     }
     mem_tbb_peak_timeline_index = mem_tbb_timeline_index.read();
 }
 
-// Looks at the total from before this free.
-bool is_new_peak(std::uint32_t word) {
-    if ((word & mem_timeline_mask) == 0) return false;
-    const std::int64_t total = mem_tbb_total_bytes.read();
-    if (!mem_tbb_peak_search.is_due(total)) [[likely]]
-        return false;
+MEM_COLD bool record_if_peak() {
+    const std::int64_t total = mem_tbb_total_bytes.current_bytes();
+    if (!mem_tbb_peak_search.is_due(total)) return false;
     record_peak(total);
     return true;
+}
+
+// Looks at the total from before this free.
+bool is_new_peak(std::uint32_t word) {
+    return (word & mem_timeline_mask) != 0 && mem_tbb_peak_search.may_be_due() && record_if_peak();
 }
 
 MEM_COLD void sample_labels_and_process(std::uint32_t word) {
@@ -59,12 +61,12 @@ MEM_COLD void sample_labels_and_process(std::uint32_t word) {
     if ((word & MEM_TRACKING_AUXILIARY_TIMELINE) != 0) mem_tbb_auxiliary_timeline->capture();
 }
 
-MEM_COLD void pass_sampling_point(std::int64_t total) {
+MEM_COLD void pass_sampling_point() {
     const std::uint64_t index = mem_tbb_timeline_index.take_next();
     if (index % 8 != 0) return;
     const THREAD_NOT_CANCELLED message_is_written;
     const auto shown_index = static_cast<unsigned long long>(index);
-    const auto shown_total = static_cast<long long>(total);
+    const auto shown_total = static_cast<long long>(mem_tbb_total_bytes.current_bytes());
     if (mem_tbb_no_msg_debug) {
         std::printf("Debug: MEM: Memory tracking: at timeline index %llu with total memory %lld\n",
                     shown_index, shown_total);
@@ -75,13 +77,6 @@ MEM_COLD void pass_sampling_point(std::int64_t total) {
 }
 
 #undef MEM_COLD
-
-void move_total(std::uint32_t word, std::int64_t amount, bool sampling_point) {
-    if ((word & mem_timeline_mask) == 0) return;
-    const std::int64_t total = mem_tbb_total_bytes.add(amount);
-    if (sampling_point) [[unlikely]]
-        pass_sampling_point(total);
-}
 
 }  // namespace
 
@@ -99,7 +94,10 @@ void mem_tbb_track_alloc(std::uint64_t address, std::uint64_t requested, std::ui
     if (sampling_point) [[unlikely]]
         sample_labels_and_process(word);
     if ((word & mem_stats_bits) != 0) mem_stats_add_block(allocated);
-    move_total(word, static_cast<std::int64_t>(allocated), sampling_point);
+    if ((word & mem_timeline_mask) == 0) return;
+    mem_tbb_total_bytes.charge(allocated, allocated);
+    if (sampling_point) [[unlikely]]
+        pass_sampling_point();
 }
 
 void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated) {
@@ -120,7 +118,10 @@ void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated) {
     }
     if (sampling_point) [[unlikely]]
         sample_labels_and_process(word);
-    move_total(word, -static_cast<std::int64_t>(allocated), sampling_point);
+    if ((word & mem_timeline_mask) == 0) return;
+    mem_tbb_total_bytes.discharge(allocated);
+    if (sampling_point) [[unlikely]]
+        pass_sampling_point();
 }
 
 void mem_expect_alloc(std::uint64_t address) {

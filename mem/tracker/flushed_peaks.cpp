@@ -29,9 +29,8 @@ void keep_peaks_of_call_sites() {
     }
     mem_tbb_flushed_peaks->reserve(mem_tbb_call_sites->records().size());
     for (const auto& [pc, site] : mem_tbb_call_sites->records())
-        if (site.counters.peak_bytes != 0)
-            mem_tbb_flushed_peaks->emplace(
-                pc, MEM_FLUSHED_PEAK{site.counters.peak_bytes, site.counters.peak_blocks});
+        if (site.peak_bytes != 0)
+            mem_tbb_flushed_peaks->emplace(pc, MEM_FLUSHED_PEAK{site.peak_bytes, site.peak_blocks});
 }
 
 bool has_kept_peaks() {
@@ -55,10 +54,10 @@ void announce_reset() {
         mem_msg_debug("Memory tracking: memory threshold peak was reset from %lld",
                       static_cast<long long>(mem_tbb_peak_search.recorded()));
     } else if (word == MEM_TRACKING_LEAKS_FAST) {
-        const std::int64_t peak = mem_stats_peak.bytes.load(std::memory_order_relaxed);
+        const std::int64_t peak = mem_stats.peak().bytes;
         mem_msg_debug("Memory tracking: memory peak was reset from %lld", static_cast<long long>(peak));
         mem_tbb_flushed_peak = std::max<std::int64_t>(mem_tbb_flushed_peak, peak);
-        mem_stats_peak.bytes.store(0, std::memory_order_relaxed);
+        mem_stats_forget_peak_bytes();
     }
 }
 
@@ -74,8 +73,7 @@ void mem_tbb_tracking_flush_peak() {
 }
 
 void mem_restore_flushed_peaks() {
-    if (mem_tracking_word == MEM_TRACKING_LEAKS_FAST)
-        mem_raise_to(mem_stats_peak.bytes, mem_tbb_flushed_peak);
+    if (mem_tracking_word == MEM_TRACKING_LEAKS_FAST) mem_stats_raise_peak_bytes(mem_tbb_flushed_peak);
     if (!has_kept_peaks() || mem_tbb_flushed_peak < mem_tbb_peak_search.recorded()) return;
     mem_tbb_bin_table->restore_peak();
     mem_tbb_tag_table->restore_peak();
@@ -84,7 +82,7 @@ void mem_restore_flushed_peaks() {
         const auto kept = mem_tbb_flushed_peaks->find(pc);
         const MEM_FLUSHED_PEAK peak =
             kept != mem_tbb_flushed_peaks->end() ? kept->second : MEM_FLUSHED_PEAK{};
-        site.counters.peak_bytes = peak.peak_bytes;
-        site.counters.peak_blocks = peak.peak_blocks;
+        site.peak_bytes = peak.peak_bytes;
+        site.peak_blocks = peak.peak_blocks;
     }
 }

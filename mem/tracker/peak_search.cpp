@@ -25,8 +25,19 @@ std::int64_t mem_next_peak_at_least(std::int64_t total, std::int64_t grid) {
     return std::min(grid_line(2, total), grid_line(cells, grid));
 }
 
+void MEM_PEAK_SEARCH::watch() {
+    mem_tbb_total_bytes.restart_highest(trigger - 1);
+}
+
+bool MEM_PEAK_SEARCH::is_due(std::int64_t total) {
+    if (total >= trigger) return true;
+    watch();
+    return false;
+}
+
 void MEM_PEAK_SEARCH::start(std::int64_t grid_bytes) {
     grid = grid_bytes;
+    mem_tbb_total_bytes.ignore_highest_blocks();
     restart();
 }
 
@@ -34,10 +45,12 @@ void MEM_PEAK_SEARCH::record(std::int64_t total) {
     recorded_peak = total;
     next_peak = grid_line(2, total);
     trigger = mem_peak_trigger(next_peak, total, grid);
+    watch();
 }
 
 void MEM_PEAK_SEARCH::restart() {
     recorded_peak = 0;
     next_peak = first_target;
     trigger = mem_peak_trigger(first_target, 0, grid);
+    watch();
 }

@@ -21,8 +21,8 @@ void mem_reset_tracking_entries() {
     mem_tbb_module_trackers->clear();
     mem_tbb_call_sites->clear();
     mem_tbb_tag_timeline->reset();  // with the rows of the tag table
+    mem_tbb_total_bytes.clear();
     mem_tbb_peak_search.restart();
-    mem_tbb_total_bytes.set(0);
 }
 
 void mem_user_snapshot_tracking_data() {

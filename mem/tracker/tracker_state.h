@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "mem/base/counting.h"
+#include "mem/base/tally.h"
 #include "mem/base/tracking_word.h"
 #include "platform/ktl_err.h"
 
@@ -14,14 +14,12 @@ struct alignas(64) MEM_SHARED_WORD {
 
     // Relaxed: the words are numbers and sums of their own, and order nothing else.
     T take_next() { return value.fetch_add(1, std::memory_order_relaxed); }
-    T add(T amount) { return mem_add(value, amount); }
     T read() const { return value.load(std::memory_order_relaxed); }
-    void set(T next) { value.store(next, std::memory_order_relaxed); }
 };
 
 extern MEM_SHARED_WORD<std::uint64_t>
-    mem_tbb_event_counter;                                 // numbers that threads have taken for their events
-extern MEM_SHARED_WORD<std::int64_t> mem_tbb_total_bytes;  // kept while the timeline mask is non-zero
+    mem_tbb_event_counter;              // numbers that threads have taken for their events
+extern MEM_TALLY& mem_tbb_total_bytes;  // kept while the timeline mask is non-zero
 extern MEM_SHARED_WORD<std::uint64_t> mem_tbb_timeline_index;  // sampling points passed, likewise
 
 extern MEM_PLAIN_WORD<std::int32_t> MEM_STACK_TRACE_IGNORE_DEPTH;  // innermost frames that a stack leaves out

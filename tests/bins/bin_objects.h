@@ -27,7 +27,9 @@ class BinObjects : public testing::Test {
         mem_tbb_bin_tags_enabled = true;
         mem_tracking_word = MEM_TRACKING_ALL;
         mem_tbb_labels_enabled = true;
-        for (auto* group : {&mem_stats_current, &mem_stats_peak, &mem_stats_local_peak}) group->store({});
+        mem_stats.tally.clear();
+        mem_enter_local_region();
+        mem_stats_forget_peak_bytes();
     }
     ~BinObjects() override {
         mem_tbb_label_stack.clear();
@@ -53,8 +55,9 @@ class BinObjects : public testing::Test {
 
 // Current, max, cumulative, peak and flushed peak.
 inline std::array<std::int64_t, 5> counters(const MEM_PROFILE_BIN_TABLE& table, std::uint32_t id) {
-    const MEM_PROFILE_BIN& row = table.row(id);
-    return {row.current, row.max, row.cumulative, row.peak, row.flushed_peak};
+    MEM_PROFILE_BIN& row = table.row(id);
+    const MEMORY_TRACKER_BASE now = row.tally.read();
+    return {now.current_bytes, now.max_bytes, now.cumulative_bytes, row.peak, row.flushed_peak};
 }
 
 // Lets that many threads go on at the very same time, as often as they come. It spins: a wake-up takes too
@@ -75,7 +78,7 @@ class StartingLine {
 
 // Until events of other threads are in full swing on a row.
 inline void await_events(const MEM_PROFILE_BIN_TABLE& table) {
-    while (table.row(0).cumulative < 20) {
+    while (table.row(0).tally.read().cumulative_bytes < 20) {
     }
 }
 
@@ -83,5 +86,5 @@ inline void await_events(const MEM_PROFILE_BIN_TABLE& table) {
 inline void expect_whole_events(MEM_PROFILE_BIN_TABLE& table) {
     const MEM_GATE_SCOPE alone(table.gate, MEM_CAT);
     for (std::uint32_t id = 0; id < table.size(); ++id)
-        ASSERT_EQ(table.row(id).current, table.row(id).cumulative);
+        ASSERT_EQ(table.row(id).tally.current_bytes(), table.row(id).tally.read().cumulative_bytes);
 }

@@ -177,7 +177,8 @@ TEST_F(BinObjects, RowsStayWhereTheyAreWhileTheTableGrows) {
     for (const std::uint32_t id : {63u, 64u, 127u, 128u, 70000u}) table.add_bytes(id, id);
     EXPECT_EQ(&table.row(0), first);
     EXPECT_EQ(table.size(), 70001u);
-    for (const std::uint32_t id : {63u, 64u, 127u, 128u, 70000u}) EXPECT_EQ(table.row(id).current, id);
+    for (const std::uint32_t id : {63u, 64u, 127u, 128u, 70000u})
+        EXPECT_EQ(table.row(id).tally.current_bytes(), id);
 }
 
 TEST_F(BinObjects, ThreadsThatGrowTheTableAtOnceGetTheSameRows) {
@@ -189,7 +190,7 @@ TEST_F(BinObjects, ThreadsThatGrowTheTableAtOnceGetTheSameRows) {
             table.add_bytes(1, 64);
         }
     });
-    for (const MEM_PROFILE_BIN_TABLE& table : tables) ASSERT_EQ(table.row(64).current, 2);
+    for (const MEM_PROFILE_BIN_TABLE& table : tables) ASSERT_EQ(table.row(64).tally.current_bytes(), 2);
 }
 
 TEST_F(BinObjects, ClearExcludesEvents) {

@@ -121,7 +121,7 @@ TEST_F(TrackedEvents, WithTheFastLeakCheckAloneAFlushResetsThePeakOfTheProcess) 
         {MEM_TRACKING_LEAKS_FAST | MEM_TRACKING_ALLOC_DEALLOC, {}, 700, 700}};
     for (const STATS_FLUSH& flush : cases) {
         mem_tracking_word = flush.word;
-        mem_stats_peak.store({});
+        mem_stats_forget_peak_bytes();
         mem_tbb_flushed_peak = 0;
         allocate_at<1>(0x1000, 700);
         release(0x1000, 700);
@@ -136,11 +136,11 @@ TEST_F(TrackedEvents, WithTheFastLeakCheckAloneAFlushResetsThePeakOfTheProcess) 
 }
 
 TEST_F(TrackedEvents, AResetForgetsWhoHoldsWhat) {
-    const MEM_PROFILE_BIN& root_bin = mem_tbb_bin_table->row(0);
+    const MEM_TALLY& root_bin = mem_tbb_bin_table->row(0).tally;
     allocate_at<1>(0x1000, 3000);
     allocate_at<1>(0x2000, 400);
     release(0x2000, 400);  // a peak at 3400
-    const std::int64_t in_bin = root_bin.current;
+    const std::int64_t in_bin = root_bin.current_bytes();
     const std::uint64_t index = mem_tbb_timeline_index.read();
     MEMORY_TRACKER_BASE module;
     MEM_ADDRESS_TRACKER record;
@@ -149,20 +149,20 @@ TEST_F(TrackedEvents, AResetForgetsWhoHoldsWhat) {
 
     EXPECT_FALSE(mem_get_address_tracker(reinterpret_cast<void*>(0x1000), record));
     EXPECT_FALSE(mem_get_module_tracker("OTHER", module));
-    EXPECT_EQ(mem_tbb_total_bytes.read(), 0);
+    EXPECT_EQ(mem_tbb_total_bytes.current_bytes(), 0);
     EXPECT_EQ(mem_tbb_peak_search.recorded(), 0);
     EXPECT_EQ(mem_tbb_timeline_index.read(), index);
     EXPECT_EQ(mem_tbb_tag_table->size(), 0u);
 
     release(0x1000, 3000);  // nobody's any more
-    EXPECT_EQ(mem_tbb_total_bytes.read(), -3000);
+    EXPECT_EQ(mem_tbb_total_bytes.current_bytes(), -3000);
     EXPECT_TRUE(mem_get_address_tracker(nullptr, record));
     EXPECT_EQ(record.current_bytes, -3000);
     EXPECT_EQ(record.current_blocks, -1);
     EXPECT_TRUE(mem_get_module_tracker("OTHER", module));
     EXPECT_EQ(module.current_bytes, -3000);
-    EXPECT_EQ(mem_tbb_tag_table->row(0).current, -3000);
-    EXPECT_EQ(root_bin.current, in_bin - 3000);  // bins are not reset
+    EXPECT_EQ(mem_tbb_tag_table->row(0).tally.current_bytes(), -3000);
+    EXPECT_EQ(root_bin.current_bytes(), in_bin - 3000);  // bins are not reset
 
     allocate_at<1>(0x3000, 50);
     EXPECT_TRUE(mem_get_address_tracker(reinterpret_cast<void*>(0x3000), record));

@@ -63,16 +63,16 @@ class Storm : public TrackedEvents {
     static std::pair<std::int64_t, std::int64_t> current_and_ever(const MEM_PROFILE_BIN_TABLE& table) {
         std::pair<std::int64_t, std::int64_t> sums;
         for (std::uint32_t id = 0; id < table.size(); ++id) {
-            sums.first += table.row(id).current;
-            sums.second += table.row(id).cumulative;
+            sums.first += table.row(id).tally.current_bytes();
+            sums.second += table.row(id).tally.read().cumulative_bytes;
         }
         return sums;
     }
     static std::pair<std::int64_t, std::int64_t> current_and_ever_of_call_sites() {
         std::pair<std::int64_t, std::int64_t> sums;
-        for (const auto& [pc, site] : mem_tbb_call_sites->records()) {
-            sums.first += site.counters.current_bytes;
-            sums.second += site.counters.cumulative_bytes;
+        for (auto& [pc, site] : mem_tbb_call_sites->records()) {
+            sums.first += site.counters().current_bytes;
+            sums.second += site.counters().cumulative_bytes;
         }
         return sums;
     }
@@ -116,7 +116,7 @@ TEST_F(Storm, AllSumsAgreeWithTheTotal) {
         });
     }
     const auto expected = std::pair(exchange.live(), exchange.allocated.load());
-    EXPECT_EQ(mem_tbb_total_bytes.read(), expected.first);
+    EXPECT_EQ(mem_tbb_total_bytes.current_bytes(), expected.first);
     EXPECT_EQ(current_and_ever(*mem_tbb_tag_table), expected);
     EXPECT_EQ(current_and_ever_of_call_sites(), expected);
     EXPECT_EQ(current_of_modules(), expected.first);

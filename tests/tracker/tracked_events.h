@@ -48,7 +48,9 @@ class TrackedEvents : public testing::Test {
         delete mem_tbb_flushed_peaks;
         mem_tbb_flushed_peaks = nullptr;
         mem_tbb_flushed_peak = 0;
-        for (auto* group : {&mem_stats_current, &mem_stats_peak, &mem_stats_local_peak}) group->store({});
+        mem_stats.tally.clear();
+        mem_enter_local_region();
+        mem_stats_forget_peak_bytes();
         mem_set_msg_local_vdebug_callback(keep_message);
         messages.clear();
     }
@@ -63,7 +65,7 @@ class TrackedEvents : public testing::Test {
         const std::string name = "allocate_at<" + std::to_string(number) + ">";
         for (const auto& [pc, site] : mem_tbb_call_sites->records())
             if (std::string(site.frame.function).find(name) != std::string::npos)
-                return {site.counters.peak_bytes, site.counters.peak_blocks};
+                return {site.peak_bytes, site.peak_blocks};
         ADD_FAILURE() << "no call site " << name;
         return {};
     }
