@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <CLI/CLI.hpp>
+
 #include "tests/memview/reports.h"
 #include "tools/memview/chart.h"
 #include "tools/memview/folder.h"

@@ -1,3 +1,4 @@
+#include <CLI/CLI.hpp>
 #include <sstream>
 
 #include "tools/common/cli_doc.h"

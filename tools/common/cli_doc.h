@@ -3,9 +3,12 @@
 // The documents of a command-line tool, made from the same option table that parses its command line, so that
 // `--help`, the manual page and the shell's completion can never tell different stories.
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace cli_doc {
 

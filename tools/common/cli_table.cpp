@@ -1,5 +1,6 @@
 #include "tools/common/cli_table.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 
 namespace cli_doc {

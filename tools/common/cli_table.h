@@ -2,9 +2,13 @@
 
 // The option table of a CLI::App as the generators of documents walk it.
 
-#include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
 
 namespace cli_doc {
 

@@ -1,4 +1,6 @@
 // Writes the manual page and the completion of ktl_memrun.
+#include <CLI/CLI.hpp>
+
 #include "tools/common/cli_doc.h"
 #include "tools/memrun/options.h"
 

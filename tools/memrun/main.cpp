@@ -1,6 +1,7 @@
 // ktl_memrun: runs an unmodified program under the memory tracker.
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <fstream>
 #include <iostream>

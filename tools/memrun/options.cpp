@@ -1,5 +1,7 @@
 #include "tools/memrun/options.h"
 
+#include <CLI/CLI.hpp>
+
 namespace memrun {
 
 namespace {

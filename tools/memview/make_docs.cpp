@@ -1,5 +1,7 @@
 // Writes the manual page and the shell completion of ktl_memview; part of the build, not installed.
 
+#include <CLI/CLI.hpp>
+
 #include "tools/memview/options.h"
 
 int main(int argc, char** argv) {

@@ -1,5 +1,7 @@
 #include "tools/memview/options.h"
 
+#include <CLI/CLI.hpp>
+
 #include "tools/memview/units.h"
 
 namespace memview {

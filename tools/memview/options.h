@@ -2,7 +2,6 @@
 
 // The command line: one table for parsing, help, manual page and completion.
 
-#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -10,6 +9,10 @@
 #include <vector>
 
 #include "tools/common/cli_doc.h"
+
+namespace CLI {
+class App;
+}  // namespace CLI
 
 namespace memview {
 

@@ -1,5 +1,7 @@
 #include "tools/memview/units.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
