@@ -1,8 +1,12 @@
 #include "platform/thread.h"
 
+#include <linux/membarrier.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 namespace {
 
@@ -10,6 +14,18 @@ constinit thread_local std::uint32_t cached_id __attribute__((tls_model("initial
 
 // Runs before any other thread of the child exists, on its one thread.
 [[maybe_unused]] const int registered = pthread_atfork(nullptr, nullptr, [] { cached_id = 0; });
+
+long membarrier(int command) {
+    const int kept_errno = errno;
+    const long result = syscall(SYS_membarrier, command, 0, 0);
+    errno = kept_errno;
+    return result;
+}
+
+// A key's destructor runs on the ending thread with the value that was set there: the action.
+pthread_key_t exit_key;
+const bool has_exit_key =
+    pthread_key_create(&exit_key, [](void* action) { reinterpret_cast<void (*)()>(action)(); }) == 0;
 
 }  // namespace
 
@@ -28,4 +44,17 @@ THREAD_NOT_CANCELLED::~THREAD_NOT_CANCELLED() {
 
 void _Thrd_yield() {
     sched_yield();
+}
+
+bool can_run_barrier_on_all_threads() {
+    static const bool is_registered = membarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) == 0;
+    return is_registered;
+}
+
+void barrier_on_all_threads() {
+    if (can_run_barrier_on_all_threads()) membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
+}
+
+bool run_at_thread_exit(void (*action)()) {
+    return has_exit_key && pthread_setspecific(exit_key, reinterpret_cast<void*>(action)) == 0;
 }

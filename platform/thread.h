@@ -25,6 +25,16 @@ class THREAD_NOT_CANCELLED {
 // Gives the processor to another thread that can run.
 void _Thrd_yield();
 
+// Has every thread of the process run a full memory barrier before this returns: as if each of them had one
+// at some point of its own program between call and return. A system call. False for the question means that
+// the system has no such call, and that it does nothing; the answer is found once, and then stays.
+bool can_run_barrier_on_all_threads();
+void barrier_on_all_threads();
+
+// Has the action run when the calling thread ends; a call in the course of that end has it run again, a few
+// times at most. There is one action, the same for all callers. False when it cannot be had.
+bool run_at_thread_exit(void (*action)());
+
 // True while the process has never had a second thread, as far as the C library knows: nobody else can write
 // what the caller reads. Starting a thread makes it false before the new thread runs, and is ordered after
 // all that the caller did.

@@ -3,17 +3,9 @@
 #include <mutex>
 
 #include "mem/base/internal_error.h"
+#include "platform/thread.h"
 
 MEM_CATS_AND_MICE* mem_tbb_gate = nullptr;
-
-constinit thread_local std::uint32_t mem_thread_stripe_plus_one = 0;
-
-std::uint32_t mem_take_thread_stripe() {
-    static constinit std::atomic<std::uint32_t> next{0};
-    const std::uint32_t stripe = next.fetch_add(1, std::memory_order_relaxed) % mem_stripe_count;
-    mem_thread_stripe_plus_one = stripe + 1;
-    return stripe;
-}
 
 std::int64_t MEM_CATS_AND_MICE::mice() const {
     std::int64_t sum = 0;
@@ -29,12 +21,12 @@ std::int32_t MEM_CATS_AND_MICE::cats_approaching() const {
     return static_cast<std::int32_t>(cat_word.load(std::memory_order_seq_cst) & (cat_inside - 1));
 }
 
-void MEM_CATS_AND_MICE::wait_for_cats(std::atomic<std::int64_t>& own) {
+void MEM_CATS_AND_MICE::wait_for_cats() {
     do {
-        own.fetch_sub(1, std::memory_order_seq_cst);
+        count_mouse(-1);
         MEM_BACK_OFF back_off;
         while (cat_word.load(std::memory_order_relaxed) != 0) back_off.wait();
-        own.fetch_add(1, std::memory_order_seq_cst);
+        count_mouse(1);
     } while (cat_word.load(std::memory_order_seq_cst) != 0);
 }
 
@@ -58,6 +50,7 @@ bool MEM_CATS_AND_MICE::try_enter_cat() {
 
 void MEM_CATS_AND_MICE::enter_cat() {
     cat_word.fetch_add(1, std::memory_order_seq_cst);
+    barrier_on_all_threads();
     MEM_BACK_OFF back_off;
     while (!try_enter_cat()) back_off.wait();
     cat_word.fetch_sub(1, std::memory_order_seq_cst);

@@ -1,5 +1,9 @@
 // MEM_SPIN_LOCK: one byte, zero when free. Short doubling pauses, then the processor is given away.
 // Allocates nothing; safe in a hook, but not in a signal handler. Held through std::unique_lock.
+//
+// A locked instruction waits until all earlier stores of the thread are done, also those of the program that
+// missed the cache; that wait is most of what a lock costs. While the process has one thread, a load and a
+// store do.
 #pragma once
 
 #include <atomic>
@@ -28,7 +32,7 @@ class MEM_SPIN_LOCK {
     // The same; true when another thread held the lock.
     bool acquire() {
         if (process_has_one_thread() && !held.load(std::memory_order_relaxed)) {
-            // Nobody to race with; see counting.h for what a locked instruction would cost.
+            // Nobody to race with.
             held.store(true, std::memory_order_relaxed);
             return false;
         }

@@ -1,7 +1,6 @@
 // The process-wide statistics as the event path moves them, and the local regions.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 
 #include "ktl_mem/statistics.h"

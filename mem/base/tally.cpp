@@ -58,7 +58,7 @@ struct MEM_TALLY::SHARES {
     int stays = 0;
     std::int64_t stay_ends_at = 0;  // by the charges that came home
 
-    SHARE& own() { return all[mem_thread_stripe() % share_count]; }
+    SHARE& own() { return all[mem_thread_stripe().index % share_count]; }
 };
 
 MEM_TALLY::~MEM_TALLY() {

@@ -78,7 +78,7 @@ class StartingLine {
 
 // Until events of other threads are in full swing on a row.
 inline void await_events(const MEM_PROFILE_BIN_TABLE& table) {
-    while (table.row(0).tally.read().cumulative_bytes < 20) {
+    while (table.row(0).tally.current_bytes() < 20) {
     }
 }
 
