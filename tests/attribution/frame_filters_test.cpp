@@ -67,11 +67,7 @@ TEST_F(FRAME_FILTERS, modules) {
 TEST_F(FRAME_FILTERS, functions_and_files) {
     mem_filter_functions = {"foo", "Unknown"};
     mem_filter_file_basenames = {"gen_"};
-    struct {
-        const char* file;
-        const char* function;
-        bool filtered;
-    } const cases[] = {
+    const std::tuple<const char*, const char*, bool> cases[] = {
         {"", "run()", true},
         {"/a/run.cpp", "", true},
         {"/a/run.cpp", "run()", false},
@@ -104,9 +100,8 @@ TEST_F(FRAME_FILTERS, functions_and_files) {
         {"Unknown", "run()", false},
         {"Unknown", "std::run()", true},
     };
-    for (const auto& test : cases)
-        EXPECT_EQ(mem_frame_is_filtered(test.file, test.function), test.filtered)
-            << test.file << test.function;
+    for (const auto& [file, function, filtered] : cases)
+        EXPECT_EQ(mem_frame_is_filtered(file, function), filtered) << file << function;
 }
 
 TEST_F(FRAME_FILTERS, each_line_of_the_file_is_answered) {

@@ -44,11 +44,7 @@ void run_out_inside_the_tracker() {
 }
 
 TEST(Ending, TakesItsFormInEveryState) {
-    struct {
-        void (*event)();
-        int exit_code;
-        const char* output;
-    } const cases[] = {
+    const std::tuple<void (*)(), int, const char*> cases[] = {
         {run_out_in_an_exit_action, 1, "^none\nfirst\nsecond\n$"},
         {run_out_inside_the_tracker, 1,
          "^\nOut of memory .*\nMEM: memory ran out inside the tracker, no .*\n$"},
