@@ -30,15 +30,11 @@ class LETTERS : public MEM_ROW_LABELS {
     const char* left;
 };
 
-struct NAMED_SERIES {
-    std::string name;
-    std::vector<std::int64_t> values;
-};
+using NAMED_SERIES = std::pair<std::string, std::vector<std::int64_t>>;
 
 struct FORMS {
     bool result;
-    std::string plain;
-    std::string detailed;
+    std::string plain, detailed;
 };
 
 FORMS forms_of(auto dump_to) {
@@ -53,8 +49,8 @@ FORMS dump(const std::vector<NAMED_SERIES>& named, std::uint64_t num_samples, co
     std::vector<MEM_TIMELINE> series(named.size());
     std::vector<MEM_TIMELINE_COLUMN> columns;
     for (std::size_t i = 0; i < named.size(); ++i) {
-        for (const std::int64_t value : named[i].values) series[i].append(value);
-        columns.push_back({named[i].name, &series[i]});
+        for (const std::int64_t value : named[i].second) series[i].append(value);
+        columns.push_back({named[i].first, &series[i]});
     }
     LETTERS labels(letters);
     return forms_of([&](std::ostream& plain, std::ostream& detailed) {
@@ -67,31 +63,25 @@ const std::string detailed_title = "MEM: TBB Module Tracking Detailed Memory Tim
 
 TEST(TimelineReport, WritesARowForEachSample) {
     struct CASE {
-        const char* what;
         std::vector<NAMED_SERIES> series;
         std::uint64_t num_samples;
-        const char* labels;
-        const char* plain;
-        const char* detailed;
+        const char *labels, *plain, *detailed;
     };
     const CASE cases[] = {
-        {"no samples", {}, 0, "", "\tMisc\n", "\n"},
-        {"no series", {}, 1, "a", "\tMisc\na\t0\n", "\na\n"},
-        {"columns by their highest value",
-         {{"peak", {0, 90, 0}}, {"flat", {20, 20, 20}}, {"low", {-5, -6, -4}}},
+        {{}, 0, "", "\tMisc\n", "\n"},
+        {{}, 1, "a", "\tMisc\na\t0\n", "\na\n"},
+        {{{"peak", {0, 90, 0}}, {"flat", {20, 20, 20}}, {"low", {-5, -6, -4}}},
          3,
          "a-b",
          "\tMisc\tlow\tflat\tpeak\na\t0\t-5\t20\t0\nOther\t0\t-6\t20\t90\nb\t0\t-4\t20\t0\n",
          "\tpeak\tflat\tlow\na\t0\t20\t-5\nOther\t90\t20\t-6\nb\t0\t20\t-4\n"},
-        {"too short and too long",
-         {{"short", {7}}, {"long", {1, 2, 3}}},
+        {{{"short", {7}}, {"long", {1, 2, 3}}},
          2,
          "ab",
          "\tMisc\tlong\tshort\na\t0\t1\t7\nb\t0\t2\t0\n",
          "\tshort\tlong\na\t7\t1\nb\t0\t2\n"},
     };
     for (const CASE& c : cases) {
-        SCOPED_TRACE(c.what);
         const FORMS forms = dump(c.series, c.num_samples, c.labels);
         EXPECT_TRUE(forms.result);
         EXPECT_EQ(forms.plain, plain_title + c.plain + "<time>\n");
@@ -108,12 +98,11 @@ TEST(TimelineReport, NamesEighteenColumnsAndSumsTheOthers) {
         names += "\tm" + std::to_string(i);
         first += "\t" + std::to_string(i);
     }
-    const std::string zeros = "\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\n";
-    EXPECT_EQ(dump(series, 2, "ab").plain,
-              plain_title + "\tMisc" + names + "\na\t0" + first + "\nb\t0" + zeros + "<time>\n");
+    const std::string zeros = "\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\n<time>\n";
+    const std::string head = plain_title + "\tMisc" + names + "\n";
+    EXPECT_EQ(dump(series, 2, "ab").plain, head + "a\t0" + first + "\nb\t0" + zeros);
     series.push_back({"negative", {-5, -7}});
-    EXPECT_EQ(dump(series, 2, "ab").plain,
-              plain_title + "\tMisc" + names + "\na\t-5" + first + "\nb\t-7" + zeros + "<time>\n");
+    EXPECT_EQ(dump(series, 2, "ab").plain, head + "a\t-5" + first + "\nb\t-7" + zeros);
     series.push_back({"highest", {50, 0}});
     EXPECT_EQ(dump(series, 1, "a").plain, plain_title + "\tMisc" + names.substr(3) + "\thighest\na\t-4" +
                                               first.substr(2) + "\t50\n<time>\n");
@@ -121,8 +110,7 @@ TEST(TimelineReport, NamesEighteenColumnsAndSumsTheOthers) {
 
 TEST(TimelineReport, AFailedStreamGetsNothing) {
     for (const bool plain_fails : {true, false}) {
-        std::ostringstream plain;
-        std::ostringstream detailed;
+        std::ostringstream plain, detailed;
         (plain_fails ? plain : detailed).setstate(std::ios::failbit);
         LETTERS labels("");
         EXPECT_FALSE(dump_timeline(plain, detailed, {}, 0, labels));
@@ -164,16 +152,6 @@ class Reports : public BinObjects {
     }
 };
 
-struct ONE_MODULE_TABLE {
-    struct FIGURES {
-        std::string name;
-        std::int64_t current_bytes;
-        std::int64_t cumulative_blocks;
-    };
-    void for_each_at_rest(auto visit) const { visit(FIGURES{"tool", 64, 2}); }
-};
-const ONE_MODULE_TABLE one_module;
-
 TEST_F(Reports, StatsKeepTheirFormWithoutRowsAndBelowZero) {
     std::ostringstream out;
     mem_dump_tbb_profile_bin_tag_stats_tracking(out);
@@ -208,6 +186,7 @@ TEST_F(Reports, ARowWithoutABinSaysSo) {
 }
 
 TEST_F(Reports, ModuleRowsAreLabelledByTheLabelOfTheirSample) {
+    const MODULES one_module{{{"tool", 64, 2}}};
     mem_tbb_module_timelines->sample(one_module);
     mem_tbb_timeline_labels->sample();
     mem_set_timeline_label("reading");
