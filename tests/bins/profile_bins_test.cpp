@@ -147,19 +147,6 @@ TEST_F(BinObjects, ABlockComesOffTheBinThatItWasChargedTo) {
     }
 }
 
-TEST_F(BinObjects, PeaksAreTakenFlushedAndRestored) {
-    MEM_PROFILE_BIN_TABLE& table = *mem_tbb_bin_table;
-    table.add_bytes(10, 2);
-    EXPECT_EQ(counters(table, 1), (std::array<std::int64_t, 5>{}));
-    table.take_peak();
-    table.flush_peak();
-    table.remove_bytes(4, 2);
-    table.take_peak();
-    EXPECT_EQ(counters(table, 2), (std::array<std::int64_t, 5>{6, 10, 10, 6, 10}));
-    table.restore_peak();
-    EXPECT_EQ(counters(table, 2), (std::array<std::int64_t, 5>{6, 10, 10, 10, 10}));
-}
-
 TEST_F(BinObjects, AFreeAfterAClearGoesBelowZeroWithoutMemory) {
     open("X", "T");
     for (std::uint32_t i = 0; i < 200; ++i) mem_tbb_tag_table->add_bytes(8, i);
