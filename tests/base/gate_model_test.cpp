@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <set>
-#include <vector>
 
 namespace {
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <string>
 
 #include "mem/base/messages.h"
 
@@ -72,12 +71,10 @@ TEST_F(Services, CallbacksOutrankTheEnvironment) {
 }
 
 TEST_F(Services, EmptySlotsHaveAnswers) {
-    EXPECT_EQ(mem_gen_get_veldrin_path(), "");
-    EXPECT_EQ(mem_gen_get_db_dir_path_string(), "");
-    EXPECT_EQ(mem_gen_get_module_filename(), "");
+    EXPECT_EQ(mem_gen_get_veldrin_path() + mem_gen_get_db_dir_path_string() + mem_gen_get_module_filename(),
+              "");
     EXPECT_STREQ(mem_gen_get_project_output_directory(), "");
-    EXPECT_FALSE(mem_gen_get_is_ui_process());
-    EXPECT_FALSE(mem_vtcl_run_internal_tcl_cmd("exit"));
+    EXPECT_FALSE(mem_gen_get_is_ui_process() || mem_vtcl_run_internal_tcl_cmd("exit"));
 }
 
 TEST_F(Services, DebugLinesHaveThreeForms) {

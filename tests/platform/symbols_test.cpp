@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <map>
 
 #include "fixture/probed.h"
 #include "platform/symbol_services.h"
@@ -34,6 +33,7 @@ class PROBED_LIBRARY {
     PROBED_LIBRARY(const std::string& folder, const std::string& file)
         : path(folder + "/" + file), handle(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
         start = dlsym(handle, "run_probes");
+        noted.clear();
         reinterpret_cast<void (*)(PROBE)>(start)([](const char* name) {
             noted[name] = reinterpret_cast<std::uint64_t>(__builtin_return_address(0));
         });

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "platform/ktl_thr.h"
 #include "platform/rvm_barebones.h"
 

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <random>
 #include <semaphore>
-#include <set>
 
 #include "platform/stack_walk.h"
 #include "platform/unwind/rule_table.h"

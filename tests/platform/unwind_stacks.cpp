@@ -5,9 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
 #include <thread>
-#include <vector>
 
 #include "platform/ktl_err.h"
 #include "platform/stack_walk.h"

@@ -91,8 +91,7 @@ TEST(TimelineReport, WritesARowForEachSample) {
 
 TEST(TimelineReport, NamesEighteenColumnsAndSumsTheOthers) {
     std::vector<NAMED_SERIES> series;
-    std::string names;
-    std::string first;
+    std::string names, first;
     for (std::int64_t i = 1; i <= 18; ++i) {
         series.push_back({"m" + std::to_string(i), {i, 0}});
         names += "\tm" + std::to_string(i);

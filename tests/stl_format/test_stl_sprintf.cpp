@@ -1,8 +1,6 @@
 // stl_vsprintf, stl_raw_sprintf and the case changes.
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "ktl_mem/format.h"
 
 namespace {

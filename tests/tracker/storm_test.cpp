@@ -95,18 +95,14 @@ class Storm : public TrackedEvents {
     using SUMS = std::pair<std::int64_t, std::int64_t>;
     static SUMS current_and_ever(const MEM_PROFILE_BIN_TABLE& table) {
         SUMS sums;
-        for (std::uint32_t id = 0; id < table.size(); ++id) {
-            sums.first += table.row(id).current;
-            sums.second += table.row(id).cumulative;
-        }
+        for (std::uint32_t id = 0; id < table.size(); ++id)
+            sums = {sums.first + table.row(id).current, sums.second + table.row(id).cumulative};
         return sums;
     }
     static SUMS current_and_ever_of_call_sites() {
         SUMS sums;
-        for (const auto& [pc, site] : mem_tbb_call_sites->records()) {
-            sums.first += site.counters.current_bytes;
-            sums.second += site.counters.cumulative_bytes;
-        }
+        for (const auto& [pc, site] : mem_tbb_call_sites->records())
+            sums = {sums.first + site.counters.current_bytes, sums.second + site.counters.cumulative_bytes};
         return sums;
     }
     static std::int64_t current_of_modules() {
