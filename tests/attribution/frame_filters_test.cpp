@@ -92,7 +92,7 @@ TEST_F(FRAME_FILTERS, files) {
                             "/a/gen_code.cpp"};
     // No base name without a separator.
     const WORDS kept = {"mem_pool.cpp",     "/mem_a/run.cpp",   "/a/my_utils.h",
-                        "/a/my_utils2.cpp", "/a/code_gen_.cpp", "Unknown"};
+                        "/a/my_utils.cppm", "/a/code_gen_.cpp", "Unknown"};
     for (const char* file : filtered) EXPECT_TRUE(mem_frame_is_filtered(file, "run()")) << file;
     for (const char* file : kept) EXPECT_FALSE(mem_frame_is_filtered(file, "run()")) << file;
     EXPECT_TRUE(mem_frame_is_filtered("Unknown", "std::run()"));
@@ -102,6 +102,7 @@ TEST_F(FRAME_FILTERS, each_line_of_the_file_is_answered) {
     const std::string bad = "accepted 0 user defined filters (1 error)";
     const std::string good = "accepted 1 user defined filter (0 errors)";
     const std::pair<const char*, std::vector<std::string>> cases[] = {
+        {"", {"accepted 0 user defined filters (0 errors)"}},
         {"\n \t\r\n# a comment\n", {"accepted 0 user defined filters (0 errors)"}},
         {"filter_module foo # note", {"accepting module filter: \"foo\"", good}},
         {"  filter_module\tfoo\r\n", {"accepting module filter: \"foo\"", good}},

@@ -187,6 +187,16 @@ TEST_F(BinObjects, ThreadsThatGrowTheTableAtOnceGetTheSameRows) {
     for (const MEM_PROFILE_BIN_TABLE& table : tables) ASSERT_EQ(table.row(64).current, 2);
 }
 
+TEST_F(BinObjects, ClearExcludesEvents) {
+    MEM_PROFILE_BIN_TABLE& table = *mem_tbb_bin_table;
+    const Meanwhile events(2, [&] { table.add_bytes(1, 0); });
+    for (int i = 0; i < 3000; ++i) {
+        await_events(table);
+        table.clear();
+        expect_whole_events(table);
+    }
+}
+
 TEST_F(BinObjects, BinsSetTheLabelWhileModulesAreTracked) {
     const std::tuple<bool, std::uint32_t, const char*, const char*> cases[] = {
         {false, MEM_TRACKING_PER_LIBRARY, "a/T b/ c/U -U - -T", "T, T, U, T, T, , "},
