@@ -27,7 +27,7 @@ class DebugHooks : public testing::Test {
         MallocHook_RemoveNewHook = [](MEM_NEW_HOOK) { return ++detached; };
         MallocHook_RemoveDeleteHook = [](MEM_DELETE_HOOK) { return ++detached; };
         MallocExtension_GetOwnership = [](const void*) { return ownership; };
-        tc_malloc_size = [](void*) -> std::size_t { return 12; };
+        tc_malloc_size = [](void*) -> std::size_t { return errno = 12; };
         std::filesystem::current_path(testing::TempDir());
     }
     static std::string log() {

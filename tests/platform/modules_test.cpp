@@ -23,7 +23,7 @@ TEST(module_base_name, leaves_out_folder_prefix_and_suffix) {
         {"/opt/lib.d/tool.bin", "tool"},
         {"/usr/bin/python3.11", "python3"},
         {"/usr/bin/libtool", "libtool"},
-        {"/home/my.sofa", "my"},
+        {"/home/libmy.sofa", "libmy"},
         {"my.sofa/libx.so", "x"},
         {"/home/.hidden", ".hidden"},
         {"", ""},

@@ -17,16 +17,12 @@ std::string without_times(std::string report) {
                                      : report.replace(time, report.find('\n', time) - time, "<time>");
 }
 
-class LETTERS : public MEM_ROW_LABELS {
-  public:
+struct LETTERS : MEM_ROW_LABELS {
     explicit LETTERS(const char* all) : left(all) {}
     std::string_view next() override {
-        const std::string_view letter(left, *left == '-' ? 0 : 1);
-        ++left;
-        return letter;
+        const char* const letter = left++;
+        return {letter, *letter == '-' ? 0u : 1u};
     }
-
-  private:
     const char* left;
 };
 
