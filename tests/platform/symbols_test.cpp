@@ -25,6 +25,9 @@ LEVELS levels_of(std::uint64_t address) {
 
 using ADDRESSES = std::map<std::string, std::uint64_t>;
 ADDRESSES noted;
+void note_address(const char* name) {
+    noted[name] = reinterpret_cast<std::uint64_t>(__builtin_return_address(0));
+}
 
 // One of the forms of the probed library, loaded, with the return addresses of its calls of the probe.
 class PROBED_LIBRARY {
@@ -34,9 +37,7 @@ class PROBED_LIBRARY {
         : path(folder + "/" + file), handle(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
         start = dlsym(handle, "run_probes");
         noted.clear();
-        reinterpret_cast<void (*)(PROBE)>(start)([](const char* name) {
-            noted[name] = reinterpret_cast<std::uint64_t>(__builtin_return_address(0));
-        });
+        reinterpret_cast<void (*)(PROBE)>(start)(note_address);
         addresses = noted;
     }
     ~PROBED_LIBRARY() { dlclose(handle); }

@@ -65,16 +65,19 @@ __attribute__((noinline)) void visit_like_a_tracker() {
     compare_stacks();
 }
 
+std::uint64_t pcs_from_plugin[2];
+
+__attribute__((noinline)) void visit_and_remember() {
+    STACK_WALK(stack_walk_start(__builtin_frame_address(0))).next(pcs_from_plugin, 2);
+}
+
 TEST(StackWalkAndLoader, ForgetsRulesWhenTheLoaderAllocates) {
-    static std::uint64_t pcs[2];
-    LOADED_PLUGIN(UNWIND_PLUGIN_A).entry()([] {
-        STACK_WALK(stack_walk_start(__builtin_frame_address(0))).next(pcs, 2);
-    });
-    EXPECT_FALSE(unwind::rule_table.find(pcs[0], false).is_none());
+    LOADED_PLUGIN(UNWIND_PLUGIN_A).entry()(visit_and_remember);
+    EXPECT_FALSE(unwind::rule_table.find(pcs_from_plugin[0], false).is_none());
     walk_in_calloc = true;
     const LOADED_PLUGIN at_the_same_address(UNWIND_PLUGIN_B);
     walk_in_calloc = false;
-    EXPECT_TRUE(unwind::rule_table.find(pcs[0], false).is_none());
+    EXPECT_TRUE(unwind::rule_table.find(pcs_from_plugin[0], false).is_none());
 }
 
 TEST(StackWalkAndLoader, ForgetsRulesWhenAProgramCounterIsNew) {
