@@ -68,7 +68,7 @@ TEST(Gate, ExcludesUnderStress) {
             const bool is_cat = round % 64 == me;
             const MEM_GATE_SCOPE inside(gate, is_cat ? MEM_CAT : MEM_MOUSE);
             for (int cell = is_cat ? 0 : me; cell < (is_cat ? threads : me + 1); ++cell) ++cells[cell];
-            cat_rounds += is_cat;
+            if (is_cat) ++cat_rounds;
         }
     });
     EXPECT_EQ(std::accumulate(cells, cells + threads, 0L), threads * 20000 + (threads - 1) * cat_rounds);
