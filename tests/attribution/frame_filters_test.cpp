@@ -4,8 +4,6 @@
 
 #include <cstdio>
 #include <fstream>
-#include <string>
-#include <vector>
 
 #include "ktl_mem/services.h"
 #include "tests/attribution/told_messages.h"
@@ -48,74 +46,64 @@ class FRAME_FILTERS : public testing::Test {
     }
 };
 
+using WORDS = std::vector<const char*>;
+
 TEST_F(FRAME_FILTERS, modules) {
     mem_filter_modules = {"plug", "TBBQ"};
-    const std::pair<const char*, bool> cases[] = {
-        {"", true},           {"ktl_mem", true},    {"ktl_mem_agent", true}, {"KTL_MEM", false},
-        {"tbb", true},        {"tbbmalloc", true},  {"TBBX", false},         {"db_xdb", true},
-        {"LZMA", true},       {"lzma2", false},     {"xlzma", false},        {"Iomp5", true},
-        {"plugin", true},     {"my_plugin", false}, {"Plugin", false},       {"TBBQ1", true},
-        {"c", true},          {"stdc++", true},     {"gcc_s", true},         {"ld-linux-x86-64", true},
-        {"linux-vdso", true}, {"crypto", false},    {"c_helpers", false},    {"C", false},
-        {"tcmalloc", true},   {"tcmalloc_x", true}, {"mytcmalloc", false},   {"python3", false},
-        {"main", false},      {"stdc++fs", false},  {"db_xdb2", false},      {"ktl_cfg_ini", false},
-    };
-    for (const auto& [module, filtered] : cases)
-        EXPECT_EQ(mem_module_is_filtered(module), filtered) << module;
+    const WORDS filtered = {"",      "ktl_mem",         "ktl_mem_agent", "tbb",      "tbbmalloc", "db_xdb",
+                            "LZMA",  "Iomp5",           "plugin",        "TBBQ1",    "c",         "stdc++",
+                            "gcc_s", "ld-linux-x86-64", "linux-vdso",    "tcmalloc", "tcmalloc_x"};
+    const WORDS kept = {"KTL_MEM", "TBBX",   "lzma2",     "xlzma",   "my_plugin",
+                        "Plugin",  "crypto", "c_helpers", "C",       "mytcmalloc",
+                        "python3", "main",   "stdc++fs",  "db_xdb2", "ktl_cfg_ini"};
+    for (const char* module : filtered) EXPECT_TRUE(mem_module_is_filtered(module)) << module;
+    for (const char* module : kept) EXPECT_FALSE(mem_module_is_filtered(module)) << module;
 }
 
-TEST_F(FRAME_FILTERS, functions_and_files) {
-    mem_filter_functions = {"foo", "Unknown"};
+TEST_F(FRAME_FILTERS, functions) {
+    mem_filter_functions = {"foo"};
+    const WORDS filtered = {"",
+                            "std::vector<int>::push_back(int&&)",
+                            "mem_run()",
+                            "MEM_MANAGER::msize",
+                            "foobar",
+                            "operator new[](unsigned long)",
+                            "VTLvector::grow()",
+                            "boost::any::any()",
+                            "tbb::run()",
+                            "mtl::run()",
+                            "__gnu_cxx::run()"};
+    for (const char* function : filtered)
+        EXPECT_TRUE(mem_frame_is_filtered("/a/foo.cpp", function)) << function;
+    for (const char* function : {"run()", "stdx::run()", "operator==(A, A)", "my::std::run()", "bar"})
+        EXPECT_FALSE(mem_frame_is_filtered("/a/foo.cpp", function)) << function;
+}
+
+TEST_F(FRAME_FILTERS, files) {
+    mem_filter_functions = {"Unknown"};
     mem_filter_file_basenames = {"gen_"};
-    struct {
-        const char* file;
-        const char* function;
-        bool filtered;
-    } const cases[] = {
-        {"", "run()", true},
-        {"/a/run.cpp", "", true},
-        {"/a/run.cpp", "run()", false},
-        {"/a/run.cpp", "std::vector<int>::push_back(int&&)", true},
-        {"/a/run.cpp", "stdx::run()", false},
-        {"/a/run.cpp", "mem_run()", true},
-        {"/a/run.cpp", "MEM_MANAGER::msize", true},
-        {"/a/run.cpp", "operator new[](unsigned long)", true},
-        {"/a/run.cpp", "operator==(A, A)", false},
-        {"/a/run.cpp", "VTLvector::grow()", true},
-        {"/a/run.cpp", "boost::any::any()", true},
-        {"/a/run.cpp", "tbb::run()", true},
-        {"/a/run.cpp", "mtl::run()", true},
-        {"/a/run.cpp", "__gnu_cxx::run()", true},
-        {"/a/run.cpp", "my::std::run()", false},
-        {"/a/run.cpp", "foobar", true},
-        {"/a/foo.cpp", "bar", false},
-        {"/a/mem_pool.cpp", "run()", true},
-        {"c:\\a\\xdb_pool.cpp", "run()", true},
-        {"/a\\b/mem_pool.cpp", "run()", true},
-        {"/mem_a/run.cpp", "run()", false},
-        {"mem_pool.cpp", "run()", false},  // no base name without a separator
-        {"/a/my_utils.cpp", "run()", true},
-        {"/a/my_utils.h", "run()", false},
-        {"/a/my_utils2.cpp", "run()", false},
-        {"/a/plr_mem_interface.cpp", "run()", true},
-        {"/a/tbb_concurrent_hash_map_sys.h", "run()", true},
-        {"/a/gen_code.cpp", "run()", true},
-        {"/a/code_gen_.cpp", "run()", false},
-        {"Unknown", "run()", false},
-        {"Unknown", "std::run()", true},
-    };
-    for (const auto& test : cases)
-        EXPECT_EQ(mem_frame_is_filtered(test.file, test.function), test.filtered)
-            << test.file << test.function;
+    const WORDS filtered = {"",
+                            "/a/mem_pool.cpp",
+                            "c:\\a\\xdb_pool.cpp",
+                            "/a\\b/mem_pool.cpp",
+                            "/a/my_utils.cpp",
+                            "/a/plr_mem_interface.cpp",
+                            "/a/tbb_concurrent_hash_map_sys.h",
+                            "/a/gen_code.cpp"};
+    // No base name without a separator.
+    const WORDS kept = {"mem_pool.cpp",     "/mem_a/run.cpp",   "/a/my_utils.h",
+                        "/a/my_utils.cppm", "/a/code_gen_.cpp", "Unknown"};
+    for (const char* file : filtered) EXPECT_TRUE(mem_frame_is_filtered(file, "run()")) << file;
+    for (const char* file : kept) EXPECT_FALSE(mem_frame_is_filtered(file, "run()")) << file;
+    EXPECT_TRUE(mem_frame_is_filtered("Unknown", "std::run()"));
 }
 
 TEST_F(FRAME_FILTERS, each_line_of_the_file_is_answered) {
-    const std::string none = "accepted 0 user defined filters (0 errors)";
     const std::string bad = "accepted 0 user defined filters (1 error)";
     const std::string good = "accepted 1 user defined filter (0 errors)";
     const std::pair<const char*, std::vector<std::string>> cases[] = {
-        {"", {none}},
-        {"\n \t\r\n# a comment\n", {none}},
+        {"", {"accepted 0 user defined filters (0 errors)"}},
+        {"\n \t\r\n# a comment\n", {"accepted 0 user defined filters (0 errors)"}},
         {"filter_module foo # note", {"accepting module filter: \"foo\"", good}},
         {"  filter_module\tfoo\r\n", {"accepting module filter: \"foo\"", good}},
         {"filter_file_basename foo", {"accepting file basename filter: \"foo\"", good}},
@@ -126,12 +114,10 @@ TEST_F(FRAME_FILTERS, each_line_of_the_file_is_answered) {
         {"#comment", {"line 1: unexpected filter command: \"#comment\"", bad}},
         {"FILTER_MODULE foo", {"line 1: unexpected filter command: \"FILTER_MODULE\"", bad}},
         {"\n\n# x\nfilter foo", {"line 4: unexpected filter command: \"filter\"", bad}},
-        {"filter_module a\nb",
-         {"accepting module filter: \"a\"", "line 2: unexpected filter command: \"b\"",
-          "accepted 1 user defined filter (1 error)"}},
-        {"x\ny",
-         {"line 1: unexpected filter command: \"x\"", "line 2: unexpected filter command: \"y\"",
-          "accepted 0 user defined filters (2 errors)"}},
+        {"filter_module a\nx\nfilter_module b\ny",
+         {"accepting module filter: \"a\"", "line 2: unexpected filter command: \"x\"",
+          "accepting module filter: \"b\"", "line 4: unexpected filter command: \"y\"",
+          "accepted 2 user defined filters (2 errors)"}},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(read(text), expected) << text;
 }

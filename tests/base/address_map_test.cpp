@@ -2,13 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <new>
 #include <random>
-#include <thread>
 #include <unordered_map>
-#include <vector>
+
+#include "tests/bins/on_threads.h"
 
 namespace {
 
@@ -37,7 +36,6 @@ TEST(AddressMap, AgreesWithAModelOverManyChanges) {
     for (int i = 0; i < 200000; ++i) {
         const std::uint64_t address = 16 * (1 + random() % 3000);
         const std::uint64_t value = random();
-        std::uint64_t taken = 7;
         switch (random() % 4) {
             case 0:
                 map.insert_or_assign(address, value);
@@ -47,17 +45,15 @@ TEST(AddressMap, AgreesWithAModelOverManyChanges) {
                 map.insert(address, value);
                 model.emplace(address, value);
                 break;
-            case 2: {
+            default: {
                 std::uint64_t seen = 7;
-                const bool found = map.inspect(address, [&](std::uint64_t v) { seen = v; });
-                ASSERT_EQ(found, model.contains(address));
-                ASSERT_EQ(seen, found ? model[address] : 7);
-                break;
+                const bool known = model.contains(address), retires = random() % 2 == 0;
+                const bool found = retires ? map.retire(address, seen)
+                                           : map.inspect(address, [&](std::uint64_t v) { seen = v; });
+                ASSERT_EQ(found, known);
+                ASSERT_EQ(seen, known ? model[address] : 7);
+                if (retires) model.erase(address);
             }
-            default:
-                ASSERT_EQ(map.retire(address, taken), model.contains(address));
-                ASSERT_EQ(taken, model.contains(address) ? model[address] : 7);
-                model.erase(address);
         }
         ASSERT_EQ(map.size(), model.size());
     }
@@ -74,29 +70,24 @@ TEST(AddressMap, AFailedGrowthLeavesTheMapAsItWas) {
     } catch (const std::bad_alloc&) {
     }
     EXPECT_EQ(map.size(), stored);
-    for (std::uint64_t address = 16; address <= 16 * stored; address += 16) {
-        std::uint64_t value = 0;
-        EXPECT_TRUE(map.retire(address, value));
-        EXPECT_EQ(value, address);
-    }
+    std::uint64_t value = 0;
+    for (std::uint64_t address = 16; address <= 16 * stored; address += 16)
+        EXPECT_TRUE(map.retire(address, value) && value == address) << address;
 }
 
 TEST(AddressMap, ThreadsOfDifferentAddressesDoNotDisturbEachOther) {
     MAP map{COUNTING_SOURCE{}};
-    std::vector<std::thread> all;
-    for (std::uint64_t me = 1; me <= 4; ++me)
-        all.emplace_back([&, me] {
-            for (std::uint64_t i = 1; i <= 20000; ++i) {
-                const std::uint64_t address = 64 * i + 16 * (me - 1) + 16;
-                map.insert_or_assign(address, me);
-                std::uint64_t value = 0;
-                if (i % 2 == 0) {
-                    EXPECT_TRUE(map.retire(address, value));
-                    EXPECT_EQ(value, me);
-                }
-            }
-        });
-    for (std::thread& thread : all) thread.join();
+    on_threads(4, [&](int thread) {
+        const auto me = static_cast<std::uint64_t>(thread);
+        for (std::uint64_t i = 1; i <= 20000; ++i) {
+            const std::uint64_t address = 64 * i + 16 * me;
+            map.insert_or_assign(address, me);
+            std::uint64_t value = 7;
+            if (i % 2 == 1) continue;
+            EXPECT_TRUE(map.retire(address, value));
+            EXPECT_EQ(value, me);
+        }
+    });
     EXPECT_EQ(map.size(), 4U * 10000U);
 }
 

@@ -2,12 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
-#include <memory>
 #include <mutex>
-#include <thread>
-#include <vector>
+#include <numeric>
+
+#include "tests/bins/on_threads.h"
 
 namespace {
 
@@ -17,35 +16,17 @@ void expect_empty(const MEM_CATS_AND_MICE& gate) {
     EXPECT_EQ(gate.cats_approaching(), 0);
 }
 
-TEST(Gate, CountsWhoIsInside) {
-    MEM_CATS_AND_MICE gate;
-    gate.enter(MEM_MOUSE);
-    EXPECT_EQ(gate.mice(), 1);
-    gate.leave(MEM_MOUSE);
-    expect_empty(gate);
-    gate.enter(MEM_CAT);
-    EXPECT_EQ(gate.cats(), 1);
-    EXPECT_EQ(gate.cats_approaching(), 0);
-    gate.leave(MEM_CAT);
-    expect_empty(gate);
-    gate.enter(2);
-    gate.leave(2);
-    expect_empty(gate);
-}
-
 TEST(GateDeathTest, UnmatchedLeavesAreInternalErrors) {
-    struct {
-        int entered, left;  // -1: nobody entered
-        const char* error;
-    } const cases[] = {{-1, MEM_MOUSE, "mice >= 0.*908"},
-                       {-1, MEM_CAT, "cats == 0.*901"},
-                       {MEM_MOUSE, MEM_CAT, "mice == 0.*900"},
-                       {MEM_CAT, MEM_MOUSE, "cats == 0.*907"}};
+    constexpr int nobody = 2;
+    const std::tuple<int, int, const char*> cases[] = {{nobody, MEM_MOUSE, "mice >= 0.*908"},
+                                                       {nobody, MEM_CAT, "cats == 0.*901"},
+                                                       {MEM_MOUSE, MEM_CAT, "mice == 0.*900"},
+                                                       {MEM_CAT, MEM_MOUSE, "cats == 0.*907"}};
     for (const auto& [entered, left, error] : cases) {
         MEM_CATS_AND_MICE gate;
-        if (entered >= 0) gate.enter(entered);
+        gate.enter(entered);
         EXPECT_DEATH(gate.leave(left), error);
-        if (entered >= 0) gate.leave(entered);
+        gate.leave(entered);
     }
 }
 
@@ -54,6 +35,7 @@ TEST(Gate, AnnouncedCatStopsMice) {
     MEM_CATS_AND_MICE gate;
     std::atomic<bool> cat_left{false};
     gate.enter(MEM_MOUSE);
+    EXPECT_EQ(gate.mice(), 1);
     std::thread cat([&] {
         gate.enter(MEM_CAT);
         EXPECT_EQ(gate.cats(), 1);
@@ -81,40 +63,27 @@ TEST(Gate, ExcludesUnderStress) {
     MEM_CATS_AND_MICE gate;
     long cells[threads] = {};
     long cat_rounds = 0;
-    std::vector<std::thread> all;
-    for (int me = 0; me < threads; ++me) {
-        all.emplace_back([&, me] {
-            for (int round = 0; round < 20000; ++round) {
-                if (round % 64 == me) {
-                    const MEM_GATE_SCOPE alone(gate, MEM_CAT);
-                    for (long& cell : cells) ++cell;
-                    ++cat_rounds;
-                } else {
-                    const MEM_GATE_SCOPE inside(gate, MEM_MOUSE);
-                    ++cells[me];
-                }
-            }
-        });
-    }
-    for (std::thread& thread : all) thread.join();
-    long sum = 0;
-    for (const long cell : cells) sum += cell;
-    EXPECT_EQ(sum, threads * 20000 - cat_rounds + threads * cat_rounds);
+    on_threads(threads, [&](int me) {
+        for (int round = 0; round < 20000; ++round) {
+            const bool is_cat = round % 64 == me;
+            const MEM_GATE_SCOPE inside(gate, is_cat ? MEM_CAT : MEM_MOUSE);
+            for (int cell = is_cat ? 0 : me; cell < (is_cat ? threads : me + 1); ++cell) ++cells[cell];
+            if (is_cat) ++cat_rounds;
+        }
+    });
+    EXPECT_EQ(std::accumulate(cells, cells + threads, 0L), threads * 20000 + (threads - 1) * cat_rounds);
     expect_empty(gate);
 }
 
 TEST(SpinLock, ExcludesAndReportsOwnershipErrors) {
     MEM_SPIN_LOCK lock;
     long counter = 0;
-    std::vector<std::thread> all;
-    for (int i = 0; i < 4; ++i)
-        all.emplace_back([&] {
-            for (int round = 0; round < 20000; ++round) {
-                const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
-                ++counter;
-            }
-        });
-    for (std::thread& thread : all) thread.join();
+    on_threads(4, [&](int) {
+        for (int round = 0; round < 20000; ++round) {
+            const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+            ++counter;
+        }
+    });
     EXPECT_EQ(counter, 80000);
     std::unique_lock<MEM_SPIN_LOCK> guard(lock);
     EXPECT_THROW(guard.lock(), std::system_error);

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <string>
 
 #include "mem/base/messages.h"
 
@@ -30,17 +29,14 @@ class Services : public testing::Test {
 };
 
 TEST_F(Services, SwitchesComeFromTheEnvironment) {
-    struct {
-        const char* value;
-        bool default_value, expected;
-    } const cases[] = {{"ON", false, true},   {"On", false, true},    {"1", false, true},
-                       {"off", true, false},  {"OFF", true, false},   {"0", true, false},
-                       {"yes", false, false}, {"yes", true, true},    {"", true, true},
-                       {"", false, false},    {"2", false, false},    {" on", false, false},
-                       {nullptr, true, true}, {nullptr, false, false}};
-    for (const auto& c : cases) {
-        c.value != nullptr ? setenv("a_switch", c.value, 1) : unsetenv("a_switch");
-        EXPECT_EQ(mem_cfg_is_on("a_switch", c.default_value), c.expected) << (c.value ? c.value : "unset");
+    const std::tuple<const char*, bool, bool> cases[] = {
+        {"ON", false, true},   {"On", false, true},    {"1", false, true},    {"off", true, false},
+        {"OFF", true, false},  {"0", true, false},     {"yes", false, false}, {"yes", true, true},
+        {"", true, true},      {"", false, false},     {"2", false, false},   {" on", false, false},
+        {nullptr, true, true}, {nullptr, false, false}};
+    for (const auto& [value, default_value, expected] : cases) {
+        value != nullptr ? setenv("a_switch", value, 1) : unsetenv("a_switch");
+        EXPECT_EQ(mem_cfg_is_on("a_switch", default_value), expected) << (value ? value : "unset");
     }
     EXPECT_TRUE(mem_cfg_is_on(nullptr, true));
 }
@@ -48,14 +44,13 @@ TEST_F(Services, SwitchesComeFromTheEnvironment) {
 TEST_F(Services, ValuesAndNumbers) {
     setenv("a_value", "12 apples", 1);
     setenv("an_empty_value", "", 1);
-    unsetenv("no_value");
-    EXPECT_EQ(mem_cfg_get_value("a_value"), "12 apples");
-    EXPECT_EQ(mem_cfg_get_value("no_value"), "");
-    EXPECT_EQ(mem_cfg_get_value(nullptr), "");
-    EXPECT_EQ(mem_cfg_get_int_value("a_value", 7), 12);
-    EXPECT_EQ(mem_cfg_get_int_value("an_empty_value", 7), 0);
-    EXPECT_EQ(mem_cfg_get_int_value("no_value", 7), 0) << "the default reaches the callback only";
-    EXPECT_EQ(mem_cfg_get_int_value(nullptr, 7), 0);
+    // A number's default reaches the callback only.
+    const std::tuple<const char*, const char*, int> cases[] = {
+        {"a_value", "12 apples", 12}, {"an_empty_value", "", 0}, {"no_value", "", 0}, {nullptr, "", 0}};
+    for (const auto& [name, value, number] : cases) {
+        EXPECT_EQ(mem_cfg_get_value(name), value);
+        EXPECT_EQ(mem_cfg_get_int_value(name, 7), number) << value;
+    }
 }
 
 TEST_F(Services, CallbacksOutrankTheEnvironment) {
@@ -76,36 +71,29 @@ TEST_F(Services, CallbacksOutrankTheEnvironment) {
 }
 
 TEST_F(Services, EmptySlotsHaveAnswers) {
-    EXPECT_EQ(mem_gen_get_veldrin_path(), "");
-    EXPECT_EQ(mem_gen_get_db_dir_path_string(), "");
-    EXPECT_EQ(mem_gen_get_module_filename(), "");
+    EXPECT_EQ(mem_gen_get_veldrin_path() + mem_gen_get_db_dir_path_string() + mem_gen_get_module_filename(),
+              "");
     EXPECT_STREQ(mem_gen_get_project_output_directory(), "");
-    EXPECT_FALSE(mem_gen_get_is_ui_process());
-    EXPECT_FALSE(mem_vtcl_run_internal_tcl_cmd("exit"));
+    EXPECT_FALSE(mem_gen_get_is_ui_process() || mem_vtcl_run_internal_tcl_cmd("exit"));
 }
 
 TEST_F(Services, DebugLinesHaveThreeForms) {
     EXPECT_EQ(printed([] { mem_msg_debug("unheard %d", 1); }), "") << "debug_msg is off";
     setenv("debug_msg", "on", 1);
-    struct {
-        int mode;
-        const char* expected;
-    } const cases[] = {
+    const std::pair<int, const char*> cases[] = {
         {0, "Debug: MEM: 5 \"blocks\"\n"},
         {3, "Debug: MEM: 5 \"blocks\"\n"},
         {1,
-         "msg_tcl_post_message 0 { \"Debug\" \"\" \"\" \"MEM: 5 \"blocks\"\" {  } {  } 0 0 \"\" 0 0 \"app\" "
-         "0 -1 0 "
-         "\"\"}\n"},
+         R"(msg_tcl_post_message 0 { "Debug" "" "" "MEM: 5 "blocks"" {  } {  } 0 0 "" 0 0 "app" 0 -1 0 ""})"
+         "\n"},
         {2,
-         "{\"args\":\"\",\"flag\":0,\"help_id\":\"\",\"hierarchy_path\":\"\",\"id\":0,\"object_type\":\"MSG_"
-         "POST\","
-         "\"raw\":\"\",\"severity\":0,\"source\":\"app\",\"source_id\":-1,\"sub_messages\":[],\"suppress\":"
-         "false,"
-         "\"suppress_type\":0,\"text\":\"MEM: 5 \"blocks\"\",\"timestamp\":0,\"type\":\"Debug\"}\n"}};
-    for (const auto& c : cases) {
-        mem_set_ipc_mode(static_cast<MEM_IPC_MODE>(c.mode));
-        EXPECT_EQ(printed([] { mem_msg_debug("%d \"%s\"", 5, "blocks"); }), c.expected);
+         R"({"args":"","flag":0,"help_id":"","hierarchy_path":"","id":0,"object_type":"MSG_POST","raw":"",)"
+         R"("severity":0,"source":"app","source_id":-1,"sub_messages":[],"suppress":false,"suppress_type":0,)"
+         R"("text":"MEM: 5 "blocks"","timestamp":0,"type":"Debug"})"
+         "\n"}};
+    for (const auto& [mode, line] : cases) {
+        mem_set_ipc_mode(static_cast<MEM_IPC_MODE>(mode));
+        EXPECT_EQ(printed([] { mem_msg_debug("%d \"%s\"", 5, "blocks"); }), line);
     }
     mem_set_ipc_mode(MEM_IPC_MODE_NONE);
     unsetenv("debug_msg");
@@ -113,19 +101,12 @@ TEST_F(Services, DebugLinesHaveThreeForms) {
         << "without the module's name, whatever debug_msg is";
 }
 
-bool inform(const char* module, const char* format, ...) {
-    va_list args;
-    va_start(args, format);
-    const bool result = mem_msg_local_vinfo(module, format, args);
-    va_end(args);
-    return result;
-}
-
 TEST_F(Services, InformationIsAlwaysPrinted) {
+    va_list unread{};
     mem_set_ipc_mode(MEM_IPC_MODE_JSON);
-    EXPECT_EQ(printed([] { EXPECT_TRUE(inform("APP", "%d%%", 50)); }), "APP: 50%\n");
+    EXPECT_EQ(printed([&] { EXPECT_TRUE(mem_msg_local_vinfo("APP", "50%%", unread)); }), "APP: 50%\n");
     mem_set_msg_local_vinfo_callback([](const char*, const char*, va_list) { return false; });
-    EXPECT_EQ(printed([] { EXPECT_FALSE(inform("APP", "x")); }), "");
+    EXPECT_EQ(printed([&] { EXPECT_FALSE(mem_msg_local_vinfo("APP", "x", unread)); }), "");
 }
 
 }  // namespace

@@ -60,6 +60,18 @@ inline std::array<std::int64_t, 5> counters(const MEM_PROFILE_BIN_TABLE& table, 
     return {now.current_bytes, now.max_bytes, now.cumulative_bytes, row.peak, row.flushed_peak};
 }
 
+// A table of modules with made-up figures.
+struct MODULES {
+    struct FIGURES {
+        std::string name;
+        std::int64_t current_bytes, cumulative_blocks;
+    };
+    std::vector<FIGURES> all;
+    void for_each_at_rest(auto visit) const {
+        for (const FIGURES& figures : all) visit(figures);
+    }
+};
+
 // Lets that many threads go on at the very same time, as often as they come. It spins: a wake-up takes too
 // long.
 class StartingLine {

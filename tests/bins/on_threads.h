@@ -18,7 +18,7 @@ class Meanwhile {
     template <class WORK>
     Meanwhile(int count, WORK work) {
         for (int i = 0; i < count; ++i)
-            threads.emplace_back([this, work] {
+            threads.emplace_back([this, work]() mutable {
                 while (!done) work();
             });
     }

@@ -1,56 +1,62 @@
-#include "allocation_events.h"
+#include <cstdlib>
+#include <new>
+#include <sstream>
+
 #include "bin_objects.h"
+#include "mem/base/thread_state.h"
+
+// As in a tracked process, an allocation of these tests can be an event: it asks for the bins on its thread.
+static thread_local bool allocations_are_events = false;
+static thread_local int allocations = 0;  // of this thread so far, but for those while it was blocked
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    if (!mem_thread_state.tracking_blocked) ++allocations;
+    if (std::exchange(allocations_are_events, false)) {
+        mem_get_profile_bins();
+        allocations_are_events = true;
+    }
+    if (void* made = std::malloc(size)) return made;
+    throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* made) noexcept {
+    std::free(made);
+}
+[[gnu::noinline]] void operator delete(void* made, std::size_t) noexcept {
+    std::free(made);
+}
 
 namespace {
 
-struct STEP {
-    bool opens;
-    const char* name;
-    const char* tag;
-    const char* expected;  // after the step
-};
-
-struct NESTING {
-    const char* what;
-    std::vector<STEP> steps;
-    std::uint32_t word = MEM_TRACKING_ALL;
-    bool labels_disabled = false;
-
-    void expect(auto state) const {
-        SCOPED_TRACE(what);
-        std::uint64_t start = 0, end = 0, peak = 0;
-        for (const STEP& step : steps) {
-            step.opens ? mem_open_profile_bin(step.name, step.tag)
-                       : mem_close_profile_bin(step.tag, &start, &end, &peak);
-            EXPECT_EQ(state(), step.expected);
-        }
+// Opens a bin for each word "name/tag", closes one for "-tag", and tells the state after each step.
+std::string states_of(const char* script, auto state) {
+    std::istringstream words(script);
+    std::string states;
+    std::uint64_t start = 0, end = 0, peak = 0;
+    for (std::string word; words >> word; states += state() + ", ") {
+        const std::size_t slash = word.find('/');
+        word[0] == '-' ? mem_close_profile_bin(word.substr(1), &start, &end, &peak)
+                       : mem_open_profile_bin(word.substr(0, slash), word.substr(slash + 1));
     }
-};
+    return states;
+}
 
 TEST_F(BinObjects, NamesFollowTheTagAndNotTheNesting) {
-    const NESTING cases[] = {
-        {"no tag", {{true, "X", "", "Root::X Root"}, {false, "", "", "Root Root"}}},
-        {"tags in tags",
-         {{true, "X", "T", "T::X T"},
-          {true, "Y", "", "T::Y T"},
-          {true, "Y", "U", "U::Y U"},
-          {false, "", "U", "T::Y T"},
-          {false, "", "", "T::X T"},
-          {false, "", "T", "Root Root"}}},
-        {"empty name", {{true, "", "T", "T:: T"}, {false, "", "T", "Root Root"}}},
-        {"a tag closed without its name stays", {{true, "X", "T", "T::X T"}, {false, "", "", "Root T"}}},
+    const std::pair<const char*, const char*> cases[] = {
+        {"X/ -", "Root::X Root, Root Root, "},
+        {"X/T Y/ Y/U -U - -T", "T::X T, T::Y T, U::Y U, T::Y T, T::X T, Root Root, "},
+        {"/T -T", "T:: T, Root Root, "},
+        {"X/T -", "T::X T, Root T, "},  // a tag closed without its name stays
     };
-    for (const NESTING& nesting : cases) nesting.expect(bin_and_tag);
+    for (const auto& [script, states] : cases) EXPECT_EQ(states_of(script, bin_and_tag), states);
 }
 
 TEST_F(BinObjects, TheSameNameUnderTheSameTagIsTheSameBin) {
-    open("X", "T");
-    open("X", "T");
-    EXPECT_EQ(mem_get_profile_bins().bins.get_curr_id(), 1u);
-    open("X", "");
-    EXPECT_EQ(mem_get_profile_bins().bins.get_curr_id(), 1u);
-    open("X", "U");
-    EXPECT_EQ(mem_get_profile_bins().bins.get_curr_id(), 2u);
+    const std::tuple<const char*, const char*, std::uint32_t> cases[] = {
+        {"X", "T", 1}, {"X", "T", 1}, {"X", "", 1}, {"X", "U", 2}};
+    for (const auto& [name, tag, id] : cases) {
+        open(name, tag);
+        EXPECT_EQ(mem_get_profile_bins().bins.get_curr_id(), id);
+    }
     EXPECT_THROW(mem_get_profile_bins().bins.name_of(3), std::out_of_range);
 }
 
@@ -141,19 +147,6 @@ TEST_F(BinObjects, ABlockComesOffTheBinThatItWasChargedTo) {
     }
 }
 
-TEST_F(BinObjects, PeaksAreTakenFlushedAndRestored) {
-    MEM_PROFILE_BIN_TABLE& table = *mem_tbb_bin_table;
-    table.add_bytes(10, 2);
-    EXPECT_EQ(counters(table, 1), (std::array<std::int64_t, 5>{}));
-    table.take_peak();
-    table.flush_peak();
-    table.remove_bytes(4, 2);
-    table.take_peak();
-    EXPECT_EQ(counters(table, 2), (std::array<std::int64_t, 5>{6, 10, 10, 6, 10}));
-    table.restore_peak();
-    EXPECT_EQ(counters(table, 2), (std::array<std::int64_t, 5>{6, 10, 10, 10, 10}));
-}
-
 TEST_F(BinObjects, AFreeAfterAClearGoesBelowZeroWithoutMemory) {
     open("X", "T");
     for (std::uint32_t i = 0; i < 200; ++i) mem_tbb_tag_table->add_bytes(8, i);
@@ -172,13 +165,14 @@ TEST_F(BinObjects, AFreeAfterAClearGoesBelowZeroWithoutMemory) {
 
 TEST_F(BinObjects, RowsStayWhereTheyAreWhileTheTableGrows) {
     MEM_PROFILE_BIN_TABLE& table = *mem_tbb_bin_table;
-    table.add_bytes(1, 0);
-    const MEM_PROFILE_BIN* first = &table.row(0);
-    for (const std::uint32_t id : {63u, 64u, 127u, 128u, 70000u}) table.add_bytes(id, id);
-    EXPECT_EQ(&table.row(0), first);
-    EXPECT_EQ(table.size(), 70001u);
-    for (const std::uint32_t id : {63u, 64u, 127u, 128u, 70000u})
-        EXPECT_EQ(table.row(id).tally.current_bytes(), id);
+    std::vector<MEM_PROFILE_BIN*> rows;
+    for (const std::uint32_t id : {0u, 63u, 64u, 127u, 128u, 70000u}) {
+        table.add_bytes(id, id);
+        rows.push_back(&table.row(id));
+        EXPECT_EQ(table.size(), id + 1);
+        for (MEM_PROFILE_BIN* row : rows)
+            EXPECT_EQ(&table.row(static_cast<std::uint32_t>(row->tally.current_bytes())), row);
+    }
 }
 
 TEST_F(BinObjects, ThreadsThatGrowTheTableAtOnceGetTheSameRows) {
@@ -204,26 +198,20 @@ TEST_F(BinObjects, ClearExcludesEvents) {
 }
 
 TEST_F(BinObjects, BinsSetTheLabelWhileModulesAreTracked) {
-    const NESTING cases[] = {
-        {"nested",
-         {{true, "a", "T", "T"},
-          {true, "b", "", "T"},
-          {true, "c", "U", "U"},
-          {false, "", "U", "T"},
-          {false, "", "", "T"},
-          {false, "", "T", ""}},
-         MEM_TRACKING_PER_LIBRARY},
-        {"another tag removes nothing",
-         {{true, "a", "T", "T"}, {false, "", "V", "T"}},
-         MEM_TRACKING_PER_LIBRARY},
-        {"no modules", {{true, "a", "W", "T"}, {false, "", "W", "T"}}, MEM_TRACKING_PROFILE_BIN_TAGS},
-        {"disabled", {{true, "a", "W", "T"}, {false, "", "W", "T"}}, MEM_TRACKING_PER_LIBRARY, true},
+    const std::tuple<bool, std::uint32_t, const char*, const char*> cases[] = {
+        {false, MEM_TRACKING_PER_LIBRARY, "a/T b/ c/U -U - -T", "T, T, U, T, T, , "},
+        {false, MEM_TRACKING_PER_LIBRARY, "a/T -V", "T, T, "},  // another tag removes nothing
+        {false, MEM_TRACKING_PROFILE_BIN_TAGS, "a/W -W", "T, T, "},
+        {true, MEM_TRACKING_PER_LIBRARY, "a/W -W", "T, T, "},
+    };
+    const auto label = [] {
+        return std::string(MEM_TIMELINE_LABELS::READER(*mem_tbb_timeline_labels).next());
     };
     mem_tbb_bin_tags_enabled = false;
-    for (const NESTING& labels : cases) {
-        mem_tracking_word = labels.word;
-        if (labels.labels_disabled) mem_disable_profile_bin_tag_timeline_labels();
-        labels.expect([] { return MEM_TIMELINE_LABELS::READER(*mem_tbb_timeline_labels).next(); });
+    for (const auto& [disabled, word, script, labels] : cases) {
+        mem_tracking_word = word;
+        if (disabled) mem_disable_profile_bin_tag_timeline_labels();
+        EXPECT_EQ(states_of(script, label), labels);
     }
 }
 

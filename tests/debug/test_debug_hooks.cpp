@@ -1,24 +1,21 @@
 // The hooks of the debugging aids, called by hand under an allocator that only counts them.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <thread>
 
 #include "ktl_mem/debug_patterns.h"
 #include "mem/base/allocator_slots.h"
 #include "mem/base/thread_state.h"
 #include "mem/debug/allocation_log.h"
 #include "mem/debug/debug_patterns.h"
+#include "tests/bins/on_threads.h"
 
 namespace {
 
-int attached;
-int detached;
-int ownership;
+int attached, detached, ownership;
 
 class DebugHooks : public testing::Test {
   protected:
@@ -30,7 +27,7 @@ class DebugHooks : public testing::Test {
         MallocHook_RemoveNewHook = [](MEM_NEW_HOOK) { return ++detached; };
         MallocHook_RemoveDeleteHook = [](MEM_DELETE_HOOK) { return ++detached; };
         MallocExtension_GetOwnership = [](const void*) { return ownership; };
-        tc_malloc_size = [](void*) -> std::size_t { return 12; };
+        tc_malloc_size = [](void*) -> std::size_t { return errno = 12; };
         std::filesystem::current_path(testing::TempDir());
     }
     static std::string log() {
@@ -44,21 +41,20 @@ class DebugHooks : public testing::Test {
 TEST_F(DebugHooks, PatternsFillOwnedBlocksOfTheHostOnly) {
     mem_set_alloc_pattern('n' + 256);
     mem_set_free_pattern('f');
-    auto run_hooks = [&](const void* target) {
+    const std::string untouched = "................................";
+    const std::tuple<const void*, bool, int, std::string> cases[] = {
+        {nullptr, false, 1, untouched},
+        {block.data(), true, 1, untouched},
+        {block.data(), false, 2, untouched},
+        {block.data(), false, 1, "nnnnnnnnnn......ffffffffffff...."}};
+    for (const auto& [target, in_tracker, owner, filled] : cases) {
+        mem_thread_state.in_tracker = in_tracker;
+        ownership = owner;
         mem_alloc_pattern_hook(target, 10);
         const std::string after_new = block;
         mem_free_pattern_hook(target);
-        return after_new + block;
-    };
-    const std::string untouched = block + block;
-    EXPECT_EQ(run_hooks(nullptr), untouched);
-    mem_thread_state.in_tracker = true;
-    EXPECT_EQ(run_hooks(block.data()), untouched);
-    mem_thread_state.in_tracker = false;
-    ownership = 2;
-    EXPECT_EQ(run_hooks(block.data()), untouched);
-    ownership = 1;
-    EXPECT_EQ(run_hooks(block.data()), "nnnnnnnnnn......ffffffffffff....");
+        EXPECT_EQ(after_new + block, filled);
+    }
     mem_disable_alloc_patterns();
 }
 
@@ -79,17 +75,13 @@ TEST_F(DebugHooks, TheLogClosesUnderThreadsThatWriteAndBeginsAnew) {
     for (int round = 0; round < 20; ++round) {
         mem_set_print_allocations_callback_enabled(true);
         EXPECT_EQ(log(), "");
-        std::atomic<bool> stop{false};
-        auto write = [&] {
-            while (!stop) mem_log_alloc_hook(block_address, 100);
-        };
-        std::thread one(write), two(write);
-        while (std::filesystem::file_size("mem_allocations.log") < 2000) std::this_thread::yield();
-        mem_close_allocation_log();
-        const std::string text = log();
-        stop = true;
-        one.join();
-        two.join();
+        std::string text;
+        {
+            const Meanwhile writing(2, [&] { mem_log_alloc_hook(block_address, 100); });
+            while (std::filesystem::file_size("mem_allocations.log") < 2000) std::this_thread::yield();
+            mem_close_allocation_log();
+            text = log();
+        }
         EXPECT_EQ(log(), text);
         for (std::size_t at = 0; at < text.size(); at += line.size())
             ASSERT_EQ(text.substr(at, line.size()), line);

@@ -22,33 +22,30 @@ void say(const char* text) {
     std::fputs(text, stderr);
 }
 
-void handler_that_allocates_reserves() {
-    mem_allocate_reserve_buffers();
-    say(mem_thread_state.reserve_buffer == nullptr ? "none\n" : "some\n");
+void run_out() {
+    mem_set_out_of_memory_handler([] {
+        mem_allocate_reserve_buffers();
+        say(mem_thread_state.reserve_buffer == nullptr ? "none\n" : "some\n");
+    });
+    mem_out_of_memory();
 }
 
 void run_out_in_an_exit_action() {
     std::atexit([] { say("second\n"); });
     std::atexit([] { say("first\n"), mem_out_of_memory(); });
     mem_allocate_reserve_buffers();
-    mem_set_out_of_memory_handler(handler_that_allocates_reserves);
-    mem_out_of_memory();
+    run_out();
 }
 
 void run_out_inside_the_tracker() {
     mem_create_lock();
     std::thread([] { mem_lock.lock(); }).join();  // never released
-    mem_set_out_of_memory_handler(handler_that_allocates_reserves);
     mem_thread_state.in_tracker = true;
-    mem_out_of_memory();
+    run_out();
 }
 
 TEST(Ending, TakesItsFormInEveryState) {
-    struct {
-        void (*event)();
-        int exit_code;
-        const char* output;
-    } const cases[] = {
+    const std::tuple<void (*)(), int, const char*> cases[] = {
         {run_out_in_an_exit_action, 1, "^none\nfirst\nsecond\n$"},
         {run_out_inside_the_tracker, 1,
          "^\nOut of memory .*\nMEM: memory ran out inside the tracker, no .*\n$"},
@@ -61,9 +58,8 @@ TEST(Ending, TakesItsFormInEveryState) {
          "Error: Recursive term"},
         {[] { main_terminate_called(true), mem_se_translator(11, nullptr), std::_Exit(7); }, 7, "^$"},
     };
-    for (const auto& [event, exit_code, output] : cases) {
+    for (const auto& [event, exit_code, output] : cases)
         EXPECT_EXIT(event(), testing::ExitedWithCode(exit_code), output);
-    }
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
 #include "ktl_mem/chunk_alloc.h"
 #include "ktl_mem/services.h"

@@ -53,11 +53,12 @@ class Programs(LauncherTest):
         sites = self.rows("mem_tbb_fileline.python3.log")
         self.assertTrue(any("obmalloc.c" in row["File"] for row in sites) or not os.path.exists("/usr/lib/debug/.build-id"))
 
-    def test_sqlite3(self):
-        self.compare(("sqlite3", ":memory:", SQL), 1_000_000)
-
-    def test_perl(self):
-        self.compare(("perl", "-e", PERL), 500_000)
+    def test_programs_with_a_file_or_none(self):
+        (self.folder / "data").write_bytes(bytes(range(256)) * 20000)
+        for command, least_bytes in ((("sqlite3", ":memory:", SQL), 1_000_000), (("perl", "-e", PERL), 500_000),
+                                     (("xz", "-T2", "-c", "--block-size=1MiB", "data"), 10_000_000)):
+            with self.subTest(command=command):
+                self.compare(command, least_bytes, ("--force",))
 
     def test_git(self):
         origin = self.folder / "origin"
@@ -81,10 +82,6 @@ class Programs(LauncherTest):
         self.compare(("g++", "-c", "-o", "made.o", "-x", "c++", "-"), 20_000_000, ("--follow-children",), made="made.o",
                      input=TEMPLATES.encode())
         self.assertEqual(len(list(self.reports.glob("mem_tbb_fileline.g++.cc1plus.*"))), 1)
-
-    def test_xz(self):
-        (self.folder / "data").write_bytes(bytes(range(256)) * 20000)
-        self.compare(("xz", "-T2", "-c", "--block-size=1MiB", "data"), 10_000_000)
 
     def test_openssl(self):
         self.compare(("openssl", "speed", "-seconds", "1", "-bytes", "1024", "sha256"), 10_000, normalise=without_figures)

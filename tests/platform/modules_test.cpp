@@ -23,7 +23,7 @@ TEST(module_base_name, leaves_out_folder_prefix_and_suffix) {
         {"/opt/lib.d/tool.bin", "tool"},
         {"/usr/bin/python3.11", "python3"},
         {"/usr/bin/libtool", "libtool"},
-        {"/home/my.sofa", "my"},
+        {"/home/libmy.sofa", "libmy"},
         {"my.sofa/libx.so", "x"},
         {"/home/.hidden", ".hidden"},
         {"", ""},
@@ -59,64 +59,54 @@ TEST(modules, the_executable_has_a_path_that_is_cut_to_the_buffer) {
     EXPECT_EQ(GetModuleFileNameA(nullptr, cut, 0), 0u);
 }
 
-// What a lookup of the native kind gives for one address.
-struct LOOKED_UP {
-    bool has_module, has_line, has_symbol;
-    std::uint32_t error;
-};
-
-LOOKED_UP look_up(std::uint64_t address) {
+// M, L, S for what is known of an address: module, line, symbol; and the error of the line.
+std::pair<std::string, std::uint32_t> look_up(std::uint64_t address) {
     IMAGEHLP_MODULE64 module{};
     IMAGEHLP_LINE64 line{};
     SYMBOL_INFO symbol{};
     std::uint32_t column = 0;
     const bool has_line = SymGetLineFromAddr64(GetCurrentProcess(), address, &column, &line);
     const std::uint32_t error = has_line ? 0 : GetLastError();
-    return {SymGetModuleInfo64(GetCurrentProcess(), address, &module), has_line,
-            SymFromAddr(GetCurrentProcess(), address, nullptr, &symbol), error};
+    return {std::string(SymGetModuleInfo64(GetCurrentProcess(), address, &module) ? "M" : "") +
+                (has_line ? "L" : "") +
+                (SymFromAddr(GetCurrentProcess(), address, nullptr, &symbol) ? "S" : ""),
+            error};
 }
 
 TEST(dbghelp, new_modules_are_known_after_a_refresh) {
     SymRefreshModuleList(GetCurrentProcess());
     void* plugin = dlopen(PROBED "/libprobed_strip_g.so", RTLD_NOW | RTLD_LOCAL);
     const auto address = reinterpret_cast<std::uint64_t>(dlsym(plugin, "run_probes"));
-    const LOOKED_UP before = look_up(address);
-    EXPECT_FALSE(before.has_module || before.has_line || before.has_symbol);
-    EXPECT_EQ(before.error, ERROR_MOD_NOT_FOUND);
-
+    EXPECT_EQ(look_up(address), std::pair(std::string(), std::uint32_t{ERROR_MOD_NOT_FOUND}));
     const auto refresh = reinterpret_cast<bool (*)(HANDLE)>(
         GetProcAddress(GetModuleHandleA("dbghelp"), "SymRefreshModuleList"));
     ASSERT_NE(refresh, nullptr);
-    refresh(GetCurrentProcess());
-    const LOOKED_UP after = look_up(address);
-    EXPECT_TRUE(after.has_module && after.has_symbol);
-    EXPECT_FALSE(after.has_line);  // stripped of lines
-    EXPECT_EQ(after.error, ERROR_INVALID_ADDRESS);
+    refresh(GetCurrentProcess());  // stripped of lines
+    EXPECT_EQ(look_up(address), std::pair(std::string("MS"), std::uint32_t{ERROR_INVALID_ADDRESS}));
     dlclose(plugin);
 }
 
 TEST(dbghelp, names_are_decorated_until_asked_otherwise_and_cut_to_their_room) {
     SymRefreshModuleList(GetCurrentProcess());
-    const auto address = reinterpret_cast<std::uint64_t>(&look_up) + 4;
     struct {
         SYMBOL_INFO info{};
         char rest[100] = {};
     } symbol;
-    symbol.info.MaxNameLen = 100;
-    std::uint64_t displacement = 0;
-    ASSERT_TRUE(SymFromAddr(GetCurrentProcess(), address, &displacement, &symbol.info));
-    EXPECT_STREQ(symbol.info.Name, "_ZN12_GLOBAL__N_17look_upEm");
-    EXPECT_EQ(symbol.info.NameLen, 27u);
-    EXPECT_EQ(displacement, 4u);
-    symbol.info.MaxNameLen = 4;
-    SymFromAddr(GetCurrentProcess(), address, nullptr, &symbol.info);
-    EXPECT_STREQ(symbol.info.Name, "_ZN");
-
-    char name[100];
-    EXPECT_EQ(UnDecorateSymbolName("_Z3fooIiET_S0_", name, 100, UNDNAME_NO_FUNCTION_RETURNS), 13u);
-    EXPECT_STREQ(name, "foo<int>(int)");
-    EXPECT_EQ(UnDecorateSymbolName("_Z3fooIiET_S0_", name, 4, UNDNAME_NO_FUNCTION_RETURNS), 3u);
-    EXPECT_STREQ(name, "foo");
+    const auto address = reinterpret_cast<std::uint64_t>(&GetModuleHandleA) + 4;
+    const std::tuple<std::uint32_t, const char*, const char*> cuts[] = {
+        {100, "_Z16GetModuleHandleAPKc", "foo<int>(int)"}, {4, "_Z1", "foo"}};
+    for (const auto& [room, name, readable_name] : cuts) {
+        symbol.info.MaxNameLen = room;
+        std::uint64_t displacement = 0;
+        ASSERT_TRUE(SymFromAddr(GetCurrentProcess(), address, &displacement, &symbol.info));
+        EXPECT_STREQ(symbol.info.Name, name);
+        EXPECT_EQ(symbol.info.NameLen, 23u);
+        EXPECT_EQ(displacement, 4u);
+        char readable[100];
+        EXPECT_EQ(UnDecorateSymbolName("_Z3fooIiET_S0_", readable, room, UNDNAME_NO_FUNCTION_RETURNS),
+                  std::strlen(readable_name));
+        EXPECT_STREQ(readable, readable_name);
+    }
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <string>
-
 #include "platform/ktl_thr.h"
 #include "platform/rvm_barebones.h"
 
@@ -32,13 +30,10 @@ TEST(ThreadLibrary, RunsAThreadInsideItsWrappersTheLatestOutermost) {
 
 struct RECORDER : RVM_BAREBONES_NOTIFIER::OBSERVER {
     explicit RECORDER(const char* label) : name(label) {}
-    void mapping_added(const void*, std::uint64_t size) override {
-        trace += name + "+" + std::to_string(size);
-    }
-    void mapping_removed(const void*, std::uint64_t size) override {
-        trace += name + "-" + std::to_string(size);
-    }
-    std::string name;
+    void mapping_added(const void*, std::uint64_t size) override { tell("+", size); }
+    void mapping_removed(const void*, std::uint64_t size) override { tell("-", size); }
+    void tell(const char* what, std::uint64_t size) const { trace += name + what + std::to_string(size); }
+    const std::string name;
 };
 
 TEST(MappingNotifier, TellsEachObserverOnceInTheOrderOfRegistration) {

@@ -5,14 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <random>
 #include <semaphore>
-#include <set>
-#include <thread>
 
 #include "platform/stack_walk.h"
 #include "platform/unwind/rule_table.h"
+#include "tests/bins/on_threads.h"
 #include "unwind_reference.h"
 
 namespace {
@@ -45,30 +43,14 @@ namespace {
 
 using PLUGIN = void (*)(void (*visit)());
 
-class LOADED_PLUGIN {
-  public:
-    explicit LOADED_PLUGIN(const char* path) : module_(dlopen(path, RTLD_LAZY)) {}
-    LOADED_PLUGIN(const LOADED_PLUGIN&) = delete;
-    LOADED_PLUGIN& operator=(const LOADED_PLUGIN&) = delete;
-    ~LOADED_PLUGIN() { dlclose(module_); }
-    PLUGIN entry() const { return reinterpret_cast<PLUGIN>(dlsym(module_, "unwind_plugin")); }
-
-  private:
-    void* module_;
+struct LOADED_PLUGIN {
+    explicit LOADED_PLUGIN(const char* path) : module(dlopen(path, RTLD_LAZY)) {}
+    ~LOADED_PLUGIN() { dlclose(module); }
+    PLUGIN entry() const { return reinterpret_cast<PLUGIN>(dlsym(module, "unwind_plugin")); }
+    void* const module;
 };
 
 const char* const PATHS[] = {UNWIND_PLUGIN_A, UNWIND_PLUGIN_B};
-
-// Loads the plugins in turn, so that each finds the other's rules; gives the number of addresses used.
-std::size_t run_plugins_in_turn(void (*visit)()) {
-    std::set<PLUGIN> entries;
-    for (int i = 0; i < 20; ++i) {
-        const LOADED_PLUGIN plugin(PATHS[i % 2]);
-        plugin.entry()(visit);
-        entries.insert(plugin.entry());
-    }
-    return entries.size();
-}
 
 std::set<std::uint64_t> known_pcs;
 
@@ -77,33 +59,35 @@ __attribute__((noinline)) void visit_like_a_tracker() {
     const STACK_WALK_START start = stack_walk_start(__builtin_frame_address(0));
     std::uint64_t pcs[4] = {};
     STACK_WALK(start).next(pcs, 4);
-    if (!std::all_of(pcs, pcs + 4, [](std::uint64_t pc) { return known_pcs.contains(pc); })) {
+    if (!std::all_of(pcs, pcs + 4, [](std::uint64_t pc) { return known_pcs.contains(pc); }))
         STACK_WALK(start, true).next(pcs, 4);
-    }
     known_pcs.insert(pcs, pcs + 4);
     compare_stacks();
 }
 
-std::uint64_t pc_in_plugin;
+std::uint64_t pcs_from_plugin[2];
 
 __attribute__((noinline)) void visit_and_remember() {
-    STACK_WALK walk(stack_walk_start(__builtin_frame_address(0)));
-    std::uint64_t pcs[2];
-    walk.next(pcs, 2);
-    pc_in_plugin = pcs[0];
+    STACK_WALK(stack_walk_start(__builtin_frame_address(0))).next(pcs_from_plugin, 2);
 }
 
 TEST(StackWalkAndLoader, ForgetsRulesWhenTheLoaderAllocates) {
     LOADED_PLUGIN(UNWIND_PLUGIN_A).entry()(visit_and_remember);
-    EXPECT_FALSE(unwind::rule_table.find(pc_in_plugin, false).is_none());
+    EXPECT_FALSE(unwind::rule_table.find(pcs_from_plugin[0], false).is_none());
     walk_in_calloc = true;
     const LOADED_PLUGIN at_the_same_address(UNWIND_PLUGIN_B);
     walk_in_calloc = false;
-    EXPECT_TRUE(unwind::rule_table.find(pc_in_plugin, false).is_none());
+    EXPECT_TRUE(unwind::rule_table.find(pcs_from_plugin[0], false).is_none());
 }
 
 TEST(StackWalkAndLoader, ForgetsRulesWhenAProgramCounterIsNew) {
-    EXPECT_EQ(run_plugins_in_turn(visit_like_a_tracker), 1U);
+    std::set<PLUGIN> entries;
+    for (int i = 0; i < 20; ++i) {
+        const LOADED_PLUGIN plugin(PATHS[i % 2]);
+        plugin.entry()(visit_like_a_tracker);
+        entries.insert(plugin.entry());
+    }
+    EXPECT_EQ(entries.size(), 1U) << "each must find the other's rules";
     EXPECT_EQ(take_compared_stacks().difference, "");
 }
 
@@ -145,13 +129,10 @@ TEST(StackWalkAndLoader, WrongRulesDoNoHarm) {
 }
 
 TEST(StackWalkAndLoader, ColdWalksWhileModulesComeAndGo) {
-    std::atomic<bool> stop{false};
-    std::thread loader([&] {
-        for (int i = 0; !stop; ++i) const LOADED_PLUGIN plugin(PATHS[i % 2]);
-    });
-    for (int i = 0; i < 3000; ++i) compare_stacks();
-    stop = true;
-    loader.join();
+    {
+        const Meanwhile loader(1, [i = 0]() mutable { const LOADED_PLUGIN plugin(PATHS[++i % 2]); });
+        for (int i = 0; i < 3000; ++i) compare_stacks();
+    }
     EXPECT_EQ(take_compared_stacks().difference, "");
 }
 

@@ -21,7 +21,6 @@ struct STACK {
 // Not on the stack: handlers compare on small alternate stacks.
 thread_local STACK reference;
 thread_local STACK walked;
-int comparisons = 0;
 int deepest = 0;
 char difference[512];
 
@@ -60,7 +59,6 @@ __attribute__((noinline)) void compare_stacks() {
     note_difference("with the table");
     walk(start, true);
     note_difference("without the table");
-    ++comparisons;
     deepest = std::max(deepest, walked.count);
 }
 
@@ -69,13 +67,12 @@ __attribute__((noinline)) void compare_capture() {
     _Unwind_Backtrace(store_frame, nullptr);
     walked.count = ERR_UNWINDER::get_default_unwinder()->capture_stack(walked.pcs, MOST_FRAMES, 2, 0);
     note_difference("by the unwinder");
-    ++comparisons;
     deepest = std::max(deepest, walked.count);
 }
 
 COMPARED_STACKS take_compared_stacks() {
-    const COMPARED_STACKS result{comparisons, deepest, difference};
-    comparisons = deepest = 0;
+    const COMPARED_STACKS result{deepest, difference};
+    deepest = 0;
     difference[0] = 0;
     return result;
 }

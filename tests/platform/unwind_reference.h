@@ -10,10 +10,9 @@ void compare_stacks();
 // The same for the default unwinder, which walks once.
 void compare_capture();
 
-// What the comparisons have found since the last call: how often it compared, the deepest stack, and a text
-// about the first difference, empty when there was none.
+// What the comparisons have found since the last call: the deepest stack, 0 when nothing was compared, and a
+// text about the first difference, empty when there was none.
 struct COMPARED_STACKS {
-    int comparisons;
     int deepest;
     std::string difference;
 };

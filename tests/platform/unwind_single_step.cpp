@@ -55,9 +55,8 @@ void follow(std::uint64_t pc, std::uint64_t sp) {
 bool walk_is_right(STACK_WALK* walk, std::uint64_t pc) {
     std::uint64_t frame = 0;
     if (walk->next(&frame, 1) != 1 || walk->next(&frame, 1) != 1 || frame != pc) return false;
-    for (int i = depth - 1; i >= 0; --i) {
+    for (int i = depth - 1; i >= 0; --i)
         if (walk->next(&frame, 1) != 1 || frame != shadow[i].address) return false;
-    }
     return true;
 }
 

@@ -17,28 +17,20 @@ std::string without_times(std::string report) {
                                      : report.replace(time, report.find('\n', time) - time, "<time>");
 }
 
-class LETTERS : public MEM_ROW_LABELS {
-  public:
+struct LETTERS : MEM_ROW_LABELS {
     explicit LETTERS(const char* all) : left(all) {}
     std::string_view next() override {
-        const std::string_view letter(left, *left == '-' ? 0 : 1);
-        ++left;
-        return letter;
+        const char* const letter = left++;
+        return {letter, *letter == '-' ? 0u : 1u};
     }
-
-  private:
     const char* left;
 };
 
-struct NAMED_SERIES {
-    std::string name;
-    std::vector<std::int64_t> values;
-};
+using NAMED_SERIES = std::pair<std::string, std::vector<std::int64_t>>;
 
 struct FORMS {
     bool result;
-    std::string plain;
-    std::string detailed;
+    std::string plain, detailed;
 };
 
 FORMS forms_of(auto dump_to) {
@@ -53,8 +45,8 @@ FORMS dump(const std::vector<NAMED_SERIES>& named, std::uint64_t num_samples, co
     std::vector<MEM_TIMELINE> series(named.size());
     std::vector<MEM_TIMELINE_COLUMN> columns;
     for (std::size_t i = 0; i < named.size(); ++i) {
-        for (const std::int64_t value : named[i].values) series[i].append(value);
-        columns.push_back({named[i].name, &series[i]});
+        for (const std::int64_t value : named[i].second) series[i].append(value);
+        columns.push_back({named[i].first, &series[i]});
     }
     LETTERS labels(letters);
     return forms_of([&](std::ostream& plain, std::ostream& detailed) {
@@ -67,31 +59,25 @@ const std::string detailed_title = "MEM: TBB Module Tracking Detailed Memory Tim
 
 TEST(TimelineReport, WritesARowForEachSample) {
     struct CASE {
-        const char* what;
         std::vector<NAMED_SERIES> series;
         std::uint64_t num_samples;
-        const char* labels;
-        const char* plain;
-        const char* detailed;
+        const char *labels, *plain, *detailed;
     };
     const CASE cases[] = {
-        {"no samples", {}, 0, "", "\tMisc\n", "\n"},
-        {"no series", {}, 1, "a", "\tMisc\na\t0\n", "\na\n"},
-        {"columns by their highest value",
-         {{"peak", {0, 90, 0}}, {"flat", {20, 20, 20}}, {"low", {-5, -6, -4}}},
+        {{}, 0, "", "\tMisc\n", "\n"},
+        {{}, 1, "a", "\tMisc\na\t0\n", "\na\n"},
+        {{{"peak", {0, 90, 0}}, {"flat", {20, 20, 20}}, {"low", {-5, -6, -4}}},
          3,
          "a-b",
          "\tMisc\tlow\tflat\tpeak\na\t0\t-5\t20\t0\nOther\t0\t-6\t20\t90\nb\t0\t-4\t20\t0\n",
          "\tpeak\tflat\tlow\na\t0\t20\t-5\nOther\t90\t20\t-6\nb\t0\t20\t-4\n"},
-        {"too short and too long",
-         {{"short", {7}}, {"long", {1, 2, 3}}},
+        {{{"short", {7}}, {"long", {1, 2, 3}}},
          2,
          "ab",
          "\tMisc\tlong\tshort\na\t0\t1\t7\nb\t0\t2\t0\n",
          "\tshort\tlong\na\t7\t1\nb\t0\t2\n"},
     };
     for (const CASE& c : cases) {
-        SCOPED_TRACE(c.what);
         const FORMS forms = dump(c.series, c.num_samples, c.labels);
         EXPECT_TRUE(forms.result);
         EXPECT_EQ(forms.plain, plain_title + c.plain + "<time>\n");
@@ -101,19 +87,17 @@ TEST(TimelineReport, WritesARowForEachSample) {
 
 TEST(TimelineReport, NamesEighteenColumnsAndSumsTheOthers) {
     std::vector<NAMED_SERIES> series;
-    std::string names;
-    std::string first;
+    std::string names, first;
     for (std::int64_t i = 1; i <= 18; ++i) {
         series.push_back({"m" + std::to_string(i), {i, 0}});
         names += "\tm" + std::to_string(i);
         first += "\t" + std::to_string(i);
     }
-    const std::string zeros = "\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\n";
-    EXPECT_EQ(dump(series, 2, "ab").plain,
-              plain_title + "\tMisc" + names + "\na\t0" + first + "\nb\t0" + zeros + "<time>\n");
+    const std::string zeros = "\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\t0\n<time>\n";
+    const std::string head = plain_title + "\tMisc" + names + "\n";
+    EXPECT_EQ(dump(series, 2, "ab").plain, head + "a\t0" + first + "\nb\t0" + zeros);
     series.push_back({"negative", {-5, -7}});
-    EXPECT_EQ(dump(series, 2, "ab").plain,
-              plain_title + "\tMisc" + names + "\na\t-5" + first + "\nb\t-7" + zeros + "<time>\n");
+    EXPECT_EQ(dump(series, 2, "ab").plain, head + "a\t-5" + first + "\nb\t-7" + zeros);
     series.push_back({"highest", {50, 0}});
     EXPECT_EQ(dump(series, 1, "a").plain, plain_title + "\tMisc" + names.substr(3) + "\thighest\na\t-4" +
                                               first.substr(2) + "\t50\n<time>\n");
@@ -121,8 +105,7 @@ TEST(TimelineReport, NamesEighteenColumnsAndSumsTheOthers) {
 
 TEST(TimelineReport, AFailedStreamGetsNothing) {
     for (const bool plain_fails : {true, false}) {
-        std::ostringstream plain;
-        std::ostringstream detailed;
+        std::ostringstream plain, detailed;
         (plain_fails ? plain : detailed).setstate(std::ios::failbit);
         LETTERS labels("");
         EXPECT_FALSE(dump_timeline(plain, detailed, {}, 0, labels));
@@ -131,25 +114,22 @@ TEST(TimelineReport, AFailedStreamGetsNothing) {
 }
 
 TEST(ReportTrailer, TellsTheTime) {
-    EXPECT_EQ(mem_report_trailer(-1, 5), "Error timing this dump.");
-    EXPECT_EQ(mem_report_trailer(3, 3), "Time spent dumping:\t0 clicks.\t0 seconds.");
-    EXPECT_EQ(mem_report_trailer(0, 1234567890),
-              "Time spent dumping:\t1234567890 clicks.\t1.23457e+06 seconds.");
-    EXPECT_EQ(mem_report_trailer(0x7FFFFFFF, -0x7FFFFFFF - 1 + 12),
-              "Time spent dumping:\t13 clicks.\t0.013 seconds.");
+    const std::tuple<std::int32_t, std::int32_t, const char*> cases[] = {
+        {-1, 5, "Error timing this dump."},
+        {3, 3, "Time spent dumping:\t0 clicks.\t0 seconds."},
+        {0, 1234567890, "Time spent dumping:\t1234567890 clicks.\t1.23457e+06 seconds."},
+        {0x7FFFFFFF, -0x7FFFFFFF - 1 + 12, "Time spent dumping:\t13 clicks.\t0.013 seconds."}};
+    for (const auto& [start, end, trailer] : cases) EXPECT_EQ(mem_report_trailer(start, end), trailer);
 }
 
 TEST(AuxiliaryReport, ComputesTheOutstandingAllocations) {
     std::ostringstream out;
     mem_write_auxiliary_report(out,
                                {{1, 2, 3, 4, 5, 6, 7, 8, 9}, {5, 2, 0, 0, 0, 0, ~std::uint64_t{0}, 0, 0}});
-    EXPECT_EQ(without_times(out.str()),
-              "MEM: TBB Auxiliary Timeline\n\n"
-              "page_faults\tcommit_charge\tresident\tprofiler_num_allocs\tprofiler_num_deallocs\t"
-              "profiler_num_outstanding\tprofiler_requested_total\tprofiler_requested_outstanding\t"
-              "profiler_allocated_total\tprofiler_allocated_outstanding\n"
-              "7\t9\t8\t1\t2\t18446744073709551615\t3\t4\t5\t6\n"
-              "18446744073709551615\t0\t0\t5\t2\t3\t0\t0\t0\t0\n<time>\n");
+    EXPECT_TRUE(
+        without_times(out.str()).ends_with("\n7\t9\t8\t1\t2\t18446744073709551615\t3\t4\t5\t6\n"
+                                           "18446744073709551615\t0\t0\t5\t2\t3\t0\t0\t0\t0\n<time>\n"))
+        << out.str();
 }
 
 class Reports : public BinObjects {
@@ -164,16 +144,6 @@ class Reports : public BinObjects {
     }
 };
 
-struct ONE_MODULE_TABLE {
-    struct FIGURES {
-        std::string name;
-        std::int64_t current_bytes;
-        std::int64_t cumulative_blocks;
-    };
-    void for_each_at_rest(auto visit) const { visit(FIGURES{"tool", 64, 2}); }
-};
-const ONE_MODULE_TABLE one_module;
-
 TEST_F(Reports, StatsKeepTheirFormWithoutRowsAndBelowZero) {
     std::ostringstream out;
     mem_dump_tbb_profile_bin_tag_stats_tracking(out);
@@ -184,15 +154,6 @@ TEST_F(Reports, StatsKeepTheirFormWithoutRowsAndBelowZero) {
               "Name\tMax bytes\tPeak bytes\tCumulative bytes\tCurrent bytes\n"
               "Memory Tracking - Profile Tag Stats (MiB)\n\n"
               "Name\tMax MiB\tPeak MiB\tCumulative MiB\tCurrent MiB\nRoot\t0.000\t0.000\t0.000\t-1.000\n");
-}
-
-TEST_F(Reports, TagRowsAreLabelledByBin) {
-    open("X", "T");
-    mem_charge_bin_and_tag(0x1000, 30);
-    mem_tbb_tag_timeline->sample();
-    const FORMS forms = forms_of(mem_dump_tbb_profile_bin_tag_timeline_tracking);
-    EXPECT_EQ(forms.detailed, detailed_title + "\tRoot\tT\nT::X\t0\t30\n<time>\n");
-    EXPECT_EQ(forms.plain, plain_title + "\tMisc\tRoot\tT\nT::X\t0\t0\t30\n<time>\n");
 }
 
 TEST_F(Reports, ARowWithoutABinSaysSo) {
@@ -208,6 +169,7 @@ TEST_F(Reports, ARowWithoutABinSaysSo) {
 }
 
 TEST_F(Reports, ModuleRowsAreLabelledByTheLabelOfTheirSample) {
+    const MODULES one_module{{{"tool", 64, 2}}};
     mem_tbb_module_timelines->sample(one_module);
     mem_tbb_timeline_labels->sample();
     mem_set_timeline_label("reading");

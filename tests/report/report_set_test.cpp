@@ -2,14 +2,10 @@
 // worked out by hand from the script below.
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <locale>
-#include <map>
-#include <numeric>
 #include <regex>
-#include <sstream>
 
 #include "ktl_mem/profile_bins.h"
 #include "ktl_mem/queries.h"
@@ -48,10 +44,12 @@ std::string content_of(const fs::path& path) {
 // Filtered frames stand in no order.
 std::string with_sorted_rows(const std::string& text) {
     std::istringstream in(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);) lines.push_back(line + "\n");
-    if (!lines.empty()) std::sort(lines.begin() + 1, lines.end());
-    return std::accumulate(lines.begin(), lines.end(), std::string());
+    std::string sorted;
+    std::getline(in, sorted);
+    std::multiset<std::string> rows;
+    for (std::string line; std::getline(in, line);) rows.insert("\n" + line);
+    for (const std::string& row : rows) sorted += row;
+    return sorted + "\n";
 }
 
 FILES files_in(const fs::path& folder) {
@@ -70,15 +68,10 @@ struct GROUPED : std::numpunct<char> {
     char do_thousands_sep() const override { return '\''; }
 };
 
-struct MEASURED {
+void close_bin(const char* tag, std::uint64_t expected_start, std::uint64_t expected_peak) {
     std::uint64_t start = 0, end = 0, peak = 0;
-    bool operator==(const MEASURED&) const = default;
-};
-
-MEASURED close_bin(const char* tag) {
-    MEASURED bytes;
-    mem_close_profile_bin(tag, &bytes.start, &bytes.end, &bytes.peak);
-    return bytes;
+    mem_close_profile_bin(tag, &start, &end, &peak);
+    EXPECT_EQ(std::tuple(start, end, peak), std::tuple(expected_start, 950000u, expected_peak));
 }
 
 // A sampling point at every fourth event, and a peak at every million bytes.
@@ -102,8 +95,8 @@ void run_script() {
     mem_user_snapshot_tracking_data();
     mem_tbb_tracking_flush_peak();  // keeps 1750000, and takes a sample
     free_block(answers);            // event 8: a higher peak of 2150000, and a sample
-    EXPECT_EQ(close_bin(""), (MEASURED{950000, 950000, 2150000}));
-    EXPECT_EQ(close_bin("reading"), (MEASURED{600000, 950000, 2150000}));
+    close_bin("", 950000, 2150000);
+    close_bin("reading", 600000, 2150000);
     free_block({0x9000, 0, 50000});  // of a block that nobody knows
     build_index(more_words);
     free_block(codes);
@@ -195,11 +188,7 @@ TEST_F(ReportSet, TheFastLeakLogGrowsAndTheFullOneIsReplaced) {
         "Leaked bytes:            700000\nPeak bytes on heap:     2150000\n"
         "===============================\n\n";
     const std::string full = at_end["mem_tbb_leak_warning.scripted.log"];
-    struct {
-        const char* za_mode;
-        const char* fast_name;
-        const char* full_name;
-    } const cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
         {"0", "mem_tbb_fast_leak_warning.log", "mem_tbb_leak_warning.scripted.log"},
         {"1", "veldrin_za_leak_warning.txt", "veldrin_za_leak_warning.txt"},
     };

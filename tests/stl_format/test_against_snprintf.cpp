@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cwchar>
 #include <random>
-#include <string>
 
 #include "formatted.h"
 
