@@ -51,6 +51,18 @@ int fault() {
     return *nowhere;
 }
 
+void use_plugin(const char* path) {
+    void* plugin = dlopen(path, RTLD_NOW);
+    reinterpret_cast<void (*)()>(dlsym(plugin, "work"))();
+    dlclose(plugin);
+}
+
+// Nearly all of its time the thread holds the loader's lock.
+int load_without_end(const char* path) {
+    say("ready");
+    for (;;) use_plugin(path);
+}
+
 // Loads and unloads a plugin that allocates, while four threads allocate.
 int use_plugins(const char* path) {
     std::vector<std::thread> threads;
@@ -58,11 +70,7 @@ int use_plugins(const char* path) {
         threads.emplace_back([] {
             for (int n = 0; n < 20000; ++n) std::free(hold(100));
         });
-    for (int n = 0; n < 100; ++n) {
-        void* plugin = dlopen(path, RTLD_NOW);
-        reinterpret_cast<void (*)()>(dlsym(plugin, "work"))();
-        dlclose(plugin);
-    }
+    for (int n = 0; n < 100; ++n) use_plugin(path);
     for (std::thread& thread : threads) thread.join();
     say("done");
     return 0;
@@ -84,6 +92,7 @@ int main(int argc, char** argv) {
         {"too-much", ask_too_much},
         {"fault", fault},
         {"fast", [] { return hold(1000), _exit(5), 5; }},
+        {"loading", [&] { return load_without_end(argv[2]); }},
         {"plugins", [&] { return use_plugins(argv[2]); }},
     };
     return behaviours.at(argv[argc > 1 ? 1 : 0])();
