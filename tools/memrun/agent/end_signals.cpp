@@ -1,7 +1,6 @@
 #include "tools/memrun/agent/end_signals.h"
 
 #include <sys/syscall.h>
-#include <ucontext.h>
 #include <unistd.h>
 
 #include <array>
@@ -93,42 +92,32 @@ void write_and_die(int signo) {
     die_by(signo);
 }
 
-// A system call that the signal broke off: returning would show the program an interruption that it would not
-// have seen. Allocator and tracker make none of that kind; what they wait in starts anew by itself.
-bool is_broken_off_call(const void* context) {
-    return static_cast<const ucontext_t*>(context)->uc_mcontext.gregs[REG_RAX] == -EINTR;
-}
-
-bool can_be_left(const void* context) {
-    return is_broken_off_call(context) || !is_in_guarded_code();
-}
-
 // The allocator throws with its locks given back, so an exception that nobody catches can come out of it; an
 // abort without one can be the allocator's own. abort() ends the process by itself when the handler returns.
-void on_abort(const void* context) {
-    if (std::current_exception() != nullptr || can_be_left(context)) write_and_die(SIGABRT);
+void on_abort() {
+    if (std::current_exception() != nullptr || !is_in_guarded_code()) write_and_die(SIGABRT);
 }
 
 // A signal that meets an exit has its way after it.
-void on_request(int signo, const siginfo_t& info, const void* context) {
+void on_request(int signo, const siginfo_t& info) {
     int none = 0;
     const bool is_first = ending_signal.compare_exchange_strong(none, signo);
     if (ending_thread != 0) {
         if (is_first) send_later(signo, {longest_writing_s, 0}, Reminder::time_is_over);
-    } else if (can_be_left(context) || looks == most_looks) {
+    } else if (!is_in_guarded_code() || looks == most_looks) {
         write_and_die(signo);
     } else if (is_first || is_reminder(info, Reminder::look_again)) {
         send_later(signo, {0, ++looks * look_step_ns}, Reminder::look_again);
     }
 }
 
-void on_end_signal(int signo, siginfo_t* info, void* context) {
+void on_end_signal(int signo, siginfo_t* info, void*) {
     const int saved_errno = errno;
     if (getpid() != watched->owner || is_written || is_patience_over(signo, *info)) die_by(signo);
     if (signo != SIGABRT)
-        on_request(signo, *info, context);
+        on_request(signo, *info);
     else if (ending_thread == 0)
-        on_abort(context);
+        on_abort();
     errno = saved_errno;
 }
 
