@@ -50,12 +50,37 @@ void run_action() {
     }
 }
 
-sigset_t signals_that_wait() {
-    sigset_t signals;
-    sigfillset(&signals);
-    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
-        sigdelset(&signals, fault);
-    return signals;
+// Signals wait while this lives. Both contexts have its mask: one that a change of context lifted would let a
+// waiting signal in before the stack is changed.
+class SIGNALS_WAIT {
+  public:
+    SIGNALS_WAIT() {
+        sigset_t signals;
+        sigfillset(&signals);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS})
+            sigdelset(&signals, fault);
+        pthread_sigmask(SIG_BLOCK, &signals, &before_);
+    }
+    ~SIGNALS_WAIT() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SIGNALS_WAIT(const SIGNALS_WAIT&) = delete;
+    SIGNALS_WAIT& operator=(const SIGNALS_WAIT&) = delete;
+
+  private:
+    sigset_t before_;
+};
+
+// False when there are no contexts here.
+bool run_on(void* stack, RUN* run) {
+    const SIGNALS_WAIT meanwhile;
+    if (getcontext(&run->callee) != 0) return false;
+    run->callee.uc_stack.ss_sp = stack;
+    run->callee.uc_stack.ss_size = stack_size;
+    run->callee.uc_link = &run->caller;
+    makecontext(&run->callee, run_action, 0);
+    running = run;
+    swapcontext(&run->caller, &run->callee);
+    running = nullptr;
+    return true;
 }
 
 }  // namespace
@@ -63,19 +88,11 @@ sigset_t signals_that_wait() {
 void run_on_own_stack(const std::function<void()>& action) {
     static void* const stack = KTL_MEM_IS_SANITIZED ? nullptr : make_stack();
     RUN run;
-    if (stack == nullptr || getcontext(&run.callee) != 0) {
+    run.action = &action;
+    if (stack == nullptr || !run_on(stack, &run)) {
         action();
         return;
     }
-    run.action = &action;
-    run.callee.uc_stack.ss_sp = stack;
-    run.callee.uc_stack.ss_size = stack_size;
-    run.callee.uc_link = &run.caller;
-    run.callee.uc_sigmask = signals_that_wait();
-    makecontext(&run.callee, run_action, 0);
-    running = &run;
-    swapcontext(&run.caller, &run.callee);
-    running = nullptr;
     if (run.failure != nullptr) std::rethrow_exception(run.failure);
 }
 

@@ -22,10 +22,10 @@ class Endings(LauncherTest):
 
     def test_signals_that_the_program_does_not_handle(self):
         for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT):
-            for behaviour in ("wait", "busy"):
+            for behaviour in (("wait",), ("busy",), ("loading", os.environ["KTL_PLUGIN"])):
                 for whole_group in (False, True):
                     with self.subTest(number=number, behaviour=behaviour, whole_group=whole_group):
-                        process = self.start(SUBJECT, behaviour)
+                        process = self.start(SUBJECT, *behaviour)
                         (os.killpg if whole_group else os.kill)(process.pid, number)
                         status, output, errors = self.end(process)
                         self.assertEqual((status, output), (-number, b""))

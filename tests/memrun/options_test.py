@@ -59,8 +59,14 @@ class Options(LauncherTest):
             self.run_tracked("--force", "--modules", "--sample-period", period, SUBJECT, "leak")
             text = (self.reports / "mem_tbb_timeline.memrun_subject.log").read_text()
             self.assertIn(text.count("\n") - 4, rows)
-        self.assertEqual(self.run_tracked("--force", "-q", "--fill-new", "0xCD", "--fill-freed", "221", SUBJECT,
-                                          "fill").stdout, b"cd dd\n")
+
+    def test_fill_patterns_show_and_break_nothing(self):
+        result = self.run_tracked("--fill-new", "0xCD", "--fill-freed", "221", SUBJECT, "fill")
+        self.assertEqual(result.stdout, b"new cd freed dd cleared 00 kept 2a kept 2a grown cd ")
+        blocks = {row["Function"].partition("::")[2].partition("(")[0]: row["Cumulative blocks"]
+                  for row in self.rows("mem_tbb_fileline.memrun_subject.log") if row["File"].endswith("subject.cpp")}
+        self.assertEqual({name: blocks[name] for name in ("hold", "hold_cleared", "resize")},
+                         {"hold": "2", "hold_cleared": "1", "resize": "2"})
 
     def test_children_are_followed_when_asked(self):
         command = ("--", "/bin/sh", "-c", f"{PYTHON} -c 1; {PYTHON} -c 2; exit 4")

@@ -50,6 +50,7 @@ class Programs(LauncherTest):
 
     def test_python_with_threads_and_subprocesses(self):
         self.compare((PYTHON, "-c", PYTHON_SCRIPT), 80_000_000)
+        self.compare((PYTHON, "-c", PYTHON_SCRIPT), 80_000_000, ("--force", "--fill-new", "0xCD", "--fill-freed", "0xDD"))
         sites = self.rows("mem_tbb_fileline.python3.log")
         self.assertTrue(any("obmalloc.c" in row["File"] for row in sites) or not os.path.exists("/usr/lib/debug/.build-id"))
 

@@ -2,9 +2,11 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <string>
@@ -24,14 +26,36 @@ void say(const char* text) {
     std::fflush(stdout);
 }
 
-// Reads a block before it was written and after it was freed, which is what the fill patterns are there to
-// show.
+__attribute__((noinline)) char* hold_cleared(std::size_t size) {
+    char* volatile block = static_cast<char*>(std::calloc(1, size));
+    return block;
+}
+
+__attribute__((noinline)) char* resize(char* old, std::size_t size) {
+    char* volatile block = static_cast<char*>(std::realloc(old, size));
+    return block;
+}
+
+void say_byte(const char* what, const char* begin, std::size_t size) {
+    const bool is_everywhere = std::all_of(begin, begin + size, [&](char byte) { return byte == *begin; });
+    std::printf("%s %02x%s ", what, static_cast<unsigned char>(*begin), is_everywhere ? "" : " and others");
+}
+
+// What the fill patterns are there to show, and what they must not change.
 int show_fill() {
     char* const block = hold(64);
+    say_byte("new", block, 64);
     const volatile std::uintptr_t address = reinterpret_cast<std::uintptr_t>(block);
-    std::printf("%02x", static_cast<unsigned char>(block[10]));
     std::free(block);
-    std::printf(" %02x\n", reinterpret_cast<const unsigned char*>(address)[40]);
+    std::printf("freed %02x ", reinterpret_cast<const unsigned char*>(address)[40]);
+    say_byte("cleared", hold_cleared(5000), 5000);
+    char* resized = hold(1000);
+    std::memset(resized, 0x2a, 1000);
+    resized = resize(resized, 900);  // the allocator would leave it where it is
+    say_byte("kept", resized, 900);
+    resized = resize(resized, 5000);
+    say_byte("kept", resized, 900);
+    say_byte("grown", resized + 1024, 5000 - 1024);
     return 0;
 }
 
@@ -51,6 +75,18 @@ int fault() {
     return *nowhere;
 }
 
+void use_plugin(const char* path) {
+    void* plugin = dlopen(path, RTLD_NOW);
+    reinterpret_cast<void (*)()>(dlsym(plugin, "work"))();
+    dlclose(plugin);
+}
+
+// Nearly all of its time the thread holds the loader's lock.
+int load_without_end(const char* path) {
+    say("ready");
+    for (;;) use_plugin(path);
+}
+
 // Loads and unloads a plugin that allocates, while four threads allocate.
 int use_plugins(const char* path) {
     std::vector<std::thread> threads;
@@ -58,11 +94,7 @@ int use_plugins(const char* path) {
         threads.emplace_back([] {
             for (int n = 0; n < 20000; ++n) std::free(hold(100));
         });
-    for (int n = 0; n < 100; ++n) {
-        void* plugin = dlopen(path, RTLD_NOW);
-        reinterpret_cast<void (*)()>(dlsym(plugin, "work"))();
-        dlclose(plugin);
-    }
+    for (int n = 0; n < 100; ++n) use_plugin(path);
     for (std::thread& thread : threads) thread.join();
     say("done");
     return 0;
@@ -84,6 +116,7 @@ int main(int argc, char** argv) {
         {"too-much", ask_too_much},
         {"fault", fault},
         {"fast", [] { return hold(1000), _exit(5), 5; }},
+        {"loading", [&] { return load_without_end(argv[2]); }},
         {"plugins", [&] { return use_plugins(argv[2]); }},
     };
     return behaviours.at(argv[argc > 1 ? 1 : 0])();

@@ -2,12 +2,14 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 
 #include "fixture/probed.h"
 #include "platform/symbol_services.h"
+#include "platform/symbols/own_stack.h"
 
 namespace {
 
@@ -171,6 +173,23 @@ TEST(small_stacks, suffice) {
     ASSERT_EQ(pthread_create(&thread, &attributes, run, &look_up), 0);
     pthread_join(thread, nullptr);
     EXPECT_THAT(levels, ElementsAre(at("template", "outer::templated<int>(int)")));
+}
+
+const char* handled_at = nullptr;
+
+TEST(own_stack, a_signal_waits_until_it_is_left) {
+    const auto before =
+        std::signal(SIGUSR1, [](int) { handled_at = static_cast<const char*>(__builtin_frame_address(0)); });
+    const char* handled_meanwhile = nullptr;
+    symbols::run_on_own_stack([&] {
+        std::raise(SIGUSR1);
+        handled_meanwhile = handled_at;
+    });
+    std::signal(SIGUSR1, before);
+    EXPECT_EQ(handled_meanwhile, nullptr);
+    // Right below the frame that changed the stack.
+    EXPECT_LT(static_cast<const char*>(__builtin_frame_address(0)) - handled_at, 65536);
+    EXPECT_GT(static_cast<const char*>(__builtin_frame_address(0)) - handled_at, 0);
 }
 #endif
 

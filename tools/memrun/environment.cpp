@@ -58,9 +58,11 @@ void add_agent_orders(Entries& entries, const Options& options, const Launch& la
     add_switch(entries, options.log, log_variable);
 }
 
-// Allocator first, so that it serves every later object; the agent last, since it stands on the tracker.
-std::string preload_list(const Entries& user, const Libraries& libraries) {
+// The guard stands in front of the allocator. That comes next, so that it serves every later object; the
+// agent last, since it stands on the tracker.
+std::string preload_list(const Entries& user, const Options& options, const Libraries& libraries) {
     std::string list = libraries.allocator + ":" + libraries.tracker + ":" + libraries.agent;
+    if (options.fill_new || options.fill_freed) list.insert(0, libraries.fill_guard + ":");
     for (const std::string& entry : user)
         if (name_of(entry) == "LD_PRELOAD" && entry.size() > sizeof "LD_PRELOAD")
             list += ":" + entry.substr(sizeof "LD_PRELOAD");
@@ -76,7 +78,7 @@ std::vector<std::string> tracked_environment(const std::vector<std::string>& use
         if (entry.starts_with(own_prefix)) continue;
         entries.push_back(is_governed(name_of(entry)) ? std::string(saved_prefix) + entry : entry);
     }
-    add(entries, "LD_PRELOAD", preload_list(user, libraries));
+    add(entries, "LD_PRELOAD", preload_list(user, options, libraries));
     add_tracking(entries, options);
     add_settings(entries, options);
     add_agent_orders(entries, options, launch);

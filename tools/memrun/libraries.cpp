@@ -67,8 +67,10 @@ void require_preloadable(const std::string& path) {
 }  // namespace
 
 Libraries find_libraries() {
-    Libraries libraries{find_allocator(), find_own("libktl_mem.so.1"), find_own("libktl_memrun_agent.so")};
-    for (const std::string* path : {&libraries.allocator, &libraries.tracker, &libraries.agent})
+    Libraries libraries{find_allocator(), find_own("libktl_mem.so.1"), find_own("libktl_memrun_agent.so"),
+                        find_own("libktl_memrun_fill_guard.so")};
+    for (const std::string* path :
+         {&libraries.allocator, &libraries.tracker, &libraries.agent, &libraries.fill_guard})
         require_preloadable(*path);
     return libraries;
 }

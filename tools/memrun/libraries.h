@@ -1,4 +1,4 @@
-// The three objects that are preloaded into the program.
+// The objects that are preloaded into the program.
 #pragma once
 
 #include <string>
@@ -6,12 +6,13 @@
 namespace memrun {
 
 struct Libraries {
-    std::string allocator;  // libtcmalloc_minimal
-    std::string tracker;    // libktl_mem
-    std::string agent;      // libktl_memrun_agent
+    std::string allocator;   // libtcmalloc_minimal
+    std::string tracker;     // libktl_mem
+    std::string agent;       // libktl_memrun_agent
+    std::string fill_guard;  // libktl_memrun_fill_guard; preloaded only with a fill pattern
 };
 
-// Finds them: tracker and agent beside this executable's folder (../lib), the allocator where the loader
+// Finds them: those of the project beside this executable's folder (../lib), the allocator where the loader
 // would. Throws Failure with the remedy when one is missing.
 Libraries find_libraries();
 

@@ -13,9 +13,10 @@
 #include "ktl_mem/initializer.h"
 #include "ktl_mem/services.h"
 #include "ktl_mem/tracking.h"
+#include "tools/memrun/agent/allocator_hooks.h"
 #include "tools/memrun/agent/end_signals.h"
 #include "tools/memrun/agent/failed_allocations.h"
-#include "tools/memrun/agent/interrupted_code.h"
+#include "tools/memrun/agent/guarded_code.h"
 #include "tools/memrun/agent/note.h"
 #include "tools/memrun/agent/orders.h"
 #include "tools/memrun/agent/process_end.h"
@@ -80,6 +81,7 @@ void start() {
     if (orders.log) start_log(orders);
     watch_failed_allocations(orders);
     watch_end_signals(orders);
+    attach_allocator_hooks();
     std::at_quick_exit(end_of_process);
 }
 
@@ -102,7 +104,7 @@ const Agent agent;
 }  // namespace
 
 void on_fast_exit() {
-    if (is_tracked() && can_be_left_here()) end_of_process();
+    if (is_tracked() && !is_in_guarded_code()) end_of_process();
 }
 
 }  // namespace memrun::agent

@@ -4,13 +4,12 @@
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <exception>
 
-#include "tools/memrun/agent/interrupted_code.h"
+#include "tools/memrun/agent/guarded_code.h"
 #include "tools/memrun/agent/real_signals.h"
 #include "tools/memrun/agent/reports.h"
 
@@ -20,9 +19,12 @@ namespace {
 
 constexpr std::array<int, 4> end_signals = {SIGINT, SIGTERM, SIGHUP, SIGABRT};
 
-// A thread inside the allocator or the tracker goes on, and is looked at again after a moment. After the last
-// look the reports are written all the same: what was seen on its stack were then leftovers.
-constexpr int most_looks = 5000;
+// A signal that meets a thread inside the allocator or the tracker leaves the end to the next allocation or
+// free of any thread. Should there be none, the thread is looked at again, each time a millisecond later than
+// before, 20 s in all. Who stays inside for that long will not come out; the tracker then has its own word on
+// that.
+constexpr int most_looks = 200;
+constexpr long look_step_ns = 1'000'000;
 
 // Should the writing come to a stand, the process still dies by its signal.
 constexpr time_t longest_writing_s = 60;
@@ -30,7 +32,6 @@ constexpr time_t longest_writing_s = 60;
 const Orders* watched = nullptr;
 std::atomic<int> looks{0};
 std::atomic<pid_t> ending_thread{0};
-std::atomic<int> ending_signal{0};  // 0 while an exit goes on
 std::atomic<bool> is_written{false};
 
 pid_t this_thread() {
@@ -49,12 +50,6 @@ pid_t this_thread() {
     _exit(128 + signo);
 }
 
-// From 1 to 3 ms, and different from look to look: looks that keep step with the scheduler would find a
-// thread that waits for its turn in the same place each time.
-long look_again_ns() {
-    return 1'000'000 + looks * 617'023L % 2'000'000;
-}
-
 enum class Reminder : int { look_again, time_is_over };
 
 // Sends `signo` to this thread again after a time.
@@ -69,24 +64,26 @@ void send_later(int signo, timespec delay, Reminder reminder) {
     if (timer_create(CLOCK_MONOTONIC, &event, &timer) == 0) timer_settime(timer, 0, &once, nullptr);
 }
 
-// A signal that comes while reports are written: one that meets an exit has its way after it; copies of the
-// first, which whole process groups get, mean nothing; a further Ctrl-C means that the user has no more
-// patience.
-void on_signal_while_ending(int signo, const siginfo_t& info) {
-    if (is_written) die_by(signo);
-    int none = 0;
-    if (ending_signal.compare_exchange_strong(none, signo)) {
-        send_later(signo, {longest_writing_s, 0}, Reminder::time_is_over);
-        return;
-    }
-    const bool is_impatience = info.si_code == SI_KERNEL && signo == SIGINT;
-    const bool is_time_over =
-        info.si_code == SI_TIMER && info.si_value.sival_int == static_cast<int>(Reminder::time_is_over);
-    if (is_impatience || is_time_over) die_by(signo);
+bool is_reminder(const siginfo_t& info, Reminder reminder) {
+    return info.si_code == SI_TIMER && info.si_value.sival_int == static_cast<int>(reminder);
 }
 
+// Copies of the first signal, which whole process groups get, mean nothing; a further Ctrl-C means that the
+// user has no more patience.
+bool is_patience_over(int signo, const siginfo_t& info) {
+    const bool is_further_interrupt = is_end_due() && signo == SIGINT && info.si_code == SI_KERNEL;
+    return is_further_interrupt || is_reminder(info, Reminder::time_is_over);
+}
+
+bool try_claim_end() {
+    pid_t nobody = 0;
+    return ending_thread.compare_exchange_strong(nobody, this_thread());
+}
+
+// A thread that finds the end claimed goes on until it comes: it may hold what the writing of reports waits
+// for.
 void write_and_die(int signo) {
-    if (!claim_end()) return;
+    if (!try_claim_end()) return;
     ending_signal = signo;
     send_later(signo, {longest_writing_s, 0}, Reminder::time_is_over);
     char how[16];
@@ -96,24 +93,42 @@ void write_and_die(int signo) {
 }
 
 // The allocator throws with its locks given back, so an exception that nobody catches can come out of it; an
-// abort without one can be the allocator's own.
-bool can_abort_here(const void* context) {
-    return std::current_exception() != nullptr || can_be_left(context);
+// abort without one can be the allocator's own. abort() ends the process by itself when the handler returns.
+void on_abort() {
+    if (std::current_exception() != nullptr || !is_in_guarded_code()) write_and_die(SIGABRT);
 }
 
-void on_end_signal(int signo, siginfo_t* info, void* context) {
-    const int saved_errno = errno;
-    if (getpid() != watched->owner) die_by(signo);
-    if (ending_thread != 0)
-        on_signal_while_ending(signo, *info);
-    else if (signo == SIGABRT ? can_abort_here(context) : can_be_left(context) || ++looks > most_looks)
+// A signal that meets an exit has its way after it.
+void on_request(int signo, const siginfo_t& info) {
+    int none = 0;
+    const bool is_first = ending_signal.compare_exchange_strong(none, signo);
+    if (ending_thread != 0) {
+        if (is_first) send_later(signo, {longest_writing_s, 0}, Reminder::time_is_over);
+    } else if (!is_in_guarded_code() || looks == most_looks) {
         write_and_die(signo);
-    else if (signo != SIGABRT)  // abort() ends the process by itself when the handler returns
-        send_later(signo, {0, look_again_ns()}, Reminder::look_again);
+    } else if (is_first || is_reminder(info, Reminder::look_again)) {
+        send_later(signo, {0, ++looks * look_step_ns}, Reminder::look_again);
+    }
+}
+
+void on_end_signal(int signo, siginfo_t* info, void*) {
+    const int saved_errno = errno;
+    if (getpid() != watched->owner || is_written || is_patience_over(signo, *info)) die_by(signo);
+    if (signo != SIGABRT)
+        on_request(signo, *info);
+    else if (ending_thread == 0)
+        on_abort();
     errno = saved_errno;
 }
 
 }  // namespace
+
+constinit std::atomic<int> ending_signal{0};
+
+void end_in_hook() {
+    if (ending_thread != 0 || getpid() != watched->owner || is_in_guarded_code_beyond_hook()) return;
+    write_and_die(ending_signal);
+}
 
 struct sigaction default_stand_in() {
     struct sigaction action = {};
@@ -146,15 +161,14 @@ void watch_end_signals(const Orders& orders) {
 }
 
 bool claim_end() {
-    pid_t expected = 0;
-    if (ending_thread.compare_exchange_strong(expected, this_thread())) return true;
-    if (expected == this_thread()) return false;
+    if (try_claim_end()) return true;
+    if (ending_thread == this_thread()) return false;
     for (;;) pause();
 }
 
 void finish_end() {
     is_written = true;
-    if (ending_signal != 0) die_by(ending_signal);
+    if (is_end_due()) die_by(ending_signal);
 }
 
 }  // namespace memrun::agent

@@ -3,6 +3,7 @@
 // handler is hidden from the program, which sees the default disposition (signal_view.cpp).
 #pragma once
 
+#include <atomic>
 #include <csignal>
 
 #include "tools/memrun/agent/orders.h"
@@ -18,6 +19,18 @@ bool is_watched(int signo);
 // The disposition that stands for the default one, and whether a disposition is that one.
 struct sigaction default_stand_in();
 bool is_stand_in(const struct sigaction& action);
+
+// The signal that this process is to end by, once it came; 0 before that.
+extern std::atomic<int> ending_signal;
+
+// True once the process is to end: hooks of the allocator then call end_in_hook. Relaxed, for nothing else is
+// read with it, and a hook that sees it late leaves the end to the next one.
+inline bool is_end_due() {
+    return ending_signal.load(std::memory_order_relaxed) != 0;
+}
+
+// Ends the process by that signal, unless this thread is inside the tracker, or the process already ends.
+[[gnu::cold, gnu::noinline]] void end_in_hook();
 
 // Claims the end of the process for the calling thread. False when it has it already, as when memory runs out
 // while reports are written; does not return while another thread has it, since that one ends the process.

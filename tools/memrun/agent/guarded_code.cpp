@@ -1,0 +1,74 @@
+#include "tools/memrun/agent/guarded_code.h"
+
+#include <link.h>
+
+#include <cstdint>
+#include <cstring>
+
+#include "platform/stack_walk.h"
+
+namespace memrun::agent {
+
+namespace {
+
+struct Range {
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+    bool holds(std::uintptr_t address) const { return address >= begin && address < end; }
+};
+
+Range allocator;
+Range tracker;
+
+Range code_of(const dl_phdr_info& object) {
+    for (int i = 0; i < object.dlpi_phnum; ++i) {
+        const ElfW(Phdr)& segment = object.dlpi_phdr[i];
+        const std::uintptr_t begin = object.dlpi_addr + segment.p_vaddr;
+        if (segment.p_type == PT_LOAD && (segment.p_flags & PF_X) != 0)
+            return {begin, begin + segment.p_memsz};
+    }
+    return {};
+}
+
+int note_object(dl_phdr_info* object, std::size_t, void*) {
+    if (std::strstr(object->dlpi_name, "/libtcmalloc_minimal.so") != nullptr) allocator = code_of(*object);
+    if (std::strstr(object->dlpi_name, "/libktl_mem.so") != nullptr) tracker = code_of(*object);
+    return 0;
+}
+
+bool is_guarded(std::uintptr_t address) {
+    return allocator.holds(address) || tracker.holds(address);
+}
+
+// Whether `is_wanted` holds for one of the stack's addresses, innermost first. Every step is worked out from
+// the call frame information: a step that was remembered may be one of a module that is gone.
+template <class Predicate>
+bool any_frame(const STACK_WALK_START& start, Predicate is_wanted) {
+    STACK_WALK walk(start, true);
+    for (std::uint64_t address = 0; walk.next(&address, 1) == 1;)
+        if (is_wanted(address)) return true;
+    return false;
+}
+
+}  // namespace
+
+void find_guarded_code() {
+    dl_iterate_phdr(note_object, nullptr);
+}
+
+bool is_in_guarded_code() {
+    return any_frame(stack_walk_start(__builtin_frame_address(0)), is_guarded);
+}
+
+bool is_in_guarded_code_beyond_hook() {
+    bool is_allocator_reached = false;
+    bool is_allocator_left = false;
+    return any_frame(stack_walk_start(__builtin_frame_address(0)), [&](std::uintptr_t address) {
+        const bool is_in_allocator = allocator.holds(address);
+        is_allocator_reached |= is_in_allocator;
+        is_allocator_left |= is_allocator_reached && !is_in_allocator;
+        return is_allocator_left && is_guarded(address);
+    });
+}
+
+}  // namespace memrun::agent
