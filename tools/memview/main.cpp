@@ -5,9 +5,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <map>
-#include <sstream>
 
 #include "tools/memview/check.h"
 #include "tools/memview/diff.h"
@@ -35,18 +35,19 @@ int run_show(const Options& options) {
     return 0;
 }
 
-// Writes to the file of --output, or to standard output when none is given.
-void write_output(const Options& options, const std::string& text) {
-    if (options.output.empty()) {
-        std::cout << text;
-        return;
-    }
+// Lets `write` write to the file of --output, or to standard output when none is given.
+void write_output(const Options& options, const std::function<void(std::ostream&)>& write) {
+    if (options.output.empty()) return write(std::cout);
     std::ofstream file(options.output, std::ios::binary | std::ios::trunc);
     if (!file)
         throw ReportError({options.output, 0, std::string("cannot be written: ") + std::strerror(errno)});
-    file << text;
+    write(file);
     file.close();
     if (!file) throw ReportError({options.output, 0, "cannot be written to its end: is the disk full?"});
+}
+
+void write_output(const Options& options, const std::string& text) {
+    write_output(options, [&text](std::ostream& out) { out << text; });
 }
 
 int run_html(const Options& options) {
@@ -56,23 +57,18 @@ int run_html(const Options& options) {
     return 0;
 }
 
-std::unique_ptr<Folder> read_one(const Options& options, const std::string& folder) {
-    return read_folders({{folder}, options.process, options.keep_going});
-}
-
 int run_diff(const Options& options) {
-    const auto before = read_one(options, options.folders[0]);
-    const auto after = read_one(options, options.folders[1]);
+    const auto before = read_folders({{options.folders[0]}, options.process, options.keep_going});
+    const auto after =
+        read_folders({{options.folders[1]}, options.process, options.keep_going}, before->names);
     const auto diff = make_diff(*before, *after, options.sort, options.tolerance);
     if (options.as_html) {
         write_output(options, diff_page(*diff));
     } else if (options.as_json) {
-        write_output(options, diff_json(*diff));
+        write_output(options, [&](std::ostream& out) { write_diff_json(*diff, out); });
     } else {
-        std::ostringstream text;
-        print_diff(*diff, options.top, options.output.empty() ? standard_terminal() : Terminal{false, 0},
-                   text);
-        write_output(options, text.str());
+        const Terminal terminal = options.output.empty() ? standard_terminal() : Terminal{false, 0};
+        write_output(options, [&](std::ostream& out) { print_diff(*diff, options.top, terminal, out); });
     }
     for (const std::string& note : diff->notes) std::cerr << "ktl_memview: " << note << "\n";
     for (const ProcessDiff& process : diff->processes) {
@@ -97,9 +93,7 @@ int run_export(const Options& options) {
         throw ReportError(
             {"standard output", 0, "is a terminal and pprof's form is binary: give --output FILE"});
     }
-    std::ostringstream text;
-    export_reports(*folder, options, text);
-    write_output(options, text.str());
+    write_output(options, [&](std::ostream& out) { export_reports(*folder, options, out); });
     say_left_out(*folder);
     return 0;
 }
@@ -136,5 +130,6 @@ int parse_and_run(int argc, char** argv) {
 }  // namespace memview
 
 int main(int argc, char** argv) {
+    std::ios::sync_with_stdio(false);  // an export can be a gigabyte
     return memview::parse_and_run(argc, argv);
 }

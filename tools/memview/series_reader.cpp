@@ -61,38 +61,47 @@ class SeriesScan {
                 read_end(m_reader, m_problems);
                 return true;
             }
-            const std::string wrong = read_row(line);
-            if (!wrong.empty()) m_problems.add({m_reader.path(), m_reader.number(), wrong});
+            if (!read_row(line)) m_problems.add({m_reader.path(), m_reader.number(), fault_of(line)});
         }
         return false;
     }
 
-    bool parse_value(std::string_view text, std::int64_t& value) const {
-        if (!m_auxiliary) return parse_number(text, value);
+    bool next_value(Fields& fields, std::int64_t& value) const {
+        if (!m_auxiliary) return fields.next_number(value);
         std::uint64_t bits = 0;
-        const bool good = parse_number(text, bits);
+        const bool good = fields.next_number(bits);
         value = static_cast<std::int64_t>(bits);
         return good;
     }
 
-    std::string read_row(std::string_view line) {
+    bool read_row(std::string_view line) {
         Fields fields(line);
         std::string_view label;
         if (!m_auxiliary) fields.next(label);
-        std::size_t count = 0;
-        for (std::string_view field; count < m_values.size() && fields.next(field); ++count) {
-            if (parse_value(field, m_values[count])) continue;
-            if (!m_reader.terminated()) return "the file is cut inside this row";
-            return in_quotes(field) + " is no number (series " + std::to_string(count + 1) + ")";
+        for (std::int64_t& value : m_values) {
+            if (!next_value(fields, value)) return false;
         }
-        const std::size_t found = count + fields.rest();
-        const std::size_t labels = m_auxiliary ? 0 : 1;
-        if (found != m_values.size()) {
-            return wrong_field_count(m_reader, line, found + labels, m_values.size() + labels);
-        }
-        if (!m_reader.terminated()) return "the file is cut inside this row";
+        if (!fields.at_end() || !m_reader.terminated()) return false;
         m_visitor.row(label, m_values);
-        return {};
+        return true;
+    }
+
+    // What is wrong with a row that could not be read.
+    std::string fault_of(std::string_view line) const {
+        Fields fields(line);
+        std::string_view field;
+        const std::size_t labels = m_auxiliary ? 0 : 1;
+        if (!m_auxiliary) fields.next(field);
+        for (std::size_t i = 0; i < m_values.size() && fields.next(field); ++i) {
+            Fields alone(field);
+            std::int64_t value = 0;
+            if (next_value(alone, value)) continue;
+            if (!m_reader.terminated()) return "the file is cut inside this row";
+            return in_quotes(field) + " is no number (series " + std::to_string(i + 1) + ")";
+        }
+        const std::size_t found = Fields(line).rest();
+        if (found == m_values.size() + labels) return "the file is cut inside this row";
+        return wrong_field_count(m_reader, line, found, m_values.size() + labels);
     }
 
     LineReader m_reader;

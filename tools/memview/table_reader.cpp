@@ -5,6 +5,8 @@
 namespace memview {
 namespace {
 
+constexpr std::size_t ROWS_TO_ESTIMATE_BY = 1000;
+
 // "1.500" as 1500; the reports write MiB with exactly three digits behind the point.
 bool parse_thousandths(std::string_view text, std::int64_t& value) {
     const std::size_t point = text.find('.');
@@ -28,20 +30,22 @@ bool parse_address(std::string_view text, std::int64_t& value) {
     return true;
 }
 
-bool parse_cell(std::string_view text, Unit unit, Names& names, std::int64_t& value) {
+bool parse_cell(Fields& fields, Unit unit, Names& names, std::int64_t& value) {
+    std::string_view text;
     switch (unit) {
         case Unit::text:
+            if (!fields.next(text)) return false;
             value = names.id_of(text);
-            return text.find('\0') == std::string_view::npos;
+            return true;
         case Unit::address:
-            return parse_address(text, value);
+            return fields.next(text) && parse_address(text, value);
         case Unit::thousandths:
-            return parse_thousandths(text, value);
+            return fields.next(text) && parse_thousandths(text, value);
         case Unit::line:
-            return parse_number(text, value) && value >= 0;
+            return fields.next_number(value) && value >= 0;
         case Unit::bytes:
         case Unit::blocks:
-            return parse_number(text, value);
+            return fields.next_number(value);
     }
     return false;
 }
@@ -108,29 +112,38 @@ class TableReader {
                 read_end(m_reader, m_problems);
                 return true;
             }
-            const std::string wrong = read_row(line);
-            if (!wrong.empty()) m_problems.add({m_reader.path(), m_reader.number(), wrong});
+            if (!read_row(line)) m_problems.add({m_reader.path(), m_reader.number(), fault_of(line)});
         }
         return false;
     }
 
-    // Gives what is wrong with the row; a wrong row leaves nothing behind.
-    std::string read_row(std::string_view line) {
+    // A wrong row leaves nothing behind.
+    bool read_row(std::string_view line) {
         Fields fields(line);
-        std::size_t count = 0;
-        std::string wrong;
-        for (std::string_view field; fields.next(field); ++count) {
-            if (count >= m_row.size()) continue;
-            const ColumnSpec& spec = m_table.columns[count].spec;
-            if (wrong.empty() && !parse_cell(field, spec.unit, m_names, m_row[count])) {
-                wrong = in_quotes(field) + " is no value for column " + in_quotes(spec.title);
-            }
+        for (std::size_t i = 0; i < m_row.size(); ++i) {
+            if (!parse_cell(fields, m_table.columns[i].spec.unit, m_names, m_row[i])) return false;
         }
-        if (count != m_row.size()) return wrong_field_count(m_reader, line, count, m_row.size());
+        if (!fields.at_end() || !m_reader.terminated() || line.find('\0') != std::string_view::npos)
+            return false;
+        add_row(m_reader, m_row, m_table);
+        return true;
+    }
+
+    // What is wrong with a row that could not be read.
+    std::string fault_of(std::string_view line) {
+        const std::size_t found = Fields(line).rest();
+        if (found != m_row.size()) return wrong_field_count(m_reader, line, found, m_row.size());
         if (!m_reader.terminated()) return "the file is cut inside this row";
-        if (!wrong.empty()) return wrong;
-        for (std::size_t i = 0; i < count; ++i) m_table.columns[i].cells.push_back(m_row[i]);
-        ++m_table.rows;
+        Fields fields(line);
+        for (const Column& column : m_table.columns) {
+            std::string_view field;
+            fields.next(field);
+            Fields alone(field);
+            std::int64_t value = 0;
+            const bool good = field.find('\0') == std::string_view::npos &&
+                              parse_cell(alone, column.spec.unit, m_names, value);
+            if (!good) return in_quotes(field) + " is no value for column " + in_quotes(column.spec.title);
+        }
         return {};
     }
 
@@ -168,6 +181,15 @@ std::string wrong_field_count(const LineReader& reader, std::string_view line, s
     return text;
 }
 
+// Growing step by step would hold a large column twice; what is reserved too much is never touched.
+void add_row(const LineReader& reader, std::span<const std::int64_t> row, Table& table) {
+    if (table.rows == ROWS_TO_ESTIMATE_BY) {
+        const std::size_t ahead = reader.lines_ahead();
+        for (Column& column : table.columns) column.cells.reserve(table.rows + ahead + ahead / 8);
+    }
+    table.add_row(row);
+}
+
 void read_end(LineReader& reader, Problems& problems) {
     if (!reader.terminated())
         problems.add({reader.path(), reader.number(), "the file is cut in its closing line"});
@@ -175,14 +197,6 @@ void read_end(LineReader& reader, Problems& problems) {
     if (!reader.next(line)) return;
     problems.add({reader.path(), reader.number(),
                   "text behind the closing line (two processes wrote this file?): " + in_quotes(line)});
-}
-
-Table empty_table(std::string key, std::string file, const std::vector<ColumnSpec>& columns) {
-    Table table;
-    table.key = std::move(key);
-    table.file = std::move(file);
-    for (const ColumnSpec& spec : columns) table.columns.push_back({spec, {}});
-    return table;
 }
 
 Table read_table(const std::string& path, const TableKind& kind, Names& names, Problems& problems,

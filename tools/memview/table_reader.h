@@ -20,9 +20,10 @@ std::string read_head(LineReader& reader, std::string_view title);
 std::string wrong_field_count(const LineReader& reader, std::string_view line, std::size_t found,
                               std::size_t expected);
 
+// Adds the row, and makes room for all that are still to come once it is known how long they are.
+void add_row(const LineReader& reader, std::span<const std::int64_t> row, Table& table);
+
 // Checks that nothing stands behind the closing line.
 void read_end(LineReader& reader, Problems& problems);
-
-Table empty_table(std::string key, std::string file, const std::vector<ColumnSpec>& columns);
 
 }  // namespace memview
