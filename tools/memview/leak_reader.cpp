@@ -5,7 +5,7 @@
 #include "tools/memview/fields.h"
 #include "tools/memview/line_reader.h"
 #include "tools/memview/report_kinds.h"
-#include "tools/memview/table_reader.h"
+#include "tools/memview/report_parts.h"
 
 namespace memview {
 namespace {

@@ -28,8 +28,12 @@ void say_left_out(const Folder& folder) {
     for (const std::string& line : folder.left_out) std::cerr << "ktl_memview: left out: " << line << "\n";
 }
 
+std::unique_ptr<Folder> read(const Options& options) {
+    return read_folders({options.folders, options.process, options.keep_going});
+}
+
 int run_show(const Options& options) {
-    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    const auto folder = read(options);
     show(*folder, options, standard_terminal(), std::cout);
     say_left_out(*folder);
     return 0;
@@ -51,7 +55,7 @@ void write_output(const Options& options, const std::string& text) {
 }
 
 int run_html(const Options& options) {
-    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    const auto folder = read(options);
     write_output(options, make_run_page(*folder));
     say_left_out(*folder);
     return 0;
@@ -80,14 +84,14 @@ int run_diff(const Options& options) {
 }
 
 int run_check(const Options& options) {
-    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    const auto folder = read(options);
     const bool good = check(*folder, options, std::cout);
     say_left_out(*folder);
     return good ? 0 : options.exit_code;
 }
 
 int run_export(const Options& options) {
-    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    const auto folder = read(options);
     const bool to_terminal = options.output.empty() && ::isatty(STDOUT_FILENO) == 1;
     if (options.format == "pprof" && to_terminal) {
         throw ReportError(

@@ -5,7 +5,7 @@
 #include "tools/memview/fields.h"
 #include "tools/memview/line_reader.h"
 #include "tools/memview/report_kinds.h"
-#include "tools/memview/table_reader.h"
+#include "tools/memview/report_parts.h"
 
 namespace memview {
 namespace {
@@ -27,17 +27,14 @@ class SeriesScan {
         if (!rest.empty())
             throw ReportError({m_reader.path(), 1, "unexpected title, ends in " + in_quotes(rest)});
         read_names();
-        if (!read_rows()) {
-            m_problems.add(
-                {m_reader.path(), m_reader.number(), "the file is cut: its closing line is missing"});
-        }
+        const RowReader rows{[this](std::string_view line) { return read_row(line); },
+                             [this](std::string_view line) { return fault_of(line); }};
+        read_rows(m_reader, rows, true, m_problems);
     }
 
   private:
     void read_names() {
-        std::string_view line;
-        if (!m_reader.next(line))
-            throw ReportError({m_reader.path(), m_reader.number(), "the file is cut: no columns"});
+        const std::string_view line = read_column_line(m_reader);
         std::vector<std::string> names;
         Fields fields(line);
         std::string_view name;
@@ -52,18 +49,6 @@ class SeriesScan {
         }
         m_values.resize(names.size());
         m_visitor.header(names);
-    }
-
-    bool read_rows() {
-        std::string_view line;
-        while (m_reader.next(line)) {
-            if (is_closing_line(line)) {
-                read_end(m_reader, m_problems);
-                return true;
-            }
-            if (!read_row(line)) m_problems.add({m_reader.path(), m_reader.number(), fault_of(line)});
-        }
-        return false;
     }
 
     bool next_value(Fields& fields, std::int64_t& value) const {

@@ -1,11 +1,10 @@
 #include "tools/memview/table_reader.h"
 
 #include "tools/memview/fields.h"
+#include "tools/memview/report_parts.h"
 
 namespace memview {
 namespace {
-
-constexpr std::size_t ROWS_TO_ESTIMATE_BY = 1000;
 
 // "1.500" as 1500; the reports write MiB with exactly three digits behind the point.
 bool parse_thousandths(std::string_view text, std::int64_t& value) {
@@ -60,10 +59,9 @@ class TableReader {
         m_table.file = m_reader.path();
         read_title(peak_index);
         read_columns();
-        if (!read_rows() && m_kind.closing_line) {
-            m_problems.add(
-                {m_reader.path(), m_reader.number(), "the file is cut: its closing line is missing"});
-        }
+        const RowReader rows{[this](std::string_view line) { return read_row(line); },
+                             [this](std::string_view line) { return fault_of(line); }};
+        read_rows(m_reader, rows, m_kind.closing_line, m_problems);
         return std::move(m_table);
     }
 
@@ -82,10 +80,7 @@ class TableReader {
     }
 
     void read_columns() {
-        std::string_view line;
-        if (!m_reader.next(line))
-            throw ReportError({m_reader.path(), m_reader.number(), "the file is cut: no columns"});
-        Fields fields(line);
+        Fields fields(read_column_line(m_reader));
         std::string_view title;
         bool more = fields.next(title);
         for (std::size_t i = 0; i < m_kind.columns.size(); ++i) {
@@ -102,19 +97,6 @@ class TableReader {
         if (more)
             throw ReportError({m_reader.path(), m_reader.number(), "unknown column " + in_quotes(title)});
         m_row.resize(m_table.columns.size());
-    }
-
-    // Whether the rows ended with a closing line.
-    bool read_rows() {
-        std::string_view line;
-        while (m_reader.next(line)) {
-            if (m_kind.closing_line && is_closing_line(line)) {
-                read_end(m_reader, m_problems);
-                return true;
-            }
-            if (!read_row(line)) m_problems.add({m_reader.path(), m_reader.number(), fault_of(line)});
-        }
-        return false;
     }
 
     // A wrong row leaves nothing behind.
@@ -156,48 +138,6 @@ class TableReader {
 };
 
 }  // namespace
-
-std::string read_head(LineReader& reader, std::string_view title) {
-    std::string_view line;
-    if (!reader.next(line)) throw ReportError({reader.path(), 0, "the file is empty"});
-    if (!line.starts_with(title)) {
-        throw ReportError({reader.path(), 1, "not this kind of report: it begins with " + in_quotes(line)});
-    }
-    std::string rest(line.substr(title.size()));
-    if (!reader.next(line)) throw ReportError({reader.path(), 1, "the file is cut behind its title"});
-    if (!line.empty())
-        throw ReportError({reader.path(), 2, "an empty line expected, found " + in_quotes(line)});
-    return rest;
-}
-
-std::string wrong_field_count(const LineReader& reader, std::string_view line, std::size_t found,
-                              std::size_t expected) {
-    if (!reader.terminated()) return "the file is cut inside this row";
-    if (line.starts_with("MEM: ") || line.starts_with("Memory Tracking - ")) {
-        return "a second report begins here: two processes wrote this file";
-    }
-    std::string text = std::to_string(expected) + " fields expected, found " + std::to_string(found);
-    if (found > expected) text += ": a name holds a tab";
-    return text;
-}
-
-// Growing step by step would hold a large column twice; what is reserved too much is never touched.
-void add_row(const LineReader& reader, std::span<const std::int64_t> row, Table& table) {
-    if (table.rows == ROWS_TO_ESTIMATE_BY) {
-        const std::size_t ahead = reader.lines_ahead();
-        for (Column& column : table.columns) column.cells.reserve(table.rows + ahead + ahead / 8);
-    }
-    table.add_row(row);
-}
-
-void read_end(LineReader& reader, Problems& problems) {
-    if (!reader.terminated())
-        problems.add({reader.path(), reader.number(), "the file is cut in its closing line"});
-    std::string_view line;
-    if (!reader.next(line)) return;
-    problems.add({reader.path(), reader.number(),
-                  "text behind the closing line (two processes wrote this file?): " + in_quotes(line)});
-}
 
 Table read_table(const std::string& path, const TableKind& kind, Names& names, Problems& problems,
                  std::optional<std::uint64_t>& peak_index) {

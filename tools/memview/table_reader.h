@@ -13,17 +13,4 @@ namespace memview {
 Table read_table(const std::string& path, const TableKind& kind, Names& names, Problems& problems,
                  std::optional<std::uint64_t>& peak_index);
 
-// Reads title and empty line of any report. Gives the title's text behind `title`.
-std::string read_head(LineReader& reader, std::string_view title);
-
-// What is wrong with a row that has `found` fields where `expected` are due.
-std::string wrong_field_count(const LineReader& reader, std::string_view line, std::size_t found,
-                              std::size_t expected);
-
-// Adds the row, and makes room for all that are still to come once it is known how long they are.
-void add_row(const LineReader& reader, std::span<const std::int64_t> row, Table& table);
-
-// Checks that nothing stands behind the closing line.
-void read_end(LineReader& reader, Problems& problems);
-
 }  // namespace memview
