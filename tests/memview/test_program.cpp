@@ -44,7 +44,7 @@ TEST(Program, ShowSortsMatchesAndLimits) {
                   sites(site(1, 1024, "low()") + site(2, 3072, "high()") + site(3, 2048, "mid\033()")));
     const Outcome all = memview(scratch, "show r");
     EXPECT_EQ(all.status, 0);
-    EXPECT_THAT(all.out, HasSubstr("Peak                     6.0 KiB"));
+    EXPECT_THAT(all.out, HasSubstr("Recorded peak            6.0 KiB"));
     EXPECT_LT(all.out.find("high()"), all.out.find("mid?()"));
     EXPECT_LT(all.out.find("mid?()"), all.out.find("low()"));
     EXPECT_THAT(all.out, Not(HasSubstr("\033")));

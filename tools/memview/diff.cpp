@@ -71,8 +71,8 @@ std::vector<ColumnSpec> with_change(std::vector<ColumnSpec> columns) {
 const std::vector<ColumnSpec>& site_diff_columns() {
     static const std::vector<ColumnSpec> columns = with_change({{"module", "Module", Unit::text},
                                                                 {"file", "File", Unit::text},
-                                                                {"function", "Function", Unit::text},
-                                                                {"line", "Line", Unit::line}});
+                                                                {"line", "Line", Unit::line},
+                                                                {"function", "Function", Unit::text}});
     return columns;
 }
 
@@ -90,7 +90,7 @@ Table make_table(const char* key, std::vector<DiffRow> rows, const Amount& toler
     Table table = empty_table(key, "", sites ? site_diff_columns() : name_diff_columns());
     for (const auto& [place, pair] : rows) {
         if (sites) {
-            table.add_row({place.module, place.file, place.function, place.line, pair.before, pair.after,
+            table.add_row({place.module, place.file, place.line, place.function, pair.before, pair.after,
                            pair.change()});
         } else {
             table.add_row({place.module, pair.before, pair.after, pair.change()});

@@ -62,9 +62,8 @@ int run_html(const Options& options) {
 }
 
 int run_diff(const Options& options) {
-    const auto before = read_folders({{options.folders[0]}, options.process, options.keep_going});
-    const auto after =
-        read_folders({{options.folders[1]}, options.process, options.keep_going}, before->names);
+    const auto before = read_folders({{options.before}, options.process, options.keep_going});
+    const auto after = read_folders({{options.after}, options.process, options.keep_going}, before->names);
     const auto diff = make_diff(*before, *after, options.sort, options.tolerance);
     if (options.as_html) {
         write_output(options, diff_page(*diff));

@@ -119,6 +119,7 @@ struct Series {
 struct Timeline {
     std::string file;
     std::uint64_t samples = 0;
+    std::int64_t highest_sum = 0;  // of all series in one sample
     std::vector<Series> series;
 };
 

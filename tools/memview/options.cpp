@@ -74,10 +74,10 @@ void add_html(CLI::App& app, Options& options) {
 
 void add_diff(CLI::App& app, Options& options) {
     CLI::App* command = app.add_subcommand("diff", "Compare two runs by call site, module, bin and tag");
-    command->add_option("BEFORE-AFTER", options.folders, "The folder of the run before and of the run after")
+    command->add_option("BEFORE", options.before, "The folder of the run before")
         ->required()
-        ->expected(2)
         ->type_name("DIR");
+    command->add_option("AFTER", options.after, "The folder of the run after")->required()->type_name("DIR");
     add_reading(*command, options);
     add_measure(*command, options, "The figure to compare");
     add_top(*command, options);

@@ -1,6 +1,7 @@
 #include "tools/memview/series_reader.h"
 
 #include <algorithm>
+#include <numeric>
 
 #include "tools/memview/fields.h"
 #include "tools/memview/line_reader.h"
@@ -158,6 +159,8 @@ Timeline read_timeline(const std::string& path, std::string_view kind, Problems&
         stretches = Stretches(names.size());
     };
     visitor.row = [&](std::string_view, std::span<const std::int64_t> values) {
+        const std::int64_t sum = std::accumulate(values.begin(), values.end(), std::int64_t{0});
+        timeline.highest_sum = timeline.samples == 0 ? sum : std::max(timeline.highest_sum, sum);
         ++timeline.samples;
         stretches.add(values);
         last.assign(values.begin(), values.end());
