@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <map>
 #include <numeric>
 
+#include "tools/memview/places.h"
 #include "tools/memview/report_kinds.h"
 #include "tools/memview/series_reader.h"
 #include "tools/memview/units.h"
@@ -19,6 +21,12 @@ constexpr const char* OTHER = "OTHER";
 std::string lower(std::string text) {
     for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return text;
+}
+
+std::string disagreement(const std::string& what, const std::string& left, std::int64_t a,
+                         const std::string& right, std::int64_t b) {
+    return what + ": " + left + " " + std::to_string(a) + ", " + right + " " + std::to_string(b) + " (" +
+           std::to_string(a - b) + " apart)";
 }
 
 class Auditor {
@@ -48,9 +56,7 @@ class Auditor {
     void compare(const std::string& what, const std::string& left, std::int64_t a, const std::string& right,
                  std::int64_t b) {
         ++m_audit.compared;
-        if (a == b) return;
-        m_audit.disagreements.push_back(what + ": " + left + " " + std::to_string(a) + ", " + right + " " +
-                                        std::to_string(b) + " (" + std::to_string(a - b) + " apart)");
+        if (a != b) m_audit.disagreements.push_back(disagreement(what, left, a, right, b));
     }
 
     // Every key of either side; a missing one counts as 0, which is what the reports leave out.
@@ -68,42 +74,43 @@ class Auditor {
         }
     }
 
-    std::string text(const Table& table, const char* column, std::size_t row) const {
-        return m_names.text((*table.cells(column))[row]);
-    }
-
-    std::string place(const Table& table, std::size_t row) const {
-        return text(table, "module", row) + " " + text(table, "file", row) + ":" +
-               std::to_string((*table.cells("line"))[row]) + " " + text(table, "function", row);
-    }
-
-    Sums sums_by(const Table& table, const char* name_column, const std::string& column) const {
-        Sums sums;
-        const std::vector<std::int64_t>& cells = *table.cells(column);
+    // Summed up by number first, since texts are few and rows many.
+    Sums sums_by(const Table& table, const char* name_column, const char* column) const {
+        const Cells& names = *table.cells(name_column);
+        const Cells& cells = *table.cells(column);
+        std::vector<std::int64_t> by_number(m_names.size());
+        std::vector<bool> is_used(m_names.size());
         for (std::size_t row = 0; row < table.rows; ++row) {
-            const std::string name = text(table, name_column, row);
-            sums[name.empty() ? OTHER : name] += cells[row];
+            const auto name = static_cast<std::size_t>(names[row]);
+            by_number[name] += cells[row];
+            is_used[name] = true;
+        }
+        Sums sums;
+        for (std::size_t name = 0; name < by_number.size(); ++name) {
+            if (!is_used[name]) continue;
+            const std::string text(m_names.text(static_cast<std::int64_t>(name)));
+            sums[text.empty() ? OTHER : text] += by_number[name];
         }
         return sums;
     }
 
     // A row's own highest value bounds what it holds now and what it held at the peak.
     void audit_bounds(const Table& sites) {
-        for (const char* suffix : {"", "_blocks"}) {
-            const auto column = [&](const char* name) -> const std::vector<std::int64_t>& {
-                return *sites.cells(std::string(name) + suffix);
-            };
+        const PlaceReader places(sites);
+        for (const std::string suffix : {"", "_blocks"}) {
+            const Cells& current = *sites.cells("current" + suffix);
+            const Cells& peak = *sites.cells("peak" + suffix);
+            const Cells& max = *sites.cells("max" + suffix);
+            const Cells& cumulative = *sites.cells("cumulative" + suffix);
+            m_audit.compared += sites.rows;
             for (std::size_t row = 0; row < sites.rows; ++row) {
-                ++m_audit.compared;
-                const std::int64_t highest = column("max")[row];
-                const bool inside = column("current")[row] <= highest && column("peak")[row] <= highest &&
-                                    highest <= column("cumulative")[row];
-                if (inside) continue;
-                m_audit.disagreements.push_back(
-                    "call site " + harmless(place(sites, row)) + ": current" + suffix + " " +
-                    std::to_string(column("current")[row]) + ", peak " + std::to_string(column("peak")[row]) +
-                    ", max " + std::to_string(highest) + ", cumulative " +
-                    std::to_string(column("cumulative")[row]) + " are out of order");
+                const std::int64_t highest = max[row];
+                if (current[row] <= highest && peak[row] <= highest && highest <= cumulative[row]) continue;
+                m_audit.disagreements.push_back("call site " + harmless(to_text(places[row], m_names)) +
+                                                ": current" + suffix + " " + std::to_string(current[row]) +
+                                                ", peak " + std::to_string(peak[row]) + ", max " +
+                                                std::to_string(highest) + ", cumulative " +
+                                                std::to_string(cumulative[row]) + " are out of order");
             }
         }
     }
@@ -118,16 +125,24 @@ class Auditor {
 
     // The leak report has the call sites that hold bytes, without OTHER.
     void audit_leaks(const Table& sites, const Table& leaks) {
-        Sums held;
-        Sums leaked;
-        const std::vector<std::int64_t>& current = *sites.cells("current");
+        const Cells& address = *sites.cells("address");
+        const Cells& held = *sites.cells("current");
+        const PlaceReader places(sites);
+        PlaceSums sums;
+        add_sums(leaks, "current", Side::after, sums);
         for (std::size_t row = 0; row < sites.rows; ++row) {
-            const bool other = (*sites.cells("address"))[row] == 0;
-            if (!other && current[row] > 0) held[place(sites, row)] += current[row];
+            if (address[row] != 0 && held[row] > 0) sums[places[row]].before += held[row];
         }
-        for (std::size_t row = 0; row < leaks.rows; ++row)
-            leaked[place(leaks, row)] += (*leaks.cells("current"))[row];
-        compare_all("bytes held at the end by", "call site", held, "leak report", leaked);
+        m_audit.compared += sums.size();
+        std::map<Place, Pair> apart;
+        for (const auto& [place, pair] : sums) {
+            if (pair.change() != 0) apart[place] = pair;
+        }
+        for (const auto& [place, pair] : apart) {
+            m_audit.disagreements.push_back(
+                disagreement("bytes held at the end by " + harmless(to_text(place, m_names)), "call site",
+                             pair.before, "leak report", pair.after));
+        }
     }
 
     void audit_totals(const char* left_name, const Table& left, const char* right_name, const Table& right) {
@@ -139,22 +154,27 @@ class Auditor {
 
     void audit_mib(const char* what, const Table* bytes, const Table* mib) {
         if (bytes == nullptr || mib == nullptr) return;
+        compare(std::string("rows of ") + what, "bytes", static_cast<std::int64_t>(bytes->rows), "MiB",
+                static_cast<std::int64_t>(mib->rows));
+        const Cells& names = *bytes->cells("name");
         for (const char* column : {"max", "peak", "cumulative", "current"}) {
-            compare(std::string("rows of ") + what, "bytes", static_cast<std::int64_t>(bytes->rows), "MiB",
-                    static_cast<std::int64_t>(mib->rows));
+            const Cells& exact = *bytes->cells(column);
+            const Cells& told = *mib->cells(column);
             for (std::size_t row = 0; row < std::min(bytes->rows, mib->rows); ++row) {
                 ++m_audit.compared;
-                const double exact = static_cast<double>((*bytes->cells(column))[row]) * 1000 / 1048576;
-                const double told = static_cast<double>((*mib->cells(column))[row]);
-                const bool same_name = text(*bytes, "name", row) == text(*mib, "name", row);
-                if (same_name && exact - told < 0.51 && told - exact < 0.51) continue;
-                m_audit.disagreements.push_back(std::string(column) + " of " + what + " row " +
-                                                std::to_string(row + 1) + " (" +
-                                                harmless(text(*bytes, "name", row)) + "): bytes " +
-                                                std::to_string((*bytes->cells(column))[row]) + ", MiB " +
-                                                fixed_thousandths((*mib->cells(column))[row]));
+                const bool same_name = names[row] == (*mib->cells("name"))[row];
+                if (same_name && is_rounded(exact[row], told[row])) continue;
+                m_audit.disagreements.push_back(
+                    std::string(column) + " of " + what + " row " + std::to_string(row + 1) + " (" +
+                    harmless(m_names.text(names[row])) + "): bytes " + std::to_string(exact[row]) + ", MiB " +
+                    fixed_thousandths(told[row]));
             }
         }
+    }
+
+    static bool is_rounded(std::int64_t bytes, std::int64_t thousandths) {
+        const double exact = static_cast<double>(bytes) * 1000 / 1048576;
+        return std::fabs(exact - static_cast<double>(thousandths)) < 0.51;
     }
 
     // The last sample is taken when the reports are written, so it must tell what the table tells.

@@ -5,6 +5,7 @@
 #include "tools/memview/audit.h"
 #include "tools/memview/diff.h"
 #include "tools/memview/folder.h"
+#include "tools/memview/places.h"
 #include "tools/memview/summary.h"
 #include "tools/memview/suppressions.h"
 #include "tools/memview/units.h"
@@ -64,10 +65,11 @@ class Check {
     std::int64_t split_leaks(const Table& leaks, std::vector<std::size_t>& counted) {
         Suppressions suppressions =
             m_options.allow.empty() ? Suppressions() : Suppressions::read(m_options.allow);
+        const Cells& bytes = *leaks.cells("current");
         std::int64_t covered = 0;
         for (std::size_t row = 0; row < leaks.rows; ++row) {
-            if (suppressions.covers(leaks, row, m_folder.names)) {
-                covered += (*leaks.cells("current"))[row];
+            if (suppressions.covers(leaks, row, *m_folder.names)) {
+                covered += bytes[row];
             } else {
                 counted.push_back(row);
             }
@@ -79,16 +81,13 @@ class Check {
     }
 
     void print_leak(const Table& leaks, std::size_t row) {
-        const auto text = [&](const char* column) {
-            return harmless(m_folder.names.text((*leaks.cells(column))[row]));
-        };
         m_out << "        " << (*leaks.cells("current"))[row] << " bytes, "
-              << (*leaks.cells("current_blocks"))[row] << " blocks: " << text("module") << " " << text("file")
-              << ":" << (*leaks.cells("line"))[row] << " " << text("function") << "\n";
+              << (*leaks.cells("current_blocks"))[row]
+              << " blocks: " << harmless(to_text(PlaceReader(leaks)[row], *m_folder.names)) << "\n";
     }
 
     void check_growth() {
-        const auto baseline = read_folders({{m_options.baseline}, m_options.process, false});
+        const auto baseline = read_folders({{m_options.baseline}, m_options.process, false}, m_folder.names);
         const auto diff = make_diff(*baseline, m_folder, "peak", *m_options.max_site_growth);
         for (const ProcessDiff& process : diff->processes) {
             const auto sites = std::find_if(process.tables.begin(), process.tables.end(),
@@ -98,29 +97,28 @@ class Check {
                                    "and this run do not both have the call sites of " +
                                        in_quotes(process.name) + " for --max-site-growth"});
             }
-            check_growth(process, *sites, diff->names);
+            check_growth(process, *sites);
         }
         for (const std::string& note : diff->notes)
             m_out << "note    " << note << ": its call sites were not compared\n";
     }
 
-    void check_growth(const ProcessDiff& process, const Table& sites, const Names& names) {
-        const std::vector<std::int64_t>& change = *sites.cells("change");
+    void check_growth(const ProcessDiff& process, const Table& sites) {
+        const Cells& change = *sites.cells("change");
         std::size_t grown = 0;
         for (std::size_t row = 0; row < sites.rows; ++row) grown += change[row] > 0 ? 1 : 0;
         line(grown == 0, process.name) << "call sites grown beyond the limit: " << grown << "\n";
+        const PlaceReader places(sites);
         for (std::size_t row = 0; row < sites.rows; ++row) {
             if (change[row] <= 0) continue;
             m_out << "        " << human_bytes((*sites.cells("before"))[row]) << " -> "
                   << human_bytes((*sites.cells("after"))[row]) << ": "
-                  << harmless(names.text((*sites.cells("module"))[row])) << " "
-                  << harmless(names.text((*sites.cells("file"))[row])) << ":" << (*sites.cells("line"))[row]
-                  << " " << harmless(names.text((*sites.cells("function"))[row])) << "\n";
+                  << harmless(to_text(places[row], *m_folder.names)) << "\n";
         }
     }
 
     void check_audit(const Run& run) {
-        const Audit result = audit(run, m_folder.names);
+        const Audit result = audit(run, *m_folder.names);
         line(result.disagreements.empty(), run.name)
             << result.compared << " figures compared between the reports, " << result.disagreements.size()
             << " disagree\n";

@@ -23,7 +23,7 @@ struct ProcessDiff {
 };
 
 struct Diff {
-    Names names;
+    std::shared_ptr<const Names> names;
     std::string measure;
     std::vector<ProcessDiff> processes;
     std::vector<std::string> notes;  // processes that only one folder has
@@ -31,7 +31,8 @@ struct Diff {
     bool different() const;
 };
 
-// Pairs the processes by name, or the only ones of two folders whatever their names. Throws ReportError when
+// Pairs the processes by name, or the only ones of two folders whatever their names. The folders share their
+// names. Throws ReportError when
 // the two have nothing in common.
 std::unique_ptr<Diff> make_diff(const Folder& before, const Folder& after, const std::string& measure,
                                 const Amount& tolerance);

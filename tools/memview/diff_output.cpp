@@ -4,18 +4,16 @@
 
 #include "tools/memview/json_rows.h"
 #include "tools/memview/page.h"
+#include "tools/memview/places.h"
 #include "tools/memview/units.h"
 
 namespace memview {
 namespace {
 
 std::string row_name(const Table& table, std::size_t row, const Names& names) {
-    if (table.key != "sites") return harmless(names.text((*table.cells("name"))[row]));
-    const std::string& file = names.text((*table.cells("file"))[row]);
-    if (file.empty()) return "OTHER";
-    return harmless(names.text((*table.cells("module"))[row])) + "  " + harmless(file) + ":" +
-           std::to_string((*table.cells("line"))[row]) + "  " +
-           harmless(names.text((*table.cells("function"))[row]));
+    const Place place = PlaceReader(table)[row];
+    if (table.key != "sites") return harmless(names.text(place.module));
+    return place.file == 0 ? "OTHER" : harmless(to_text(place, names));
 }
 
 std::string percent(std::int64_t before, std::int64_t change) {
@@ -53,38 +51,40 @@ void print_diff(const Diff& diff, std::size_t top, const Terminal& terminal, std
         out << bold(harmless(process.name), terminal) << ": " << diff.measure << " bytes, "
             << (process.different() ? "different" : "no difference beyond the tolerance") << "\n";
         if (!process.different()) continue;
-        for (const Table& table : process.tables) print_table(table, diff.names, top, terminal, out);
+        for (const Table& table : process.tables) print_table(table, *diff.names, top, terminal, out);
     }
 }
 
-std::string diff_json(const Diff& diff) {
-    nlohmann::ordered_json processes = nlohmann::ordered_json::array();
+void write_diff_json(const Diff& diff, std::ostream& out) {
+    out << "{\"format\": \"ktl_memview_diff\", \"version\": 1, \"measure\": " << json_text(diff.measure)
+        << ", \"different\": " << json_text(diff.different()) << ", \"notes\": " << json_text(diff.notes)
+        << ",\n\"processes\": [";
+    const char* before = "\n";
     for (const ProcessDiff& process : diff.processes) {
-        nlohmann::ordered_json one = {{"name", process.name}, {"different", process.different()}};
+        out << before << "{\"name\": " << json_text(process.name)
+            << ", \"different\": " << json_text(process.different())
+            << ", \"notes\": " << json_text(process.notes);
+        before = ",\n";
         for (const Table& table : process.tables) {
-            nlohmann::ordered_json rows = nlohmann::ordered_json::array();
-            for (std::size_t row = 0; row < table.rows; ++row)
-                rows.push_back(row_json(table, row, diff.names));
-            one[table.key] = std::move(rows);
+            out << ",\n";
+            write_rows(table, *diff.names, out);
         }
-        one["notes"] = process.notes;
-        processes.push_back(std::move(one));
+        out << "}";
     }
-    return json_text({{"format", "ktl_memview_diff"},
-                      {"version", 1},
-                      {"measure", diff.measure},
-                      {"different", diff.different()},
-                      {"notes", diff.notes},
-                      {"processes", std::move(processes)}}) +
-           "\n";
+    out << "]}\n";
 }
 
 std::string diff_page(const Diff& diff) {
     return make_page([&diff](const PageLimits&) {
-        Page page{"Difference in " + diff.measure + " bytes", diff.names, {}, {}};
+        Page page{"Difference in " + diff.measure + " bytes", *diff.names, {}, {}};
         for (const ProcessDiff& process : diff.processes) {
-            PageProcess shown{
-                process.name, process.different() ? "different" : "no difference", {}, {}, {}, {}, {}};
+            PageProcess shown{process.name,
+                              process.name + (process.different() ? ": different" : ": no difference"),
+                              {},
+                              {},
+                              {},
+                              {},
+                              {}};
             for (const Table& table : process.tables) {
                 if (table.rows > 0) shown.tables.push_back(&table);
             }

@@ -11,7 +11,7 @@ namespace memview {
 // Aligned tables of the greatest changes; `top` rows of each, 0 for all.
 void print_diff(const Diff& diff, std::size_t top, const Terminal& terminal, std::ostream& out);
 
-std::string diff_json(const Diff& diff);
+void write_diff_json(const Diff& diff, std::ostream& out);
 std::string diff_page(const Diff& diff);
 
 }  // namespace memview

@@ -1,55 +1,61 @@
 #include "tools/memview/export.h"
 
+#include <algorithm>
+
 #include "tools/memview/units.h"
 
 namespace memview {
 namespace {
 
-std::string csv_cell(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-    std::string out = "\"";
-    for (const char c : text) {
-        if (c == '"') out += '"';
-        out += c;
+void append_csv(std::string& out, std::string_view text) {
+    const bool is_plain = std::none_of(text.begin(), text.end(),
+                                       [](char c) { return c == ',' || c == '"' || c == '\r' || c == '\n'; });
+    if (is_plain) {
+        out += text;
+    } else {
+        append_quoted(out, text, "\"\"");
     }
-    return out + "\"";
 }
 
-std::string cell_text(const Column& column, std::size_t row, const Names& names) {
+void append_cell(std::string& out, const Column& column, std::size_t row, const Names& names) {
     const std::int64_t value = column.cells[row];
     switch (column.spec.unit) {
         case Unit::text:
-            return csv_cell(names.text(value));
+            return append_csv(out, names.text(value));
         case Unit::address:
-            return hex_address(value);
+            out += hex_address(value);
+            return;
         case Unit::thousandths:
-            return fixed_thousandths(value);
+            out += fixed_thousandths(value);
+            return;
         case Unit::line:
         case Unit::bytes:
         case Unit::blocks:
-            break;
+            return append_number(out, value);
     }
-    return std::to_string(value);
 }
 
 void write_csv_rows(const Table& table, const Names& names, const std::string& first, std::ostream& out) {
+    std::string line;
     for (std::size_t row = 0; row < table.rows; ++row) {
-        std::string line = first;
+        line = first;
         for (const Column& column : table.columns) {
             if (&column != &table.columns.front()) line += ',';
-            line += cell_text(column, row, names);
+            append_cell(line, column, row, names);
         }
-        out << line << '\n';
+        out << (line += '\n');
     }
 }
 
 // Semicolons part the frames and the last blank parts the figure.
-std::string collapsed_frame(std::string text) {
-    for (char& c : text) {
+void append_frame(std::string& out, std::string_view text) {
+    const std::size_t begin = out.size();
+    out += text;
+    for (std::size_t i = begin; i < out.size(); ++i) {
+        char& c = out[i];
         if (c == ';') c = ',';
         if (c == '\n' || c == '\r') c = ' ';
     }
-    return text;
 }
 
 }  // namespace
@@ -61,13 +67,18 @@ const Table& sites_of(const Run& run) {
     return *sites;
 }
 
-SiteFrames frames_of(const Table& sites, std::size_t row, const Names& names) {
-    const auto text = [&](const char* column) { return names.text((*sites.cells(column))[row]); };
-    SiteFrames frames{text("module"), text("file"), text("function"), (*sites.cells("line"))[row]};
-    for (std::string* name : {&frames.module, &frames.file, &frames.function}) {
-        if (name->empty()) *name = (*sites.cells("address"))[row] == 0 ? "OTHER" : "unknown";
+SiteFrames::SiteFrames(const Table& sites, Names& names)
+    : m_places(sites),
+      m_address(*sites.cells("address")),
+      m_unknown(names.id_of("unknown")),
+      m_other(names.id_of("OTHER")) {}
+
+Place SiteFrames::operator[](std::size_t row) const {
+    Place site = m_places[row];
+    for (std::int64_t* name : {&site.module, &site.file, &site.function}) {
+        if (*name == 0) *name = m_address[row] == 0 ? m_other : m_unknown;
     }
-    return frames;
+    return site;
 }
 
 // With several processes a first column names each; with one the file is the report with commas.
@@ -77,14 +88,19 @@ void export_csv(const Folder& folder, const std::string& table_key, std::ostream
     for (const Run& run : folder.runs) {
         const Table* table = run.table(table_key);
         if (table == nullptr) continue;
+        std::string line;
         for (const Column& column : table->columns) {
-            if (headed) break;
-            out << (&column == &table->columns.front() ? (many ? "Process," : "") : ",")
-                << csv_cell(column.spec.title);
+            line += &column == &table->columns.front() ? (many ? "Process," : "") : ",";
+            append_csv(line, column.spec.title);
         }
-        if (!headed) out << '\n';
+        if (!headed) out << line << '\n';
         headed = true;
-        write_csv_rows(*table, folder.names, many ? csv_cell(run.name) + "," : "", out);
+        line.clear();
+        if (many) {
+            append_csv(line, run.name);
+            line += ',';
+        }
+        write_csv_rows(*table, *folder.names, line, out);
     }
     if (!headed) throw ReportError({folder.runs.front().folder, 0, "holds no table " + in_quotes(table_key)});
 }
@@ -92,21 +108,32 @@ void export_csv(const Folder& folder, const std::string& table_key, std::ostream
 void export_collapsed(const Folder& folder, const std::string& measure, std::ostream& out) {
     for (const Run& run : folder.runs) {
         const Table& sites = sites_of(run);
-        const std::vector<std::int64_t>& values = *sites.cells(measure);
-        const std::string first = folder.runs.size() > 1 ? collapsed_frame(run.name) + ";" : "";
+        const Cells& values = *sites.cells(measure);
+        const SiteFrames frames(sites, *folder.names);
+        std::string line;
         for (std::size_t row = 0; row < sites.rows; ++row) {
             if (values[row] <= 0) continue;
-            const SiteFrames frames = frames_of(sites, row, folder.names);
-            out << first << collapsed_frame(frames.module) << ';' << collapsed_frame(frames.file) << ';'
-                << collapsed_frame(frames.function) << ':' << frames.line << ' ' << values[row] << '\n';
+            const Place site = frames[row];
+            line.clear();
+            if (folder.runs.size() > 1) append_frame(line, run.name);
+            for (const std::int64_t name : {site.module, site.file, site.function}) {
+                if (!line.empty()) line += ';';
+                append_frame(line, folder.names->text(name));
+            }
+            line += ':';
+            append_number(line, site.line);
+            line += ' ';
+            append_number(line, values[row]);
+            out << (line += '\n');
         }
     }
 }
 
 void export_reports(const Folder& folder, const Options& options, std::ostream& out) {
+    if (options.format == "json") return export_json(folder, out);
+    if (options.format == "csv") return export_csv(folder, options.table, out);
+    for (const Run& run : folder.runs) sites_of(run);
     if (options.format == "pprof") export_pprof(folder, out);
-    if (options.format == "json") export_json(folder, out);
-    if (options.format == "csv") export_csv(folder, options.table, out);
     if (options.format == "collapsed") export_collapsed(folder, options.sort, out);
     if (options.format == "speedscope") export_speedscope(folder, out);
 }

@@ -7,11 +7,12 @@
 
 #include "tools/memview/model.h"
 #include "tools/memview/options.h"
+#include "tools/memview/places.h"
 
 namespace memview {
 
-// Writes in the form of options.format. Throws ReportError when the run lacks the table that the form is made
-// of.
+// Writes in the form of options.format. Throws ReportError, before anything is written, when the run lacks
+// the table that the form is made of.
 void export_reports(const Folder& folder, const Options& options, std::ostream& out);
 
 // The forms, one by one.
@@ -24,13 +25,18 @@ void export_speedscope(const Folder& folder, std::ostream& out);
 // The run's call sites; throws ReportError when it has none.
 const Table& sites_of(const Run& run);
 
-// The frames of a call site from the outside in, as the viewers of stacks show them: module, file, function.
-struct SiteFrames {
-    std::string module;
-    std::string file;
-    std::string function;
-    std::int64_t line;
+// The frames of call sites as the viewers of stacks show them, from the outside in: module, file, function. A
+// part that is not known bears a word that says so.
+class SiteFrames {
+  public:
+    SiteFrames(const Table& sites, Names& names);
+    Place operator[](std::size_t row) const;
+
+  private:
+    PlaceReader m_places;
+    const Cells& m_address;
+    std::int64_t m_unknown;
+    std::int64_t m_other;
 };
-SiteFrames frames_of(const Table& sites, std::size_t row, const Names& names);
 
 }  // namespace memview

@@ -7,15 +7,6 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// Row by row, so that a large run is never in memory a second time.
-void write_table(const Table& table, const Names& names, std::ostream& out) {
-    out << ",\n\"" << table.key << "\": [";
-    for (std::size_t row = 0; row < table.rows; ++row) {
-        out << (row == 0 ? "\n" : ",\n") << json_text(row_json(table, row, names));
-    }
-    out << "]";
-}
-
 ordered_json timeline_json(const Timeline& timeline) {
     ordered_json series = ordered_json::array();
     for (const Series& one : timeline.series) {
@@ -34,7 +25,9 @@ void write_process(const Run& run, const Names& names, std::ostream& out) {
         << ",\n\"timelines\": " << json_text(timelines);
     for (const Table& table : run.tables) {
         const bool same_in_mib = table.key.ends_with("_mb");
-        if (!same_in_mib) write_table(table, names, out);
+        if (same_in_mib) continue;
+        out << ",\n";
+        write_rows(table, names, out);
     }
     out << "}";
 }
@@ -48,7 +41,7 @@ void export_json(const Folder& folder, std::ostream& out) {
     for (const Run& run : folder.runs) {
         out << (first ? "\n" : ",\n");
         first = false;
-        write_process(run, folder.names, out);
+        write_process(run, *folder.names, out);
     }
     out << "]}\n";
 }

@@ -1,5 +1,4 @@
-#include <map>
-#include <tuple>
+#include <algorithm>
 #include <unordered_map>
 
 #include "tools/memview/export.h"
@@ -15,46 +14,55 @@ struct SampleType {
     const char* unit;
 };
 
+constexpr int SAMPLES_IN_A_PART = 4096;
+
 constexpr SampleType TYPES[] = {
     {"current_blocks", "inuse_objects", "count"},    {"current", "inuse_space", "bytes"},
     {"cumulative_blocks", "alloc_objects", "count"}, {"cumulative", "alloc_space", "bytes"},
     {"peak_blocks", "peak_objects", "count"},        {"peak", "peak_space", "bytes"}};
 
+// Serialised messages that lie end to end are one message, so the profile is written in parts: as a whole, a
+// large run would take several times the memory of its reports.
 class Profile {
   public:
-    explicit Profile(const Names& names) : m_names(names) {
-        string_number("");
+    Profile(Names& names, std::ostream& out) : m_names(names), m_gzip(out) {
+        string_number(0);
         for (const SampleType& type : TYPES) {
-            pprof::ValueType* added = m_profile.add_sample_type();
-            added->set_type(string_number(type.name));
-            added->set_unit(string_number(type.unit));
+            pprof::ValueType* added = m_part.add_sample_type();
+            added->set_type(literal(type.name));
+            added->set_unit(literal(type.unit));
         }
-        m_profile.mutable_period_type()->set_type(string_number("space"));
-        m_profile.mutable_period_type()->set_unit(string_number("bytes"));
-        m_profile.set_period(1);  // every allocation is in it
-        m_profile.set_default_sample_type(string_number("peak_space"));
+        m_part.mutable_period_type()->set_type(literal("space"));
+        m_part.mutable_period_type()->set_unit(literal("bytes"));
+        m_part.set_period(1);  // every allocation is in it
+        m_part.set_default_sample_type(literal("peak_space"));
     }
 
     void add(const Run& run) {
         const Table& sites = sites_of(run);
+        const SiteFrames frames(sites, m_names);
+        const Cells& address = *sites.cells("address");
+        std::vector<const Cells*> figures;
+        for (const SampleType& type : TYPES) figures.push_back(sites.cells(type.column));
+        const std::int64_t key = literal("process");
+        const std::int64_t process = literal(run.name);
         for (std::size_t row = 0; row < sites.rows; ++row) {
-            pprof::Sample sample;
-            bool empty = true;
-            for (const SampleType& type : TYPES) {
-                const std::int64_t value = (*sites.cells(type.column))[row];
-                sample.add_value(value);
-                empty = empty && value == 0;
-            }
-            if (empty) continue;
-            sample.add_location_id(location_number(sites, row));
+            const auto is_zero = [row](const Cells* cells) { return (*cells)[row] == 0; };
+            if (std::all_of(figures.begin(), figures.end(), is_zero)) continue;
+            pprof::Sample& sample = *m_part.add_sample();
+            for (const Cells* cells : figures) sample.add_value((*cells)[row]);
+            sample.add_location_id(add_location(frames[row], address[row]));
             pprof::Label* label = sample.add_label();
-            label->set_key(string_number("process"));
-            label->set_str(string_number(run.name));
-            *m_profile.add_sample() = std::move(sample);
+            label->set_key(key);
+            label->set_str(process);
+            if (m_part.sample_size() == SAMPLES_IN_A_PART) write_part();
         }
     }
 
-    std::string text() const { return m_profile.SerializeAsString(); }
+    void finish() {
+        write_part();
+        m_gzip.finish();
+    }
 
   private:
     // Strings of the format are UTF-8; bytes that are none become question marks.
@@ -83,17 +91,25 @@ class Profile {
         return size;
     }
 
-    std::int64_t string_number(const std::string& text) {
-        const auto [found, is_new] = m_strings.try_emplace(text, m_profile.string_table_size());
-        if (is_new) m_profile.add_string_table(utf8(text));
-        return found->second;
+    void write_part() {
+        m_part.SerializeToString(&m_serialised);
+        m_gzip.write(m_serialised);
+        m_part.Clear();
+    }
+
+    std::int64_t literal(std::string_view text) { return string_number(m_names.id_of(text)); }
+
+    std::int64_t string_number(std::int64_t name) {
+        const auto [found, is_new] = m_strings.try_emplace(name, m_strings.size());
+        if (is_new) m_part.add_string_table(utf8(std::string(m_names.text(name))));
+        return static_cast<std::int64_t>(found->second);
     }
 
     // The reports do not tell where a module lay, so its range stays open.
-    std::uint64_t mapping_number(const std::string& module) {
+    std::uint64_t mapping_number(std::int64_t module) {
         const auto [found, is_new] = m_mappings.try_emplace(module, m_mappings.size() + 1);
         if (is_new) {
-            pprof::Mapping* mapping = m_profile.add_mapping();
+            pprof::Mapping* mapping = m_part.add_mapping();
             mapping->set_id(found->second);
             mapping->set_filename(string_number(module));
             mapping->set_has_functions(true);
@@ -103,11 +119,11 @@ class Profile {
         return found->second;
     }
 
-    std::uint64_t function_number(const SiteFrames& site) {
+    std::uint64_t function_number(const Place& site) {
         const auto [found, is_new] =
-            m_functions.try_emplace({site.function, site.file}, m_functions.size() + 1);
+            m_functions.try_emplace({0, site.file, site.function, 0}, m_functions.size() + 1);
         if (is_new) {
-            pprof::Function* function = m_profile.add_function();
+            pprof::Function* function = m_part.add_function();
             function->set_id(found->second);
             function->set_name(string_number(site.function));
             function->set_system_name(string_number(site.function));
@@ -116,31 +132,33 @@ class Profile {
         return found->second;
     }
 
-    std::uint64_t location_number(const Table& sites, std::size_t row) {
-        const SiteFrames site = frames_of(sites, row, m_names);
-        pprof::Location* location = m_profile.add_location();
-        location->set_id(static_cast<std::uint64_t>(m_profile.location_size()));
+    std::uint64_t add_location(const Place& site, std::int64_t address) {
+        pprof::Location* location = m_part.add_location();
+        location->set_id(++m_locations);
         location->set_mapping_id(mapping_number(site.module));
-        location->set_address(static_cast<std::uint64_t>((*sites.cells("address"))[row]));
+        location->set_address(static_cast<std::uint64_t>(address));
         pprof::Line* line = location->add_line();
         line->set_function_id(function_number(site));
         line->set_line(site.line);
-        return location->id();
+        return m_locations;
     }
 
-    const Names& m_names;
-    pprof::Profile m_profile;
-    std::unordered_map<std::string, std::int64_t> m_strings;
-    std::unordered_map<std::string, std::uint64_t> m_mappings;
-    std::map<std::pair<std::string, std::string>, std::uint64_t> m_functions;
+    Names& m_names;
+    Gzip m_gzip;
+    pprof::Profile m_part;
+    std::string m_serialised;
+    std::uint64_t m_locations = 0;
+    std::unordered_map<std::int64_t, std::size_t> m_strings;  // by number of Names
+    std::unordered_map<std::int64_t, std::size_t> m_mappings;
+    std::unordered_map<Place, std::size_t, PlaceHash> m_functions;
 };
 
 }  // namespace
 
 void export_pprof(const Folder& folder, std::ostream& out) {
-    Profile profile(folder.names);
+    Profile profile(*folder.names, out);
     for (const Run& run : folder.runs) profile.add(run);
-    out << gzip(profile.text());
+    profile.finish();
 }
 
 }  // namespace memview

@@ -1,32 +1,42 @@
-#include <map>
-#include <tuple>
-
 #include "tools/memview/export.h"
 #include "tools/memview/json_rows.h"
+#include "tools/memview/units.h"
 
 namespace memview {
 namespace {
 
-using nlohmann::ordered_json;
-
-// The frames that all profiles of the file share, each once.
+// The frames that all profiles of the file share, each once. Modules and files are frames that are nothing
+// but a name.
 class SharedFrames {
   public:
-    std::size_t number_of(const std::string& name, const std::string& file, std::int64_t line) {
-        const auto [found, is_new] = m_numbers.try_emplace({name, file, line}, m_frames.size());
-        if (is_new) {
-            ordered_json frame = {{"name", name}};
-            if (!file.empty()) frame["file"] = file;
-            if (line > 0) frame["line"] = line;
-            m_frames.push_back(std::move(frame));
-        }
-        return found->second;
+    explicit SharedFrames(const Names& names) : m_names(names) {}
+
+    std::size_t of_name(std::int64_t name) { return number_of({name}); }
+    std::size_t of_function(const Place& site) {
+        return number_of({NO_MODULE, site.file, site.function, site.line});
     }
-    ordered_json take() { return std::move(m_frames); }
+    const std::string& text() const { return m_text; }
 
   private:
-    std::map<std::tuple<std::string, std::string, std::int64_t>, std::size_t> m_numbers;
-    ordered_json m_frames = ordered_json::array();
+    static constexpr std::int64_t NO_MODULE = -1;
+
+    std::size_t number_of(const Place& frame) {
+        const auto [found, is_new] = m_numbers.try_emplace(frame, m_numbers.size());
+        if (is_new) m_text += (m_text.empty() ? "\n" : ",\n") + json_text(frame_json(frame));
+        return found->second;
+    }
+
+    nlohmann::ordered_json frame_json(const Place& frame) const {
+        if (frame.module != NO_MODULE) return {{"name", m_names.text(frame.module)}};
+        nlohmann::ordered_json json = {{"name", m_names.text(frame.function)},
+                                       {"file", m_names.text(frame.file)}};
+        if (frame.line > 0) json["line"] = frame.line;
+        return json;
+    }
+
+    const Names& m_names;
+    std::unordered_map<Place, std::size_t, PlaceHash> m_numbers;
+    std::string m_text;
 };
 
 struct Measure {
@@ -40,45 +50,68 @@ constexpr Measure MEASURES[] = {{"peak", "peak bytes", "bytes"},
                                 {"peak_blocks", "peak blocks", "none"},
                                 {"cumulative_blocks", "cumulative blocks", "none"}};
 
-ordered_json make_profile(const Run& run, const Measure& measure, const Names& names, SharedFrames& frames) {
-    const Table& sites = sites_of(run);
-    const std::vector<std::int64_t>& values = *sites.cells(measure.column);
-    ordered_json samples = ordered_json::array();
-    ordered_json weights = ordered_json::array();
-    std::int64_t total = 0;
-    for (std::size_t row = 0; row < sites.rows; ++row) {
+// An array with what `append` writes of each row of which the measure says something.
+template <typename Append>
+void write_array(const Cells& values, std::size_t rows, const Append& append, std::ostream& out) {
+    std::string element = "[";
+    for (std::size_t row = 0; row < rows; ++row) {
         if (values[row] <= 0) continue;
-        const SiteFrames site = frames_of(sites, row, names);
-        samples.push_back({frames.number_of(site.module, "", 0), frames.number_of(site.file, "", 0),
-                           frames.number_of(site.function, site.file, site.line)});
-        weights.push_back(values[row]);
-        total += values[row];
+        append(row, element);
+        out << element;
+        element = ",";
     }
-    return {{"type", "sampled"},
-            {"name", run.name + ": " + measure.title},
-            {"unit", measure.unit},
-            {"startValue", 0},
-            {"endValue", total},
-            {"samples", std::move(samples)},
-            {"weights", std::move(weights)}};
+    if (element == "[") out << element;
+    out << "]";
+}
+
+void write_profile(const Run& run, const Measure& measure, Names& names, SharedFrames& frames,
+                   std::ostream& out) {
+    const Table& sites = sites_of(run);
+    const SiteFrames places(sites, names);
+    const Cells& values = *sites.cells(measure.column);
+    std::int64_t total = 0;
+    out << "{\"type\": \"sampled\", \"name\": " << json_text(run.name + ": " + measure.title)
+        << ", \"unit\": \"" << measure.unit << "\",\n\"samples\": ";
+    write_array(
+        values, sites.rows,
+        [&](std::size_t row, std::string& element) {
+            const Place site = places[row];
+            element += '[';
+            append_number(element, static_cast<std::int64_t>(frames.of_name(site.module)));
+            element += ',';
+            append_number(element, static_cast<std::int64_t>(frames.of_name(site.file)));
+            element += ',';
+            append_number(element, static_cast<std::int64_t>(frames.of_function(site)));
+            element += ']';
+        },
+        out);
+    out << ",\n\"weights\": ";
+    write_array(
+        values, sites.rows,
+        [&](std::size_t row, std::string& element) {
+            append_number(element, values[row]);
+            total += values[row];
+        },
+        out);
+    out << ",\n\"startValue\": 0, \"endValue\": " << total << "}";
 }
 
 }  // namespace
 
 void export_speedscope(const Folder& folder, std::ostream& out) {
-    SharedFrames frames;
-    ordered_json profiles = ordered_json::array();
+    SharedFrames frames(*folder.names);
+    out << R"({"$schema": "https://www.speedscope.app/file-format-schema.json", "exporter": "ktl_memview", )"
+        << "\"name\": " << json_text(folder.runs.front().name)
+        << ", \"activeProfileIndex\": 0,\n\"profiles\": [";
+    const char* before = "\n";
     for (const Run& run : folder.runs) {
-        for (const Measure& measure : MEASURES)
-            profiles.push_back(make_profile(run, measure, folder.names, frames));
+        for (const Measure& measure : MEASURES) {
+            out << before;
+            write_profile(run, measure, *folder.names, frames, out);
+            before = ",\n";
+        }
     }
-    out << json_text({{"$schema", "https://www.speedscope.app/file-format-schema.json"},
-                      {"exporter", "ktl_memview"},
-                      {"name", folder.runs.front().name},
-                      {"activeProfileIndex", 0},
-                      {"shared", {{"frames", frames.take()}}},
-                      {"profiles", std::move(profiles)}})
-        << "\n";
+    out << "],\n\"shared\": {\"frames\": [" << frames.text() << "]}}\n";
 }
 
 }  // namespace memview

@@ -6,8 +6,16 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
+#include <type_traits>
 
 namespace memview {
+
+// The whole text as a number; false when it is none or does not fit.
+template <typename Number>
+bool parse_number(std::string_view text, Number& value, int base = 10) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+    return error == std::errc{} && end == text.data() + text.size() && !text.empty();
+}
 
 // Walks the fields of one line. A line of n tabs has n + 1 fields; an empty line has one empty field.
 class Fields {
@@ -24,6 +32,30 @@ class Fields {
         return true;
     }
 
+    // The next field when it is a decimal number; otherwise it is not known how far this has come. Splits and
+    // parses in one go, since a large report is little else than short numbers.
+    template <typename Number>
+    bool next_number(Number& value) {
+        if (m_at == nullptr) return false;
+        const bool negative = std::is_signed_v<Number> && m_at != m_end && *m_at == '-';
+        const char* const first = m_at + (negative ? 1 : 0);
+        const char* at = first;
+        Number magnitude = 0;
+        while (at - first < ALWAYS_FIT && at != m_end && *at >= '0' && *at <= '9') {
+            magnitude = magnitude * 10 + static_cast<Number>(*at++ - '0');
+        }
+        const bool ends = at == m_end || *at == '\t';
+        if (at == first || !ends) {
+            std::string_view field;
+            return next(field) && parse_number(field, value);
+        }
+        value = negative ? -magnitude : magnitude;
+        m_at = at == m_end ? nullptr : at + 1;
+        return true;
+    }
+
+    bool at_end() const { return m_at == nullptr; }
+
     std::size_t rest() {
         std::size_t count = 0;
         for (std::string_view field; next(field);) ++count;
@@ -31,15 +63,10 @@ class Fields {
     }
 
   private:
+    static constexpr std::ptrdiff_t ALWAYS_FIT = 18;  // digits of a number of 64 bits
+
     const char* m_at;
     const char* m_end;
 };
-
-// The whole text as a number; false when it is none or does not fit.
-template <typename Number>
-bool parse_number(std::string_view text, Number& value, int base = 10) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-    return error == std::errc{} && end == text.data() + text.size() && !text.empty();
-}
 
 }  // namespace memview

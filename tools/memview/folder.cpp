@@ -124,9 +124,10 @@ void check_folders(const std::vector<std::string>& folders) {
 
 }  // namespace
 
-std::unique_ptr<Folder> read_folders(const FolderRequest& request) {
+std::unique_ptr<Folder> read_folders(const FolderRequest& request, std::shared_ptr<Names> names) {
     check_folders(request.folders);
     auto result = std::make_unique<Folder>();
+    result->names = std::move(names);
     std::string found;
     for (const std::string& folder : request.folders) {
         for (Run& run : find_runs(folder)) {
@@ -141,7 +142,7 @@ std::unique_ptr<Folder> read_folders(const FolderRequest& request) {
     }
     part_equal_names(result->runs);
     Problems problems(request.keep_going);
-    for (Run& run : result->runs) read_run(run, result->names, problems);
+    for (Run& run : result->runs) read_run(run, *result->names, problems);
     const bool read_any = std::any_of(result->runs.begin(), result->runs.end(), [](const Run& run) {
         return !run.tables.empty() || !run.timelines.empty();
     });

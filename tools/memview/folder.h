@@ -16,7 +16,9 @@ struct FolderRequest {
     bool keep_going = false;
 };
 
-// Throws ReportError when there is nothing to read, and on anything wrong in a file unless keep_going is set.
-std::unique_ptr<Folder> read_folders(const FolderRequest& request);
+// Adds to `names` those of the reports, so that folders that are compared can share theirs. Throws
+// ReportError when there is nothing to read, and on anything wrong in a file unless keep_going is set.
+std::unique_ptr<Folder> read_folders(const FolderRequest& request,
+                                     std::shared_ptr<Names> names = std::make_shared<Names>());
 
 }  // namespace memview

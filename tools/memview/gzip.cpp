@@ -1,29 +1,35 @@
 #include "tools/memview/gzip.h"
 
-#include <zlib.h>
-
+#include <array>
 #include <stdexcept>
 
 namespace memview {
 
-std::string gzip(const std::string& text) {
+Gzip::Gzip(std::ostream& out) : m_out(out) {
     constexpr int GZIP_WINDOW = MAX_WBITS + 16;  // zlib's way to ask for a gzip header
-    z_stream stream{};
-    if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, GZIP_WINDOW, 8, Z_DEFAULT_STRATEGY) !=
-        Z_OK) {
+    if (deflateInit2(&m_stream, Z_BEST_SPEED, Z_DEFLATED, GZIP_WINDOW, 8, Z_DEFAULT_STRATEGY) != Z_OK)
         throw std::runtime_error("compression cannot start");
-    }
-    std::string out(deflateBound(&stream, text.size()), '\0');
-    std::string input = text;  // zlib takes its input as not constant
-    stream.next_in = reinterpret_cast<Bytef*>(input.data());
-    stream.avail_in = static_cast<uInt>(input.size());
-    stream.next_out = reinterpret_cast<Bytef*>(out.data());
-    stream.avail_out = static_cast<uInt>(out.size());
-    const int result = deflate(&stream, Z_FINISH);
-    out.resize(stream.total_out);
-    deflateEnd(&stream);
-    if (result != Z_STREAM_END || input.size() > UINT32_MAX) throw std::runtime_error("compression failed");
-    return out;
+}
+
+Gzip::~Gzip() {
+    deflateEnd(&m_stream);
+}
+
+void Gzip::write(std::string_view text) {
+    // zlib takes its input as not constant, and leaves it alone.
+    m_stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data()));
+    m_stream.avail_in = static_cast<uInt>(text.size());
+    deflate_all(Z_NO_FLUSH);
+}
+
+void Gzip::deflate_all(int flush) {
+    std::array<char, 65536> buffer;
+    do {
+        m_stream.next_out = reinterpret_cast<Bytef*>(buffer.data());
+        m_stream.avail_out = buffer.size();
+        if (deflate(&m_stream, flush) == Z_STREAM_ERROR) throw std::runtime_error("compression failed");
+        m_out.write(buffer.data(), static_cast<std::streamsize>(buffer.size() - m_stream.avail_out));
+    } while (m_stream.avail_out == 0);
 }
 
 }  // namespace memview

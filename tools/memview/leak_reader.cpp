@@ -5,19 +5,13 @@
 #include "tools/memview/fields.h"
 #include "tools/memview/line_reader.h"
 #include "tools/memview/report_kinds.h"
-#include "tools/memview/table_reader.h"
+#include "tools/memview/report_parts.h"
 
 namespace memview {
 namespace {
 
 constexpr std::string_view PROGRAM_END = " memory leak summary";
 constexpr std::string_view RULE = "===============================";
-
-void push_row(Table& table, std::initializer_list<std::int64_t> cells) {
-    std::size_t column = 0;
-    for (const std::int64_t cell : cells) table.columns[column++].cells.push_back(cell);
-    ++table.rows;
-}
 
 // The digits at the start of `text`, which are taken off; false when there are none or `then` does not
 // follow.
@@ -32,7 +26,7 @@ bool take_number(std::string_view& text, std::string_view then, std::int64_t& va
 
 // "MODULE leaked N bytes in N object(s) allocated at FILE:LINE FUNCTION". A name may hold such words itself,
 // so each split is taken where the numbers fit.
-bool parse_leak(std::string_view line, Names& names, Table& table) {
+bool parse_leak(std::string_view line, Names& names, std::array<std::int64_t, 6>& row) {
     constexpr std::string_view LEAKED = " leaked ";
     for (std::size_t at = line.find(LEAKED); at != std::string_view::npos; at = line.find(LEAKED, at + 1)) {
         std::string_view rest = line.substr(at + LEAKED.size());
@@ -45,8 +39,8 @@ bool parse_leak(std::string_view line, Names& names, Table& table) {
             std::string_view behind = rest.substr(colon + 1);
             std::int64_t number = 0;
             if (!take_number(behind, " ", number)) continue;
-            push_row(table, {names.id_of(line.substr(0, at)), bytes, blocks,
-                             names.id_of(rest.substr(0, colon)), number, names.id_of(behind)});
+            row = {names.id_of(line.substr(0, at)),    bytes,  blocks,
+                   names.id_of(rest.substr(0, colon)), number, names.id_of(behind)};
             return true;
         }
     }
@@ -87,13 +81,17 @@ class LeakReader {
         Table table = empty_table("leaks", m_reader.path(), leak_columns());
         expect_empty();
         std::string_view line;
+        std::array<std::int64_t, 6> row{};
         while (m_reader.next(line)) {
             if (line.empty()) {
                 read_total(table);
                 return table;
             }
             if (!m_reader.terminated()) break;
-            if (parse_leak(line, m_names, table)) continue;
+            if (parse_leak(line, m_names, row)) {
+                add_row(m_reader, row, table);
+                continue;
+            }
             m_problems.add({m_reader.path(), m_reader.number(), "no leak row: " + in_quotes(line)});
         }
         m_problems.add({m_reader.path(), m_reader.number(), "the file is cut: its total is missing"});
@@ -144,7 +142,7 @@ class LeakReader {
             const bool whole = read_rule() && read_figure("Leaked bytes:", leaked) &&
                                read_figure("Peak bytes on heap:", peak) && read_rule();
             if (!whole) throw wrong("the summary is cut or does not parse here");
-            push_row(table, {program, leaked, peak});
+            table.add_row({program, leaked, peak});
         } while (m_reader.next(line));
         return table;
     }
@@ -169,8 +167,8 @@ bool parse_filtered(std::string_view line, Names& names, Table& table) {
     const auto between = [&](std::size_t from, std::size_t to) {
         return names.id_of(line.substr(from + BETWEEN.size(), to - from - BETWEEN.size()));
     };
-    push_row(table, {static_cast<std::int64_t>(address), between(first, second), between(second, last),
-                     names.id_of(line.substr(last + BETWEEN.size()))});
+    table.add_row({static_cast<std::int64_t>(address), between(first, second), between(second, last),
+                   names.id_of(line.substr(last + BETWEEN.size()))});
     return true;
 }
 

@@ -26,6 +26,7 @@ LineReader::LineReader(std::string path)
     if (m_file < 0) throw ReportError({m_path, 0, std::string("cannot be opened: ") + std::strerror(errno)});
     struct stat status {};
     if (::fstat(m_file, &status) == 0 && S_ISREG(status.st_mode)) {
+        m_file_size = static_cast<std::uint64_t>(status.st_size);
         ::posix_fadvise(m_file, 0, 0, POSIX_FADV_SEQUENTIAL);
         return;
     }
@@ -79,7 +80,13 @@ bool LineReader::next(std::string_view& line) {
         break;
     }
     ++m_number;
+    m_given += line.size() + 1;
     return true;
+}
+
+std::size_t LineReader::lines_ahead() const {
+    if (m_number == 0 || m_given >= m_file_size) return 0;
+    return static_cast<std::size_t>((m_file_size - m_given) / (m_given / m_number));
 }
 
 }  // namespace memview

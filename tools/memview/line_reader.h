@@ -25,6 +25,9 @@ class LineReader {
     std::uint64_t number() const { return m_number; }  // of the line last given, from 1
     bool terminated() const { return m_terminated; }   // whether that line had its line feed
 
+    // Lines still to come, should they be as long as those so far.
+    std::size_t lines_ahead() const;
+
   private:
     bool fill();
 
@@ -33,6 +36,8 @@ class LineReader {
     std::vector<char> m_buffer;
     std::size_t m_begin = 0;
     std::size_t m_end = 0;
+    std::uint64_t m_file_size = 0;
+    std::uint64_t m_given = 0;  // bytes of the lines so far
     std::uint64_t m_number = 0;
     bool m_terminated = true;
 };

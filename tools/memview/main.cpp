@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <map>
-#include <sstream>
 
 #include "tools/memview/check.h"
 #include "tools/memview/diff.h"
@@ -29,51 +29,50 @@ void say_left_out(const Folder& folder) {
     for (const std::string& line : folder.left_out) std::cerr << "ktl_memview: left out: " << line << "\n";
 }
 
+std::unique_ptr<Folder> read(const Options& options) {
+    return read_folders({options.folders, options.process, options.keep_going});
+}
+
 int run_show(const Options& options) {
-    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    const auto folder = read(options);
     show(*folder, options, standard_terminal(), std::cout);
     say_left_out(*folder);
     return 0;
 }
 
-// Writes to the file of --output, or to standard output when none is given.
-void write_output(const Options& options, const std::string& text) {
-    if (options.output.empty()) {
-        std::cout << text;
-        return;
-    }
+// Lets `write` write to the file of --output, or to standard output when none is given.
+void write_output(const Options& options, const std::function<void(std::ostream&)>& write) {
+    if (options.output.empty()) return write(std::cout);
     std::ofstream file(options.output, std::ios::binary | std::ios::trunc);
     if (!file)
         throw ReportError({options.output, 0, std::string("cannot be written: ") + std::strerror(errno)});
-    file << text;
+    write(file);
     file.close();
     if (!file) throw ReportError({options.output, 0, "cannot be written to its end: is the disk full?"});
 }
 
+void write_output(const Options& options, const std::string& text) {
+    write_output(options, [&text](std::ostream& out) { out << text; });
+}
+
 int run_html(const Options& options) {
-    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    const auto folder = read(options);
     write_output(options, make_run_page(*folder));
     say_left_out(*folder);
     return 0;
 }
 
-std::unique_ptr<Folder> read_one(const Options& options, const std::string& folder) {
-    return read_folders({{folder}, options.process, options.keep_going});
-}
-
 int run_diff(const Options& options) {
-    const auto before = read_one(options, options.folders[0]);
-    const auto after = read_one(options, options.folders[1]);
+    const auto before = read_folders({{options.before}, options.process, options.keep_going});
+    const auto after = read_folders({{options.after}, options.process, options.keep_going}, before->names);
     const auto diff = make_diff(*before, *after, options.sort, options.tolerance);
     if (options.as_html) {
         write_output(options, diff_page(*diff));
     } else if (options.as_json) {
-        write_output(options, diff_json(*diff));
+        write_output(options, [&](std::ostream& out) { write_diff_json(*diff, out); });
     } else {
-        std::ostringstream text;
-        print_diff(*diff, options.top, options.output.empty() ? standard_terminal() : Terminal{false, 0},
-                   text);
-        write_output(options, text.str());
+        const Terminal terminal = options.output.empty() ? standard_terminal() : Terminal{false, 0};
+        write_output(options, [&](std::ostream& out) { print_diff(*diff, options.top, terminal, out); });
     }
     for (const std::string& note : diff->notes) std::cerr << "ktl_memview: " << note << "\n";
     for (const ProcessDiff& process : diff->processes) {
@@ -85,22 +84,20 @@ int run_diff(const Options& options) {
 }
 
 int run_check(const Options& options) {
-    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    const auto folder = read(options);
     const bool good = check(*folder, options, std::cout);
     say_left_out(*folder);
     return good ? 0 : options.exit_code;
 }
 
 int run_export(const Options& options) {
-    const auto folder = read_folders({options.folders, options.process, options.keep_going});
+    const auto folder = read(options);
     const bool to_terminal = options.output.empty() && ::isatty(STDOUT_FILENO) == 1;
     if (options.format == "pprof" && to_terminal) {
         throw ReportError(
             {"standard output", 0, "is a terminal and pprof's form is binary: give --output FILE"});
     }
-    std::ostringstream text;
-    export_reports(*folder, options, text);
-    write_output(options, text.str());
+    write_output(options, [&](std::ostream& out) { export_reports(*folder, options, out); });
     say_left_out(*folder);
     return 0;
 }
@@ -137,5 +134,6 @@ int parse_and_run(int argc, char** argv) {
 }  // namespace memview
 
 int main(int argc, char** argv) {
+    std::ios::sync_with_stdio(false);  // an export can be a gigabyte
     return memview::parse_and_run(argc, argv);
 }

@@ -3,12 +3,13 @@
 // What a folder of reports says, ready to be shown: tables, series and the processes that they belong to.
 
 #include <cstdint>
-#include <deque>
+#include <initializer_list>
 #include <map>
+#include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "tools/memview/problems.h"
@@ -18,13 +19,48 @@ namespace memview {
 // Each text once; tables hold its number. Number 0 is the empty text.
 class Names {
   public:
-    Names() { id_of({}); }
+    Names();
     std::uint32_t id_of(std::string_view text);
-    const std::string& text(std::int64_t id) const { return m_texts[static_cast<std::size_t>(id)]; }
+    // Lives as long as this.
+    std::string_view text(std::int64_t id) const { return m_texts[static_cast<std::size_t>(id)]; }
+    std::size_t size() const { return m_texts.size(); }
 
   private:
-    std::deque<std::string> m_texts;  // does not move its elements, which the map's keys point into
-    std::unordered_map<std::string_view, std::uint32_t> m_ids;
+    // Hash and number together, so that a look-up seldom touches a text that is not the wanted one.
+    struct Slot {
+        std::uint32_t hash;
+        std::uint32_t id;  // FREE when nothing is here
+    };
+
+    std::string_view keep(std::string_view text);
+    void grow();
+
+    std::vector<std::string_view> m_texts;
+    std::vector<Slot> m_slots;  // open addressing; a power of two, at most half of it taken
+    std::vector<std::unique_ptr<char[]>> m_blocks;
+    std::size_t m_left = 0;  // of the last block
+};
+
+// Whole numbers, of 4 bytes each until one does not fit and of 8 bytes from then on.
+class Cells {
+  public:
+    void reserve(std::size_t count) { m_wide.empty() ? m_narrow.reserve(count) : m_wide.reserve(count); }
+    void push_back(std::int64_t value) {
+        const auto narrow = static_cast<std::int32_t>(value);
+        if (m_wide.empty() && narrow == value) {
+            m_narrow.push_back(narrow);
+        } else {
+            push_wide(value);
+        }
+    }
+    std::int64_t operator[](std::size_t row) const { return m_wide.empty() ? m_narrow[row] : m_wide[row]; }
+    std::int64_t sum() const;
+
+  private:
+    void push_wide(std::int64_t value);
+
+    std::vector<std::int32_t> m_narrow;
+    std::vector<std::int64_t> m_wide;
 };
 
 enum class Unit {
@@ -44,22 +80,32 @@ struct ColumnSpec {
 
 struct Column {
     ColumnSpec spec;
-    std::vector<std::int64_t> cells;
+    Cells cells;
 };
 
-// Held by columns, so that a hundred thousand call sites stay small.
+// Held by columns, so that millions of call sites stay small.
 struct Table {
     std::string key;  // "sites", "modules", "bins", "tags", "leaks", "filtered", "fast_leaks"
     std::string file;
     std::vector<Column> columns;
     std::size_t rows = 0;
 
+    // A cell for each column.
+    void add_row(std::span<const std::int64_t> row);
+    void add_row(std::initializer_list<std::int64_t> row) { add_row(std::span(row.begin(), row.size())); }
+
     // -1 when there is no such column.
     int column(std::string_view column_key) const;
     // Null when there is no such column.
-    const std::vector<std::int64_t>* cells(std::string_view column_key) const;
+    const Cells* cells(std::string_view column_key) const;
     std::int64_t sum(std::string_view column_key) const;
+    // The text in a column of names.
+    std::string_view text(std::string_view column_key, std::size_t row, const Names& names) const {
+        return names.text((*cells(column_key))[row]);
+    }
 };
+
+Table empty_table(std::string key, std::string file, const std::vector<ColumnSpec>& columns);
 
 // A run-length of samples in the form of one value for each of some equal stretches, which fits any number of
 // them.
@@ -73,6 +119,7 @@ struct Series {
 struct Timeline {
     std::string file;
     std::uint64_t samples = 0;
+    std::int64_t highest_sum = 0;  // of all series in one sample
     std::vector<Series> series;
 };
 
@@ -89,7 +136,7 @@ struct Run {
 };
 
 struct Folder {
-    Names names;
+    std::shared_ptr<Names> names;  // folders that are compared share theirs
     std::vector<Run> runs;
     std::vector<std::string> left_out;  // what --keep-going went past, one line each
 };

@@ -33,15 +33,26 @@ void add_amount(CLI::App& command, const char* name, std::optional<Amount>& into
         ->type_name("AMOUNT");
 }
 
+void add_top(CLI::App& command, Options& options) {
+    command.add_option("--top", options.top, "Rows of each table; 0 for all")
+        ->capture_default_str()
+        ->type_name("N");
+}
+
+void add_measure(CLI::App& command, Options& options, const char* text) {
+    command.add_option("--measure", options.sort, text)
+        ->check(CLI::IsMember({"peak", "max", "current", "cumulative"}))
+        ->capture_default_str()
+        ->type_name("COLUMN");
+}
+
 void add_selection(CLI::App& command, Options& options) {
     command.add_option("--sort", options.sort, std::string("Sort by this figure, or \"name\""))
         ->check(CLI::IsMember({"peak", "max", "current", "cumulative", "requested", "mismatched",
                                "peak_blocks", "current_blocks", "cumulative_blocks", "name"}))
         ->capture_default_str()
         ->type_name("COLUMN");
-    command.add_option("--top", options.top, "Rows of each table; 0 for all")
-        ->capture_default_str()
-        ->type_name("N");
+    add_top(command, options);
     command
         .add_option("--match", options.match,
                     "Only rows whose module, file, function or name matches this extended regular expression")
@@ -65,18 +76,13 @@ void add_html(CLI::App& app, Options& options) {
 
 void add_diff(CLI::App& app, Options& options) {
     CLI::App* command = app.add_subcommand("diff", "Compare two runs by call site, module, bin and tag");
-    command->add_option("BEFORE-AFTER", options.folders, "The folder of the run before and of the run after")
+    command->add_option("BEFORE", options.before, "The folder of the run before")
         ->required()
-        ->expected(2)
         ->type_name("DIR");
+    command->add_option("AFTER", options.after, "The folder of the run after")->required()->type_name("DIR");
     add_reading(*command, options);
-    command->add_option("--measure", options.sort, "The figure to compare")
-        ->check(CLI::IsMember({"peak", "max", "current", "cumulative"}))
-        ->capture_default_str()
-        ->type_name("COLUMN");
-    command->add_option("--top", options.top, "Rows of each table; 0 for all")
-        ->capture_default_str()
-        ->type_name("N");
+    add_measure(*command, options, "The figure to compare");
+    add_top(*command, options);
     command
         ->add_option_function<std::string>(
             "--tolerance", [&options](const std::string& given) { options.tolerance = parse_amount(given); },
@@ -115,10 +121,7 @@ void add_export(CLI::App& app, Options& options) {
         ->required()
         ->check(CLI::IsMember({"pprof", "collapsed", "json", "csv", "speedscope"}))
         ->type_name("FORMAT");
-    command->add_option("--measure", options.sort, "The figure of a collapsed file")
-        ->check(CLI::IsMember({"peak", "max", "current", "cumulative"}))
-        ->capture_default_str()
-        ->type_name("COLUMN");
+    add_measure(*command, options, "The figure of a collapsed file");
     command->add_option("--table", options.table, "The table of a csv file")
         ->check(CLI::IsMember({"sites", "modules", "bins", "tags", "leaks", "fast_leaks", "filtered"}))
         ->capture_default_str()

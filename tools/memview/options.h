@@ -28,6 +28,8 @@ struct Amount {
 struct Options {
     std::string command;  // "show", "html", "diff", "check", "export"
     std::vector<std::string> folders;
+    std::string before;  // the folders of a comparison
+    std::string after;
     std::string process;
     bool keep_going = false;
 

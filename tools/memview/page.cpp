@@ -88,7 +88,7 @@ std::string make_page(const std::function<Page(const PageLimits&)>& make) {
 
 std::string make_run_page(const Folder& folder) {
     return make_page([&folder](const PageLimits& limits) {
-        Page page{"Memory of " + folder.runs.front().name, folder.names, folder.left_out, {}};
+        Page page{"Memory of " + folder.runs.front().name, *folder.names, folder.left_out, {}};
         if (folder.runs.size() > 1)
             page.title = "Memory of " + std::to_string(folder.runs.size()) + " processes";
         for (const Run& run : folder.runs) page.processes.push_back(page_process(run, limits));

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <unordered_map>
 
 #include "tools/memview/report_kinds.h"
@@ -18,9 +19,9 @@ constexpr std::size_t LONGEST_NAME = 16384;
 // Each text of the page once, in the order of first use.
 class Texts {
   public:
-    std::size_t number_of(const std::string& text) {
-        const auto [found, is_new] = m_numbers.try_emplace(text, m_list.size());
-        if (is_new) m_list.push_back(text.size() <= LONGEST_NAME ? text : shortened(text, LONGEST_NAME));
+    std::size_t number_of(std::string_view text) {
+        const auto [found, is_new] = m_numbers.try_emplace(std::string(text), m_list.size());
+        if (is_new) m_list.push_back(shortened(found->first, LONGEST_NAME));
         return found->second;
     }
     const json& list() const { return m_list; }
@@ -56,10 +57,10 @@ std::vector<std::size_t> shown_rows(const Table& table, std::size_t most) {
     std::vector<bool> shown(table.rows, table.rows <= most);
     for (const Column& column : table.columns) {
         if (table.rows <= most || column.spec.unit != Unit::bytes) continue;
-        std::vector<std::size_t> rows(table.rows);
-        for (std::size_t row = 0; row < table.rows; ++row) rows[row] = row;
+        std::vector<std::uint32_t> rows(table.rows);
+        std::iota(rows.begin(), rows.end(), 0);
         std::nth_element(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(most), rows.end(),
-                         [&](std::size_t a, std::size_t b) {
+                         [&](std::uint32_t a, std::uint32_t b) {
                              return std::llabs(column.cells[a]) > std::llabs(column.cells[b]);
                          });
         for (std::size_t i = 0; i < most; ++i) shown[rows[i]] = true;

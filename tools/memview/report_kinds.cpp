@@ -3,66 +3,65 @@
 namespace memview {
 namespace {
 
-std::vector<ColumnSpec> site_columns() {
-    return {{"address", "Address", Unit::address},
-            {"current", "Current bytes", Unit::bytes},
-            {"max", "Max bytes", Unit::bytes},
-            {"peak", "Peak bytes", Unit::bytes},
-            {"cumulative", "Cumulative bytes", Unit::bytes},
-            {"requested", "Cumulative requested bytes", Unit::bytes},
-            {"mismatched", "Cumulative mismatched bytes", Unit::bytes},
-            {"current_blocks", "Current blocks", Unit::blocks},
-            {"max_blocks", "Max blocks", Unit::blocks},
-            {"peak_blocks", "Peak blocks", Unit::blocks},
-            {"cumulative_blocks", "Cumulative blocks", Unit::blocks},
-            {"module", "Module", Unit::text},
-            {"file", "File", Unit::text},
-            {"line", "Line", Unit::line},
-            {"function", "Function", Unit::text}};
-}
+using Columns = std::vector<ColumnSpec>;
 
-std::vector<ColumnSpec> module_columns() {
-    return {{"name", "Subsystem", Unit::text},
-            {"current", "Current bytes", Unit::bytes},
-            {"max", "Max bytes", Unit::bytes},
-            {"peak", "Peak bytes", Unit::bytes},
-            {"cumulative", "Cumulative bytes", Unit::bytes},
-            {"requested", "Cumulative requested bytes", Unit::bytes},
-            {"mismatched", "Cumulative mismatched bytes", Unit::bytes},
-            {"current_blocks", "Current blocks", Unit::blocks},
-            {"peak_blocks", "Peak blocks", Unit::blocks},
-            {"cumulative_blocks", "Cumulative blocks", Unit::blocks}};
-}
-
-std::vector<ColumnSpec> bin_columns() {
-    return {{"name", "Name", Unit::text},
-            {"max", "Max bytes", Unit::bytes},
-            {"peak", "Peak bytes", Unit::bytes},
-            {"cumulative", "Cumulative bytes", Unit::bytes},
-            {"current", "Current bytes", Unit::bytes}};
-}
-
-std::vector<ColumnSpec> mib_columns() {
-    return {{"name", "Name", Unit::text},
-            {"max", "Max MiB", Unit::thousandths},
-            {"peak", "Peak MiB", Unit::thousandths},
-            {"cumulative", "Cumulative MiB", Unit::thousandths},
-            {"current", "Current MiB", Unit::thousandths}};
-}
+constexpr ColumnSpec CURRENT = {"current", "Current bytes", Unit::bytes};
+constexpr ColumnSpec MAX = {"max", "Max bytes", Unit::bytes};
+constexpr ColumnSpec PEAK = {"peak", "Peak bytes", Unit::bytes};
+constexpr ColumnSpec CUMULATIVE = {"cumulative", "Cumulative bytes", Unit::bytes};
+constexpr ColumnSpec REQUESTED = {"requested", "Cumulative requested bytes", Unit::bytes};
+constexpr ColumnSpec MISMATCHED = {"mismatched", "Cumulative mismatched bytes", Unit::bytes};
+constexpr ColumnSpec CURRENT_BLOCKS = {"current_blocks", "Current blocks", Unit::blocks};
+constexpr ColumnSpec MAX_BLOCKS = {"max_blocks", "Max blocks", Unit::blocks};
+constexpr ColumnSpec PEAK_BLOCKS = {"peak_blocks", "Peak blocks", Unit::blocks};
+constexpr ColumnSpec CUMULATIVE_BLOCKS = {"cumulative_blocks", "Cumulative blocks", Unit::blocks};
+constexpr ColumnSpec MODULE = {"module", "Module", Unit::text};
+constexpr ColumnSpec FILE_NAME = {"file", "File", Unit::text};
+constexpr ColumnSpec LINE = {"line", "Line", Unit::line};
+constexpr ColumnSpec FUNCTION = {"function", "Function", Unit::text};
+constexpr ColumnSpec NAME = {"name", "Name", Unit::text};
 
 }  // namespace
 
 const std::vector<TableKind>& table_kinds() {
+    static const Columns sites = {{"address", "Address", Unit::address},
+                                  CURRENT,
+                                  MAX,
+                                  PEAK,
+                                  CUMULATIVE,
+                                  REQUESTED,
+                                  MISMATCHED,
+                                  CURRENT_BLOCKS,
+                                  MAX_BLOCKS,
+                                  PEAK_BLOCKS,
+                                  CUMULATIVE_BLOCKS,
+                                  MODULE,
+                                  FILE_NAME,
+                                  LINE,
+                                  FUNCTION};
+    static const Columns modules = {{"name", "Subsystem", Unit::text},
+                                    CURRENT,
+                                    MAX,
+                                    PEAK,
+                                    CUMULATIVE,
+                                    REQUESTED,
+                                    MISMATCHED,
+                                    CURRENT_BLOCKS,
+                                    PEAK_BLOCKS,
+                                    CUMULATIVE_BLOCKS};
+    static const Columns bytes = {NAME, MAX, PEAK, CUMULATIVE, CURRENT};
+    static const Columns mib = {NAME,
+                                {"max", "Max MiB", Unit::thousandths},
+                                {"peak", "Peak MiB", Unit::thousandths},
+                                {"cumulative", "Cumulative MiB", Unit::thousandths},
+                                {"current", "Current MiB", Unit::thousandths}};
     static const std::vector<TableKind> kinds = {
-        {"fileline", "sites", "MEM: TBB Fileline Tracking Memory Snapshot.", true, true, -1, site_columns()},
-        {"subsystem", "modules", "MEM: TBB Subsystem Tracking Memory Snapshot.", false, true, 2,
-         module_columns()},
-        {"pbin_stats", "bins", "Memory Tracking - Profile Bin Stats", false, false, -1, bin_columns()},
-        {"pbin_tag_stats", "tags", "Memory Tracking - Profile Tag Stats", false, false, -1, bin_columns()},
-        {"pbin_stats_mb", "bins_mb", "Memory Tracking - Profile Bin Stats (MiB)", false, false, -1,
-         mib_columns()},
-        {"pbin_tag_stats_mb", "tags_mb", "Memory Tracking - Profile Tag Stats (MiB)", false, false, -1,
-         mib_columns()}};
+        {"fileline", "sites", "MEM: TBB Fileline Tracking Memory Snapshot.", true, true, -1, sites},
+        {"subsystem", "modules", "MEM: TBB Subsystem Tracking Memory Snapshot.", false, true, 2, modules},
+        {"pbin_stats", "bins", "Memory Tracking - Profile Bin Stats", false, false, -1, bytes},
+        {"pbin_tag_stats", "tags", "Memory Tracking - Profile Tag Stats", false, false, -1, bytes},
+        {"pbin_stats_mb", "bins_mb", "Memory Tracking - Profile Bin Stats (MiB)", false, false, -1, mib},
+        {"pbin_tag_stats_mb", "tags_mb", "Memory Tracking - Profile Tag Stats (MiB)", false, false, -1, mib}};
     return kinds;
 }
 
@@ -81,28 +80,28 @@ const char* timeline_title(std::string_view kind) {
     return detailed ? DETAILED_TIMELINE_TITLE : nullptr;
 }
 
-const std::vector<ColumnSpec>& leak_columns() {
-    static const std::vector<ColumnSpec> columns = {{"module", "Module", Unit::text},
-                                                    {"current", "Leaked bytes", Unit::bytes},
-                                                    {"current_blocks", "Objects", Unit::blocks},
-                                                    {"file", "File", Unit::text},
-                                                    {"line", "Line", Unit::line},
-                                                    {"function", "Function", Unit::text}};
+const Columns& leak_columns() {
+    static const Columns columns = {MODULE,
+                                    {"current", "Leaked bytes", Unit::bytes},
+                                    {"current_blocks", "Objects", Unit::blocks},
+                                    FILE_NAME,
+                                    LINE,
+                                    FUNCTION};
     return columns;
 }
 
-const std::vector<ColumnSpec>& fast_leak_columns() {
-    static const std::vector<ColumnSpec> columns = {{"name", "Program", Unit::text},
-                                                    {"current", "Leaked bytes", Unit::bytes},
-                                                    {"peak", "Peak bytes on heap", Unit::bytes}};
+const Columns& fast_leak_columns() {
+    static const Columns columns = {{"name", "Program", Unit::text},
+                                    {"current", "Leaked bytes", Unit::bytes},
+                                    {"peak", "Peak bytes on heap", Unit::bytes}};
     return columns;
 }
 
-const std::vector<ColumnSpec>& filtered_columns() {
-    static const std::vector<ColumnSpec> columns = {{"address", "PC", Unit::address},
-                                                    {"module", "module", Unit::text},
-                                                    {"function", "function", Unit::text},
-                                                    {"place", "fileline", Unit::text}};
+const Columns& filtered_columns() {
+    static const Columns columns = {{"address", "PC", Unit::address},
+                                    {"module", "module", Unit::text},
+                                    {"function", "function", Unit::text},
+                                    {"place", "fileline", Unit::text}};
     return columns;
 }
 

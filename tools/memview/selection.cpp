@@ -16,7 +16,7 @@ const Column* sort_column(const Table& table, const std::string& key) {
 }
 
 // The texts of a row in the order of the columns, so that rows come by module, then file, then function.
-bool texts_before(const Table& table, const Names& names, std::size_t left, std::size_t right) {
+bool texts_before(const Table& table, const Names& names, std::uint32_t left, std::uint32_t right) {
     for (const Column& column : table.columns) {
         if (column.spec.unit != Unit::text && column.spec.unit != Unit::line) continue;
         const std::int64_t a = column.cells[left];
@@ -24,8 +24,41 @@ bool texts_before(const Table& table, const Names& names, std::size_t left, std:
         if (a == b) continue;
         return column.spec.unit == Unit::text ? names.text(a) < names.text(b) : a < b;
     }
-    return false;
+    return left < right;
 }
+
+// Tests each name once, however many rows bear it.
+class RowFilter {
+  public:
+    RowFilter(const Table& table, const Names& names, const Pattern& pattern)
+        : m_names(names), m_pattern(pattern), m_verdicts(pattern.matches_all() ? 0 : names.size()) {
+        for (const Column& column : table.columns) {
+            if (column.spec.unit == Unit::text) m_texts.push_back(&column);
+        }
+    }
+
+    // Whether any text of the row matches.
+    bool lets_pass(std::size_t row) {
+        return m_pattern.matches_all() ||
+               std::any_of(m_texts.begin(), m_texts.end(),
+                           [&](const Column* column) { return name_matches(column->cells[row]); });
+    }
+
+  private:
+    enum class Verdict : char { unknown, yes, no };
+
+    bool name_matches(std::int64_t id) {
+        Verdict& verdict = m_verdicts[static_cast<std::size_t>(id)];
+        if (verdict == Verdict::unknown)
+            verdict = m_pattern.matches(m_names.text(id)) ? Verdict::yes : Verdict::no;
+        return verdict == Verdict::yes;
+    }
+
+    const Names& m_names;
+    const Pattern& m_pattern;
+    std::vector<Verdict> m_verdicts;  // by name
+    std::vector<const Column*> m_texts;
+};
 
 }  // namespace
 
@@ -42,29 +75,32 @@ Pattern::~Pattern() {
     ::regfree(&m_compiled);
 }
 
-bool Pattern::matches(const std::string& text) const {
-    return m_matches_all || ::regexec(&m_compiled, text.c_str(), 0, nullptr, 0) == 0;
+bool Pattern::matches(std::string_view text) const {
+    if (m_matches_all) return true;
+    regmatch_t whole{0, static_cast<regoff_t>(text.size())};
+    return ::regexec(&m_compiled, text.data(), 1, &whole, REG_STARTEND) == 0;
 }
 
-bool row_matches(const Table& table, std::size_t row, const Names& names, const Pattern& pattern) {
-    return pattern.matches_all() ||
-           std::any_of(table.columns.begin(), table.columns.end(), [&](const Column& column) {
-               return column.spec.unit == Unit::text && pattern.matches(names.text(column.cells[row]));
-           });
-}
-
-std::vector<std::size_t> selected_rows(const Table& table, const Names& names, const Pattern& pattern,
-                                       const std::string& sort_key) {
-    std::vector<std::size_t> rows;
-    for (std::size_t row = 0; row < table.rows; ++row) {
-        if (row_matches(table, row, names, pattern)) rows.push_back(row);
+Selection select_rows(const Table& table, const Names& names, const Pattern& pattern,
+                      const std::string& sort_key, std::size_t most) {
+    RowFilter filter(table, names, pattern);
+    Selection selection;
+    std::vector<std::uint32_t>& rows = selection.rows;
+    for (std::uint32_t row = 0; row < table.rows; ++row) {
+        if (filter.lets_pass(row)) rows.push_back(row);
     }
+    selection.matching = rows.size();
+    const std::size_t shown = most == 0 ? rows.size() : std::min(most, rows.size());
+    const auto end = rows.begin() + static_cast<std::ptrdiff_t>(shown);
     const Column* column = sort_key == "name" ? nullptr : sort_column(table, sort_key);
-    std::stable_sort(rows.begin(), rows.end(), [&](std::size_t left, std::size_t right) {
-        return column != nullptr ? column->cells[left] > column->cells[right]
-                                 : texts_before(table, names, left, right);
+    std::partial_sort(rows.begin(), end, rows.end(), [&](std::uint32_t left, std::uint32_t right) {
+        if (column == nullptr) return texts_before(table, names, left, right);
+        const std::int64_t a = column->cells[left];
+        const std::int64_t b = column->cells[right];
+        return a == b ? left < right : a > b;
     });
-    return rows;
+    rows.resize(shown);
+    return selection;
 }
 
 }  // namespace memview

@@ -5,6 +5,7 @@
 #include <regex.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/memview/model.h"
@@ -21,7 +22,7 @@ class Pattern {
     Pattern(const Pattern&) = delete;
     Pattern& operator=(const Pattern&) = delete;
 
-    bool matches(const std::string& text) const;
+    bool matches(std::string_view text) const;
     bool matches_all() const { return m_matches_all; }
 
   private:
@@ -29,12 +30,15 @@ class Pattern {
     regex_t m_compiled{};
 };
 
-// Whether any text of a row matches.
-bool row_matches(const Table& table, std::size_t row, const Names& names, const Pattern& pattern);
+struct Selection {
+    std::vector<std::uint32_t> rows;  // the first ones, in their order
+    std::size_t matching = 0;         // how many there are in all
+};
 
-// The rows that match, by the column from the highest down, or by the texts when the key is "name". A table
-// without that column is sorted by its first column of bytes. Equal rows keep the order of the report.
-std::vector<std::size_t> selected_rows(const Table& table, const Names& names, const Pattern& pattern,
-                                       const std::string& sort_key);
+// The first `most` rows (0: all) of those that match, by the column from the highest down, or by the texts
+// when the key is "name". A table without that column is sorted by its first column of bytes. Equal rows keep
+// the order of the report.
+Selection select_rows(const Table& table, const Names& names, const Pattern& pattern,
+                      const std::string& sort_key, std::size_t most);
 
 }  // namespace memview

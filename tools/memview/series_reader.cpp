@@ -1,11 +1,12 @@
 #include "tools/memview/series_reader.h"
 
 #include <algorithm>
+#include <numeric>
 
 #include "tools/memview/fields.h"
 #include "tools/memview/line_reader.h"
 #include "tools/memview/report_kinds.h"
-#include "tools/memview/table_reader.h"
+#include "tools/memview/report_parts.h"
 
 namespace memview {
 namespace {
@@ -27,17 +28,14 @@ class SeriesScan {
         if (!rest.empty())
             throw ReportError({m_reader.path(), 1, "unexpected title, ends in " + in_quotes(rest)});
         read_names();
-        if (!read_rows()) {
-            m_problems.add(
-                {m_reader.path(), m_reader.number(), "the file is cut: its closing line is missing"});
-        }
+        const RowReader rows{[this](std::string_view line) { return read_row(line); },
+                             [this](std::string_view line) { return fault_of(line); }};
+        read_rows(m_reader, rows, true, m_problems);
     }
 
   private:
     void read_names() {
-        std::string_view line;
-        if (!m_reader.next(line))
-            throw ReportError({m_reader.path(), m_reader.number(), "the file is cut: no columns"});
+        const std::string_view line = read_column_line(m_reader);
         std::vector<std::string> names;
         Fields fields(line);
         std::string_view name;
@@ -54,45 +52,42 @@ class SeriesScan {
         m_visitor.header(names);
     }
 
-    bool read_rows() {
-        std::string_view line;
-        while (m_reader.next(line)) {
-            if (is_closing_line(line)) {
-                read_end(m_reader, m_problems);
-                return true;
-            }
-            const std::string wrong = read_row(line);
-            if (!wrong.empty()) m_problems.add({m_reader.path(), m_reader.number(), wrong});
-        }
-        return false;
-    }
-
-    bool parse_value(std::string_view text, std::int64_t& value) const {
-        if (!m_auxiliary) return parse_number(text, value);
+    bool next_value(Fields& fields, std::int64_t& value) const {
+        if (!m_auxiliary) return fields.next_number(value);
         std::uint64_t bits = 0;
-        const bool good = parse_number(text, bits);
+        const bool good = fields.next_number(bits);
         value = static_cast<std::int64_t>(bits);
         return good;
     }
 
-    std::string read_row(std::string_view line) {
+    bool read_row(std::string_view line) {
         Fields fields(line);
         std::string_view label;
         if (!m_auxiliary) fields.next(label);
-        std::size_t count = 0;
-        for (std::string_view field; count < m_values.size() && fields.next(field); ++count) {
-            if (parse_value(field, m_values[count])) continue;
-            if (!m_reader.terminated()) return "the file is cut inside this row";
-            return in_quotes(field) + " is no number (series " + std::to_string(count + 1) + ")";
+        for (std::int64_t& value : m_values) {
+            if (!next_value(fields, value)) return false;
         }
-        const std::size_t found = count + fields.rest();
-        const std::size_t labels = m_auxiliary ? 0 : 1;
-        if (found != m_values.size()) {
-            return wrong_field_count(m_reader, line, found + labels, m_values.size() + labels);
-        }
-        if (!m_reader.terminated()) return "the file is cut inside this row";
+        if (!fields.at_end() || !m_reader.terminated()) return false;
         m_visitor.row(label, m_values);
-        return {};
+        return true;
+    }
+
+    // What is wrong with a row that could not be read.
+    std::string fault_of(std::string_view line) const {
+        Fields fields(line);
+        std::string_view field;
+        const std::size_t labels = m_auxiliary ? 0 : 1;
+        if (!m_auxiliary) fields.next(field);
+        for (std::size_t i = 0; i < m_values.size() && fields.next(field); ++i) {
+            Fields alone(field);
+            std::int64_t value = 0;
+            if (next_value(alone, value)) continue;
+            if (!m_reader.terminated()) return "the file is cut inside this row";
+            return in_quotes(field) + " is no number (series " + std::to_string(i + 1) + ")";
+        }
+        const std::size_t found = Fields(line).rest();
+        if (found == m_values.size() + labels) return "the file is cut inside this row";
+        return wrong_field_count(m_reader, line, found, m_values.size() + labels);
     }
 
     LineReader m_reader;
@@ -164,6 +159,8 @@ Timeline read_timeline(const std::string& path, std::string_view kind, Problems&
         stretches = Stretches(names.size());
     };
     visitor.row = [&](std::string_view, std::span<const std::int64_t> values) {
+        const std::int64_t sum = std::accumulate(values.begin(), values.end(), std::int64_t{0});
+        timeline.highest_sum = timeline.samples == 0 ? sum : std::max(timeline.highest_sum, sum);
         ++timeline.samples;
         stretches.add(values);
         last.assign(values.begin(), values.end());

@@ -41,7 +41,7 @@ bool same_name(const std::string& a, const std::string& b) {
 class Show {
   public:
     Show(const Folder& folder, const Options& options, const Terminal& terminal, std::ostream& out)
-        : m_names(folder.names),
+        : m_names(*folder.names),
           m_options(options),
           m_terminal(terminal),
           m_out(out),
@@ -106,18 +106,18 @@ class Show {
     }
 
     void print_table(const Run& run, const Table& table, const View& view) const {
-        const std::vector<std::size_t> rows = selected_rows(table, m_names, m_pattern, m_options.sort);
-        const std::size_t shown = m_options.top == 0 ? rows.size() : std::min(rows.size(), m_options.top);
+        const Selection selection = select_rows(table, m_names, m_pattern, m_options.sort, m_options.top);
         const std::string sort =
             table.column(m_options.sort) >= 0 || m_options.sort == "name" ? m_options.sort : "bytes";
         m_out << "\n"
-              << bold(view.title, m_terminal) << "  (" << shown << " of " << rows.size()
-              << (m_pattern.matches_all() ? "" : " matching") << ", by " << sort << ")\n";
-        if (rows.empty()) return;
+              << bold(view.title, m_terminal) << "  (" << selection.rows.size() << " of "
+              << selection.matching << (m_pattern.matches_all() ? "" : " matching") << ", by " << sort
+              << ")\n";
+        if (selection.rows.empty()) return;
         const bool has_room = m_terminal.width == 0 || m_terminal.width >= 100;
         const Timeline* course = has_room && view.timeline != nullptr ? run.timeline(view.timeline) : nullptr;
         TextTable text(headings(table, course != nullptr));
-        for (std::size_t i = 0; i < shown; ++i) text.add(cells(table, rows[i], course));
+        for (const std::uint32_t row : selection.rows) text.add(cells(table, row, course));
         text.print(m_out, m_terminal);
     }
 
@@ -198,8 +198,7 @@ class Show {
     }
 
     std::string text(const Table& table, std::size_t row, const char* key) const {
-        const std::vector<std::int64_t>* column = table.cells(key);
-        return column == nullptr ? std::string() : harmless(m_names.text((*column)[row]));
+        return table.column(key) < 0 ? std::string() : harmless(table.text(key, row, m_names));
     }
 
     const Names& m_names;

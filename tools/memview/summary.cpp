@@ -24,10 +24,9 @@ void add_table_figures(const Table& table, std::vector<Figure>& figures) {
         const char* explanation;
     };
     static constexpr Source SOURCES[] = {
-        {"peak", "Peak", Unit::bytes,
+        {"peak", "Recorded peak", Unit::bytes,
          "Bytes held at the recorded peak. A peak is recorded when the total doubles or passes a step, so "
-         "that a sample "
-         "can stand somewhat higher."},
+         "that a sample can stand higher."},
         {"peak_blocks", "Peak blocks", Unit::blocks, "Blocks held at that moment."},
         {"current", "Held at the end", Unit::bytes, "Bytes not yet freed when the reports were written."},
         {"current_blocks", "Blocks at the end", Unit::blocks,
@@ -85,8 +84,15 @@ std::vector<Figure> summary(const Run& run) {
     std::vector<Figure> figures;
     const Table* table = whole_table(run);
     if (table != nullptr) add_table_figures(*table, figures);
+    const Timeline* timeline = run.timeline(MODULE_TIMELINE);
+    if (timeline == nullptr) timeline = run.timeline(TAG_TIMELINE);
+    if (timeline != nullptr) {
+        const auto beside_the_peak = figures.begin() + (figures.empty() ? 0 : 1);
+        figures.insert(beside_the_peak, {"highest_sample", "Highest sample", timeline->highest_sum,
+                                         Unit::bytes, "The most bytes that a sample of the timeline shows."});
+    }
     if (run.peak_index) {
-        figures.push_back({"peak_index", "Peak at sampling index", static_cast<std::int64_t>(*run.peak_index),
+        figures.push_back({"peak_index", "Last peak at index", static_cast<std::int64_t>(*run.peak_index),
                            Unit::line,
                            "Sampling points before the latest recorded peak. When the host flushed a "
                            "higher peak earlier, the figures are of that one and this index is not."});

@@ -39,7 +39,7 @@ std::string_view trimmed(std::string_view line) {
 
 }  // namespace
 
-bool matches_pattern(const std::string& pattern, const std::string& text) {
+bool matches_pattern(const std::string& pattern, std::string_view text) {
     std::string whole = pattern;
     if (whole.starts_with('^')) {
         whole.erase(0, 1);
@@ -72,7 +72,7 @@ Suppressions Suppressions::read(const std::string& path) {
 bool Suppressions::covers(const Table& leaks, std::size_t row, const Names& names) {
     for (Entry& entry : m_entries) {
         for (const char* column : {"module", "function", "file"}) {
-            if (!matches_pattern(entry.pattern, names.text((*leaks.cells(column))[row]))) continue;
+            if (!matches_pattern(entry.pattern, leaks.text(column, row, names))) continue;
             entry.used = true;
             return true;
         }

@@ -4,6 +4,7 @@
 // each.
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "tools/memview/model.h"
@@ -31,6 +32,6 @@ class Suppressions {
 
 // A pattern may lie anywhere in the text; "*" stands for anything, "^" in front and "$" behind bind it to the
 // ends.
-bool matches_pattern(const std::string& pattern, const std::string& text);
+bool matches_pattern(const std::string& pattern, std::string_view text);
 
 }  // namespace memview

@@ -1,6 +1,7 @@
 #include "tools/memview/table_reader.h"
 
 #include "tools/memview/fields.h"
+#include "tools/memview/report_parts.h"
 
 namespace memview {
 namespace {
@@ -28,20 +29,22 @@ bool parse_address(std::string_view text, std::int64_t& value) {
     return true;
 }
 
-bool parse_cell(std::string_view text, Unit unit, Names& names, std::int64_t& value) {
+bool parse_cell(Fields& fields, Unit unit, Names& names, std::int64_t& value) {
+    std::string_view text;
     switch (unit) {
         case Unit::text:
+            if (!fields.next(text)) return false;
             value = names.id_of(text);
-            return text.find('\0') == std::string_view::npos;
+            return true;
         case Unit::address:
-            return parse_address(text, value);
+            return fields.next(text) && parse_address(text, value);
         case Unit::thousandths:
-            return parse_thousandths(text, value);
+            return fields.next(text) && parse_thousandths(text, value);
         case Unit::line:
-            return parse_number(text, value) && value >= 0;
+            return fields.next_number(value) && value >= 0;
         case Unit::bytes:
         case Unit::blocks:
-            return parse_number(text, value);
+            return fields.next_number(value);
     }
     return false;
 }
@@ -56,10 +59,9 @@ class TableReader {
         m_table.file = m_reader.path();
         read_title(peak_index);
         read_columns();
-        if (!read_rows() && m_kind.closing_line) {
-            m_problems.add(
-                {m_reader.path(), m_reader.number(), "the file is cut: its closing line is missing"});
-        }
+        const RowReader rows{[this](std::string_view line) { return read_row(line); },
+                             [this](std::string_view line) { return fault_of(line); }};
+        read_rows(m_reader, rows, m_kind.closing_line, m_problems);
         return std::move(m_table);
     }
 
@@ -78,10 +80,7 @@ class TableReader {
     }
 
     void read_columns() {
-        std::string_view line;
-        if (!m_reader.next(line))
-            throw ReportError({m_reader.path(), m_reader.number(), "the file is cut: no columns"});
-        Fields fields(line);
+        Fields fields(read_column_line(m_reader));
         std::string_view title;
         bool more = fields.next(title);
         for (std::size_t i = 0; i < m_kind.columns.size(); ++i) {
@@ -100,37 +99,33 @@ class TableReader {
         m_row.resize(m_table.columns.size());
     }
 
-    // Whether the rows ended with a closing line.
-    bool read_rows() {
-        std::string_view line;
-        while (m_reader.next(line)) {
-            if (m_kind.closing_line && is_closing_line(line)) {
-                read_end(m_reader, m_problems);
-                return true;
-            }
-            const std::string wrong = read_row(line);
-            if (!wrong.empty()) m_problems.add({m_reader.path(), m_reader.number(), wrong});
+    // A wrong row leaves nothing behind.
+    bool read_row(std::string_view line) {
+        Fields fields(line);
+        for (std::size_t i = 0; i < m_row.size(); ++i) {
+            if (!parse_cell(fields, m_table.columns[i].spec.unit, m_names, m_row[i])) return false;
         }
-        return false;
+        if (!fields.at_end() || !m_reader.terminated() || line.find('\0') != std::string_view::npos)
+            return false;
+        add_row(m_reader, m_row, m_table);
+        return true;
     }
 
-    // Gives what is wrong with the row; a wrong row leaves nothing behind.
-    std::string read_row(std::string_view line) {
-        Fields fields(line);
-        std::size_t count = 0;
-        std::string wrong;
-        for (std::string_view field; fields.next(field); ++count) {
-            if (count >= m_row.size()) continue;
-            const ColumnSpec& spec = m_table.columns[count].spec;
-            if (wrong.empty() && !parse_cell(field, spec.unit, m_names, m_row[count])) {
-                wrong = in_quotes(field) + " is no value for column " + in_quotes(spec.title);
-            }
-        }
-        if (count != m_row.size()) return wrong_field_count(m_reader, line, count, m_row.size());
+    // What is wrong with a row that could not be read.
+    std::string fault_of(std::string_view line) {
+        const std::size_t found = Fields(line).rest();
+        if (found != m_row.size()) return wrong_field_count(m_reader, line, found, m_row.size());
         if (!m_reader.terminated()) return "the file is cut inside this row";
-        if (!wrong.empty()) return wrong;
-        for (std::size_t i = 0; i < count; ++i) m_table.columns[i].cells.push_back(m_row[i]);
-        ++m_table.rows;
+        Fields fields(line);
+        for (const Column& column : m_table.columns) {
+            std::string_view field;
+            fields.next(field);
+            Fields alone(field);
+            std::int64_t value = 0;
+            const bool good = field.find('\0') == std::string_view::npos &&
+                              parse_cell(alone, column.spec.unit, m_names, value);
+            if (!good) return in_quotes(field) + " is no value for column " + in_quotes(column.spec.title);
+        }
         return {};
     }
 
@@ -143,47 +138,6 @@ class TableReader {
 };
 
 }  // namespace
-
-std::string read_head(LineReader& reader, std::string_view title) {
-    std::string_view line;
-    if (!reader.next(line)) throw ReportError({reader.path(), 0, "the file is empty"});
-    if (!line.starts_with(title)) {
-        throw ReportError({reader.path(), 1, "not this kind of report: it begins with " + in_quotes(line)});
-    }
-    std::string rest(line.substr(title.size()));
-    if (!reader.next(line)) throw ReportError({reader.path(), 1, "the file is cut behind its title"});
-    if (!line.empty())
-        throw ReportError({reader.path(), 2, "an empty line expected, found " + in_quotes(line)});
-    return rest;
-}
-
-std::string wrong_field_count(const LineReader& reader, std::string_view line, std::size_t found,
-                              std::size_t expected) {
-    if (!reader.terminated()) return "the file is cut inside this row";
-    if (line.starts_with("MEM: ") || line.starts_with("Memory Tracking - ")) {
-        return "a second report begins here: two processes wrote this file";
-    }
-    std::string text = std::to_string(expected) + " fields expected, found " + std::to_string(found);
-    if (found > expected) text += ": a name holds a tab";
-    return text;
-}
-
-void read_end(LineReader& reader, Problems& problems) {
-    if (!reader.terminated())
-        problems.add({reader.path(), reader.number(), "the file is cut in its closing line"});
-    std::string_view line;
-    if (!reader.next(line)) return;
-    problems.add({reader.path(), reader.number(),
-                  "text behind the closing line (two processes wrote this file?): " + in_quotes(line)});
-}
-
-Table empty_table(std::string key, std::string file, const std::vector<ColumnSpec>& columns) {
-    Table table;
-    table.key = std::move(key);
-    table.file = std::move(file);
-    for (const ColumnSpec& spec : columns) table.columns.push_back({spec, {}});
-    return table;
-}
 
 Table read_table(const std::string& path, const TableKind& kind, Names& names, Problems& problems,
                  std::optional<std::uint64_t>& peak_index) {

@@ -13,16 +13,4 @@ namespace memview {
 Table read_table(const std::string& path, const TableKind& kind, Names& names, Problems& problems,
                  std::optional<std::uint64_t>& peak_index);
 
-// Reads title and empty line of any report. Gives the title's text behind `title`.
-std::string read_head(LineReader& reader, std::string_view title);
-
-// What is wrong with a row that has `found` fields where `expected` are due.
-std::string wrong_field_count(const LineReader& reader, std::string_view line, std::size_t found,
-                              std::size_t expected);
-
-// Checks that nothing stands behind the closing line.
-void read_end(LineReader& reader, Problems& problems);
-
-Table empty_table(std::string key, std::string file, const std::vector<ColumnSpec>& columns);
-
 }  // namespace memview

@@ -62,11 +62,26 @@ std::string grouped(std::int64_t number) {
     return digits;
 }
 
+void append_number(std::string& out, std::int64_t number) {
+    char text[24];
+    out.append(text, std::to_chars(text, text + sizeof text, number).ptr);
+}
+
+void append_quoted(std::string& out, std::string_view text, std::string_view escaped) {
+    out += '"';
+    for (std::size_t quote = 0; (quote = text.find('"')) != std::string_view::npos;) {
+        out.append(text.substr(0, quote)).append(escaped);
+        text.remove_prefix(quote + 1);
+    }
+    out.append(text).append("\"");
+}
+
 std::string hex_address(std::int64_t address) {
     if (address == 0) return "OTHER";
-    char text[24];
-    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(address));
-    return text;
+    char text[24] = "0x";
+    char* const end =
+        std::to_chars(text + 2, text + sizeof text, static_cast<std::uint64_t>(address), 16).ptr;
+    return {text, end};
 }
 
 std::string fixed_thousandths(std::int64_t value) {
@@ -126,8 +141,8 @@ std::string shortened_path(const std::string& path, std::size_t width) {
     return "…" + path.substr(slash == std::string::npos ? tail : slash);
 }
 
-std::string harmless(const std::string& text) {
-    std::string out = text;
+std::string harmless(std::string_view text) {
+    std::string out(text);
     for (std::size_t i = 0; i < out.size(); ++i) {
         const auto byte = static_cast<unsigned char>(out[i]);
         const bool c1_control =

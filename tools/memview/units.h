@@ -17,6 +17,10 @@ std::string human_bytes(std::int64_t bytes);
 std::string human_change(std::int64_t bytes);
 // "12,345,678"
 std::string grouped(std::int64_t number);
+// Plain digits behind what is there.
+void append_number(std::string& out, std::int64_t number);
+// The text between double quotes, with `escaped` in the place of each quote in it.
+void append_quoted(std::string& out, std::string_view text, std::string_view escaped);
 std::string hex_address(std::int64_t address);
 // Thousandths as "1.500".
 std::string fixed_thousandths(std::int64_t value);
@@ -33,6 +37,6 @@ std::string shortened_path(const std::string& path, std::size_t width);
 // Columns that a text takes, every character being one wide.
 std::size_t display_width(std::string_view text);
 // Text from a report with nothing in it that a terminal would obey.
-std::string harmless(const std::string& text);
+std::string harmless(std::string_view text);
 
 }  // namespace memview

@@ -50,7 +50,7 @@ function paintBands(context, area, graph, bands) {
 // The two differ when the host flushed a peak that no later one surpassed.
 function marksOf(chart, process) {
   const marks = [];
-  if (process.peak_index !== null) marks.push({ x: process.peak_index, text: 'recorded peak, index ' + process.peak_index });
+  if (process.peak_index !== null) marks.push({ x: process.peak_index, text: 'last recorded peak, index ' + process.peak_index });
   if (chart.stacked) {
     const highest = chart.rows[d3.scan(chart.rows, (a, b) => d3.sum(b.slice(2)) - d3.sum(a.slice(2)))];
     marks.push({ x: highest[0], text: 'highest, sample ' + highest[0] });
@@ -58,7 +58,9 @@ function marksOf(chart, process) {
   return marks;
 }
 
+// Over the areas, with a rim in the colour of the page, so that the words can be read on any of them.
 function paintMarks(context, area, graph, marks) {
+  context.font = '11px system-ui, sans-serif';
   context.strokeStyle = context.fillStyle = cssValue('--peak');
   marks.forEach((mark, i) => {
     const x = graph.toDomXCoord(mark.x);
@@ -69,7 +71,15 @@ function paintMarks(context, area, graph, marks) {
     context.lineTo(x, area.y + area.h);
     context.stroke();
     context.setLineDash([]);
-    context.fillText(mark.text, Math.min(x + 4, area.x + area.w - 130), area.y + 26 + 14 * i);
+    const width = context.measureText(mark.text).width;
+    const left = Math.max(area.x, Math.min(x + 4, area.x + area.w - width - 4));
+    context.save();
+    context.lineWidth = 4;
+    context.lineJoin = 'round';
+    context.strokeStyle = cssValue('--back');
+    context.strokeText(mark.text, left, area.y + 26 + 15 * i);
+    context.restore();
+    context.fillText(mark.text, left, area.y + 26 + 15 * i);
   });
 }
 
@@ -179,10 +189,11 @@ function drawChart(chart, process, bands, holder) {
       y: { axisLabelFormatter: bytesText, axisLabelWidth: 74, labelsKMG2: true },
       y2: { axisLabelFormatter: (y) => groupedText(Math.round(y)), axisLabelWidth: 74 },
     },
-    underlayCallback: (context, area, drawn) => {
-      paintBands(context, area, drawn, bands);
-      paintMarks(context, area, drawn, marks);
-    },
+    underlayCallback: (context, area, drawn) => paintBands(context, area, drawn, bands),
+    plugins: [{
+      activate: () => ({ didDrawChart: (event) => paintMarks(event.drawingContext, event.dygraph.getArea(), event.dygraph, marks) }),
+      destroy: () => {},
+    }],
     highlightCallback: (event, x, points, row) => show(row, x),
     drawCallback: followRange,
   });

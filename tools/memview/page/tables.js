@@ -98,6 +98,7 @@ class DataTable {
 
   cell(column, at, row) {
     const value = this.value(at, row);
+    if (column.key === 'file') return element('td', { className: 'text path', title: value }, element('bdi', { dir: 'ltr' }, value));
     if (this.isText[at]) return element('td', { className: 'text', title: value }, value);
     const text = column.key === 'change' && value > 0 ? '+' + figureText(value, column.unit) : figureText(value, column.unit);
     return element('td', { title: groupedText(value), className: column.key === 'change' && value > 0 ? 'grown' : '' }, text);

@@ -91,7 +91,10 @@ class TreeMap {
     const root = d3.hierarchy(this.drawn(node, this.path, node.value)).sum((one) => (one.children ? 0 : one.value));
     d3.treemap().size([this.width, this.box.clientHeight]).round(true)
       .paddingTop((one) => (one.depth && one.children ? HEAD_HEIGHT : 0)).paddingInner(1)(root);
-    root.children?.forEach((child, i) => child.each((one) => { one.hue = (i * 137.508) % 360; }));
+    let branching = root;  // where nearly everything lies in one module, its files bear the colours
+    while (branching.children && branching.children[0].value > 0.9 * branching.value) branching = branching.children[0];
+    root.each((one) => { one.hue = 0; });
+    branching.children?.forEach((child, i) => child.each((one) => { one.hue = (i * 137.508) % 360; }));
     return root.descendants().filter((one) => one.depth && one.x1 - one.x0 > 2 && one.y1 - one.y0 > 2)
       .map((one) => this.tile(one, node.value));
   }
@@ -103,11 +106,12 @@ class TreeMap {
     const tile = element('button', {
       type: 'button', title: name + '\n' + bytesText(value) + ', ' + share, tabIndex: one.depth === 1 ? 0 : -1,
       'aria-label': name + ', ' + bytesText(value) + ', ' + share, onclick: () => this.open(children ? path : path.slice(0, -1)),
-    }, element('span', {}, baseName(name) + ' ' + bytesText(value)));
+    }, one.x1 - one.x0 > 24 && one.y1 - one.y0 > 12 ? element('span', {}, baseName(name) + ' ' + bytesText(value)) : null);
     Object.assign(tile.style, {
       left: one.x0 + 'px', top: one.y0 + 'px', width: one.x1 - one.x0 + 'px', height: one.y1 - one.y0 + 'px',
-      background: d3.hsl(one.hue, 0.45, 0.66 + 0.07 * one.depth).toString(),
     });
+    tile.style.setProperty('--hue', one.hue);
+    tile.style.setProperty('--depth', one.depth);
     return tile;
   }
 }
