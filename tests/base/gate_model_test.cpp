@@ -38,7 +38,7 @@ struct STATE {
     int lock_owner = -1;
     std::array<int, actors> at{};  // step of each actor
 
-    auto operator<=>(const STATE&) const = default;
+    auto operator<=>(const STATE&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 bool word_is_zero(const STATE& s) {
