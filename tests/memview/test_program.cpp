@@ -158,9 +158,9 @@ TEST_F(Program, CheckNamesEveryDisagreement) {
 }
 
 TEST_F(Program, ExportsCallSitesInEveryForm) {
-    m_scratch.write("r/" + FILELINE, sites(site(1, 100, "f(\"a,b\");", 30) + site(2, 50)));
+    m_scratch.write("r/" + FILELINE, sites(site(1, 100, "f(\"a,b\");", 30) + site(2, 50, "g\\()")));
     EXPECT_EQ(memview("export --format collapsed r").out,
-              "app;/src/a.cpp;f(\"a,b\"),:1 100\napp;/src/a.cpp;work():2 50\n");
+              "app;/src/a.cpp;f(\"a,b\"),:1 100\napp;/src/a.cpp;g\\():2 50\n");
     const json scope = json::parse(memview("export --format speedscope r").out);
     const json& profile = scope["profiles"][0];
     EXPECT_EQ(profile["endValue"], 150);
@@ -171,6 +171,7 @@ TEST_F(Program, ExportsCallSitesInEveryForm) {
     EXPECT_THAT(frames, testing::ElementsAre("app", "/src/a.cpp", "f(\"a,b\");"));
     const json rows = json::parse(memview("export --format json r").out)["processes"][0]["sites"];
     EXPECT_EQ(rows[0]["function"], "f(\"a,b\");");
+    EXPECT_EQ(rows[1]["function"], "g\\()");
     expect({{"export --format csv r", 0,
              "Function\n0x1,30,100,100,200,100,0,1,1,1,2,app,/src/a.cpp,1,\"f(\"\"a,b\"\");\"\n0x2,0,50,"},
             {"export --format pprof -o p.gz r && gzip -dc p.gz | grep -c peak_space", 0, "1\n"},
