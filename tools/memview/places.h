@@ -2,7 +2,6 @@
 
 // The rows of two tables by what they are about, so that they can be held against each other.
 
-#include <compare>
 #include <cstdint>
 #include <string>
 #include <tuple>
