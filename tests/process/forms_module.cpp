@@ -2,13 +2,13 @@
 // plugin that it loads.
 #include <cstdlib>
 
+#include "tests/process/kept.h"
+
 #define MODULE_VISIBLE __attribute__((visibility("default")))
 
 extern "C" {
 extern MODULE_VISIBLE const unsigned MODULE_FUNCTION_LINE = __LINE__ + 2;
 MODULE_VISIBLE void* MODULE_FUNCTION() {
-    void* block = std::malloc(3000);
-    asm volatile("" : "+r"(block));
-    return block;
+    return kept(std::malloc(3000));
 }
 }
