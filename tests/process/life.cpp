@@ -94,8 +94,7 @@ const BEHAVIOUR fail_to_allocate("null", [](char**) {
     errno = 0;
     const bool null = std::malloc(too_much) == nullptr && std::calloc(too_much, 1) == nullptr;
     const bool told = errno == ENOMEM, same = mem_get_stats().current.blocks == before;
-    std::cout << "null " << null << " errno " << told << " same " << same << '
-';
+    std::cout << "null " << null << " errno " << told << " same " << same << '\n';
 });
 
 // The plugin's constructor holds the loader's lock and waits for a thread of this program to have allocated,

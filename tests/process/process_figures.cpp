@@ -10,8 +10,7 @@ namespace {
 
 const BEHAVIOUR own_figures("figures", [](char**) {
     const std::uint64_t mapped = mem_info_get_process_current_virtual_used();
-    std::cout << "mapped " << mapped << ", in use " << mem_info_get_system_current_physical_in_use() << '
-';
+    std::cout << "mapped " << mapped << ", in use " << mem_info_get_system_current_physical_in_use() << '\n';
 });
 
 // Asks as another user where it can.
