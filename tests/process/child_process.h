@@ -8,7 +8,7 @@
 
 inline const std::string track_all = "VELDRIN_MEM_PROFILE_ALL=1 ";
 inline const std::string with_allocator = "LD_PRELOAD=" TCMALLOC_MINIMAL " ";
-inline const std::string plugin = BUILT "/plugin.so";
+inline const std::string module_path = BUILT "/module.so";
 
 struct ENDING {
     std::string how;  // "exit 1" or "signal 11"; "signal 14" after a minute

@@ -15,9 +15,7 @@
 
 #include "ktl_mem/mem.h"
 #include "tests/process/kept.h"
-
-extern "C" void* library_block();
-extern "C" const unsigned library_block_line;
+#include "tests/process/module.h"
 
 namespace {
 
@@ -41,10 +39,8 @@ std::map<int, long> maps[runs];
 std::shared_ptr<RECORD> shared[runs];
 std::function<std::size_t()> functions[runs];
 
-void* volatile old_block = nullptr;
 void* thread_block = nullptr;
 void* plugin = nullptr;
-volatile int thrown = 1;
 
 void print(const void* block, unsigned line) {
     MEM_ADDRESS_TRACKER site;
@@ -84,19 +80,10 @@ struct forms {
         return kept(block);
     }
 
-    // Each grows or shrinks a block that is charged to another line.
-    static void* realloc_in_place(int) {
-        old_block = kept(std::malloc(1000));
-        return HERE(kept(std::realloc(old_block, 1020)));
-    }
-    static void* realloc_moving(int) {
-        old_block = kept(std::malloc(1000));
-        return HERE(kept(std::realloc(old_block, 8000)));
-    }
-    static void* realloc_shrinking(int) {
-        old_block = kept(std::malloc(8000));
-        return HERE(kept(std::realloc(old_block, 100)));
-    }
+    // Each grows or shrinks a block that is charged to another call.
+    static void* realloc_in_place(int) { return HERE(kept(std::realloc(kept(std::malloc(1000)), 1020))); }
+    static void* realloc_moving(int) { return HERE(kept(std::realloc(kept(std::malloc(1000)), 8000))); }
+    static void* realloc_shrinking(int) { return HERE(kept(std::realloc(kept(std::malloc(8000)), 100))); }
 
     template <class T>
     static void* by_template(int) {
@@ -115,22 +102,19 @@ struct forms {
     static void* by_thread(int) { return std::thread(in_thread).join(), thread_block; }
     static void* by_catch(int) {
         try {
-            if (thrown != 0) throw 1;
+            throw 1;
         } catch (int) {
             return HERE(kept(std::malloc(700)));
         }
-        return nullptr;
     }
 
     static void* by_library(int) {
-        void* block = kept(library_block());
-        marked_line = library_block_line;
-        return block;
+        marked_line = module_block_line;
+        return kept(module_block(3000));
     }
     static void* by_plugin(int) {
-        void* block = kept(reinterpret_cast<void* (*)()>(dlsym(plugin, "plugin_block"))());
-        marked_line = *static_cast<const unsigned*>(dlsym(plugin, "plugin_block_line"));
-        return block;
+        marked_line = *static_cast<const unsigned*>(dlsym(plugin, "module_block_line"));
+        return kept(reinterpret_cast<decltype(&module_block)>(dlsym(plugin, "module_block"))(3000));
     }
 
     static void* by_string(int run) { return HERE(strings[run].assign(100, 'x')).data(); }

@@ -12,9 +12,9 @@
 #include "tests/bins/on_threads.h"
 #include "tests/process/behaviour.h"
 #include "tests/process/call_sites.h"
-#include "tests/process/plugin.h"
+#include "tests/process/module.h"
 
-void (*plugin_action)() = nullptr;
+void (*module_action)() = nullptr;
 
 namespace {
 
@@ -97,7 +97,7 @@ const BEHAVIOUR fail_to_allocate("null", [](char**) {
     std::cout << "null " << null << " errno " << told << " same " << same << '\n';
 });
 
-// The plugin's constructor holds the loader's lock and waits for a thread of this program to have allocated,
+// The module's constructor holds the loader's lock and waits for a thread of this program to have allocated,
 // from a place that the tracker has never seen.
 std::atomic<std::size_t> wanted{0}, allocated{0};
 
@@ -116,11 +116,11 @@ void allocate_when_wanted() {
 const BEHAVIOUR load_and_unload("load", [](char** arguments) {
     const Meanwhile busy(4, put_a_block);
     const Meanwhile waited_for(1, allocate_when_wanted);
-    plugin_action = wait_for_an_allocation;
+    module_action = wait_for_an_allocation;
     for (int i = 0; i < 20; ++i) {
-        void* const plugin = dlopen(arguments[0], RTLD_NOW);
-        std::free(reinterpret_cast<ALLOCATE_IN_PLUGIN*>(dlsym(plugin, "allocate_in_plugin"))(77));
-        dlclose(plugin);
+        void* const module = dlopen(arguments[0], RTLD_NOW);
+        std::free(reinterpret_cast<decltype(&module_block)>(dlsym(module, "module_block"))(77));
+        dlclose(module);
     }
 });
 

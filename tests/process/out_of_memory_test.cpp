@@ -45,7 +45,7 @@ TEST(OutOfMemory, SixteenThreadsAtOnceGiveOneMessageAndCompleteReports) {
 TEST(OutOfMemory, EndsTheProcessWhicheverAllocationFails) {
     const auto fail_at = [](long number) {
         return run("ending_host fail_at " + std::to_string(number),
-                   track_all + "LD_PRELOAD=" BUILT "/libfailing_allocator.so:" TCMALLOC_MINIMAL);
+                   track_all + "LD_PRELOAD=" BUILT "/failing_allocator.so:" TCMALLOC_MINIMAL);
     };
     const ENDING whole = fail_at(0);
     ASSERT_EQ(whole.how, "exit 0") << whole.error;

@@ -9,17 +9,17 @@
 #include "tests/bins/on_threads.h"
 #include "tests/process/behaviour.h"
 #include "tests/process/call_sites.h"
-#include "tests/process/plugin.h"
+#include "tests/process/module.h"
 #include "tests/process/report_sums.h"
 #include "tests/tracker/all_calls.h"
 
 namespace {
 
-// The function of a copy of the plugin under a name of its own.
-ALLOCATE_IN_PLUGIN* load_copy(const char* plugin, const std::string& name) {
-    std::filesystem::copy_file(plugin, name);
-    return reinterpret_cast<ALLOCATE_IN_PLUGIN*>(
-        dlsym(dlopen(("./" + name).c_str(), RTLD_NOW), "allocate_in_plugin"));
+// The function of a copy of the module under a name of its own.
+auto* load_copy(const char* module, const std::string& name) {
+    std::filesystem::copy_file(module, name);
+    void* const copy = dlopen(("./" + name).c_str(), RTLD_NOW);
+    return reinterpret_cast<decltype(&module_block)>(dlsym(copy, "module_block"));
 }
 
 // Two modules allocate, each in a bin of one tag, the second of which sees a sample; then the second module
@@ -27,8 +27,8 @@ ALLOCATE_IN_PLUGIN* load_copy(const char* plugin, const std::string& name) {
 const BEHAVIOUR use_modules("modules", [](char** arguments) {
     mem_block_thread_tracking();
     mem_reset_tracking_entries();
-    ALLOCATE_IN_PLUGIN* const modules[] = {load_copy(arguments[0], "libm1.so"),
-                                           load_copy(arguments[0], "libm2.so")};
+    decltype(&module_block)
+        const modules[] = {load_copy(arguments[0], "libm1.so"), load_copy(arguments[0], "libm2.so")};
     std::uint64_t start = 0, end = 0, peak = 0;
     for (const int i : {0, 1}) {
         mem_open_profile_bin(i == 0 ? "m1" : "m2", "loading");

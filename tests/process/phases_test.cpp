@@ -13,14 +13,14 @@ std::string masked(const std::string& text) {
 
 // The library's own load makes one event, the first sample; the run begins with a reset.
 TEST(Phases, ReportsTellTheModulesOfTheRun) {
-    const ENDING ending = expect({"tracked_host modules " + plugin, phased});
+    const ENDING ending = expect({"tracked_host modules " + module_path, phased});
     EXPECT_EQ(masked(ending.files.at("mem_tbb_timeline.vii.log")),
               "MEM: TBB Module Tracking Memory Timeline.\n\n\tMisc\tOTHER\tm1\tm2\nOther\t0\t16\t0\t0\n"
               "loading\t0\t0\t8192\t16384\nOther\t0\t0\t8192\t16384\nOther\t0\t0\t8192\t16384\n<time>\n");
     EXPECT_EQ(masked(ending.files.at("mem_tbb_leak_warning.vii.log")),
               "MEM: TBB Leak Checking Summary.\n\n"
-              "m2 leaked 16384 bytes in 1 object(s) allocated at plugin.cpp:21 allocate_in_plugin\n"
-              "m1 leaked 8192 bytes in 1 object(s) allocated at plugin.cpp:21 allocate_in_plugin\n"
+              "m2 leaked 16384 bytes in 1 object(s) allocated at module.cpp:22 module_block\n"
+              "m1 leaked 8192 bytes in 1 object(s) allocated at module.cpp:22 module_block\n"
               "\nTotal leaked bytes: 24576\n");
     // 16384 bytes and a mebibyte at the peak.
     EXPECT_THAT(
