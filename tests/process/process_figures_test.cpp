@@ -14,6 +14,9 @@ TEST(ProcessFigures, WithoutTheKernelsFilesAreZero) {
         GTEST_SKIP() << "nothing may be mounted here: " << mount.error;
     expect({without_proc("debug_msg=on tracked_host figures"), "",
             "Debug: MEM: No such process\nmapped 0, in use 0\nDebug: MEM: Native.*"});
+    // Every event fails to read them here.
+    expect({without_proc(track_all + "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD=1 tracked_host errno"), "",
+            "spoiled 0\n"});
     // The tracker counts, and cannot say where: ten blocks of the program and one before it.
     EXPECT_TRUE(expect({without_proc(track_all + "LD_PRELOAD=" KTL_MEM ":" TCMALLOC_MINIMAL " plain_host")})
                     .has_call_site("OTHER\t10256\t"));
