@@ -1,31 +1,30 @@
-// Starts a host program in an empty folder of its own and tells how it ended.
+// Starts processes in empty folders of their own, and tells how they end.
 #pragma once
 
-#include <filesystem>
+#include <gmock/gmock.h>
+
 #include <map>
 #include <string>
-#include <vector>
 
-struct RUN {
-    std::vector<std::string> command;      // the program's path first
-    std::vector<std::string> environment;  // "NAME=value", beside what the test itself has
-    std::uint64_t address_space = 0;       // limit in bytes, 0 for none
-    bool standard_error_closed = false;
-};
+inline const std::string track_all = "VELDRIN_MEM_PROFILE_ALL=1 ";
+inline const std::string with_allocator = "LD_PRELOAD=" TCMALLOC_MINIMAL " ";
+inline const std::string module_path = BUILT "/module.so";
 
 struct ENDING {
-    int exit_code = -1;  // -1 when a signal ended it
-    int signal = 0;
-    bool timed_out = false;  // it was killed after a minute
-    std::string output;
-    std::string error;
+    std::string how;  // "exit 1" or "signal 11"; "signal 14" after a minute
+    std::string output, error;
     std::map<std::string, std::string> files;  // what it left in its folder, by name
 
-    // One line for comparisons: "exit 1", "signal 11" or "hang".
-    std::string how() const;
+    // Whether the report of call sites is complete and contains the text.
+    bool has_call_site(const std::string& text) const;
 };
 
-ENDING run_program(const RUN& run);
+// The command is a shell's line, and finds the programs that are built beside the tests. The environment is
+// words of the form NAME=value.
+ENDING run(const std::string& command, const std::string& environment = {});
 
-// LD_PRELOAD of the real allocator.
-std::string with_allocator();
+// A run, and regular expressions for the whole of what it says.
+struct CASE {
+    std::string command, environment = {}, output = {}, how = "exit 0", error = {};
+};
+ENDING expect(const CASE& expected);

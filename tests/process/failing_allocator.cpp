@@ -1,4 +1,4 @@
-// An allocator in front of the one of the process that fails once, at a chosen allocation, as that one does
+// An allocator in front of the real one that fails once, at a chosen allocation, as that one does
 // when its system has no memory: it runs the new handler until there is none.
 #include <dlfcn.h>
 
@@ -6,28 +6,27 @@
 #include <cstdlib>
 #include <new>
 
+#define SHOWN __attribute__((visibility("default")))
+
 namespace {
 
-std::atomic<long> seen{0};
-std::atomic<long> failing{0};
+std::atomic<long> seen{0}, failing{0};
 
-bool fails_now() {
-    return ++seen == failing.load();
-}
-
-void* run_out() {
+template <class... ARGUMENTS>
+void* allocate(void* (*real)(ARGUMENTS...), ARGUMENTS... arguments) {
+    if (++seen != failing) return real(arguments...);
     if (const std::new_handler handler = std::get_new_handler()) handler();
     return nullptr;
 }
 
-template <class FUNCTION>
-FUNCTION* next(const char* name) {
-    return reinterpret_cast<FUNCTION*>(dlsym(RTLD_NEXT, name));
+template <class... ARGUMENTS>
+auto next(const char* name) {
+    return reinterpret_cast<void* (*)(ARGUMENTS...)>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace
 
-#define SHOWN extern "C" __attribute__((visibility("default")))
+extern "C" {
 
 // Counts from here on; 0 fails none.
 SHOWN void fail_allocation(long number) {
@@ -40,22 +39,22 @@ SHOWN long allocations_seen() {
 }
 
 SHOWN void* malloc(std::size_t size) {
-    static auto* const real = next<void*(std::size_t)>("malloc");
-    return fails_now() ? run_out() : real(size);
+    static auto* const real = next<std::size_t>("malloc");
+    return allocate(real, size);
 }
 
 SHOWN void* calloc(std::size_t count, std::size_t size) {
-    static auto* const real = next<void*(std::size_t, std::size_t)>("calloc");
-    return fails_now() ? run_out() : real(count, size);
+    static auto* const real = next<std::size_t, std::size_t>("calloc");
+    return allocate(real, count, size);
+}
 }
 
-__attribute__((visibility("default"))) void* operator new(std::size_t size) {
-    static auto* const real = next<void*(std::size_t)>("_Znwm");
-    void* const block = fails_now() ? run_out() : real(size);
-    if (block == nullptr) throw std::bad_alloc();
-    return block;
+SHOWN void* operator new(std::size_t size) {
+    static auto* const real = next<std::size_t>("_Znwm");
+    if (void* const block = allocate(real, size)) return block;
+    throw std::bad_alloc();
 }
 
-__attribute__((visibility("default"))) void* operator new[](std::size_t size) {
+SHOWN void* operator new[](std::size_t size) {
     return operator new(size);
 }

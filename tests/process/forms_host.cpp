@@ -4,251 +4,167 @@
 // Each form runs three times from one place, and the first of the three is released again.
 #include <dlfcn.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <iostream>
 #include <map>
 #include <memory>
-#include <new>
-#include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
 
-#include "forms_place.h"
 #include "ktl_mem/mem.h"
+#include "tests/process/kept.h"
+#include "tests/process/module.h"
 
-extern "C" void* library_block();
-extern "C" const unsigned library_block_line;
-
-namespace forms {
+namespace {
 
 constexpr int runs = 3;
+unsigned marked_line = 0;
+
+// Notes the line of an expression.
+#define HERE(...) (marked_line = __LINE__, __VA_ARGS__)
 
 const unsigned static_line = __LINE__ + 1;
 void* const static_block = kept(std::malloc(200));
 
-void* by_malloc(int) {
-    return AT_THIS_LINE(kept(std::malloc(1000)));
-}
-void* by_calloc(int) {
-    return AT_THIS_LINE(kept(std::calloc(10, 100)));
-}
-void* by_strdup(int) {
-    return AT_THIS_LINE(kept(strdup("a text of twenty-nine letters")));
-}
-void* by_new(int) {
-    return AT_THIS_LINE(kept(new long(1)));
-}
-void* by_new_array(int) {
-    return AT_THIS_LINE(kept(new char[500]));
-}
-void* by_aligned_new(int) {
-    return AT_THIS_LINE(kept(new (std::align_val_t(64)) char[512]));
-}
-void* by_nothrow_new(int) {
-    return AT_THIS_LINE(kept(new (std::nothrow) char[500]));
-}
-
-void* by_posix_memalign(int) {
-    void* block = nullptr;
-    if (AT_THIS_LINE(posix_memalign(&block, 256, 1024)) != 0) std::abort();
-    return kept(block);
-}
-
-void* volatile old_block = nullptr;
-// Each grows or shrinks a block that is charged to another line.
-void* realloc_in_place(int) {
-    old_block = kept(std::malloc(1000));
-    return AT_THIS_LINE(kept(std::realloc(old_block, 1020)));
-}
-void* realloc_moving(int) {
-    old_block = kept(std::malloc(1000));
-    return AT_THIS_LINE(kept(std::realloc(old_block, 8000)));
-}
-void* realloc_shrinking(int) {
-    old_block = kept(std::malloc(8000));
-    return AT_THIS_LINE(kept(std::realloc(old_block, 100)));
-}
-
-template <class T>
-void* by_template(int) {
-    return AT_THIS_LINE(kept(new T[10]));
-}
-
-void* by_lambda(int) {
-    const auto allocate = [](std::size_t size) { return AT_THIS_LINE(kept(std::malloc(size))); };
-    return allocate(320);
-}
-
-__attribute__((always_inline)) inline void* level_three() {
-    return AT_THIS_LINE(kept(std::malloc(400)));
-}
-__attribute__((always_inline)) inline void* level_two() {
-    return level_three();
-}
-__attribute__((always_inline)) inline void* level_one() {
-    return level_two();
-}
-void* by_inlined(int) {
-    return level_one();
-}
-
-void* thread_block = nullptr;
-void in_thread() {
-    thread_block = AT_THIS_LINE(kept(std::malloc(600)));
-}
-void* by_thread(int) {
-    std::thread(in_thread).join();
-    return thread_block;
-}
-
-volatile int thrown = 1;
-void* by_catch(int) {
-    try {
-        if (thrown != 0) throw 1;
-    } catch (int) {
-        return AT_THIS_LINE(kept(std::malloc(700)));
-    }
-    return nullptr;
-}
-
-void* by_library(int) {
-    void* block = kept(library_block());
-    marked_line = library_block_line;
-    return block;
-}
-
-void* plugin = nullptr;
-void* by_plugin(int) {
-    void* block = kept(reinterpret_cast<void* (*)()>(dlsym(plugin, "plugin_block"))());
-    marked_line = *static_cast<const unsigned*>(dlsym(plugin, "plugin_block_line"));
-    return block;
-}
-
-// Owners keep their blocks; the caller gets the address.
-std::string strings[runs];
-void* by_string(int run) {
-    AT_THIS_LINE(strings[run].assign(100, 'x'));
-    return strings[run].data();
-}
-
-std::vector<long> vectors[runs];
-__attribute__((noinline)) void append(std::vector<long>& vector) {
-    AT_THIS_LINE(vector.push_back(1));
-}
-void* by_vector(int run) {
-    for (int i = 0; i < 5; ++i) append(vectors[run]);
-    return vectors[run].data();
-}
-
-std::map<int, long> maps[runs];
-void* by_map(int run) {
-    long* value = AT_THIS_LINE(&maps[run][1]);
-    return reinterpret_cast<char*>(value) - 40;  // behind the links of the node and its key
-}
-
 struct RECORD {
     char text[64];
 };
+
+// Owners keep their blocks; the caller gets the address.
+std::string strings[runs];
+std::vector<long> vectors[runs];
+std::map<int, long> maps[runs];
 std::shared_ptr<RECORD> shared[runs];
-void* by_make_shared(int run) {
-    AT_THIS_LINE(shared[run] = std::make_shared<RECORD>());
-    return reinterpret_cast<char*>(shared[run].get()) - 16;  // behind the counts
-}
-
 std::function<std::size_t()> functions[runs];
-void* by_function(int run) {
-    const RECORD record{};
-    const auto closure_of_record = [record] { return std::strlen(record.text); };
-    AT_THIS_LINE(functions[run] = closure_of_record);
-    void* closure = nullptr;
-    std::memcpy(&closure, &functions[run], sizeof closure);
-    return closure;
-}
 
-void by_free(void* block, int) {
-    std::free(block);
-}
-void by_delete(void* block, int) {
-    ::operator delete(block);
-}
-void by_aligned_delete(void* block, int) {
-    ::operator delete(block, std::align_val_t(64));
-}
-void drop_string(void*, int run) {
-    std::string().swap(strings[run]);
-}
-void drop_vector(void*, int run) {
-    std::vector<long>().swap(vectors[run]);
-}
-void drop_map(void*, int run) {
-    maps[run].clear();
-}
-void drop_shared(void*, int run) {
-    shared[run].reset();
-}
-void drop_function(void*, int run) {
-    functions[run] = nullptr;
-}
+void* thread_block = nullptr;
+void* plugin = nullptr;
 
-void print(const char* name, const void* block, unsigned line) {
+void print(const void* block, unsigned line) {
     MEM_ADDRESS_TRACKER site;
-    if (!mem_get_address_tracker(block, site)) {
-        std::printf("%s: unknown block\n", name);
-        return;
-    }
+    if (!mem_get_address_tracker(block, site)) std::cout << "unknown: ";
     const std::string_view file = site.frame.file;
-    std::printf("%s: %s %s%+d %s made %lld/%lld asked %lld live %d/%lld most %d/%lld\n", name,
-                site.frame.module, file.substr(file.rfind('/') + 1).data(),
-                static_cast<int>(site.frame.line - line), site.frame.function,
-                static_cast<long long>(site.cumulative_blocks), static_cast<long long>(site.cumulative_bytes),
-                static_cast<long long>(site.cumulative_requested_bytes), site.current_blocks,
-                static_cast<long long>(site.current_bytes), site.max_blocks,
-                static_cast<long long>(site.max_bytes));
+    std::cout << site.frame.function << " in " << site.frame.module << ' ' << file.substr(file.rfind('/') + 1)
+              << '+' << site.frame.line - line << " made " << site.cumulative_blocks << '/'
+              << site.cumulative_bytes << " asked " << site.cumulative_requested_bytes << " live "
+              << site.current_blocks << '/' << site.current_bytes << " most " << site.max_blocks << '/'
+              << site.max_bytes << '\n';
 }
 
-void run(const char* name, void* (*allocate)(int), void (*release)(void*, int)) {
-    allocate = kept(allocate);  // or a compiler makes a copy of its code for each run
+void run_form(void* (*allocate)(int run), void (*release)(void* block, int run)) {
     void* blocks[runs];
-    for (int i = 0; i < runs; ++i) blocks[i] = allocate(i);
+    // Hidden, or a compiler makes a copy of the code for each run and says that a released block is used.
+    for (int run = 0; run < runs; ++run) blocks[run] = kept(allocate)(run);
     const unsigned line = marked_line;
-    release(blocks[0], 0);
-    print(name, blocks[runs - 1], line);
+    kept(release)(blocks[0], 0);
+    print(blocks[runs - 1], line);
     MEM_ADDRESS_TRACKER site;
-    if (mem_get_address_tracker(blocks[0], site))
-        std::printf("%s: the released block is still known\n", name);
+    if (mem_get_address_tracker(blocks[0], site)) std::cout << "the released block is still known\n";
 }
 
-}  // namespace forms
+}  // namespace
+
+struct forms {
+    static void* by_malloc(int) { return HERE(kept(std::malloc(1000))); }
+    static void* by_calloc(int) { return HERE(kept(std::calloc(10, 100))); }
+    static void* by_strdup(int) { return HERE(kept(strdup("a text of twenty-nine letters"))); }
+    static void* by_new(int) { return HERE(kept(new long(1))); }
+    static void* by_new_array(int) { return HERE(kept(new char[500])); }
+    static void* by_aligned_new(int) { return HERE(kept(new (std::align_val_t(64)) char[512])); }
+    static void* by_nothrow_new(int) { return HERE(kept(new (std::nothrow) char[500])); }
+    static void* by_posix_memalign(int) {
+        void* block = nullptr;
+        if (HERE(posix_memalign(&block, 256, 1024)) != 0) std::abort();
+        return kept(block);
+    }
+
+    // Each grows or shrinks a block that is charged to another call.
+    static void* realloc_in_place(int) { return HERE(kept(std::realloc(kept(std::malloc(1000)), 1020))); }
+    static void* realloc_moving(int) { return HERE(kept(std::realloc(kept(std::malloc(1000)), 8000))); }
+    static void* realloc_shrinking(int) { return HERE(kept(std::realloc(kept(std::malloc(8000)), 100))); }
+
+    template <class T>
+    static void* by_template(int) {
+        return HERE(kept(new T[10]));
+    }
+    static void* by_lambda(int) {
+        const auto allocate = [](std::size_t size) { return HERE(kept(std::malloc(size))); };
+        return allocate(320);
+    }
+    [[gnu::always_inline]] static void* level_three() { return HERE(kept(std::malloc(400))); }
+    [[gnu::always_inline]] static void* level_two() { return level_three(); }
+    [[gnu::always_inline]] static void* level_one() { return level_two(); }
+    static void* by_inlined(int) { return level_one(); }
+
+    static void in_thread() { thread_block = HERE(kept(std::malloc(600))); }
+    static void* by_thread(int) { return std::thread(in_thread).join(), thread_block; }
+    static void* by_catch(int) {
+        try {
+            throw 1;
+        } catch (int) {
+            return HERE(kept(std::malloc(700)));
+        }
+    }
+
+    static void* by_library(int) {
+        marked_line = module_block_line;
+        return kept(module_block(3000));
+    }
+    static void* by_plugin(int) {
+        marked_line = *static_cast<const unsigned*>(dlsym(plugin, "module_block_line"));
+        return kept(reinterpret_cast<decltype(&module_block)>(dlsym(plugin, "module_block"))(3000));
+    }
+
+    static void* by_string(int run) { return HERE(strings[run].assign(100, 'x')).data(); }
+    [[gnu::noinline]] static void append(std::vector<long>& vector) { HERE(vector.push_back(1)); }
+    static void* by_vector(int run) {
+        for (int i = 0; i < 5; ++i) append(vectors[run]);
+        return vectors[run].data();
+    }
+    static void* by_map(int run) {
+        long* value = HERE(&maps[run][1]);
+        return reinterpret_cast<char*>(value) - 40;  // behind the links of the node and its key
+    }
+    static void* by_make_shared(int run) {
+        HERE(shared[run] = std::make_shared<RECORD>());
+        return reinterpret_cast<char*>(shared[run].get()) - 16;  // behind the counts
+    }
+    static void* by_function(int run) {
+        const auto closure_of_record = [record = RECORD{}] { return std::strlen(record.text); };
+        HERE(functions[run] = closure_of_record);
+        void* closure = nullptr;
+        std::memcpy(&closure, &functions[run], sizeof closure);
+        return closure;
+    }
+
+    static void by_free(void* block, int) { std::free(block); }
+    static void by_delete(void* block, int) { ::operator delete(block); }
+    static void by_aligned_delete(void* block, int) { ::operator delete(block, std::align_val_t(64)); }
+    template <auto& owners>
+    static void by_owner(void*, int run) {
+        std::remove_reference_t<decltype(owners[run])>().swap(owners[run]);
+    }
+
+    static void run_all() {
+        for (auto* form :
+             {by_malloc, by_calloc, by_posix_memalign, by_strdup, realloc_in_place, realloc_moving,
+              realloc_shrinking, by_lambda, by_inlined, by_thread, by_catch, by_library, by_plugin})
+            run_form(form, by_free);
+        for (auto* form : {by_new, by_new_array, by_nothrow_new, by_template<int>}) run_form(form, by_delete);
+        run_form(by_aligned_new, by_aligned_delete);
+        run_form(by_string, by_owner<strings>);
+        run_form(by_vector, by_owner<vectors>);
+        run_form(by_map, by_owner<maps>);
+        run_form(by_make_shared, by_owner<shared>);
+        run_form(by_function, by_owner<functions>);
+    }
+};
 
 int main(int, char** argv) {
-    using namespace forms;
     plugin = dlopen(argv[1], RTLD_NOW);
     if (plugin == nullptr) return 2;
-    run("malloc", by_malloc, by_free);
-    run("calloc", by_calloc, by_free);
-    run("realloc in place", realloc_in_place, by_free);
-    run("realloc moving", realloc_moving, by_free);
-    run("realloc shrinking", realloc_shrinking, by_free);
-    run("new", by_new, by_delete);
-    run("new[]", by_new_array, by_delete);
-    run("aligned new", by_aligned_new, by_aligned_delete);
-    run("nothrow new", by_nothrow_new, by_delete);
-    run("posix_memalign", by_posix_memalign, by_free);
-    run("strdup", by_strdup, by_free);
-    run("string", by_string, drop_string);
-    run("vector", by_vector, drop_vector);
-    run("map", by_map, drop_map);
-    run("make_shared", by_make_shared, drop_shared);
-    run("function", by_function, drop_function);
-    run("template", by_template<int>, by_delete);
-    run("lambda", by_lambda, by_free);
-    run("inlined", by_inlined, by_free);
-    run("thread", by_thread, by_free);
-    run("catch", by_catch, by_free);
-    run("library", by_library, by_free);
-    run("plugin", by_plugin, by_free);
-    print("static", static_block, static_line);
+    forms::run_all();
+    print(static_block, static_line);
 }

@@ -1,96 +1,49 @@
 // Processes that fork, exec, load, unload and end while other threads allocate: none hangs, none crashes, and
 // each leaves the reports that it should. For a long run: --gtest_repeat=100.
-#include <gtest/gtest.h>
-
 #include "tests/process/child_process.h"
 
-namespace {
+const std::string sampled = track_all + "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD=1000";
 
-ENDING live(const std::vector<std::string>& turn, const std::string& tracked = "VELDRIN_MEM_PROFILE_ALL=1") {
-    RUN run{.command = {LIFE_HOST},
-            .environment = {tracked, "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD=1000"}};
-    run.command.insert(run.command.end(), turn.begin(), turn.end());
-    return run_program(run);
+TEST(Life, LeavesItsReportsWhateverTurnItTakes) {
+    // Each with a call site that its report has.
+    const std::pair<CASE, const char*> lives[] = {
+        {{"tracked_host load " + module_path, sampled}, "module_block"},
+        {{"tracked_host exit", sampled, "", "exit 5"}, "allocate_at<0>()"},
+        {{"tracked_host exit_on_a_thread", sampled, "", "exit 6"}, ""},
+        {{"tracked_host shut_down", sampled}, ""},
+        {{"tracked_host errno", sampled, "spoiled 0\n"}, "allocate_at<63>()"},
+        {{"tracked_host cancel", sampled, "survived 1 cancelled 1\n"}, "allocate_at<2063>()"},
+        {{"tracked_host null", sampled, "null 1 errno 1 same 1\n"}, ""},
+        {{"tracked_host early_fork_handler", sampled, "untracked 1\n"}, "allocate_at<104>()"},
+        // A program that knows nothing of the library, with both orders of preloading.
+        {{"plain_host", track_all + "LD_PRELOAD=" TCMALLOC_MINIMAL ":" KTL_MEM}, "plain_host.cpp\t7\tmain"},
+        {{"plain_host", track_all + "LD_PRELOAD=" KTL_MEM ":" TCMALLOC_MINIMAL}, "plain_host.cpp\t7\tmain"},
+    };
+    for (const auto& [life, call_site] : lives)
+        EXPECT_TRUE(expect(life).has_call_site(call_site)) << life.command;
 }
 
-bool reports_name(const ENDING& ending, const std::string& text) {
-    const auto report = ending.files.find("mem_tbb_fileline.vii.log");
-    return report != ending.files.end() && report->second.find(text) != std::string::npos &&
-           report->second.find("Time spent dumping") != std::string::npos;
+TEST(Life, StartsAnewAfterAnExec) {
+    const ENDING ending = expect({"tracked_host exec", sampled});
+    EXPECT_TRUE(ending.has_call_site("allocate_at<103>()"));
+    EXPECT_FALSE(ending.has_call_site("allocate_at<0>()"));
 }
 
-TEST(ProcessLife, BothOrdersOfPreloadingWork) {
-    const std::string library = KTL_MEM_LIBRARY;
-    const std::string allocator = TCMALLOC_MINIMAL;
-    for (const std::string& order : {allocator + " " + library, library + " " + allocator}) {
-        const ENDING ending = run_program(
-            {.command = {PLAIN_HOST}, .environment = {"LD_PRELOAD=" + order, "VELDRIN_MEM_PROFILE_ALL=1"}});
-        EXPECT_EQ(ending.how(), "exit 0") << ending.error;
-        EXPECT_TRUE(reports_name(ending, "life_plain_host.cpp\t6\t")) << order;
-    }
+TEST(Life, ThatEndsInsideTheTrackerLeavesNoReportsAndSaysSo) {
+    const char* const said =
+        "ktl_mem: the process ends inside the memory tracker; its reports are not written\n";
+    EXPECT_TRUE(expect({"tracked_host exit_inside", sampled, "", "exit 7", said}).files.empty());
 }
 
-TEST(ProcessLife, ForkedChildrenGoOnUntrackedAndWriteNothing) {
-    for (const char* tracked : {"VELDRIN_MEM_PROFILE_ALL=1", "VELDRIN_MEM_CHECK_LEAKS_FAST=1"}) {
-        const ENDING ending = live({"fork"}, tracked);
-        EXPECT_EQ(ending.how(), "exit 0") << ending.error;
-        EXPECT_TRUE(ending.output.ends_with("failed children: 0\n")) << ending.output;
-        for (const auto& [name, text] : ending.files)
+TEST(Life, OfAForkedChildMayCallEverythingAndLeavesNothing) {
+    for (const std::string& tracked : {track_all, std::string("VELDRIN_MEM_CHECK_LEAKS_FAST=1")})
+        for (const auto& [name, text] : expect({"tracked_host forks 30", tracked, "failed 0\n"}).files)
             EXPECT_EQ(name.find("child"), std::string::npos) << name;
-    }
-    EXPECT_TRUE(reports_name(live({"fork"}), "life_host.cpp"));
 }
 
-TEST(ProcessLife, AChildIsUntrackedFromItsFirstInstruction) {
-    EXPECT_EQ(live({"early fork handler"}).output, "tracked in the child: 0\n");
+TEST(Life, BesideAnAllocatorWithAnEntryMissingIsUntracked) {
+    const ENDING ending =
+        expect({"plain_host", track_all + "LD_PRELOAD=" BUILT "/libtcmalloc_minimal.so:" KTL_MEM});
+    EXPECT_TRUE(ending.has_call_site(""));
+    EXPECT_FALSE(ending.has_call_site("plain_host"));
 }
-
-TEST(ProcessLife, ExecStartsAnew) {
-    const ENDING ending = live({"exec"});
-    EXPECT_EQ(ending.how(), "exit 0") << ending.error;
-    EXPECT_TRUE(reports_name(ending, "allocate_at<103>()"));
-    EXPECT_FALSE(reports_name(ending, "allocate_at<0>()"));
-}
-
-TEST(ProcessLife, ExitWithLiveThreads) {
-    const ENDING by_main = live({"exit"});
-    EXPECT_EQ(by_main.how(), "exit 5") << by_main.error;
-    EXPECT_TRUE(reports_name(by_main, "allocate_at<0>()"));
-    const ENDING by_another = live({"exit on a thread"});
-    EXPECT_EQ(by_another.how(), "exit 6") << by_another.error;
-    EXPECT_TRUE(reports_name(by_another, "Time spent dumping"));
-}
-
-TEST(ProcessLife, ExitInsideTheTrackerSkipsTheReportsAndSaysSo) {
-    const ENDING ending = live({"exit inside"});
-    EXPECT_EQ(ending.how(), "exit 7");
-    EXPECT_EQ(ending.error,
-              "ktl_mem: the process ends inside the memory tracker; its reports are not written\n");
-    EXPECT_TRUE(ending.files.empty());
-}
-
-TEST(ProcessLife, AHostShutsDownBeforeTheEnd) {
-    const ENDING ending = live({"shut down"});
-    EXPECT_EQ(ending.how(), "exit 0") << ending.error;
-    EXPECT_TRUE(reports_name(ending, "Time spent dumping"));
-}
-
-TEST(ProcessLife, ErrnoIsKept) {
-    EXPECT_EQ(live({"errno"}).output, "spoiled 0\n");
-}
-
-TEST(ProcessLife, AnAllocationIsNoPlaceToBeCancelled) {
-    EXPECT_EQ(live({"cancel"}).output, "survived 4\n");
-}
-
-TEST(ProcessLife, AFailedAllocationIsNoEvent) {
-    EXPECT_EQ(live({"null"}).output, "null 1 errno 1 blocks 0\n");
-}
-
-TEST(ProcessLife, TheLoaderMayWaitForAllocatingThreads) {
-    const ENDING ending = live({"loader", LIFE_PLUGIN});
-    EXPECT_EQ(ending.how(), "exit 0") << ending.error;
-    EXPECT_TRUE(reports_name(ending, "life_plugin_block"));
-}
-
-}  // namespace

@@ -1,0 +1,130 @@
+// Takes the tracker to its edges by a script of words, and prints what it finds. Blocks have letters for
+// names:
+// "-" is nothing, and "m" is a mapping that is there from the start. A script begins untracked.
+#include <cstdarg>
+#include <cstring>
+#include <iostream>
+#include <list>
+#include <thread>
+
+#include "ktl_mem/mem.h"
+#include "tests/process/behaviour.h"
+#include "tests/process/kept.h"
+
+namespace {
+
+char mapping[16384];
+void* blocks[128] = {};
+std::list<MEM_INITIALIZER> modules;
+std::list<MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT> guards;
+
+void*& named(const char* name) {
+    return blocks[*name & 127];
+}
+
+std::uint64_t number(const char* word) {
+    return std::strtoull(word, nullptr, 10);
+}
+
+MEM_TRACKING_GRANULARITY bits(const char* word) {
+    return static_cast<MEM_TRACKING_GRANULARITY>(number(word));
+}
+
+__attribute__((noinline)) void* allocate(std::size_t size) {
+    return kept(std::malloc(size));
+}
+
+__attribute__((noinline)) void map(const char* name, std::uint64_t size) {
+    mem_notify_memory_mapping_added(named(name), size);
+    asm volatile("");
+}
+
+// What the library says by debug line, kept without an allocation.
+char told[4096];
+std::size_t told_length = 0;
+bool keep_message(const char*, const char* format, va_list args) {
+    const int length = std::vsnprintf(told + told_length, sizeof told - told_length, format, args);
+    told_length += static_cast<std::size_t>(length);
+    return true;
+}
+
+// Counters as blocks/bytes.
+void show(const char* name, bool found, const MEMORY_TRACKER_BASE& counters) {
+    std::cout << name;
+    if (!found) std::cout << " none";
+    if (!found && counters.cumulative_bytes != 77) std::cout << " but touched";
+    if (found)
+        std::cout << " live " << counters.current_blocks << '/' << counters.current_bytes << " made "
+                  << counters.cumulative_blocks << '/' << counters.cumulative_bytes << " mismatched "
+                  << counters.cumulative_mismatched_bytes << " peak " << counters.peak_bytes;
+    std::cout << '\n';
+}
+
+void show_block(const char* name, std::ptrdiff_t offset) {
+    MEM_ADDRESS_TRACKER site;
+    site.cumulative_bytes = 77;
+    const bool found = mem_get_address_tracker(static_cast<char*>(named(name)) + offset, site);
+    show(name, found, site);
+}
+
+void show_module(const char* name) {
+    MEMORY_TRACKER_BASE counters{.cumulative_bytes = 77};
+    const bool found = mem_get_module_tracker(name, counters);
+    show(name, found, counters);
+}
+
+void show_statistics() {
+    const MEM_BASE_STATS stats = mem_get_global_current();
+    std::cout << "statistics " << stats.blocks << '/' << stats.bytes << '\n';
+}
+
+struct WORD {
+    const char* name;
+    int arguments;  // how many words behind it are its own
+    void (*run)(char** arguments);
+};
+const WORD words[] = {
+    {"on", 1, [](char** a) { mem_enable_tracking(bits(a[0])); }},
+    {"off", 1, [](char** a) { mem_disable_tracking(bits(a[0])); }},
+    {"enabled", 1, [](char** a) { std::cout << mem_tracking_is_enabled(bits(a[0])) << '\n'; }},
+    {"guard", 0, [](char**) { guards.emplace_back(); }},
+    {"unguard", 0, [](char**) { guards.pop_back(); }},
+    {"malloc", 2, [](char** a) { named(a[0]) = allocate(number(a[1])); }},
+    {"free", 1, [](char** a) { std::free(kept(named(a[0]))); }},
+    {"free_elsewhere", 1, [](char** a) { std::thread(std::free, named(a[0])).join(); }},
+    {"map", 2, [](char** a) { map(a[0], number(a[1])); }},
+    {"unmap", 2, [](char** a) { mem_notify_memory_mapping_removed(named(a[0]), number(a[1])); }},
+    {"unmap_elsewhere", 2,
+     [](char** a) { std::thread(mem_notify_memory_mapping_removed, named(a[0]), number(a[1])).join(); }},
+    {"block", 0, [](char**) { std::cout << "was blocked " << mem_block_thread_tracking() << '\n'; }},
+    {"unblock", 0, [](char**) { std::cout << "was blocked " << mem_unblock_thread_tracking() << '\n'; }},
+    {"show", 1, [](char** a) { show_block(a[0], 0); }},
+    {"show_inside", 1, [](char** a) { show_block(a[0], 8); }},
+    {"show_module", 1, [](char** a) { show_module(a[0]); }},
+    {"statistics", 0, [](char**) { show_statistics(); }},
+    {"reset", 0, [](char**) { mem_reset_tracking_entries(); }},
+    {"listen", 0, [](char**) { mem_set_msg_local_vdebug_callback(keep_message); }},
+    {"told", 0, [](char**) { std::cout.write(told, std::exchange(told_length, 0)) << "told\n"; }},
+    {"load", 1, [](char** a) { modules.emplace_back(*a[0] == '-' ? nullptr : a[0]); }},
+    {"unload", 0, [](char**) { modules.pop_back(); }},
+    {"modules", 0, [](char**) { std::cout << MEM_INITIALIZER::s_init_counter << " modules\n"; }},
+    {"setenv", 1, [](char** a) { setenv(a[0], "", 1); }},
+};
+
+const WORD& word_named(const char* name) {
+    for (const WORD& word : words)
+        if (std::strcmp(word.name, name) == 0) return word;
+    std::abort();
+}
+
+const BEHAVIOUR run_script("script", [](char** script) {
+    std::setvbuf(stdout, nullptr, _IONBF, 0);  // printing is no event
+    named("m") = mapping;
+    while (*script != nullptr) {
+        const WORD& word = word_named(*script++);
+        word.run(script);
+        script += word.arguments;
+    }
+});
+
+}  // namespace

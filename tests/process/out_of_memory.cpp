@@ -1,0 +1,75 @@
+// Runs out of memory: run_out WAY HANDLER THREADS, or fail_at ALLOCATION
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <map>
+
+#include "ktl_mem/out_of_memory.h"
+#include "tests/process/behaviour.h"
+#include "tests/process/threads_at_once.h"
+#include "tests/tracker/all_calls.h"
+
+namespace {
+
+constexpr std::size_t block_bytes = 1 << 20;
+
+void write(const char* text) {
+    std::fputs(text, stdout);
+    std::fflush(stdout);
+}
+
+void use_up_new() {
+    for (std::vector<char*> blocks;;) blocks.push_back(new char[block_bytes]);
+}
+
+// A null ends the loop: with the C library's own malloc that is the caller's business.
+void use_up_malloc() {
+    while (void* const block = std::malloc(block_bytes)) static_cast<volatile char*>(block)[0] = 1;  // NOLINT
+}
+
+// A little of everything that the tracker follows.
+void small_run() {
+    std::thread([] { delete[] new int[100]; }).join();
+    for (int round = 0; round < 3; ++round) {
+        const std::string name = "phase " + std::to_string(round);
+        mem_open_profile_bin(name, "tag");
+        mem_set_timeline_label(name);
+        std::uint64_t start = 0, end = 0, peak = 0;
+        const std::vector<std::string> texts(20, std::string(40, 'x'));
+        mem_close_profile_bin("tag", &start, &end, &peak);
+    }
+    flush_and_sample();
+    dump_everything();
+    mem_reset_tracking_entries();
+}
+
+const std::map<std::string, void (*)()> ways = {
+    {"new", use_up_new}, {"malloc", use_up_malloc}, {"call", mem_out_of_memory}};
+
+const std::map<std::string, void (*)()> handlers = {
+    {"none", nullptr},
+    {"returns", [] { write("handler\n"); }},
+    {"throws", [] { write("handler\n"), throw 1; }},
+    {"again", [] { write("handler\n"), mem_out_of_memory(); }},
+    {"allocates", [] { write("handler\n"), use_up_new(); }}};
+
+const BEHAVIOUR run_out("run_out", [](char** arguments) {
+    mem_set_out_of_memory_handler(handlers.at("returns"));
+    mem_set_out_of_memory_handler(handlers.at(arguments[1]));
+    std::atexit([] { write("exit action\n"); });
+    on_threads_at_once(std::atoi(arguments[2]), ways.at(arguments[0]));
+    write("end of main\n");
+});
+
+// With an allocator that fails at a chosen allocation.
+const BEHAVIOUR fail_at("fail_at", [](char** arguments) {
+    auto* const fail = reinterpret_cast<void (*)(long)>(dlsym(RTLD_DEFAULT, "fail_allocation"));
+    auto* const seen = reinterpret_cast<long (*)()>(dlsym(RTLD_DEFAULT, "allocations_seen"));
+    mem_set_out_of_memory_handler(nullptr);
+    small_run();
+    fail(std::atol(arguments[0]));
+    small_run();
+    std::printf("%ld\n", seen());
+});
+
+}  // namespace
