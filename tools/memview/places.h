@@ -2,9 +2,9 @@
 
 // The rows of two tables by what they are about, so that they can be held against each other.
 
-#include <compare>
 #include <cstdint>
 #include <string>
+#include <tuple>
 #include <unordered_map>
 
 #include "tools/memview/model.h"
@@ -19,7 +19,11 @@ struct Place {
     std::int64_t function = 0;
     std::int64_t line = 0;
 
-    auto operator<=>(const Place&) const = default;
+    bool operator==(const Place&) const = default;
+    bool operator<(const Place& other) const {
+        return std::tie(module, file, function, line) <
+               std::tie(other.module, other.file, other.function, other.line);
+    }
 };
 
 struct PlaceHash {
