@@ -180,8 +180,8 @@ int main(int argc, char** argv) {
     const Plan plan{argv[1], argv[2], std::stoull(argv[3]), std::stoull(argv[4]), std::stoull(argv[5])};
     std::filesystem::create_directories(plan.folder);
     std::vector<Counters> modules(plan.modules);
-    std::vector<Series> tags;
-    for (int i = 0; i < TAGS; ++i) tags.push_back({"tag" + std::to_string(i), {}});
+    std::vector<Series> tags(TAGS);
+    for (int i = 0; i < TAGS; ++i) tags[i].name = "tag" + std::to_string(i);
     write_sites(plan, modules, tags);
     write_modules(plan, modules);
     for (const char* kind : {"timeline", "cumulative_blocks_timeline"})

@@ -85,6 +85,7 @@ TEST(Chart, ThinningKeepsTheExtremes) {
     const std::vector<ChartRow> rows = thinner.take();
     EXPECT_LE(rows.size(), MOST * 4);
     std::vector<std::uint64_t> indices;
+    indices.reserve(rows.size());
     for (const ChartRow& row : rows) indices.push_back(row.index);
     EXPECT_TRUE(std::is_sorted(indices.begin(), indices.end()));
     EXPECT_THAT(indices, testing::IsSupersetOf({1234, 4321, 5555, 8765}));
