@@ -106,7 +106,7 @@ const WORD words[] = {
     {"reset", 0, [](char**) { mem_reset_tracking_entries(); }},
     {"listen", 0, [](char**) { mem_set_msg_local_vdebug_callback(keep_message); }},
     {"told", 0,
-     [](char**) { std::cout << std::string_view(told, std::exchange(told_length, 0)) << "told\n"; }},
+     [](char**) { std::cout << "told <" << std::string_view(told, std::exchange(told_length, 0)) << ">\n"; }},
     {"load", 1, [](char** a) { modules.emplace_back(*a[0] == '-' ? nullptr : a[0]); }},
     {"unload", 0, [](char**) { modules.pop_back(); }},
     {"modules", 0, [](char**) { std::cout << MEM_INITIALIZER::s_init_counter << " modules\n"; }},
