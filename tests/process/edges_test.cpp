@@ -14,8 +14,8 @@ const CASE edges[] = {
     // Only the module whose name begins so leads the line past the callback; nine events have come by then.
     {"load AMSG unload listen on 8 " + eight + "off 8 told load MSGX unload on 8 " + eight + "off 8 told",
      every_event,
-     "Debug: MEM: Memory tracking: at timeline index 0 with total memory 16\ntold\n"
-     "Debug: MEM: Memory tracking: at timeline index 8 with total memory 144\ntold\n"},
+     "told <Debug: MEM: Memory tracking: at timeline index 0 with total memory 16\n>\n"
+     "Debug: MEM: Memory tracking: at timeline index 8 with total memory 144\ntold <>\n"},
     {"on 0 malloc a 64 statistics on 33 malloc b 64 off 32 malloc c 64 statistics off 1 malloc d 64 "
      "statistics on 8 enabled 12 enabled 0",
      "", "statistics 0/0\nstatistics 2/128\nstatistics 2/128\n0\n1\n"},
@@ -23,11 +23,11 @@ const CASE edges[] = {
     {"on 1 guard guard unguard enabled 1 unguard enabled 1 off 1 guard on 1 unguard enabled 1", "",
      "0\n1\n0\n"},
     {"listen on 8 " + eight + eight + "malloc - 16 off 8 told", every_event,
-     "Debug: MEM: Memory tracking: at timeline index 0 with total memory 16\n"
+     "told <Debug: MEM: Memory tracking: at timeline index 0 with total memory 16\n"
      "Debug: MEM: Memory tracking: at timeline index 8 with total memory 144\n"
-     "Debug: MEM: Memory tracking: at timeline index 16 with total memory 272\ntold\n"},
+     "Debug: MEM: Memory tracking: at timeline index 16 with total memory 272\n>\n"},
     {"listen on 64 " + eight + "off 64 statistics on 1 " + eight + "off 1 statistics told", every_event,
-     "statistics 0/0\nstatistics 8/128\ntold\n"},
+     "statistics 0/0\nstatistics 8/128\ntold <>\n"},
     {"on 95 block block malloc a 64 malloc b 64 free b unblock unblock statistics show a free a show -", "",
      "was blocked 0\nwas blocked 1\nwas blocked 1\nwas blocked 0\nstatistics 0/0\na none\n"
      "- live -1/-64 made 0/0 mismatched 0 peak 0\n"},

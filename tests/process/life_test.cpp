@@ -36,9 +36,12 @@ TEST(Life, ThatEndsInsideTheTrackerLeavesNoReportsAndSaysSo) {
 }
 
 TEST(Life, OfAForkedChildMayCallEverythingAndLeavesNothing) {
-    for (const std::string& tracked : {track_all, std::string("VELDRIN_MEM_CHECK_LEAKS_FAST=1")})
-        for (const auto& [name, text] : expect({"tracked_host forks 30", tracked, "failed 0\n"}).files)
+    for (const std::string& tracked : {track_all, std::string("VELDRIN_MEM_CHECK_LEAKS_FAST=1")}) {
+        const ENDING ending = expect({"tracked_host forks 30", tracked, "failed 0\n"});
+        for (const auto& [name, text] : ending.files)
             EXPECT_EQ(name.find("child"), std::string::npos) << name;
+        EXPECT_EQ(ending.has_call_site("allocate_at<"), tracked == track_all);
+    }
 }
 
 TEST(Life, BesideAnAllocatorWithAnEntryMissingIsUntracked) {

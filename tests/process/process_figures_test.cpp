@@ -2,7 +2,7 @@
 
 TEST(ProcessFigures, OfAnotherUserAreTheKernels) {
     expect(
-        {"sh -c 'p=$$; [ $(id -u) = 0 ] || p=1; tracked_host peak_of $p > ours; "
+        {"sh -c 'p=$$; [ $(id -u) = 0 ] || p=1; tracked_host script change_user peak_of $p > ours; "
          "awk \"/VmPeak/ { print \\$2 * 1024 }\" /proc/$p/status | diff ours -'"});
 }
 
@@ -12,8 +12,8 @@ TEST(ProcessFigures, WithoutTheKernelsFilesAreZero) {
     };
     if (const ENDING mount = run(without_proc("true")); mount.how != "exit 0")
         GTEST_SKIP() << "nothing may be mounted here: " << mount.error;
-    expect({without_proc("debug_msg=on tracked_host figures"), "",
-            "Debug: MEM: No such process\nmapped 0, in use 0\nDebug: MEM: Native.*"});
+    expect({without_proc("debug_msg=on tracked_host script mapped in_use"), "",
+            "Debug: MEM: No such process\n0\n0\nDebug: MEM: Native.*"});
     // Every event fails to read them here.
     expect({without_proc(track_all + "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD=1 tracked_host errno"), "",
             "spoiled 0\n"});

@@ -1,6 +1,7 @@
-// Takes the tracker to its edges by a script of words, and prints what it finds. Blocks have letters for
-// names:
-// "-" is nothing, and "m" is a mapping that is there from the start. A script begins untracked.
+// Calls the library by a script of words, and prints what it answers. Blocks have letters for names: "-" is
+// nothing, and "m" is a mapping that is there from the start. A script begins untracked.
+#include <unistd.h>
+
 #include <cstdarg>
 #include <cstring>
 #include <iostream>
@@ -104,10 +105,16 @@ const WORD words[] = {
     {"statistics", 0, [](char**) { show_statistics(); }},
     {"reset", 0, [](char**) { mem_reset_tracking_entries(); }},
     {"listen", 0, [](char**) { mem_set_msg_local_vdebug_callback(keep_message); }},
-    {"told", 0, [](char**) { std::cout.write(told, std::exchange(told_length, 0)) << "told\n"; }},
+    {"told", 0,
+     [](char**) { std::cout << "told <" << std::string_view(told, std::exchange(told_length, 0)) << ">\n"; }},
     {"load", 1, [](char** a) { modules.emplace_back(*a[0] == '-' ? nullptr : a[0]); }},
     {"unload", 0, [](char**) { modules.pop_back(); }},
     {"modules", 0, [](char**) { std::cout << MEM_INITIALIZER::s_init_counter << " modules\n"; }},
+    {"mapped", 0, [](char**) { std::cout << mem_info_get_process_current_virtual_used() << '\n'; }},
+    {"in_use", 0, [](char**) { std::cout << mem_info_get_system_current_physical_in_use() << '\n'; }},
+    {"peak_of", 1,
+     [](char** a) { std::cout << mem_info_get_process_peak_virtual_used(number(a[0])) << '\n'; }},
+    {"change_user", 0, [](char**) { static_cast<void>(!setuid(65534)); }},
     {"setenv", 1, [](char** a) { setenv(a[0], "", 1); }},
 };
 
