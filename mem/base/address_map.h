@@ -1,11 +1,11 @@
 // A map from block addresses to a small value, for tables that every allocation and every free goes through.
 //
-// The map is divided by a hash of the address into parts, each with a byte lock on a cache line of its own,
-// so that events of different addresses hardly ever wait for each other. A part is an array of buckets, each
-// of them a cache line with room for four entries. An entry lies in the bucket of its hash, or in one behind
-// it when that is full; so nearly every look-up touches one line. An insertion allocates only when the array
-// has to grow, and an erasure brings entries back that had to go on, so that no array ever fills up with
-// graves.
+// The map is divided by a hash of the address, without its lowest bits, into parts, each with a byte lock on
+// a cache line of its own, so that events of different addresses hardly ever wait for each other. A part is
+// an array of buckets, each of them a cache line with room for four entries. An entry lies in the bucket of
+// its hash, or in one behind it when that is full; so nearly every look-up touches one line. An insertion
+// allocates only when the array has to grow, and an erasure brings entries back that had to go on, so that no
+// array ever fills up with graves.
 //
 // All operations but clear may run on any number of threads at once. SOURCE gives and takes the arrays
 // (allocate(bytes), release(pointer, bytes)); what it throws leaves the map unchanged.
@@ -62,7 +62,7 @@ class MEM_ADDRESS_MAP {
     // be called at any time in the map's life: an array that grows meanwhile only costs the effect.
     void prefetch(std::uint64_t address) const {
         const std::uint64_t hash = mix(address);
-        const std::size_t part = part_index(hash);
+        const std::size_t part = part_index(address);
         __builtin_prefetch(array_of(part).home(hash), 1);
         __builtin_prefetch(&parts[part], 1);
     }
@@ -86,6 +86,7 @@ class MEM_ADDRESS_MAP {
   private:
     static constexpr unsigned bucket_slots = 4;
     static constexpr std::size_t first_buckets = 4;
+    static constexpr unsigned neighbourhood_shift = 10;
 
     // The slots in use come first; a free one has the address 0.
     struct BUCKET {
@@ -199,22 +200,23 @@ class MEM_ADDRESS_MAP {
                           std::memory_order_relaxed);
     }
 
-    // Spreads all bits of the address over the upper half, which is then folded down: the parts take the
-    // upper bits, the slots the lower ones.
+    // Spreads all bits over the upper half, which is then folded down. The parts take upper bits, the buckets
+    // lower ones. Blocks that lie close together share a part: allocators hand them to one thread, and most
+    // are freed by the thread that allocated them, so that the lines of a part seldom change processors.
     static std::uint64_t mix(std::uint64_t address) {
         const std::uint64_t product = address * 0x9e3779b97f4a7c15U;
         return product ^ (product >> 32);
     }
-    static std::size_t part_index(std::uint64_t hash) {
-        return static_cast<std::size_t>(hash >> 40) & (PARTS - 1);
+    static std::size_t part_index(std::uint64_t address) {
+        return static_cast<std::size_t>(mix(address >> neighbourhood_shift) >> 40) & (PARTS - 1);
     }
 
     template <class ACTION>
     bool with_entry(std::uint64_t address, ACTION&& action) {
         const std::uint64_t hash = mix(address);
-        PART& part = parts[part_index(hash)];
+        PART& part = parts[part_index(address)];
         const std::lock_guard<MEM_SPIN_LOCK> guard(part.lock);
-        const ARRAY array = array_of(part_index(hash));
+        const ARRAY array = array_of(part_index(address));
         if (array.buckets == nullptr || address == 0) return false;
         const PLACE place = array.find(hash, address);
         if (place.address() == 0) return false;
@@ -225,12 +227,12 @@ class MEM_ADDRESS_MAP {
     void put(std::uint64_t address, const VALUE& value, bool overwrite) {
         if (address == 0) return;
         const std::uint64_t hash = mix(address);
-        PART& part = parts[part_index(hash)];
+        PART& part = parts[part_index(address)];
         const std::lock_guard<MEM_SPIN_LOCK> guard(part.lock);
-        ARRAY array = array_of(part_index(hash));
+        ARRAY array = array_of(part_index(address));
         // Grows for an entry that is there already, too, rather than look for it twice.
         if (!array.has_room_beside(part.used)) [[unlikely]]
-            array = grow(part_index(hash));
+            array = grow(part_index(address));
         const PLACE place = array.find(hash, address);
         if (place.address() == 0) {
             ++part.used;

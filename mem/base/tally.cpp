@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <span>
 
 #include "mem/base/stripes.h"
 
@@ -12,51 +13,85 @@ using SHARE = MEM_TALLY_SHARE;
 
 constexpr std::uint32_t share_count = 16;
 
-// A settlement costs about as much as that many charges to a share. When one after the other comes sooner,
-// the shares are not worth it: for a number of charges, which doubles from time to time, threads meet at home
-// again.
-constexpr std::int64_t charges_worth_a_settlement = 64;
-constexpr int most_early_settlements = 8;
+// A settlement costs about as much as that many charges at a crowded home. When a number of them was not
+// worth it, threads meet at home again for a number of charges, which doubles from time to time.
+constexpr std::int64_t charges_worth_a_settlement = 8;
+constexpr int settlements_a_look = 64;
 constexpr std::int64_t shortest_stay = 1024;
 constexpr int most_doublings = 10;
-
-// A share that saw so many settlements without a charge gets nothing when limits are dealt out.
-constexpr std::uint8_t many_idle = 4;
 
 // As the highest number of blocks, this is out of reach.
 constexpr std::int32_t ignored_blocks = std::numeric_limits<std::int32_t>::max();
 
-bool is_in_use(const SHARE& share) {
-    return share.idle < many_idle;
+// to - from, or the nearest value there is.
+template <class T>
+T distance(T from, T to) {
+    T result = 0;
+    if (!__builtin_sub_overflow(to, from, &result)) return result;
+    return to > from ? std::numeric_limits<T>::max() : std::numeric_limits<T>::min();
 }
 
 template <class T>
-T plus_at_most(T count, T part) {
+T sum_at_most(T count, T room) {
     T sum = 0;
-    return __builtin_add_overflow(count, part, &sum) ? std::numeric_limits<T>::max() : sum;
+    return __builtin_add_overflow(count, room, &sum) ? std::numeric_limits<T>::max() : sum;
 }
 
-// What each of the shares in use may rise by, so that all together stay below the highest value.
-template <class T>
-T part_of_room(T highest, T current, int users) {
-    if (highest <= current || users == 0) return 0;
-    T room = 0;
-    if (__builtin_sub_overflow(highest, current, &room)) room = std::numeric_limits<T>::max();
-    return room / users;
-}
+// The highest sum of a count over all shares, and what each of them may rise to. All locks are held for
+// changes; the maximum is atomic for those who only peek.
+template <class T, std::atomic<T> SHARE::*COUNT, std::atomic<T> SHARE::*LIMIT>
+struct MAXIMUM {
+    std::atomic<T> highest{0};
+
+    // After a charge to a share. The sum is the present one.
+    void settle(SHARE& charged, std::span<SHARE> shares, T sum) {
+        if (take_room(charged, shares)) return;
+        SHARE::set(highest, std::max(SHARE::get(highest), sum));
+        give_all_room_to(charged, shares, sum);
+    }
+
+    // Where the sum is above the highest value already, every share settles at its next charge.
+    void give_all_room_to(SHARE& owner, std::span<SHARE> shares, T sum) const {
+        const T all_room = distance(sum, SHARE::get(highest));
+        for (SHARE& share : shares)
+            SHARE::set(share.*LIMIT, all_room < 0 ? std::numeric_limits<T>::min() : SHARE::get(share.*COUNT));
+        if (all_room > 0) give_room(owner, all_room);
+    }
+
+  private:
+    static T room(const SHARE& share) { return distance(SHARE::get(share.*COUNT), SHARE::get(share.*LIMIT)); }
+    static void give_room(SHARE& share, T more) {
+        SHARE::set(share.*LIMIT, sum_at_most(SHARE::get(share.*LIMIT), more));
+    }
+
+    // Until the share is within its limit. False when the others have not enough.
+    static bool take_room(SHARE& taker, std::span<SHARE> shares) {
+        while (room(taker) < 0) {
+            const auto richest =
+                std::max_element(shares.begin(), shares.end(),
+                                 [](const SHARE& a, const SHARE& b) { return room(a) < room(b); });
+            const T most = room(*richest);
+            if (most <= 0) return false;
+            const auto taken = static_cast<T>(most - most / 2);
+            SHARE::move(*richest.*LIMIT, -taken);
+            give_room(taker, taken);
+        }
+        return true;
+    }
+};
 
 }  // namespace
 
 struct MEM_TALLY::SHARES {
     SHARE all[share_count];
+    MAXIMUM<std::int32_t, &SHARE::blocks, &SHARE::blocks_limit> blocks;
+    MAXIMUM<std::int64_t, &SHARE::bytes, &SHARE::bytes_limit> bytes;
 
-    // Guarded by all locks of the tally together; the maxima are atomic for those who only peek.
-    std::atomic<std::int32_t> highest_blocks{0};
-    std::atomic<std::int64_t> highest_bytes{0};
-    std::int64_t charges_settled = 0;
-    int early_settlements = 0;
-    int stays = 0;
-    std::int64_t stay_ends_at = 0;  // by the charges that came home
+    // Guarded by all locks of the tally together.
+    int settlements = 0;              // since the latest look back
+    std::int64_t charges_before = 0;  // at the latest look back
+    int stays = 0;                    // at home, since settlements were last worth it
+    std::int64_t stay_ends_at = 0;    // by the charges that came home
 
     SHARE& own() { return all[mem_thread_stripe().index % share_count]; }
 };
@@ -87,11 +122,11 @@ std::int32_t MEM_TALLY::current_blocks() const {
 }
 std::int64_t MEM_TALLY::highest_bytes() const {
     const SHARES* made = is_spread() ? shares.load(std::memory_order_acquire) : nullptr;
-    return made != nullptr ? SHARE::get(made->highest_bytes) : SHARE::get(home.bytes_limit);
+    return made != nullptr ? SHARE::get(made->bytes.highest) : SHARE::get(home.bytes_limit);
 }
 std::int32_t MEM_TALLY::highest_blocks() const {
     const SHARES* made = is_spread() ? shares.load(std::memory_order_acquire) : nullptr;
-    return made != nullptr ? SHARE::get(made->highest_blocks) : SHARE::get(home.blocks_limit);
+    return made != nullptr ? SHARE::get(made->blocks.highest) : SHARE::get(home.blocks_limit);
 }
 
 void MEM_TALLY::hold() {
@@ -134,7 +169,6 @@ void MEM_TALLY::charge_share(std::uint64_t requested, std::uint64_t allocated) {
         SHARE& own = made->own();
         const std::lock_guard<MEM_SPIN_LOCK> guard(own.lock);
         if (own.is_open.load(std::memory_order_relaxed) && own.has_room_for(allocated)) [[likely]] {
-            own.idle = 0;
             own.add(requested, allocated);
             return;
         }
@@ -161,37 +195,34 @@ bool MEM_TALLY::settle(std::uint64_t requested, std::uint64_t allocated) {
     const bool was_spread = is_spread();
     if (was_spread) {
         SHARES& made = *shares.load(std::memory_order_relaxed);
-        for_each_share([](SHARE& share) {
-            if (is_in_use(share)) ++share.idle;
-        });
-        made.own().idle = 0;
-        made.own().add(requested, allocated);
-        SHARE::set(made.highest_blocks, std::max(highest_blocks(), current_blocks()));
-        SHARE::set(made.highest_bytes, std::max(highest_bytes(), current_bytes()));
-        const std::int64_t charges = sum(&SHARE::cumulative_blocks);
-        const bool is_early = charges - made.charges_settled < charges_worth_a_settlement;
-        made.charges_settled = charges;
-        made.early_settlements = is_early ? made.early_settlements + 1 : 0;
-        if (made.early_settlements < most_early_settlements) {
-            deal_out();
-        } else {
-            gather();
-        }
+        SHARE& own = made.own();
+        own.add(requested, allocated);
+        made.blocks.settle(own, made.all, current_blocks());
+        made.bytes.settle(own, made.all, current_bytes());
+        if (++made.settlements == settlements_a_look) look_back();
     }
     release();
     return was_spread;
 }
 
-void MEM_TALLY::deal_out() {
-    int users = 0;
-    for_each_share([&](const SHARE& share) { users += is_in_use(share) ? 1 : 0; });
-    const std::int32_t blocks = part_of_room(highest_blocks(), current_blocks(), users);
-    const std::int64_t bytes = part_of_room(highest_bytes(), current_bytes(), users);
-    for_each_share([&](SHARE& share) {
-        const bool in_use = is_in_use(share);
-        SHARE::set(share.blocks_limit, plus_at_most(SHARE::get(share.blocks), in_use ? blocks : 0));
-        SHARE::set(share.bytes_limit, plus_at_most(SHARE::get(share.bytes), in_use ? bytes : 0));
-    });
+// Whether the latest settlements were worth it.
+void MEM_TALLY::look_back() {
+    SHARES& made = *shares.load(std::memory_order_relaxed);
+    const std::int64_t charges = sum(&SHARE::cumulative_blocks);
+    const bool is_worth_it = charges - made.charges_before >= settlements_a_look * charges_worth_a_settlement;
+    made.settlements = 0;
+    made.charges_before = charges;
+    if (is_worth_it) {
+        made.stays = 0;
+    } else {
+        gather();
+    }
+}
+
+void MEM_TALLY::give_all_room_to(SHARE& owner) {
+    SHARES& made = *shares.load(std::memory_order_relaxed);
+    made.blocks.give_all_room_to(owner, made.all, current_blocks());
+    made.bytes.give_all_room_to(owner, made.all, current_bytes());
 }
 
 // Threads have met at home again and again. Without memory for shares they go on to.
@@ -199,26 +230,23 @@ void MEM_TALLY::spread_out() {
     // Made outside the locks, since the allocator may take its time.
     std::unique_ptr<SHARES> fresh(
         shares.load(std::memory_order_relaxed) != nullptr ? nullptr : new (std::nothrow) SHARES);
-    home.lock.lock();
+    const std::lock_guard<MEM_SPIN_LOCK> guard(home.lock);
+    home.waits = 0;
     if (shares.load(std::memory_order_relaxed) == nullptr)
         shares.store(fresh.release(), std::memory_order_release);
-    for_each_share([](SHARE& share) { share.lock.lock(); });
-    home.waits = 0;
     SHARES* made = shares.load(std::memory_order_relaxed);
-    if (made != nullptr && !is_spread() && SHARE::get(home.cumulative_blocks) >= made->stay_ends_at) {
-        SHARE::set(made->highest_blocks, highest_blocks());
-        SHARE::set(made->highest_bytes, highest_bytes());
-        made->charges_settled = sum(&SHARE::cumulative_blocks);
-        made->early_settlements = 0;
-        for_each_share([](SHARE& share) {
-            share.idle = many_idle;
-            share.is_open.store(true, std::memory_order_relaxed);
-        });
-        made->own().idle = 0;
-        home.is_open.store(false, std::memory_order_relaxed);
-        deal_out();
-    }
-    release();
+    if (made == nullptr || is_spread() || SHARE::get(home.cumulative_blocks) < made->stay_ends_at) return;
+    for_each_share([](SHARE& share) { share.lock.lock(); });
+    SHARE::set(made->blocks.highest, highest_blocks());
+    SHARE::set(made->bytes.highest, highest_bytes());
+    made->settlements = 0;
+    made->charges_before = sum(&SHARE::cumulative_blocks);
+    home.is_open.store(false, std::memory_order_relaxed);
+    give_all_room_to(made->own());
+    for_each_share([](SHARE& share) {
+        share.is_open.store(true, std::memory_order_relaxed);
+        share.lock.unlock();
+    });
 }
 
 void MEM_TALLY::gather() {
@@ -241,9 +269,9 @@ void MEM_TALLY::gather() {
 void MEM_TALLY::put_highest(std::int64_t bytes, std::int32_t blocks) {
     if (is_spread()) {
         SHARES& made = *shares.load(std::memory_order_relaxed);
-        SHARE::set(made.highest_bytes, bytes);
-        SHARE::set(made.highest_blocks, blocks);
-        deal_out();
+        SHARE::set(made.bytes.highest, bytes);
+        SHARE::set(made.blocks.highest, blocks);
+        give_all_room_to(made.own());
     } else {
         SHARE::set(home.bytes_limit, bytes);
         SHARE::set(home.blocks_limit, blocks);

@@ -1,17 +1,16 @@
 // MEM_TALLY: what is charged somewhere, moved by any number of threads at once, with exact maxima.
 //
-//   charge, discharge --> home, under its byte lock                                  while threads hardly
-//   meet
-//                     \-> the thread's own share, within what it may rise to         once they do (spread)
-//                           \-> settle: all shares at one moment, new maximum,       seldom
-//                               what is left up to it dealt out anew
+//   charge, discharge --> home, under its byte lock                  while threads hardly meet
+//                     \-> the thread's share, if it has room           once they do (spread)
+//                           \-> settle: all shares at one moment       seldom
 //
 // A maximum makes one counter of what threads could otherwise count apart. So each share has a limit that its
 // count may rise to, and the limits of all shares together never exceed the maximum. While every share keeps
 // to its limit, the sum is not above the maximum in whatever order the events of the threads come; so nobody
-// has to look. Only a share that would pass its limit does, with all shares locked, and either finds room
-// that others don't use or a new maximum. Where that happens at every turn, as in a program that only grows,
-// the tally gathers in its home again.
+// has to look. Only a share that would pass its limit does, with all shares locked. It takes half the room of
+// the share that has most, which will miss it least: a share whose thread has freed a block and is about to
+// allocate the next has a little room, and needs that. When nobody has any, this is a new maximum. Where all
+// that happens at every turn, as in a program that only grows, the tally gathers in its home again.
 //
 // No memory is taken but for the shares, at the moment of spreading; without it the tally stays gathered.
 // Safe in an allocator hook, not in a signal handler.
@@ -31,7 +30,6 @@ struct alignas(64) MEM_TALLY_SHARE {
     MEM_SPIN_LOCK lock;
     std::atomic<bool> is_open;  // charges come here
     std::uint8_t waits = 0;     // threads that found it locked
-    std::uint8_t idle = 0;      // settlements since its last charge
     std::atomic<std::int32_t> blocks{0};
     std::atomic<std::int32_t> blocks_limit{0};
     std::atomic<std::int64_t> bytes{0};
@@ -149,7 +147,8 @@ class MEM_TALLY {
     void charge_share(std::uint64_t requested, std::uint64_t allocated);
     void discharge_share(std::uint64_t allocated, std::uint64_t mismatched);
     bool settle(std::uint64_t requested, std::uint64_t allocated);
-    void deal_out();
+    void look_back();
+    void give_all_room_to(MEM_TALLY_SHARE& owner);
     void spread_out();
     void gather();
     bool is_spread() const { return !home.is_open.load(std::memory_order_relaxed); }

@@ -114,16 +114,16 @@ TEST_F(Tally, MaximaBeginAnewWhereverTheyArePut) {
     run(1, 9);
     crowd_in();
     run(1, 2);
-    MEMORY_TRACKER_BASE before = tally.restart_highest();
+    tally.set_highest_bytes(0);  // below the count, so that any charge raises it, and only that
+    model.now.max_bytes = 0;
+    for (const bool is_charge : {false, false, true}) run_one(is_charge);
+    run(1, 5);
+
+    const MEMORY_TRACKER_BASE before = tally.restart_highest();
     expect_equal(before, model.now);
     model.now.max_blocks = model.now.current_blocks;
     model.now.max_bytes = model.now.current_bytes;
     run(2, 6);
-
-    tally.set_highest_bytes(0);  // below the count, so that only a charge raises it
-    model.now.max_bytes = 0;
-    run_one(false);
-    run(1, 5);
 
     tally.restart_highest(1 << 30);  // a floor that nothing reaches
     tally.ignore_highest_blocks();
