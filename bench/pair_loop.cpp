@@ -1,8 +1,8 @@
-// The load of the comparisons: frees and allocates one block at a time, 16 to 271 bytes, over 100,000 live
+// The load of the comparisons: frees and allocates one block at a time, 16 to 271 bytes, over many live
 // blocks a thread, ten frames deep, from sixteen places in the code. Prints nanoseconds of processor time for
 // a pair, and millions of pairs a second over all threads.
 //
-//   bench_pair_loop [THREADS [PAIRS_PER_THREAD]]
+//   bench_pair_loop [THREADS [PAIRS [LIVE_BLOCKS]]]      pairs and blocks of each thread
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -10,14 +10,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <memory>
 #include <thread>
 #include <utility>
 #include <vector>
 
 namespace {
 
-constexpr std::size_t live_blocks = 100000;
 constexpr int places = 16;
 constexpr int depth = 10;
 
@@ -39,11 +37,11 @@ constexpr std::array<REPLACE, sizeof...(PLACE)> all_places(std::integer_sequence
 
 class LOAD {
   public:
-    explicit LOAD(std::uint32_t seed) : random(seed), blocks(new void*[live_blocks]) {
-        for (std::size_t i = 0; i < live_blocks; ++i) blocks[i] = std::malloc(next_size());
+    LOAD(std::uint32_t seed, std::size_t live_blocks) : random(seed), blocks(live_blocks) {
+        for (void*& block : blocks) block = std::malloc(next_size());
     }
     ~LOAD() {
-        for (std::size_t i = 0; i < live_blocks; ++i) std::free(blocks[i]);
+        for (void* block : blocks) std::free(block);
     }
     LOAD(const LOAD&) = delete;
     LOAD& operator=(const LOAD&) = delete;
@@ -58,7 +56,7 @@ class LOAD {
         static constexpr auto replacers = all_places(std::make_integer_sequence<int, places>());
         for (std::uint64_t i = 0; i < pairs; ++i) {
             const std::uint32_t number = next_number();
-            replacers[number % places](blocks[(number >> 4) % live_blocks], next_size());
+            replacers[number % places](blocks[(number >> 4) % blocks.size()], next_size());
         }
     }
 
@@ -72,7 +70,7 @@ class LOAD {
     std::size_t next_size() { return 16 + next_number() % 256; }
 
     std::uint32_t random;
-    std::unique_ptr<void*[]> blocks;
+    std::vector<void*> blocks;
 };
 
 // Of all threads; unlike wall time it tells the cost also on a machine that others use.
@@ -95,19 +93,19 @@ RESULT time(WORK work) {
 }
 
 // In a process that never starts a thread.
-RESULT time_one_thread(std::uint64_t pairs) {
-    LOAD load(1);
+RESULT time_one_thread(std::uint64_t pairs, std::size_t live_blocks) {
+    LOAD load(1, live_blocks);
     load.run(pairs / 20, depth);
     return time([&] { load.run(pairs, depth); });
 }
 
-RESULT time_threads(int threads, std::uint64_t pairs) {
+RESULT time_threads(int threads, std::uint64_t pairs, std::size_t live_blocks) {
     std::atomic<int> ready{0};
     std::atomic<bool> go{false};
     std::vector<std::thread> all;
     for (int me = 0; me < threads; ++me)
         all.emplace_back([&, me] {
-            LOAD load(static_cast<std::uint32_t>(me) * 2654435761U + 1);
+            LOAD load(static_cast<std::uint32_t>(me) * 2654435761U + 1, live_blocks);
             load.run(pairs / 20, depth);
             ++ready;
             while (!go) std::this_thread::yield();
@@ -130,7 +128,9 @@ RESULT time_threads(int threads, std::uint64_t pairs) {
 int main(int argc, char** argv) {
     const int threads = argc > 1 ? std::atoi(argv[1]) : 1;
     const std::uint64_t pairs = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 2000000;
-    const RESULT result = threads == 1 ? time_one_thread(pairs) : time_threads(threads, pairs);
+    const std::size_t live_blocks = argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 100000;
+    const RESULT result =
+        threads == 1 ? time_one_thread(pairs, live_blocks) : time_threads(threads, pairs, live_blocks);
     const double all_pairs = static_cast<double>(pairs) * threads;
     std::fprintf(stderr, "%.1f ns of processor time a pair, %.3f million pairs a second\n",
                  result.cpu * 1e9 / all_pairs, all_pairs / result.wall / 1e6);
