@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 
 namespace {
 
@@ -52,7 +53,14 @@ bool can_run_barrier_on_all_threads() {
 }
 
 void barrier_on_all_threads() {
-    if (can_run_barrier_on_all_threads()) membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED);
+    if (!can_run_barrier_on_all_threads() || membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) == 0) return;
+    // The process has entered a sandbox since, which refuses. Time does it too: what a processor has yet to
+    // write leaves it within microseconds. Not by nanosleep(), which would be a cancellation point.
+    const int kept_errno = errno;
+    timespec left{0, 1'000'000};
+    while (syscall(SYS_nanosleep, &left, &left) != 0 && errno == EINTR) {
+    }
+    errno = kept_errno;
 }
 
 bool run_at_thread_exit(void (*action)()) {

@@ -1,7 +1,7 @@
 // The stage of an event that charges a call site and a module: the one place where a stack is walked.
 //
-// Lock order: the gate first; then one at a time a part of the address table, the lock of a call site, the
-// lock of a module. No lock is held across the walk or a symbol look-up.
+// Lock order: the gate first; then one at a time a part of the address table, the tally of the call site, the
+// tally of its module. No lock is held across the walk or a symbol look-up.
 #pragma once
 
 #include <cstdint>

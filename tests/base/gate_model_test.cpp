@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <set>
+#include <vector>
 
 namespace {
 
