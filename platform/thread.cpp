@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 
@@ -48,8 +49,16 @@ void _Thrd_yield() {
 }
 
 bool can_run_barrier_on_all_threads() {
-    static const bool is_registered = membarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) == 0;
-    return is_registered;
+    // No static of this function: a child that is forked while another thread makes it would wait for ever.
+    // Threads that ask at once all register and get the same answer.
+    enum : int { UNKNOWN, YES, NO };
+    static constinit std::atomic<int> answer{UNKNOWN};
+    int known = answer.load(std::memory_order_relaxed);
+    if (known == UNKNOWN) {
+        known = membarrier(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) == 0 ? YES : NO;
+        answer.store(known, std::memory_order_relaxed);
+    }
+    return known == YES;
 }
 
 void barrier_on_all_threads() {
