@@ -31,9 +31,9 @@ constinit thread_local int thread_number = 0;
 
 // Which thread allocated a block, for a gibibyte of addresses. Touched where there are blocks.
 constexpr std::size_t grains = std::size_t{1} << 27;
-std::array<std::atomic<unsigned char>, grains> allocated_by;
-std::atomic<unsigned char>& allocator_of(const void* block) {
-    return allocated_by[(reinterpret_cast<std::uintptr_t>(block) >> 3) % grains];
+unsigned char allocated_by[grains];
+std::atomic_ref<unsigned char> allocator_of(const void* block) {
+    return std::atomic_ref(allocated_by[(reinterpret_cast<std::uintptr_t>(block) >> 3) % grains]);
 }
 
 std::int64_t size_of(const void* block) {
