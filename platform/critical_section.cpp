@@ -15,7 +15,3 @@ void EnterCriticalSection(CRITICAL_SECTION* section) {
 void LeaveCriticalSection(CRITICAL_SECTION* section) {
     pthread_mutex_unlock(&section->mutex);
 }
-
-void DeleteCriticalSection(CRITICAL_SECTION* section) {
-    pthread_mutex_destroy(&section->mutex);
-}

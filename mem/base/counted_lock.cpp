@@ -11,7 +11,10 @@ void MEM_COUNTED_LOCK::create() {
 }
 
 void MEM_COUNTED_LOCK::lock() {
-    if (is_created()) EnterCriticalSection(&critical_section);
+    if (is_created()) {
+        EnterCriticalSection(&critical_section);
+        if (!is_created()) LeaveCriticalSection(&critical_section);
+    }
     lock_count.store(depth() + 1, std::memory_order_relaxed);
 }
 
@@ -25,8 +28,11 @@ void MEM_COUNTED_LOCK::unlock_all() {
     for (std::uint32_t holds = depth(); holds != 0; --holds) unlock();
 }
 
-void MEM_COUNTED_LOCK::destroy() {
-    if (initialised.exchange(false, std::memory_order_relaxed)) DeleteCriticalSection(&critical_section);
+// The critical section itself stays, for those who still wait at it.
+void MEM_COUNTED_LOCK::release_and_delete() {
+    initialised.store(false, std::memory_order_relaxed);
+    for (std::uint32_t holds = lock_count.exchange(0, std::memory_order_relaxed); holds != 0; --holds)
+        LeaveCriticalSection(&critical_section);
 }
 
 void MEM_COUNTED_LOCK::renew() {

@@ -19,8 +19,9 @@ class MEM_COUNTED_LOCK {
     // Releases every hold of the calling thread, which holds the lock.
     void unlock_all();
 
-    // Deletes the lock, when it is created. Nobody may be waiting for it.
-    void destroy();
+    // Releases every hold of the calling thread, which holds the lock, and deletes it. Who waits for it goes
+    // on as without a lock.
+    void release_and_delete();
 
     // In a forked child: the lock as after its creation, whoever held it in the parent.
     void renew();
@@ -30,7 +31,7 @@ class MEM_COUNTED_LOCK {
 
   private:
     CRITICAL_SECTION critical_section = {};
-    // Relaxed: the lock itself guards the count, and while there is none nothing does.
+    // Relaxed: the lock itself guards both, and while there is none nothing does.
     std::atomic<bool> initialised{false};
     std::atomic<std::uint32_t> lock_count{0};
 };

@@ -19,8 +19,6 @@ constinit std::atomic<std::uint64_t> MEM_INITIALIZER::s_init_counter{0};
 
 namespace {
 
-bool deletion_in_progress = false;
-
 const char* printable(const char* name) {
     return name != nullptr ? name : "(null)";
 }
@@ -54,11 +52,7 @@ void start_library() {
 void stop_library() {
     mem_cleanup_tbb_tracking();
     mem_free_reserve_buffers();
-    if (deletion_in_progress) return;
-    deletion_in_progress = true;
-    mem_lock.unlock();
-    mem_lock.destroy();
-    deletion_in_progress = false;
+    if (mem_lock.is_created()) mem_lock.release_and_delete();
 }
 
 }  // namespace

@@ -4,7 +4,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -16,10 +18,20 @@ TEST(CountedLock, OnlyCountsBeforeItsCreationAndAfterItsDeletion) {
     lock.unlock();
     lock.create();
     lock.lock();
-    lock.unlock();
-    lock.destroy();
+    lock.lock();
+    lock.release_and_delete();
     lock.unlock();  // the one that follows the deletion
     EXPECT_EQ(lock.depth(), 0u);
+}
+
+TEST(CountedLock, LetsThoseGoWhoWaitAtItsDeletion) {
+    MEM_COUNTED_LOCK lock;
+    lock.create();
+    lock.lock();
+    std::vector<std::jthread> waiting;
+    for (int i = 0; i < 4; ++i) waiting.emplace_back([&] { lock.lock(), lock.unlock(); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    lock.release_and_delete();
 }
 
 TEST(CountedLock, IsFreshInAForkedChild) {
