@@ -11,17 +11,25 @@ namespace {
 
 THR_WRAPPER mem_next_thread_wrapper = nullptr;
 
-// Both arguments and the result belong to the thread library and pass through unchanged.
-void* mem_thread_wrapper(void* first, void* second) {
-    {
+// The reserves of a thread, also of one that leaves by pthread_exit or is cancelled.
+struct RESERVES_IN_USE {
+    RESERVES_IN_USE() {
         const std::lock_guard<MEM_COUNTED_LOCK> guard(mem_lock);
         mem_allocate_reserve_buffers();
     }
+    ~RESERVES_IN_USE() {
+        const std::lock_guard<MEM_COUNTED_LOCK> guard(mem_lock);
+        mem_free_reserve_buffers();
+    }
+    RESERVES_IN_USE(const RESERVES_IN_USE&) = delete;
+    RESERVES_IN_USE& operator=(const RESERVES_IN_USE&) = delete;
+};
+
+// Both arguments and the result belong to the thread library and pass through unchanged.
+void* mem_thread_wrapper(void* first, void* second) {
+    const RESERVES_IN_USE reserves;
     mem_renew_out_of_memory_modes();
-    void* const result = mem_next_thread_wrapper(first, second);
-    const std::lock_guard<MEM_COUNTED_LOCK> guard(mem_lock);
-    mem_free_reserve_buffers();
-    return result;
+    return mem_next_thread_wrapper(first, second);
 }
 
 }  // namespace
