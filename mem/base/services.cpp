@@ -20,24 +20,26 @@ class SLOT {
   public:
     FUNCTION get() const { return function.load(std::memory_order_relaxed); }
     void set(FUNCTION next) { function.store(next, std::memory_order_relaxed); }
+    void set_if_empty(FUNCTION next) {
+        FUNCTION none = nullptr;
+        function.compare_exchange_strong(none, next, std::memory_order_relaxed);
+    }
 
   private:
     std::atomic<FUNCTION> function{nullptr};
 };
 
 // A service that the configuration library offers too. It is looked for once in the process, at the first
-// call that finds the slot empty; two threads that race here find the same function.
+// call that finds the slot empty. What the host sets meanwhile stays, and a thread that comes second is
+// served by the environment until the function is found.
 template <class FUNCTION>
 class LATE_BOUND_SLOT : public SLOT<FUNCTION> {
   public:
     FUNCTION get_or_bind(const char* entry) {
-        FUNCTION bound = this->get();
-        if (bound == nullptr && may_bind.exchange(false, std::memory_order_relaxed)) {
-            bound =
-                reinterpret_cast<FUNCTION>(thr_drl_find_function(GetModuleHandleA("ktl_cfg_ini.dll"), entry));
-            this->set(bound);
-        }
-        return bound;
+        if (this->get() == nullptr && may_bind.exchange(false, std::memory_order_relaxed))
+            this->set_if_empty(reinterpret_cast<FUNCTION>(
+                thr_drl_find_function(GetModuleHandleA("ktl_cfg_ini.dll"), entry)));
+        return this->get();
     }
 
   private:
