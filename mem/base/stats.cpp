@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "mem/base/atomic_maximum.h"
 #include "mem/base/profiler_counters.h"
 #include "mem/base/undestroyed.h"
 
@@ -11,9 +12,8 @@ namespace {
 
 constinit MEM_UNDESTROYED<MEM_STATS_COUNTS> counts;
 
-// Plain words: two hosts that open or close a region at once can lose one of two values, events never do.
-void raise(MEM_PLAIN_WORD<std::int64_t>& word, std::int64_t value) {
-    if (value > word) word = value;
+std::int64_t greater(const std::atomic<std::int64_t>& word, std::int64_t value) {
+    return std::max(word.load(std::memory_order_relaxed), value);
 }
 
 }  // namespace
@@ -25,22 +25,21 @@ MEM_BASE_STATS MEM_STATS_COUNTS::current() const {
 }
 
 MEM_BASE_STATS MEM_STATS_COUNTS::peak() const {
-    return {std::max<std::int64_t>(peak_bytes, tally.highest_bytes()),
-            std::max<std::int64_t>(peak_blocks, tally.highest_blocks())};
+    return {greater(peak_bytes, tally.highest_bytes()), greater(peak_blocks, tally.highest_blocks())};
 }
 
 MEM_BASE_STATS MEM_STATS_COUNTS::local_peak() const {
-    return {std::max<std::int64_t>(local_peak_bytes, tally.highest_bytes()),
-            std::max<std::int64_t>(local_peak_blocks, tally.highest_blocks())};
+    return {greater(local_peak_bytes, tally.highest_bytes()),
+            greater(local_peak_blocks, tally.highest_blocks())};
 }
 
 void mem_stats_forget_peak_bytes() {
-    raise(mem_stats.local_peak_bytes, mem_stats.tally.set_highest_bytes(0).max_bytes);
-    mem_stats.peak_bytes = 0;
+    mem_raise(mem_stats.local_peak_bytes, mem_stats.tally.set_highest_bytes(0).max_bytes);
+    mem_stats.peak_bytes.store(0, std::memory_order_relaxed);
 }
 
 void mem_stats_raise_peak_bytes(std::int64_t bytes) {
-    raise(mem_stats.peak_bytes, bytes);
+    mem_raise(mem_stats.peak_bytes, bytes);
 }
 
 void mem_stats_renew_locks() {
@@ -66,19 +65,19 @@ std::uint64_t mem_get_current_bytes() {
 MEM_BASE_STATS mem_enter_local_region() {
     const MEM_BASE_STATS outer = mem_stats.local_peak();
     // Ahead of it as far as possible, so that nobody sees the peak fall meanwhile.
-    raise(mem_stats.peak_bytes, mem_stats.tally.highest_bytes());
-    raise(mem_stats.peak_blocks, mem_stats.tally.highest_blocks());
+    mem_raise(mem_stats.peak_bytes, mem_stats.tally.highest_bytes());
+    mem_raise(mem_stats.peak_blocks, mem_stats.tally.highest_blocks());
     const MEMORY_TRACKER_BASE before = mem_stats.tally.restart_highest();
-    raise(mem_stats.peak_bytes, before.max_bytes);
-    raise(mem_stats.peak_blocks, before.max_blocks);
-    mem_stats.local_peak_bytes = before.current_bytes;
-    mem_stats.local_peak_blocks = before.current_blocks;
+    mem_raise(mem_stats.peak_bytes, before.max_bytes);
+    mem_raise(mem_stats.peak_blocks, before.max_blocks);
+    mem_stats.local_peak_bytes.store(before.current_bytes, std::memory_order_relaxed);
+    mem_stats.local_peak_blocks.store(before.current_blocks, std::memory_order_relaxed);
     return outer;
 }
 
 MEM_BASE_STATS mem_exit_local_region(const MEM_BASE_STATS& saved) {
     const MEM_BASE_STATS inner = mem_stats.local_peak();
-    raise(mem_stats.local_peak_bytes, saved.bytes);
-    raise(mem_stats.local_peak_blocks, saved.blocks);
+    mem_raise(mem_stats.local_peak_bytes, saved.bytes);
+    mem_raise(mem_stats.local_peak_blocks, saved.blocks);
     return inner;
 }

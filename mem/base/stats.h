@@ -1,20 +1,20 @@
 // The process-wide statistics as the event path moves them, and the local regions.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "ktl_mem/statistics.h"
 #include "mem/base/tally.h"
-#include "mem/base/tracking_word.h"
 
 // Each of the two peaks is the greater of its word here and of the highest value that the tally has had since
 // the words were last brought up to date.
 struct MEM_STATS_COUNTS {
     MEM_TALLY tally;
-    MEM_PLAIN_WORD<std::int64_t> peak_bytes;
-    MEM_PLAIN_WORD<std::int64_t> peak_blocks;
-    MEM_PLAIN_WORD<std::int64_t> local_peak_bytes;
-    MEM_PLAIN_WORD<std::int64_t> local_peak_blocks;
+    std::atomic<std::int64_t> peak_bytes;
+    std::atomic<std::int64_t> peak_blocks;
+    std::atomic<std::int64_t> local_peak_bytes;
+    std::atomic<std::int64_t> local_peak_blocks;
 
     MEM_BASE_STATS current() const;
     MEM_BASE_STATS peak() const;

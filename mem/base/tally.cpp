@@ -281,7 +281,7 @@ void MEM_TALLY::put_highest(std::int64_t bytes, std::int32_t blocks) {
 MEMORY_TRACKER_BASE MEM_TALLY::restart_highest(std::int64_t floor) {
     hold();
     const MEMORY_TRACKER_BASE before = held();
-    put_highest(std::max(before.current_bytes, floor),
+    put_highest(std::max(std::min(before.current_bytes, before.max_bytes), floor),
                 before.max_blocks == ignored_blocks ? ignored_blocks : before.current_blocks);
     release();
     return before;

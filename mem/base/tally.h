@@ -109,7 +109,8 @@ class MEM_TALLY {
     std::int32_t highest_blocks() const;
 
     // These return the counters as they were before.
-    // Maxima begin anew: bytes at the current count, but at least at a floor, and blocks at theirs.
+    // Maxima begin anew: bytes at the current count, or lower where the maximum was put lower, but at least
+    // at a floor; blocks at their count.
     MEMORY_TRACKER_BASE restart_highest(std::int64_t floor = std::numeric_limits<std::int64_t>::min());
     // Puts another value in the place of the maximum; the next charge raises it if the count is above.
     MEMORY_TRACKER_BASE set_highest_bytes(std::int64_t bytes);

@@ -1,7 +1,7 @@
-#include <algorithm>
 #include <atomic>
 
 #include "ktl_mem/process_memory.h"
+#include "mem/base/atomic_maximum.h"
 #include "mem/base/messages.h"
 #include "platform/last_error.h"
 #include "platform/process_memory.h"
@@ -26,17 +26,9 @@ std::uint64_t process_figure(HANDLE process, FIELD PROCESS_MEMORY_COUNTERS::*fie
     return 0;
 }
 
-// The highest figures that this process has seen. Relaxed: maxima that order nothing.
+// The highest figures that this process has seen.
 std::atomic<std::uint64_t> highest_physical_in_use{0};
 std::atomic<std::uint64_t> highest_page_file_in_use{0};
-
-// Two threads at once lose no raise.
-std::uint64_t raise(std::atomic<std::uint64_t>& highest, std::uint64_t sample) {
-    std::uint64_t seen = highest.load(std::memory_order_relaxed);
-    while (sample > seen && !highest.compare_exchange_weak(seen, sample, std::memory_order_relaxed)) {
-    }
-    return std::max(seen, sample);
-}
 
 MEMORYSTATUSEX system_status() {
     MEMORYSTATUSEX status;
@@ -99,20 +91,20 @@ std::uint64_t mem_info_get_process_page_fault_count() {
 
 std::uint64_t mem_info_get_system_current_physical_in_use() {
     const std::uint64_t sample = physical_in_use();
-    raise(highest_physical_in_use, sample);
+    mem_raise(highest_physical_in_use, sample);
     return sample;
 }
 
 std::uint64_t mem_info_get_system_peak_physical_in_use() {
-    return raise(highest_physical_in_use, physical_in_use());
+    return mem_raise(highest_physical_in_use, physical_in_use());
 }
 
 std::uint64_t mem_info_get_system_current_page_file_in_use() {
     const std::uint64_t sample = page_file_in_use();
-    raise(highest_page_file_in_use, sample);
+    mem_raise(highest_page_file_in_use, sample);
     return sample;
 }
 
 std::uint64_t mem_info_get_system_peak_page_file_in_use() {
-    return raise(highest_page_file_in_use, page_file_in_use());
+    return mem_raise(highest_page_file_in_use, page_file_in_use());
 }
