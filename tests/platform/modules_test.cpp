@@ -59,33 +59,6 @@ TEST(modules, the_executable_has_a_path_that_is_cut_to_the_buffer) {
     EXPECT_EQ(GetModuleFileNameA(nullptr, cut, 0), 0u);
 }
 
-// M, L, S for what is known of an address: module, line, symbol; and the error of the line.
-std::pair<std::string, std::uint32_t> look_up(std::uint64_t address) {
-    IMAGEHLP_MODULE64 module{};
-    IMAGEHLP_LINE64 line{};
-    SYMBOL_INFO symbol{};
-    std::uint32_t column = 0;
-    const bool has_line = SymGetLineFromAddr64(GetCurrentProcess(), address, &column, &line);
-    const std::uint32_t error = has_line ? 0 : GetLastError();
-    return {std::string(SymGetModuleInfo64(GetCurrentProcess(), address, &module) ? "M" : "") +
-                (has_line ? "L" : "") +
-                (SymFromAddr(GetCurrentProcess(), address, nullptr, &symbol) ? "S" : ""),
-            error};
-}
-
-TEST(dbghelp, new_modules_are_known_after_a_refresh) {
-    SymRefreshModuleList(GetCurrentProcess());
-    void* plugin = dlopen(PROBED "/libprobed_strip_g.so", RTLD_NOW | RTLD_LOCAL);
-    const auto address = reinterpret_cast<std::uint64_t>(dlsym(plugin, "run_probes"));
-    EXPECT_EQ(look_up(address), std::pair(std::string(), std::uint32_t{ERROR_MOD_NOT_FOUND}));
-    const auto refresh = reinterpret_cast<bool (*)(HANDLE)>(
-        GetProcAddress(GetModuleHandleA("dbghelp"), "SymRefreshModuleList"));
-    ASSERT_NE(refresh, nullptr);
-    refresh(GetCurrentProcess());  // stripped of lines
-    EXPECT_EQ(look_up(address), std::pair(std::string("MS"), std::uint32_t{ERROR_INVALID_ADDRESS}));
-    dlclose(plugin);
-}
-
 TEST(dbghelp, names_are_decorated_until_asked_otherwise_and_cut_to_their_room) {
     SymRefreshModuleList(GetCurrentProcess());
     struct {
