@@ -102,15 +102,6 @@ TEST(TrackingWord, SamplingNumbers) {
     use("");
 }
 
-TEST(TrackingWord, BitsAreTestedTogether) {
-    mem_tracking_word = 8;
-    EXPECT_FALSE(mem_tracking_is_enabled(MEM_TRACKING_PER_LIBRARY | MEM_TRACKING_PER_FILELINE));
-    EXPECT_TRUE(mem_tracking_is_enabled(MEM_TRACKING_PER_FILELINE));
-    EXPECT_TRUE(mem_tracking_is_enabled(MEM_TRACKING_NONE));
-    EXPECT_FALSE(mem_get_tbb_track_alloc_dealloc());
-    mem_tracking_word = 0;
-}
-
 TEST(TrackingWord, MessageGuardsNest) {
     for (const bool by_someone_else : {false, true}) {
         mem_tbb_no_msg_debug = by_someone_else;
