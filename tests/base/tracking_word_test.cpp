@@ -34,7 +34,6 @@ TEST(TrackingWord, ComesFromVariablesAndKeys) {
         {"", 0, ""},
         {"VELDRIN_MEM_PROFILE_ALL=1", 95, "flba"},
         {"VELDRIN_MEM_PROFILE_ALL=00", 95, "flba"},
-        {"VELDRIN_MEM_PROFILE_ALL=no", 95, "flba"},
         {"VELDRIN_MEM_PROFILE_ALL=0", 0, ""},
         {"VELDRIN_MEM_PROFILE_ALL= ", 0, ""},
         {"VELDRIN_MEM_PROFILE_ALL=0 mem_profile_all=on", 95, "flba"},

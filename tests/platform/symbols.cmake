@@ -2,10 +2,8 @@
 set(probed ${CMAKE_CURRENT_BINARY_DIR}/probed)
 set(fixture ${CMAKE_CURRENT_SOURCE_DIR}/fixture)
 file(MAKE_DIRECTORY ${probed})
-find_program(GCC_CC NAMES gcc-12 gcc REQUIRED)
-find_program(GCC_CXX NAMES g++-12 g++ REQUIRED)
-find_program(CLANG_CC NAMES clang-14 clang REQUIRED)
-find_program(CLANG_CXX NAMES clang++-14 clang++ REQUIRED)
+find_program(GCC NAMES g++-12 g++ REQUIRED)
+find_program(CLANG NAMES clang++-14 clang++ REQUIRED)
 
 # probed_library(NAME COMPILER FLAGS [COMMAND words...]): one form; the commands, in which NAME is its name,
 # run behind the link.
@@ -13,14 +11,13 @@ function(probed_library name compiler flags)
   separate_arguments(flags)
   string(REPLACE NAME ${name} commands "${ARGN}")
   set(file ${probed}/libprobed_${name}.so)
-  set(compile ${${compiler}_CXX} -fPIC ${flags})
+  set(compile ${${compiler}} -fPIC ${flags})
   add_custom_command(OUTPUT ${file}
     COMMAND ${compile} -c ${fixture}/probed.cpp -o ${name}_probed.o
-    COMMAND ${compile} -c ${fixture}/other.cpp -o ${name}_other.o
-    COMMAND ${${compiler}_CC} -fPIC ${flags} -c ${fixture}/plain.c -o ${name}_plain.o
-    COMMAND ${compile} -shared ${name}_probed.o ${name}_other.o ${name}_plain.o -o ${file}
+    COMMAND ${compile} -x c -c ${fixture}/plain.c -o ${name}_plain.o
+    COMMAND ${compile} -shared ${name}_probed.o ${name}_plain.o -o ${file}
     ${commands}
-    DEPENDS ${fixture}/probed.cpp ${fixture}/probed.h ${fixture}/other.cpp ${fixture}/plain.c
+    DEPENDS ${fixture}/probed.cpp ${fixture}/probed.h ${fixture}/plain.c
     WORKING_DIRECTORY ${probed} VERBATIM)
   set(probed_outputs ${probed_outputs} ${file} PARENT_SCOPE)
 endfunction()

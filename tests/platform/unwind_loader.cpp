@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <random>
 
-#include "platform/ktl_err.h"
-#include "platform/stack_walk.h"
 #include "platform/unwind/rule_table.h"
 #include "tests/bins/on_threads.h"
 #include "unwind_reference.h"
@@ -87,11 +85,7 @@ TEST(StackWalkAndLoader, CapturesAgainWhenAStackBreaksOff) {
             EXPECT_EQ(STACK_WALK(stack_walk_start(__builtin_frame_address(0)), true).next(pcs, 8), 8);
         });
         LOADED_PLUGIN(UNWIND_PLUGIN_B).entry()([] {
-            ERR_UNWINDER* const unwinder = ERR_UNWINDER::get_default_unwinder();
-            PCS pcs(MOST_FRAMES);
-            // Its own frame and this one are skipped.
-            pcs.resize(static_cast<std::size_t>(unwinder->capture_stack(pcs.data(), MOST_FRAMES, 2, 0)));
-            EXPECT_EQ(pcs, callers_by_the_runtime());
+            EXPECT_EQ(capture(MOST_FRAMES, 3), callers_by_the_runtime());
         });
     }
 }

@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <unwind.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <vector>
 
+#include "platform/ktl_err.h"
 #include "platform/stack_walk.h"
 
 using PCS = std::vector<std::uint64_t>;
@@ -43,4 +45,15 @@ __attribute__((noinline)) inline void compare_stacks() {
     ASSERT_GE(expected.size(), 3U);
     EXPECT_EQ(walked(start, false), expected) << "with the table";
     EXPECT_EQ(walked(start, true), expected) << "without the table";
+}
+
+// What the default unwinder stores. Its own frame is the first one, and this function's the second.
+__attribute__((noinline)) inline PCS capture(std::int32_t max_frames, std::int32_t skip) {
+    PCS pcs(static_cast<std::size_t>(max_frames));
+    errno = EBADF;
+    const std::int32_t count =
+        ERR_UNWINDER::get_default_unwinder()->capture_stack(pcs.data(), max_frames, skip, 0);
+    EXPECT_EQ(errno, EBADF);
+    pcs.resize(static_cast<std::size_t>(count));
+    return pcs;
 }

@@ -3,7 +3,6 @@
 #include <alloca.h>
 
 #include <cstdlib>
-#include <iterator>
 #include <stdexcept>
 
 namespace shapes {

@@ -100,9 +100,7 @@ void lazy_binding() {
 
 TEST(StackWalkInSingleSteps, IsRightAtEveryInstruction) {
     alignas(16) static char alternate_stack[1 << 16];
-    stack_t stack{};
-    stack.ss_sp = alternate_stack;
-    stack.ss_size = sizeof alternate_stack;
+    const stack_t stack{.ss_sp = alternate_stack, .ss_flags = 0, .ss_size = sizeof alternate_stack};
     ASSERT_EQ(sigaltstack(&stack, nullptr), 0);
     struct sigaction action {};
     action.sa_sigaction = after_each_instruction;
