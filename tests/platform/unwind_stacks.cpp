@@ -47,8 +47,8 @@ TEST(Unwinder, SkipsFramesAndGoesOnBehindThem) {
     for (const auto& [max_frames, skip] : cases) {
         const PCS some = capture(max_frames, skip);
         if (all.empty()) all = some;
-        const std::size_t from = std::min(all.size(), static_cast<std::size_t>(skip));
-        const std::size_t to = std::min(all.size(), from + static_cast<std::size_t>(max_frames));
+        const std::ptrdiff_t from = std::min<std::ptrdiff_t>(std::ssize(all), skip);
+        const std::ptrdiff_t to = std::min<std::ptrdiff_t>(std::ssize(all), from + max_frames);
         const PCS expected(all.begin() + from, all.begin() + to);
         EXPECT_EQ(some, expected) << max_frames << " from " << skip;
     }
