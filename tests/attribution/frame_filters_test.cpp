@@ -26,7 +26,6 @@ class FRAME_FILTERS : public testing::Test {
         mem_set_cfg_get_value_callback(answer_key);
         clear();
     }
-    ~FRAME_FILTERS() override { clear(); }
     static void clear() {
         messages.clear();
         mem_filter_modules.clear();

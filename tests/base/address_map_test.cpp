@@ -7,11 +7,9 @@
 #include <random>
 #include <unordered_map>
 
-#include "tests/bins/on_threads.h"
-
 namespace {
 
-std::atomic<long> live_arrays{0};
+long live_arrays = 0;
 
 struct COUNTING_SOURCE {
     void* allocate(std::size_t bytes) {
@@ -73,22 +71,6 @@ TEST(AddressMap, AFailedGrowthLeavesTheMapAsItWas) {
     std::uint64_t value = 0;
     for (std::uint64_t address = 16; address <= 16 * stored; address += 16)
         EXPECT_TRUE(map.retire(address, value) && value == address) << address;
-}
-
-TEST(AddressMap, ThreadsOfDifferentAddressesDoNotDisturbEachOther) {
-    MAP map{COUNTING_SOURCE{}};
-    on_threads(4, [&](int thread) {
-        const auto me = static_cast<std::uint64_t>(thread);
-        for (std::uint64_t i = 1; i <= 20000; ++i) {
-            const std::uint64_t address = 64 * i + 16 * me;
-            map.insert_or_assign(address, me);
-            std::uint64_t value = 7;
-            if (i % 2 == 1) continue;
-            EXPECT_TRUE(map.retire(address, value));
-            EXPECT_EQ(value, me);
-        }
-    });
-    EXPECT_EQ(map.size(), 4U * 10000U);
 }
 
 }  // namespace

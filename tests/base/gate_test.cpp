@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <mutex>
 #include <numeric>
 
 #include "tests/bins/on_threads.h"
@@ -73,22 +72,6 @@ TEST(Gate, ExcludesUnderStress) {
     });
     EXPECT_EQ(std::accumulate(cells, cells + threads, 0L), threads * 20000 + (threads - 1) * cat_rounds);
     expect_empty(gate);
-}
-
-TEST(SpinLock, ExcludesAndReportsOwnershipErrors) {
-    MEM_SPIN_LOCK lock;
-    long counter = 0;
-    on_threads(4, [&](int) {
-        for (int round = 0; round < 20000; ++round) {
-            const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
-            ++counter;
-        }
-    });
-    EXPECT_EQ(counter, 80000);
-    std::unique_lock<MEM_SPIN_LOCK> guard(lock);
-    EXPECT_THROW(guard.lock(), std::system_error);
-    guard.unlock();
-    EXPECT_THROW(guard.unlock(), std::system_error);
 }
 
 }  // namespace

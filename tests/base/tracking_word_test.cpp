@@ -34,7 +34,6 @@ TEST(TrackingWord, ComesFromVariablesAndKeys) {
         {"", 0, ""},
         {"VELDRIN_MEM_PROFILE_ALL=1", 95, "flba"},
         {"VELDRIN_MEM_PROFILE_ALL=00", 95, "flba"},
-        {"VELDRIN_MEM_PROFILE_ALL=no", 95, "flba"},
         {"VELDRIN_MEM_PROFILE_ALL=0", 0, ""},
         {"VELDRIN_MEM_PROFILE_ALL= ", 0, ""},
         {"VELDRIN_MEM_PROFILE_ALL=0 mem_profile_all=on", 95, "flba"},
@@ -100,15 +99,6 @@ TEST(TrackingWord, SamplingNumbers) {
     }
     mem_set_msg_local_vdebug_callback(nullptr);
     use("");
-}
-
-TEST(TrackingWord, BitsAreTestedTogether) {
-    mem_tracking_word = 8;
-    EXPECT_FALSE(mem_tracking_is_enabled(MEM_TRACKING_PER_LIBRARY | MEM_TRACKING_PER_FILELINE));
-    EXPECT_TRUE(mem_tracking_is_enabled(MEM_TRACKING_PER_FILELINE));
-    EXPECT_TRUE(mem_tracking_is_enabled(MEM_TRACKING_NONE));
-    EXPECT_FALSE(mem_get_tbb_track_alloc_dealloc());
-    mem_tracking_word = 0;
 }
 
 TEST(TrackingWord, MessageGuardsNest) {

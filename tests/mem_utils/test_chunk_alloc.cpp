@@ -6,14 +6,9 @@
 
 #include "ktl_mem/chunk_alloc.h"
 #include "ktl_mem/services.h"
+#include "tests/attribution/told_messages.h"
 
 namespace {
-
-int warnings;
-
-bool count_warning(const char*, const char*, va_list) {
-    return ++warnings != 0;
-}
 
 class ChunkAlloc : public testing::Test {
   protected:
@@ -73,11 +68,11 @@ TEST_F(ChunkAlloc, TheThresholdDecidesOverTheRestOfAChunk) {
 }
 
 TEST_F(ChunkAlloc, WarnsFromThe501stOversizeRequestOn) {
-    mem_set_msg_local_vdebug_callback(count_warning);
-    for (int expected : {2, 4}) {
+    mem_set_msg_local_vdebug_callback(keep_message);
+    for (std::size_t expected : {2, 4}) {
         for (int i = 0; i < 502; ++i) take(mem_utils_chunk_size + 1);
         take(mem_utils_chunk_size);  // not oversize
-        EXPECT_EQ(warnings, expected);
+        EXPECT_EQ(messages.size(), expected);
         arena.chunk_free_memory();
         arena.chunk_free_memory();
     }

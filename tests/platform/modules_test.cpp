@@ -17,8 +17,6 @@ TEST(module_base_name, leaves_out_folder_prefix_and_suffix) {
         {"libtcmalloc_minimal.so.4.5.9", "tcmalloc_minimal"},
         {"libtcmalloc_minimal_debug.so.4", "tcmalloc_minimal_debug"},
         {"/lib64/ld-linux-x86-64.so.2", "ld-linux-x86-64"},
-        {"linux-vdso.so.1", "linux-vdso"},
-        {"/usr/lib/libstdc++.so.6", "stdc++"},
         {"/a/_json.cpython-311-x86_64-linux-gnu.so", "_json.cpython-311-x86_64-linux-gnu"},
         {"/opt/lib.d/tool.bin", "tool"},
         {"/usr/bin/python3.11", "python3"},
@@ -59,54 +57,22 @@ TEST(modules, the_executable_has_a_path_that_is_cut_to_the_buffer) {
     EXPECT_EQ(GetModuleFileNameA(nullptr, cut, 0), 0u);
 }
 
-// M, L, S for what is known of an address: module, line, symbol; and the error of the line.
-std::pair<std::string, std::uint32_t> look_up(std::uint64_t address) {
-    IMAGEHLP_MODULE64 module{};
-    IMAGEHLP_LINE64 line{};
-    SYMBOL_INFO symbol{};
-    std::uint32_t column = 0;
-    const bool has_line = SymGetLineFromAddr64(GetCurrentProcess(), address, &column, &line);
-    const std::uint32_t error = has_line ? 0 : GetLastError();
-    return {std::string(SymGetModuleInfo64(GetCurrentProcess(), address, &module) ? "M" : "") +
-                (has_line ? "L" : "") +
-                (SymFromAddr(GetCurrentProcess(), address, nullptr, &symbol) ? "S" : ""),
-            error};
-}
-
-TEST(dbghelp, new_modules_are_known_after_a_refresh) {
-    SymRefreshModuleList(GetCurrentProcess());
-    void* plugin = dlopen(PROBED "/libprobed_strip_g.so", RTLD_NOW | RTLD_LOCAL);
-    const auto address = reinterpret_cast<std::uint64_t>(dlsym(plugin, "run_probes"));
-    EXPECT_EQ(look_up(address), std::pair(std::string(), std::uint32_t{ERROR_MOD_NOT_FOUND}));
-    const auto refresh = reinterpret_cast<bool (*)(HANDLE)>(
-        GetProcAddress(GetModuleHandleA("dbghelp"), "SymRefreshModuleList"));
-    ASSERT_NE(refresh, nullptr);
-    refresh(GetCurrentProcess());  // stripped of lines
-    EXPECT_EQ(look_up(address), std::pair(std::string("MS"), std::uint32_t{ERROR_INVALID_ADDRESS}));
-    dlclose(plugin);
-}
-
 TEST(dbghelp, names_are_decorated_until_asked_otherwise_and_cut_to_their_room) {
     SymRefreshModuleList(GetCurrentProcess());
     struct {
         SYMBOL_INFO info{};
-        char rest[100] = {};
+        char rest[3] = {};
     } symbol;
+    symbol.info.MaxNameLen = 4;
     const auto address = reinterpret_cast<std::uint64_t>(&GetModuleHandleA) + 4;
-    const std::tuple<std::uint32_t, const char*, const char*> cuts[] = {
-        {100, "_Z16GetModuleHandleAPKc", "foo<int>(int)"}, {4, "_Z1", "foo"}};
-    for (const auto& [room, name, readable_name] : cuts) {
-        symbol.info.MaxNameLen = room;
-        std::uint64_t displacement = 0;
-        ASSERT_TRUE(SymFromAddr(GetCurrentProcess(), address, &displacement, &symbol.info));
-        EXPECT_STREQ(symbol.info.Name, name);
-        EXPECT_EQ(symbol.info.NameLen, 23u);
-        EXPECT_EQ(displacement, 4u);
-        char readable[100];
-        EXPECT_EQ(UnDecorateSymbolName("_Z3fooIiET_S0_", readable, room, UNDNAME_NO_FUNCTION_RETURNS),
-                  std::strlen(readable_name));
-        EXPECT_STREQ(readable, readable_name);
-    }
+    std::uint64_t displacement = 0;
+    ASSERT_TRUE(SymFromAddr(GetCurrentProcess(), address, &displacement, &symbol.info));
+    EXPECT_STREQ(symbol.info.Name, "_Z1");
+    EXPECT_EQ(symbol.info.NameLen, std::strlen("_Z16GetModuleHandleAPKc"));
+    EXPECT_EQ(displacement, 4u);
+    char readable[4];
+    EXPECT_EQ(UnDecorateSymbolName("_Z3fooIiET_S0_", readable, 4, UNDNAME_NO_FUNCTION_RETURNS), 3u);
+    EXPECT_STREQ(readable, "foo");
 }
 
 }  // namespace

@@ -2,24 +2,22 @@
 set(probed ${CMAKE_CURRENT_BINARY_DIR}/probed)
 set(fixture ${CMAKE_CURRENT_SOURCE_DIR}/fixture)
 file(MAKE_DIRECTORY ${probed})
-find_program(GCC_CC NAMES gcc-12 gcc REQUIRED)
-find_program(GCC_CXX NAMES g++-12 g++ REQUIRED)
-find_program(CLANG_CC NAMES clang-14 clang REQUIRED)
-find_program(CLANG_CXX NAMES clang++-14 clang++ REQUIRED)
-set(probed_outputs)
+find_program(GCC NAMES g++-12 g++ REQUIRED)
+find_program(CLANG NAMES clang++-14 clang++ REQUIRED)
 
-# probed_library(NAME COMPILER FLAGS [COMMAND words...]): one form; the commands run behind the link.
+# probed_library(NAME COMPILER FLAGS [COMMAND words...]): one form; the commands, in which NAME is its name,
+# run behind the link.
 function(probed_library name compiler flags)
   separate_arguments(flags)
+  string(REPLACE NAME ${name} commands "${ARGN}")
   set(file ${probed}/libprobed_${name}.so)
-  set(compile ${${compiler}_CXX} -fPIC ${flags})
+  set(compile ${${compiler}} -fPIC ${flags})
   add_custom_command(OUTPUT ${file}
     COMMAND ${compile} -c ${fixture}/probed.cpp -o ${name}_probed.o
-    COMMAND ${compile} -c ${fixture}/other.cpp -o ${name}_other.o
-    COMMAND ${${compiler}_CC} -fPIC ${flags} -c ${fixture}/plain.c -o ${name}_plain.o
-    COMMAND ${compile} -shared ${name}_probed.o ${name}_other.o ${name}_plain.o -o ${file}
-    ${ARGN}
-    DEPENDS ${fixture}/probed.cpp ${fixture}/probed.h ${fixture}/other.cpp ${fixture}/plain.c
+    COMMAND ${compile} -x c -c ${fixture}/plain.c -o ${name}_plain.o
+    COMMAND ${compile} -shared ${name}_probed.o ${name}_plain.o -o ${file}
+    ${commands}
+    DEPENDS ${fixture}/probed.cpp ${fixture}/probed.h ${fixture}/plain.c
     WORKING_DIRECTORY ${probed} VERBATIM)
   set(probed_outputs ${probed_outputs} ${file} PARENT_SCOPE)
 endfunction()
@@ -39,17 +37,12 @@ set(separate_debug
   COMMAND objcopy --only-keep-debug libprobed_NAME.so libprobed_NAME.debug
   COMMAND strip -s libprobed_NAME.so
   COMMAND objcopy --add-gnu-debuglink=libprobed_NAME.debug libprobed_NAME.so)
-string(REPLACE NAME separate commands "${separate_debug}")
-probed_library(separate GCC "-g -O2" ${commands})
-string(REPLACE NAME checksum commands "${separate_debug}")
-probed_library(checksum GCC "-g -O2 -Wl,--build-id=none" ${commands})
-probed_library(strip_g GCC "-g -O2" COMMAND strip -g libprobed_strip_g.so)
-probed_library(strip_s GCC "-g -O2" COMMAND strip -s libprobed_strip_s.so)
+probed_library(separate GCC "-g -O2" ${separate_debug})
+probed_library(checksum GCC "-g -O2 -Wl,--build-id=none" ${separate_debug})
+probed_library(strip_g GCC "-g -O2" COMMAND strip -g libprobed_NAME.so)
+probed_library(strip_s GCC "-g -O2" COMMAND strip -s libprobed_NAME.so)
 add_custom_target(probed_libraries DEPENDS ${probed_outputs})
 
-ktl_mem_unit_test(native_modules modules_test.cpp)
-ktl_mem_unit_test(symbols symbols_test.cpp)
-foreach(test native_modules symbols)
-  add_dependencies(test_${test} probed_libraries)
-  target_compile_definitions(test_${test} PRIVATE PROBED="${probed}" FIXTURE="${fixture}")
-endforeach()
+ktl_mem_unit_test(symbols modules_test.cpp symbols_test.cpp)
+add_dependencies(test_symbols probed_libraries)
+target_compile_definitions(test_symbols PRIVATE PROBED="${probed}" FIXTURE="${fixture}")

@@ -21,13 +21,13 @@ function(ktl_mem_unwind_plugin name frame)
   target_link_options(${name} PRIVATE -nostartfiles -Wl,-z,lazy)
 endfunction()
 
-ktl_mem_unit_test(unwind unwind_stacks.cpp unwind_reference.cpp LIBS ${shapes})
+ktl_mem_unit_test(unwind unwind_stacks.cpp LIBS ${shapes})
 # These meddle with signals and the loader in ways that sanitizers do not follow.
 if(NOT KTL_MEM_SANITIZE)
   ktl_mem_unwind_plugin(unwind_plugin_a 1048)
   ktl_mem_unwind_plugin(unwind_plugin_b 4120)
   ktl_mem_unit_test(unwind_process
-    unwind_loader.cpp unwind_single_step.cpp unwind_reference.cpp LIBS ${shapes} ${CMAKE_DL_LIBS})
+    unwind_loader.cpp unwind_single_step.cpp LIBS ${shapes} ${CMAKE_DL_LIBS})
   target_compile_definitions(test_unwind_process PRIVATE
     UNWIND_PLUGIN_A="$<TARGET_FILE:unwind_plugin_a>" UNWIND_PLUGIN_B="$<TARGET_FILE:unwind_plugin_b>")
   set_target_properties(test_unwind_process PROPERTIES ENABLE_EXPORTS ON)

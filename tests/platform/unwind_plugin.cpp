@@ -2,14 +2,7 @@
 // two, mapped at the same address, have the same program counters and different rules.
 #include <cmath>
 
-// Told by each constructor, while the loader's lock is held.
-extern "C" __attribute__((weak)) void unwind_plugin_loaded();
-
 namespace {
-
-__attribute__((constructor)) void tell() {
-    if (unwind_plugin_loaded != nullptr) unwind_plugin_loaded();
-}
 
 __attribute__((noinline)) void inner(void (*visit)()) {
     volatile char local[PLUGIN_FRAME] = {};

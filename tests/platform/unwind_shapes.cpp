@@ -3,8 +3,6 @@
 #include <alloca.h>
 
 #include <cstdlib>
-#include <functional>
-#include <iterator>
 #include <stdexcept>
 
 namespace shapes {
@@ -62,16 +60,6 @@ KEPT void sorting(VISIT visit, int size) {
     touch(values);
 }
 
-KEPT void lambdas(VISIT visit, int size) {
-    std::function<void(int)> nested = [&](int depth) {
-        if (depth > 0) nested(depth - 1);
-        visit();
-        touch(&depth);
-    };
-    nested(size);
-    touch(&nested);
-}
-
 struct VISIT_AT_END {
     VISIT visit;
     ~VISIT_AT_END() { visit(); }
@@ -94,8 +82,7 @@ KEPT void exceptions(VISIT visit, int depth) {
 
 const SHAPE ALL[] = {{"recursion", recursion, 100}, {"variable length", variable_length, 17},
                      {"realigned", realigned, 16},  {"large", large, 0},
-                     {"sorting", sorting, 4},       {"lambdas", lambdas, 5},
-                     {"exceptions", exceptions, 3}};
+                     {"sorting", sorting, 4},       {"exceptions", exceptions, 3}};
 
 }  // namespace
 

@@ -99,17 +99,22 @@ void lazy_binding() {
 }
 
 TEST(StackWalkInSingleSteps, IsRightAtEveryInstruction) {
+    alignas(16) static char alternate_stack[1 << 16];
+    const stack_t stack{.ss_sp = alternate_stack, .ss_flags = 0, .ss_size = sizeof alternate_stack};
+    ASSERT_EQ(sigaltstack(&stack, nullptr), 0);
     struct sigaction action {};
     action.sa_sigaction = after_each_instruction;
-    action.sa_flags = SA_SIGINFO;
-    ASSERT_EQ(sigaction(SIGTRAP, &action, nullptr), 0);
     void (*const functions[])() = {[] { all_shapes(shapes::unoptimised()); },
                                    [] { all_shapes(shapes::optimised()); },
                                    [] { all_shapes(shapes::aggressive()); }, lazy_binding};
-    for (const auto function : functions) {
-        step_through(function);
-        EXPECT_GT(steps, 10000);
-        EXPECT_EQ(wrong_steps, 0) << "first at " << reinterpret_cast<void*>(first_wrong_pc);
+    for (const int stack_of_handler : {0, SA_ONSTACK}) {
+        action.sa_flags = SA_SIGINFO | stack_of_handler;
+        ASSERT_EQ(sigaction(SIGTRAP, &action, nullptr), 0);
+        for (const auto function : functions) {
+            step_through(function);
+            EXPECT_GT(steps, 10000);
+            EXPECT_EQ(wrong_steps, 0) << "first at " << reinterpret_cast<void*>(first_wrong_pc);
+        }
     }
 }
 

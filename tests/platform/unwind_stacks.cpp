@@ -1,31 +1,22 @@
 // The walker against an independent one, on stacks of every shape and origin.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <ucontext.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <thread>
 
 #include "platform/ktl_err.h"
-#include "platform/stack_walk.h"
 #include "unwind_reference.h"
 #include "unwind_shapes.h"
 
 namespace {
 
-void run_all_shapes(shapes::VISIT visit, int at_least_deep) {
+void compare_in_all_shapes() {
     for (const auto& set : {shapes::unoptimised(), shapes::optimised(), shapes::aggressive()})
         for (const shapes::SHAPE& shape : set) {
-            shape.run(visit, shape.size);
-            const COMPARED_STACKS result = take_compared_stacks();
-            EXPECT_GE(result.deepest, at_least_deep) << shape.name;
-            EXPECT_EQ(result.difference, "") << shape.name;
+            SCOPED_TRACE(shape.name);
+            shape.run(compare_stacks, shape.size);
         }
-}
-
-void compare_in_all_shapes() {
-    run_all_shapes(compare_stacks, 3);
 }
 
 TEST(StackWalk, AgreesOnEveryShapeOfFrameAndThread) {
@@ -33,8 +24,7 @@ TEST(StackWalk, AgreesOnEveryShapeOfFrameAndThread) {
     std::thread(compare_in_all_shapes).join();
 }
 
-ucontext_t host;
-ucontext_t coroutine;
+ucontext_t host, coroutine;
 
 TEST(StackWalk, AgreesInACoroutine) {
 #ifdef __SANITIZE_ADDRESS__
@@ -50,51 +40,21 @@ TEST(StackWalk, AgreesInACoroutine) {
     ASSERT_EQ(swapcontext(&host, &coroutine), 0);
 }
 
-TEST(StackWalk, AgreesInASignal) {
-    std::vector<char> stack(1 << 16);
-    stack_t install{};
-    install.ss_sp = stack.data();
-    install.ss_size = stack.size();
-    struct sigaction action {};
-    action.sa_handler = [](int) { compare_stacks(); };
-    for (const bool alternate : {false, true}) {
-        install.ss_flags = alternate ? 0 : SS_DISABLE;
-        ASSERT_EQ(sigaltstack(&install, nullptr), 0);
-        action.sa_flags = alternate ? SA_ONSTACK : 0;
-        ASSERT_EQ(sigaction(SIGUSR1, &action, nullptr), 0);
-        run_all_shapes([] { raise(SIGUSR1); }, 6);
-    }
-    install.ss_flags = SS_DISABLE;
-    ASSERT_EQ(sigaltstack(&install, nullptr), 0);
-}
-
-std::uint64_t caller_of_capture;
-
-__attribute__((noinline)) std::vector<std::uint64_t> capture(std::int32_t max_frames, std::int32_t skip) {
-    std::vector<std::uint64_t> pcs(static_cast<std::size_t>(max_frames));
-    caller_of_capture = reinterpret_cast<std::uint64_t>(__builtin_return_address(0));
-    errno = EBADF;
-    const std::int32_t count =
-        ERR_UNWINDER::get_default_unwinder()->capture_stack(pcs.data(), max_frames, skip, 0);
-    EXPECT_EQ(errno, EBADF);
-    pcs.resize(static_cast<std::size_t>(count));
-    return pcs;
-}
-
 TEST(Unwinder, SkipsFramesAndGoesOnBehindThem) {
     const std::pair<std::int32_t, std::int32_t> cases[] = {{256, 0}, {3, 0},   {3, 1}, {11, 2},
                                                            {256, 5}, {50, 19}, {0, 0}, {256, 300}};
-    std::vector<std::uint64_t> all;
+    PCS all;
     for (const auto& [max_frames, skip] : cases) {
-        const std::vector<std::uint64_t> some = capture(max_frames, skip);
+        const PCS some = capture(max_frames, skip);
         if (all.empty()) all = some;
-        const std::size_t from = std::min(all.size(), static_cast<std::size_t>(skip));
-        const std::size_t to = std::min(all.size(), from + static_cast<std::size_t>(max_frames));
-        const std::vector<std::uint64_t> expected(all.begin() + from, all.begin() + to);
+        const std::ptrdiff_t from = std::min<std::ptrdiff_t>(std::ssize(all), skip);
+        const std::ptrdiff_t to = std::min<std::ptrdiff_t>(std::ssize(all), from + max_frames);
+        const PCS expected(all.begin() + from, all.begin() + to);
         EXPECT_EQ(some, expected) << max_frames << " from " << skip;
     }
     ASSERT_GT(all.size(), 8U);
-    EXPECT_EQ(all[2], caller_of_capture) << "the unwinder's own frame is the first one";
+    // The unwinder's own frame is the first one.
+    EXPECT_EQ(capture(MOST_FRAMES, 3), callers_by_the_runtime());
 }
 
 TEST(InternalErrorDeathTest, IsOneLineAndAborts) {

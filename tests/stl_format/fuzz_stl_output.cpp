@@ -39,12 +39,8 @@ bool spoils_record(const std::string& format) {
 
 // A field of a million characters finds nothing that one of a few thousand does not, and is slow.
 bool has_long_number(const std::string& format) {
-    std::size_t digits = 0;
-    for (char character : format) {
-        digits = character >= '0' && character <= '9' ? digits + 1 : 0;
-        if (digits > 5) return true;
-    }
-    return false;
+    const auto is_digit = [](char character, int) { return character >= '0' && character <= '9'; };
+    return std::search_n(format.begin(), format.end(), 6, 0, is_digit) != format.end();
 }
 
 }  // namespace

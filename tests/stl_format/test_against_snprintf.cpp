@@ -19,7 +19,7 @@ class GENERATOR {
     void next(CHECK check) {
         const char types[] = "diuoxXcsf";
         char type = types[below(9)];
-        std::string size = std::string("diuoxX").find(type) != std::string::npos ? pick_size() : "";
+        std::string size = std::string("diuoxX").find(type) != std::string::npos ? sizes[below(4)] : "";
         if ((type == 'c' || type == 's') && below(3) == 0) size = "l";
         format =
             words[below(4)] + ("%" + flags(type) + width() + precision(type) + size) + type + words[below(4)];
@@ -38,10 +38,6 @@ class GENERATOR {
 
   private:
     std::uint64_t below(std::uint64_t end) { return random() % end; }
-    std::string pick_size() {
-        const char* const sizes[] = {"", "h", "l", "ll"};
-        return sizes[below(4)];
-    }
     // Only those that the C standard defines for the type.
     std::string flags(char type) {
         std::string set = "-";
@@ -66,23 +62,22 @@ class GENERATOR {
     }
 
     std::mt19937_64 random{20090};
+    const char* sizes[4] = {"", "h", "l", "ll"};
     const char* words[4] = {"", "a", "before ", "%%"};
     const char* narrow[4] = {"", "text", "100%", "longer text with \xff bytes of any kind"};
     const wchar_t* wide[4] = {L"", L"w", L"wide text", L"(%ls)"};
 };
 
-template <class ARGUMENT>
-void expect_same(const std::string& format, ARGUMENT argument) {
-    char expected[4096];
-    int length = std::snprintf(expected, sizeof(expected), format.c_str(), argument);
-    ASSERT_GE(length, 0) << format;
-    ASSERT_EQ(formatted(format.c_str(), argument), std::string(expected, length)) << format;
-}
-
 TEST(StlOutput, AgreesWithSnprintfOnTheCommonConversions) {
     GENERATOR generator;
     for (int i = 0; i < formats && !HasFatalFailure(); ++i)
-        generator.next([&](auto argument) { expect_same(generator.format, argument); });
+        generator.next([&](auto argument) {
+            const char* const format = generator.format.c_str();
+            char expected[4096];
+            const int length = std::snprintf(expected, sizeof(expected), format, argument);
+            ASSERT_GE(length, 0) << format;
+            ASSERT_EQ(formatted(format, argument), std::string(expected, length)) << format;
+        });
 }
 
 }  // namespace
