@@ -4,10 +4,10 @@
 #include <optional>
 
 #include "ktl_mem/initializer.h"
-#include "ktl_mem/profile_bins.h"
 #include "mem/base/pool_turn.h"
 #include "mem/base/stats.h"
 #include "mem/base/tracking_word.h"
+#include "mem/bins/label_stack.h"
 #include "mem/debug/pgo_registry.h"
 #include "mem/frame/fatal_exit.h"
 #include "mem/frame/process_end.h"
@@ -41,7 +41,7 @@ const AT_LOAD_AND_EXIT last_exit_action(nullptr, mem_claim_exit);
 const AT_LOAD_AND_EXIT translator(mem_install_load_translator, nullptr);
 const AT_LOAD_AND_EXIT own_module_life([] { own_module.emplace("MEM"); }, [] { own_module.reset(); });
 const AT_LOAD_AND_EXIT pgo_listing(nullptr, mem_list_pgo_modules);
-const AT_LOAD_AND_EXIT labels(nullptr, mem_disable_profile_bin_tag_timeline_labels);
+const AT_LOAD_AND_EXIT labels(nullptr, mem_retire_label_stack);
 const AT_LOAD_AND_EXIT observer([] { mapping_observer.enlist(); }, [] { mapping_observer.retire(); });
 const AT_LOAD_AND_EXIT thread_handlers(mem_install_thread_handlers, nullptr);
 void guard_forks() {

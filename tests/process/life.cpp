@@ -32,6 +32,19 @@ const BEHAVIOUR exit_with_live_threads("exit", [](char**) {
     std::exit(5);
 });
 
+const BEHAVIOUR exit_with_bins_on_a_thread("exit_with_bins", [](char**) {
+    static std::atomic<int> opened{0};
+    std::thread([] {
+        const std::string tag = "a tag that has a block of its own";
+        for (std::uint64_t unread = 0;; ++opened) {
+            for (int i = 0; i < 64; ++i) mem_open_profile_bin("bin", tag);
+            for (int i = 0; i < 64; ++i) mem_close_profile_bin(tag, &unread, &unread, &unread);
+        }
+    }).detach();
+    while (opened < 2) std::this_thread::yield();
+    std::exit(5);
+});
+
 const BEHAVIOUR exit_on_a_thread("exit_on_a_thread", [](char**) {
     const Meanwhile busy(4, put_a_block);
     std::thread([] { std::exit(6); }).detach();

@@ -23,6 +23,11 @@ TEST(Life, LeavesItsReportsWhateverTurnItTakes) {
         EXPECT_TRUE(expect(life).has_call_site(call_site)) << life.command;
 }
 
+TEST(Life, EndsWellWhileAThreadOpensAndClosesBins) {
+    for (int round = 0; round < 40; ++round)
+        EXPECT_TRUE(expect({"tracked_host exit_with_bins", track_all, "", "exit 5"}).has_call_site("OTHER"));
+}
+
 TEST(Life, StartsAnewAfterAnExec) {
     const ENDING ending = expect({"tracked_host exec", sampled});
     EXPECT_TRUE(ending.has_call_site("allocate_at<103>()"));
