@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <ctime>
+
 namespace {
 
 void write_all(int file, const std::string& text) {
@@ -16,12 +18,20 @@ void write_all(int file, const std::string& text) {
     }
 }
 
+// For a second at most: a process that was stopped with the lock held must not keep others from ending. A
+// block goes out in one write, so that it stays whole without the lock too.
+void lock_with_patience(int file) {
+    constexpr timespec turn{.tv_sec = 0, .tv_nsec = 10'000'000};
+    for (int turns = 100; flock(file, LOCK_EX | LOCK_NB) != 0 && turns != 0; --turns)
+        nanosleep(&turn, nullptr);
+}
+
 }  // namespace
 
 void append_to_shared_log(const char* path, const std::string& head, const std::string& block) {
     const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (file < 0) return;
-    flock(file, LOCK_EX);
+    lock_with_patience(file);
     struct stat status {};
     const bool is_new = fstat(file, &status) == 0 && status.st_size == 0;
     write_all(file, is_new ? head + block : block);
