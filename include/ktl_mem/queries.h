@@ -19,7 +19,7 @@ KTL_MEM_API bool mem_get_address_tracker(const void* address, MEM_ADDRESS_TRACKE
 KTL_MEM_API bool mem_get_module_tracker(const std::string& module, MEMORY_TRACKER_BASE& out);
 
 // Keeps the best peak recorded so far and starts a new search; the final reports show the highest of all.
-// Takes a sample of every timeline.
+// Takes a sample of every timeline. When memory runs out in it the process ends (ktl_mem/out_of_memory.h).
 KTL_MEM_API void mem_tbb_tracking_flush_peak();
 
 // Forgets all that is charged to call sites, modules and tags. Blocks that are alive stay alive; their frees

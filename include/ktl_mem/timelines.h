@@ -13,5 +13,5 @@
 KTL_MEM_API void mem_set_timeline_label(const std::string& label);
 
 // Takes one sample of each timeline now, whatever the tracker records. Before the tracker's start this is an
-// internal error.
+// internal error. When memory runs out in it the process ends (ktl_mem/out_of_memory.h).
 KTL_MEM_API void mem_user_snapshot_tracking_data();

@@ -42,16 +42,32 @@ class MEM_MODULE_TABLE {
     template <class VISIT>
     void for_each_at_rest(VISIT&& visit) {
         const std::lock_guard<MEM_SPIN_LOCK> guard(mem_module_lock);
-        for (auto& [name, entry] : entries) entry.tally.hold();
+        const AT_REST all(entries);
         for (auto& [name, entry] : entries) {
             entry.sampled = entry.tally.held();
             visit(MEM_MODULE_FIGURES{name, entry.sampled.current_bytes, entry.sampled.cumulative_blocks});
         }
-        for (auto& [name, entry] : entries) entry.tally.release();
     }
 
   private:
-    std::map<std::string, MEM_MODULE_ENTRY, std::less<>> entries;
+    using MAP = std::map<std::string, MEM_MODULE_ENTRY, std::less<>>;
+
+    class AT_REST {
+      public:
+        explicit AT_REST(MAP& all) : entries(all) {
+            for (auto& [name, entry] : entries) entry.tally.hold();
+        }
+        ~AT_REST() {
+            for (auto& [name, entry] : entries) entry.tally.release();
+        }
+        AT_REST(const AT_REST&) = delete;
+        AT_REST& operator=(const AT_REST&) = delete;
+
+      private:
+        MAP& entries;
+    };
+
+    MAP entries;
 };
 
 extern MEM_MODULE_TABLE* mem_tbb_module_trackers;

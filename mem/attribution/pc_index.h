@@ -13,7 +13,7 @@ struct MEM_CALL_SITE;
 // until clear, since a reader may still be in one; together they are smaller than the one in use.
 class MEM_PC_INDEX {
   public:
-    MEM_PC_INDEX() { publish(first_slots); }
+    MEM_PC_INDEX() { publish(std::make_unique<ARRAY>(first_slots)); }
 
     MEM_CALL_SITE* find(std::uint64_t pc) const {
         // Acquire pairs with the release of publish and of place: who sees array or key sees what it holds.
@@ -37,11 +37,11 @@ class MEM_PC_INDEX {
         ++used;
     }
 
-    // Nobody may read meanwhile.
+    // Nobody may read meanwhile. The array stays, so that nothing is allocated.
     void clear() {
-        arrays.clear();
+        arrays.erase(arrays.begin(), arrays.end() - 1);
+        arrays.back()->clear();
         used = 0;
-        publish(first_slots);
     }
 
   private:
@@ -58,6 +58,12 @@ class MEM_PC_INDEX {
         std::size_t home(std::uint64_t pc) const {
             return static_cast<std::size_t>((pc * 0x9e3779b97f4a7c15U) >> 32) & mask;
         }
+        void clear() {
+            for (std::size_t at = 0; at <= mask; ++at) {
+                slots[at].pc.store(0, std::memory_order_relaxed);
+                slots[at].site.store(nullptr, std::memory_order_relaxed);
+            }
+        }
         void place(std::uint64_t pc, MEM_CALL_SITE* site) {
             std::size_t at = home(pc);
             while (slots[at].pc.load(std::memory_order_relaxed) != 0) at = (at + 1) & mask;
@@ -69,8 +75,8 @@ class MEM_PC_INDEX {
         const std::unique_ptr<SLOT[]> slots;
     };
 
-    ARRAY* publish(std::size_t count) {
-        arrays.push_back(std::make_unique<ARRAY>(count));
+    ARRAY* publish(std::unique_ptr<ARRAY> array) {
+        arrays.push_back(std::move(array));
         current.store(arrays.back().get(), std::memory_order_release);
         return arrays.back().get();
     }
@@ -81,9 +87,7 @@ class MEM_PC_INDEX {
             const std::uint64_t pc = outgrown.slots[at].pc.load(std::memory_order_relaxed);
             if (pc != 0) larger->place(pc, outgrown.slots[at].site.load(std::memory_order_relaxed));
         }
-        arrays.push_back(std::move(larger));
-        current.store(arrays.back().get(), std::memory_order_release);
-        return arrays.back().get();
+        return publish(std::move(larger));
     }
 
     std::atomic<const ARRAY*> current{nullptr};

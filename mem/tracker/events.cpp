@@ -2,7 +2,9 @@
 
 #include <cstdio>
 #include <mutex>
+#include <new>
 
+#include "ktl_mem/out_of_memory.h"
 #include "mem/attribution/address_table.h"
 #include "mem/base/gate.h"
 #include "mem/base/messages.h"
@@ -81,7 +83,7 @@ MEM_COLD void pass_sampling_point() {
 }  // namespace
 
 void mem_tbb_track_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-                         const STACK_WALK_START& start) {
+                         const STACK_WALK_START& start) try {
     const std::uint32_t word = mem_tracking_word;
     const bool sampling_point = mem_take_event_number();
     if ((word & mem_stack_walk_bits) != 0)
@@ -98,9 +100,11 @@ void mem_tbb_track_alloc(std::uint64_t address, std::uint64_t requested, std::ui
     mem_tbb_total_bytes.charge(allocated, allocated);
     if (sampling_point) [[unlikely]]
         pass_sampling_point();
+} catch (const std::bad_alloc&) {
+    mem_out_of_memory();
 }
 
-void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated) {
+void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated) try {
     const std::uint32_t word = mem_tracking_word;
     const bool peak_hit = is_new_peak(word);
     // A peak is a sampling point too, but takes its number like every event.
@@ -122,6 +126,8 @@ void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated) {
     mem_tbb_total_bytes.discharge(allocated);
     if (sampling_point) [[unlikely]]
         pass_sampling_point();
+} catch (const std::bad_alloc&) {
+    mem_out_of_memory();
 }
 
 void mem_expect_alloc(std::uint64_t address) {

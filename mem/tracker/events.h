@@ -14,7 +14,8 @@
 //       join the statistics
 //       add the size to the total
 //
-// Neither throws, takes a lock for longer than it moves a record's counters, or calls the loader.
+// Memory that runs out in one of them ends the process (mem/tracker/whole_change.h). Neither throws, takes a
+// lock for longer than it moves a record's counters, or calls the loader.
 #pragma once
 
 #include <cstdint>

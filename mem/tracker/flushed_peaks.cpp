@@ -8,10 +8,10 @@
 #include "mem/attribution/call_sites.h"
 #include "mem/base/messages.h"
 #include "mem/base/stats.h"
-#include "mem/base/thread_state.h"
 #include "mem/base/tracker_phase.h"
 #include "mem/bins/profile_bin_table.h"
 #include "mem/tracker/peak_search.h"
+#include "mem/tracker/whole_change.h"
 
 std::unordered_map<std::uint64_t, MEM_FLUSHED_PEAK>* mem_tbb_flushed_peaks = nullptr;
 
@@ -42,10 +42,11 @@ void keep_best_peak() {
     const std::int64_t recorded = mem_tbb_peak_search.recorded();
     if (recorded <= mem_tbb_flushed_peak) return;
     mem_tbb_flushed_peak = recorded;
-    const MEM_LOCKED_CALL_SCOPE blocked;
-    mem_tbb_bin_table->flush_peak();
-    mem_tbb_tag_table->flush_peak();
-    keep_peaks_of_call_sites();
+    mem_change_wholly([] {
+        mem_tbb_bin_table->flush_peak();
+        mem_tbb_tag_table->flush_peak();
+        keep_peaks_of_call_sites();
+    });
 }
 
 void announce_reset() {

@@ -3,7 +3,6 @@
 #include "ktl_mem/timelines.h"
 #include "mem/attribution/address_table.h"
 #include "mem/base/gate.h"
-#include "mem/base/thread_state.h"
 #include "mem/base/tracker_phase.h"
 #include "mem/bins/timeline_labels.h"
 #include "mem/timeline/auxiliary_timeline.h"
@@ -12,25 +11,28 @@
 #include "mem/tracker/event_numbers.h"
 #include "mem/tracker/peak_search.h"
 #include "mem/tracker/tracker_state.h"
+#include "mem/tracker/whole_change.h"
 
 void mem_reset_tracking_entries() {
     if (!mem_tbb_tracker_serves(2474)) return;
-    const MEM_IN_TRACKER_SCOPE inside;
-    const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
-    mem_address_table->clear();
-    mem_tbb_module_trackers->clear();
-    mem_tbb_call_sites->clear();
-    mem_tbb_tag_timeline->reset();  // with the rows of the tag table
-    mem_tbb_total_bytes.clear();
-    mem_tbb_peak_search.restart();
+    mem_change_wholly([] {
+        const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
+        mem_address_table->clear();
+        mem_tbb_module_trackers->clear();
+        mem_tbb_call_sites->clear();
+        mem_tbb_tag_timeline->reset();  // with the rows of the tag table
+        mem_tbb_total_bytes.clear();
+        mem_tbb_peak_search.restart();
+    });
 }
 
 void mem_user_snapshot_tracking_data() {
     if (!mem_tbb_tracker_serves(1705)) return;
-    const MEM_LOCKED_CALL_SCOPE blocked;
-    mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
-    mem_tbb_tag_timeline->sample();
-    mem_tbb_timeline_labels->sample();
-    mem_tbb_auxiliary_timeline->capture();
-    mem_take_event_number();  // a step of its own, at which nothing is sampled again
+    mem_change_wholly([] {
+        mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+        mem_tbb_tag_timeline->sample();
+        mem_tbb_timeline_labels->sample();
+        mem_tbb_auxiliary_timeline->capture();
+        mem_take_event_number();  // a step of its own, at which nothing is sampled again
+    });
 }

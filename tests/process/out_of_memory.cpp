@@ -1,4 +1,4 @@
-// Runs out of memory: run_out WAY HANDLER THREADS, or fail_at ALLOCATION
+// Runs out of memory: run_out WAY HANDLER THREADS, or fail_at ALLOCATION handled|caught
 #include <dlfcn.h>
 
 #include <cstdio>
@@ -65,10 +65,15 @@ const BEHAVIOUR run_out("run_out", [](char** arguments) {
 const BEHAVIOUR fail_at("fail_at", [](char** arguments) {
     auto* const fail = reinterpret_cast<void (*)(long)>(dlsym(RTLD_DEFAULT, "fail_allocation"));
     auto* const seen = reinterpret_cast<long (*)()>(dlsym(RTLD_DEFAULT, "allocations_seen"));
-    mem_set_out_of_memory_handler(nullptr);
+    const bool handled = arguments[1] == std::string("handled");
+    if (handled) mem_set_out_of_memory_handler(nullptr);
     small_run();
     fail(std::atol(arguments[0]));
-    small_run();
+    try {
+        small_run();
+    } catch (const std::bad_alloc&) {
+        if (handled) throw;
+    }
     std::printf("%ld\n", seen());
 });
 

@@ -41,23 +41,38 @@ TEST(OutOfMemory, SixteenThreadsAtOnceGiveOneMessageAndCompleteReports) {
     }
 }
 
+ENDING fail_at(long number, const std::string& how) {
+    return run("ending_host fail_at " + std::to_string(number) + how,
+               track_all + "LD_PRELOAD=" BUILT "/failing_allocator.so:" TCMALLOC_MINIMAL);
+}
+
 // Every allocation of a small tracked run fails once, each in a process of its own.
 TEST(OutOfMemory, EndsTheProcessWhicheverAllocationFails) {
-    const auto fail_at = [](long number) {
-        return run("ending_host fail_at " + std::to_string(number),
-                   track_all + "LD_PRELOAD=" BUILT "/failing_allocator.so:" TCMALLOC_MINIMAL);
-    };
-    const ENDING whole = fail_at(0);
+    const ENDING whole = fail_at(0, " handled");
     ASSERT_EQ(whole.how, "exit 0") << whole.error;
     const long in_run = std::stol(whole.output);
     ASSERT_GT(in_run, 50);
     // Those of the run and of the exit with its reports, until there is none left to fail.
     ENDING ending{"exit 1", {}, {}, {}};
     for (long number = 1; ending.how == "exit 1"; ++number) {
-        ending = fail_at(number);
+        ending = fail_at(number, " handled");
         ASSERT_TRUE(ending.how == "exit 1" || (ending.how == "exit 0" && number > in_run))
             << "allocation " << number << ": " << ending.how << ending.error;
         ASSERT_EQ(ending.error.starts_with("\nOut of memory ("), ending.how == "exit 1") << ending.error;
     }
     EXPECT_EQ(ending.files.size(), whole.files.size());
+}
+
+// Where the program lives with it, the tracker's own lack of memory is all that ends it.
+TEST(OutOfMemory, EndsAProgramThatGoesOnOnlyInsideTheTracker) {
+    const long in_run = std::stol(fail_at(0, " caught").output);
+    int ended = 0;
+    for (long number = 1; number <= in_run; ++number) {
+        const ENDING ending = fail_at(number, " caught");
+        if (ending.how == "exit 0") continue;
+        ++ended;
+        EXPECT_EQ(ending.how, "exit 1") << "allocation " << number << ending.error;
+        EXPECT_THAT(ending.error, testing::EndsWith("inside the tracker, no reports are written\n"));
+    }
+    EXPECT_GT(ended, 10);
 }
