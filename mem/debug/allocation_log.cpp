@@ -65,6 +65,7 @@ bool may_log(const void* block) {
 
 bool open_log() {
     if (mem_allocations_log.load() != nullptr) return true;
+    const MEM_BLOCK_TRACKING_SCOPE not_an_event;
     std::FILE* const log = std::fopen(log_name, "w");
     if (log == nullptr) {
         mem_msg_debug("can't create \"%s\": %s; the allocation log stays off", log_name,
@@ -114,6 +115,7 @@ void mem_close_allocation_log() {
     if (log == nullptr || !mem_thread_state.log_allowed) return;
     MEM_BACK_OFF back_off;
     while (writers.load() != 0) back_off.wait();
+    const MEM_BLOCK_TRACKING_SCOPE not_an_event;
     std::fclose(log);
 }
 

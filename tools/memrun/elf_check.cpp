@@ -30,9 +30,9 @@ bool has_interpreter(std::ifstream& file, const Elf64_Ehdr& header) {
 
 std::string why_not_loadable(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
+    if (!file) return "cannot be read, so that it cannot be checked";
     Elf64_Ehdr header{};
     file.read(reinterpret_cast<char*>(&header), sizeof header);
-    if (!file && file.gcount() < EI_NIDENT) return "cannot be read, so that it cannot be checked";
     if (!starts_like_elf(header.e_ident)) return "is no executable of this system";
     if (header.e_ident[EI_CLASS] != ELFCLASS64)
         return "is a 32-bit program; only x86-64 programs can be tracked";

@@ -124,12 +124,15 @@ void read_fileline(const fs::path& path, const std::string& word, Figures& figur
         index == std::string::npos ? 0 : number(std::string_view(line).substr(index + 10));
     std::int64_t peak = 0;
     for (int heading = 0; heading < 2; ++heading) std::getline(file, line);
-    while (std::getline(file, line)) {
+    bool is_whole = false;
+    while (!is_whole && std::getline(file, line)) {
         const Fields row = split(line);
+        is_whole = line.starts_with("Time spent dumping:") || line == "Error timing this dump.";
         if (row.size() != column_count) continue;
         add_row(row, figures, sites);
         peak += number(row[column_peak_bytes]);
     }
+    if (!is_whole) figures.cut_file = path.filename().string();
     offer_peak(figures, peak, at, word);
 }
 
@@ -142,6 +145,7 @@ void read_timeline(const fs::path& path, const std::string& word, Figures& figur
         std::int64_t sum = 0;
         const Fields row = split(line);
         for (std::size_t i = 1; i < row.size(); ++i) sum += number(row[i]);
+        figures.peak_is_sample = true;
         offer_peak(figures, sum, index, word);
     }
 }
@@ -158,9 +162,15 @@ void read_leaks(const fs::path& path, std::string_view label, Figures& figures) 
     }
 }
 
+bool ends_with_a_line(const fs::path& path) {
+    std::ifstream file(path, std::ios::ate);
+    return file.tellg() > 0 && file.seekg(-1, std::ios::end).get() == '\n';
+}
+
 void read_report(const fs::path& path, Figures& figures, Sites& sites) {
     const std::string name = path.filename().string();
     figures.has_files = figures.has_files || is_report_name(name);
+    if (name.starts_with("mem_tbb_") && !ends_with_a_line(path)) figures.cut_file = name;
     if (name.starts_with(fileline_prefix))
         read_fileline(path, word_of(name, fileline_prefix), figures, sites);
     if (name.starts_with(leaks_prefix)) read_leaks(path, "Total leaked bytes: ", figures);

@@ -16,6 +16,7 @@ struct CallSite {
 
 struct Figures {
     bool has_files = false;
+    std::string cut_file;  // a report that does not reach its end; empty when there is none
     // From the call sites of all processes.
     bool has_totals = false;
     std::int64_t cumulative_bytes = 0;
@@ -26,6 +27,7 @@ struct Figures {
     std::vector<CallSite> top_sites;      // by bytes, highest first
     // The highest recorded peak of one process.
     bool has_peak = false;
+    bool peak_is_sample = false;  // the highest sample of a run that records no peak
     std::int64_t peak_bytes = 0;
     std::uint64_t peak_index = 0;  // number of the sampling point
     std::string peak_word;         // the process

@@ -42,12 +42,18 @@ Ending track(const Options& options) {
     require_readable_filters(options);
     const Program program = find_program(options.command);
     const Libraries libraries = find_libraries();
-    const std::string program_name = std::filesystem::path(options.command.front()).filename().string();
+    // Cut, so that the names of folder and files that are made of it stay possible.
+    const std::string program_name =
+        std::filesystem::path(options.command.front()).filename().string().substr(0, 100);
     const std::string name = options.name.empty() ? program_name : options.name;
-    const Ending ending = run_program(program.path, options.command, [&](int pid) {
-        return prepare(options, libraries,
-                       {output_path(options, program_name, pid), name, program.tracked, pid});
-    });
+    const FolderClaim claim(options.output);
+    const Ending ending = run_program(
+        program.path, options.command,
+        [&](int pid) {
+            return prepare(options, libraries,
+                           {output_path(options, program_name, pid), name, program.tracked, pid});
+        },
+        [&](int pid) { discard_output(output_path(options, program_name, pid)); });
     const std::string output = output_path(options, program_name, ending.pid);
     const Run run{program_name, output, ending, take_notes(output, name)};
     if (!options.quiet) std::cerr << summary_text(run, options, takes_colour()) << std::flush;
@@ -80,5 +86,6 @@ int run_command_line(int argc, char** argv) {
 }  // namespace memrun
 
 int main(int argc, char** argv) {
+    memrun::guard_standard_streams();
     return memrun::run_command_line(argc, argv);
 }

@@ -1,10 +1,16 @@
 #include "tools/memrun/options.h"
 
 #include <CLI/CLI.hpp>
+#include <charconv>
+#include <climits>
 
 namespace memrun {
 
 namespace {
+
+// Beside "mem_tbb_cumulative_blocks_timeline_detailed." and ".log" in the 255 bytes of a file name, with some
+// left for a number.
+constexpr std::size_t longest_name = 190;
 
 // The parser knows no positional arguments here: what follows the options belongs to the program.
 class HelpFormatter : public CLI::Formatter {
@@ -17,6 +23,42 @@ class HelpFormatter : public CLI::Formatter {
 // A check whose own description stays out of the help, which names the value already.
 CLI::Validator unnamed(CLI::Validator validator) {
     return validator.description("");
+}
+
+CLI::Validator whole_number(std::uint64_t least, std::uint64_t most) {
+    const auto fault = [least, most](const std::string& text) {
+        std::uint64_t number = 0;
+        const char* const end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, number);
+        if (error == std::errc{} && stop == end && number >= least && number <= most) return std::string();
+        return "'" + text + "' is no whole number from " + std::to_string(least) + " to " +
+               std::to_string(most);
+    };
+    return {fault, ""};
+}
+
+// log2 of what "K", "KB" or "KiB" stands for; -1 when that is no unit.
+int log2_of_unit(std::string_view unit) {
+    if (unit.empty()) return 0;
+    const std::size_t power = std::string_view("KMG").find(unit.front());
+    const std::string_view rest = unit.substr(1);
+    if (power == std::string_view::npos || (!rest.empty() && rest != "B" && rest != "iB")) return -1;
+    return 10 * (static_cast<int>(power) + 1);
+}
+
+// Puts bytes in the place of "64K".
+CLI::Validator size_in_bytes() {
+    const auto convert = [](std::string& text) {
+        std::uint64_t number = 0;
+        const char* const end = text.data() + text.size();
+        const auto [stop, error] = std::from_chars(text.data(), end, number);
+        const int log2 = log2_of_unit({stop, end});
+        if (error != std::errc{} || number == 0 || log2 < 0 || number > std::uint64_t{INT64_MAX} >> log2)
+            return "'" + text + "' is no size: give whole bytes, or K, M or G behind them (64K)";
+        text = std::to_string(number << log2);
+        return std::string();
+    };
+    return {convert, ""};
 }
 
 std::string failure_text(const CLI::App*, const CLI::Error& error) {
@@ -59,13 +101,12 @@ void declare_tuning(CLI::App& app, Options& options) {
     app.add_option("--sample-period", options.sample_period,
                    "Allocations and frees between two samples of the timelines; default 131072")
         ->type_name("N")
-        ->check(unnamed(CLI::PositiveNumber))
+        ->check(whole_number(1, INT64_MAX))
         ->group(group);
     app.add_option("--peak-step", options.peak_step,
                    "Record a peak at each further multiple of this size, with K, M or G; default 128M")
         ->type_name("BYTES")
-        ->transform(unnamed(CLI::AsSizeValue(false)))
-        ->check(unnamed(CLI::Range(std::uint64_t{1}, std::uint64_t{INT64_MAX})))
+        ->transform(size_in_bytes())
         ->group(group);
     app.add_option("--filters", options.filters, "File of further frames that are not charged")
         ->type_name("FILE")
@@ -75,7 +116,7 @@ void declare_tuning(CLI::App& app, Options& options) {
     app.add_option("--ignore-depth", options.ignore_depth,
                    "Innermost frames that a stack walk skips; default 5")
         ->type_name("N")
-        ->check(unnamed(CLI::NonNegativeNumber))
+        ->check(whole_number(0, INT_MAX))
         ->group(group);
 }
 
@@ -96,6 +137,9 @@ void declare_aids(CLI::App& app, Options& options) {
 void require_sense(const Options& options) {
     if (options.name.find('/') != std::string::npos)
         throw CLI::ValidationError("--name", "'" + options.name + "' holds a '/', which a file name cannot");
+    if (options.name.size() > longest_name)
+        throw CLI::ValidationError("--name", "is longer than the " + std::to_string(longest_name) +
+                                                 " bytes that fit into the names of all reports");
     if (options.fast_leaks && (options.leaks || options.all))
         throw CLI::ValidationError("--fast-leaks",
                                    "cannot go with the full leak report of --leaks and --all");

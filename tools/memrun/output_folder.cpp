@@ -1,5 +1,10 @@
 #include "tools/memrun/output_folder.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <filesystem>
 #include <vector>
 
@@ -31,6 +36,20 @@ void make_room(const fs::path& folder, bool force) {
 }
 
 }  // namespace
+
+FolderClaim::FolderClaim(const std::string& folder) {
+    if (folder.empty()) return;
+    std::error_code told_when_prepared;
+    fs::create_directories(folder, told_when_prepared);
+    file_ = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (file_ >= 0 && flock(file_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        throw Failure(status_launcher_fault, "another ktl_memrun writes its reports to '" + folder +
+                                                 "' just now: name another folder with -o");
+}
+
+FolderClaim::~FolderClaim() {
+    if (file_ >= 0) close(file_);
+}
 
 std::string output_path(const Options& options, const std::string& program_name, int pid) {
     const std::string folder =

@@ -41,9 +41,13 @@ std::string interpreter_of(const std::string& path) {
     return run.empty() ? interpreter : find_in_path(run);
 }
 
+bool can_be_read(const std::string& path) {
+    return std::ifstream(path).is_open();
+}
+
 std::string tracked_executable(const std::string& path) {
     std::string tracked = path;
-    for (int i = 0; i < most_interpreters && !is_elf(tracked); ++i)
+    for (int i = 0; i < most_interpreters && can_be_read(tracked) && !is_elf(tracked); ++i)
         tracked = find_in_path(interpreter_of(tracked));
     return tracked;
 }

@@ -47,9 +47,9 @@ std::string why_no_reports(const Ending& ending) {
         return "No reports: " + signal_text(signo) +
                " ended the program at once, before they could be written.";
     }
-    return "No reports: the program left without its exit actions, by _exit, or by exec, which puts another "
-           "program "
-           "in its place (--follow-children tracks that one, too).";
+    return "No reports: the program put another one in its place by exec (--follow-children tracks that one, "
+           "too), "
+           "left without its exit actions, or could no longer write to the folder.";
 }
 
 }  // namespace
@@ -68,6 +68,8 @@ std::string explain_emptiness(const Ending& ending, const std::vector<ProcessNot
         return "No reports: the tracker was not loaded. Something between here and the program cleared "
                "LD_PRELOAD.";
     if (!figures.has_files && notes.front().ended.empty()) return why_no_reports(ending);
+    if (!figures.cut_file.empty())
+        return figures.cut_file + " is cut, so that no figures are told. Was the disk full?";
     if (!notes.front().foreign_allocator.empty())
         return "The program brings its own allocator (" + notes.front().foreign_allocator +
                "), which nobody can track.";

@@ -29,6 +29,9 @@ void pass_on(int signo, siginfo_t* info, void*) {
     errno = saved_errno;
 }
 
+// As found at the start; the program gets it back.
+struct sigaction pipe_action_found;
+
 // The launcher's own dispositions while the program runs; the program must start with those that were found.
 class SignalRelay {
   public:
@@ -41,7 +44,10 @@ class SignalRelay {
     SignalRelay(const SignalRelay&) = delete;
     SignalRelay& operator=(const SignalRelay&) = delete;
 
-    void restore_in_child() const { sigprocmask(SIG_SETMASK, &found_mask_, nullptr); }
+    void restore_in_child() const {
+        sigaction(SIGPIPE, &pipe_action_found, nullptr);
+        sigprocmask(SIG_SETMASK, &found_mask_, nullptr);
+    }
 
     // From here on signals that came since the start are passed on, too. Those that were ignored stay so.
     void begin(int pid) {
@@ -84,11 +90,16 @@ void send_refusal(int fd, int status, const std::string& sentence) {
 }
 
 [[noreturn]] void become_program(const std::string& path, const std::vector<std::string>& command,
-                                 const std::function<std::vector<std::string>(int)>& prepare, int refusals) {
+                                 const std::function<std::vector<std::string>(int)>& prepare,
+                                 const std::function<void(int)>& take_back, const SignalRelay& relay,
+                                 int refusals) {
     try {
         const std::vector<std::string> environment = prepare(getpid());
+        relay.restore_in_child();
         execvpe(path.c_str(), pointers_to(command).data(), pointers_to(environment).data());
-        send_refusal(refusals, status_cannot_run, "cannot run '" + path + "': " + std::strerror(errno));
+        const std::string reason = std::strerror(errno);
+        take_back(getpid());
+        send_refusal(refusals, status_cannot_run, "cannot run '" + path + "': " + reason);
     } catch (const Failure& failure) {
         send_refusal(refusals, failure.status, failure.what());
     } catch (const std::exception& error) {
@@ -110,8 +121,19 @@ void throw_refusal(int fd, int pid) {
 
 }  // namespace
 
+void guard_standard_streams() {
+    int file;
+    do file = open("/dev/null", O_RDWR | O_CLOEXEC);
+    while (file >= 0 && file <= STDERR_FILENO);
+    if (file >= 0) close(file);
+    struct sigaction ignore = {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &ignore, &pipe_action_found);
+}
+
 Ending run_program(const std::string& path, const std::vector<std::string>& command,
-                   const std::function<std::vector<std::string>(int)>& prepare) {
+                   const std::function<std::vector<std::string>(int)>& prepare,
+                   const std::function<void(int)>& take_back) {
     int refusals[2];
     if (pipe2(refusals, O_CLOEXEC) != 0)
         throw Failure(status_launcher_fault, std::string("cannot make a pipe: ") + std::strerror(errno));
@@ -120,10 +142,7 @@ Ending run_program(const std::string& path, const std::vector<std::string>& comm
     const int pid = fork();
     if (pid < 0)
         throw Failure(status_launcher_fault, std::string("cannot start a process: ") + std::strerror(errno));
-    if (pid == 0) {
-        relay.restore_in_child();
-        become_program(path, command, prepare, refusals[1]);
-    }
+    if (pid == 0) become_program(path, command, prepare, take_back, relay, refusals[1]);
     close(refusals[1]);
     relay.begin(pid);
     throw_refusal(refusals[0], pid);

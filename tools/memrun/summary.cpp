@@ -40,8 +40,9 @@ std::string blocks_text(std::int64_t bytes, std::int64_t blocks) {
 void add_processes(Lines& lines, const std::vector<ProcessNote>& notes) {
     const auto with_reports = std::count_if(notes.begin(), notes.end(),
                                             [](const ProcessNote& note) { return !note.ended.empty(); });
-    lines.add("tracked", count_text(static_cast<std::int64_t>(notes.size())) + " programs, " +
-                             count_text(with_reports) + " left reports");
+    lines.add("tracked", count_text(static_cast<std::int64_t>(notes.size())) +
+                             (notes.size() == 1 ? " program, " : " programs, ") + count_text(with_reports) +
+                             " left reports");
 }
 
 void add_totals(Lines& lines, const Figures& figures, const std::vector<ProcessNote>& notes) {
@@ -57,9 +58,10 @@ void add_totals(Lines& lines, const Figures& figures, const std::vector<ProcessN
 
 void add_peak(Lines& lines, const Figures& figures, const std::vector<ProcessNote>& notes) {
     if (figures.has_peak)
-        lines.add("peak", bytes_text(figures.peak_bytes) + " at sampling index " +
-                              std::to_string(figures.peak_index) +
-                              (notes.size() > 1 ? " of " + figures.peak_word : ""));
+        lines.add(figures.peak_is_sample ? "top sample" : "peak",
+                  bytes_text(figures.peak_bytes) + " at sampling index " +
+                      std::to_string(figures.peak_index) +
+                      (notes.size() > 1 ? " of " + figures.peak_word : ""));
     else if (!notes.empty() && notes.front().has_stats)
         lines.add("peak", bytes_text(notes.front().peak_bytes));
 }
@@ -104,9 +106,11 @@ std::string summary_text(const Run& run, const Options& options, bool with_colou
     Lines lines(with_colour);
     lines.add("ktl_memrun:", run.program_name + " " + describe_ending(run.ending, run.notes));
     if (options.follow_children) add_processes(lines, run.notes);
-    add_totals(lines, figures, run.notes);
-    add_peak(lines, figures, run.notes);
-    add_sites(lines, figures);
+    if (figures.cut_file.empty()) {
+        add_totals(lines, figures, run.notes);
+        add_peak(lines, figures, run.notes);
+        add_sites(lines, figures);
+    }
     const std::string reason = explain_emptiness(run.ending, run.notes, figures, options);
     if (!reason.empty()) lines.add("note", reason);
     if (figures.has_files)
