@@ -39,7 +39,8 @@ class Check {
         if (!peak)
             throw ReportError({run.folder, 0, "holds no peak for --max-peak: run with call sites or bins"});
         const bool good = static_cast<double>(*peak) <= m_options.max_peak->value;
-        line(good, run.name) << "peak " << *peak << " bytes (" << human_bytes(*peak) << "), allowed "
+        line(good, run.name) << "peak " << *peak << " bytes (" << human_bytes(*peak)
+                             << (grew_to_its_end(run) ? ", held at the end" : "") << "), allowed "
                              << human_bytes(static_cast<std::int64_t>(m_options.max_peak->value)) << "\n";
     }
 
@@ -101,6 +102,10 @@ class Check {
         }
         for (const std::string& note : diff->notes)
             m_out << "note    " << note << ": its call sites were not compared\n";
+        if (diff->has_new_process)
+            throw ReportError(
+                {m_options.baseline, 0,
+                 "does not hold all processes of this run, so that --max-site-growth cannot be tested"});
     }
 
     void check_growth(const ProcessDiff& process, const Table& sites) {

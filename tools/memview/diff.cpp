@@ -1,11 +1,13 @@
 #include "tools/memview/diff.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <span>
 
 #include "tools/memview/places.h"
 #include "tools/memview/report_kinds.h"
+#include "tools/memview/summary.h"
 
 namespace memview {
 namespace {
@@ -99,6 +101,11 @@ Table make_table(const char* key, std::vector<DiffRow> rows, const Amount& toler
     return table;
 }
 
+const char* who_has_them(bool is_before, bool is_after) {
+    if (is_before) return "only the run before has them";
+    return is_after ? "only the run after has them" : "neither run has that figure of them";
+}
+
 class Comparison {
   public:
     Comparison(Names& names, const Amount& tolerance, Diff& diff)
@@ -112,15 +119,18 @@ class Comparison {
             const Table* old_table = before.table(key);
             const Table* new_table = after.table(key);
             if (old_table == nullptr && new_table == nullptr) continue;
-            if (old_table == nullptr || new_table == nullptr || !have_measure(*old_table, *new_table)) {
-                result.notes.push_back(result.name + ": the " + key + " were not compared: only the run " +
-                                       (has_measure(old_table) ? "before" : "after") + " has them");
+            if (!has_measure(old_table) || !has_measure(new_table)) {
+                result.notes.push_back(result.name + ": the " + key + " were not compared: " +
+                                       who_has_them(has_measure(old_table), has_measure(new_table)));
                 continue;
             }
-            totals.push_back(total_row(key, *old_table, *new_table));
+            const std::string old_column = column_of(before);
+            const std::string new_column = column_of(after);
+            totals.push_back(
+                {{m_names.id_of(key)}, {old_table->sum(old_column), new_table->sum(new_column), true, true}});
             PlaceSums sums;
-            add_sums(*old_table, m_diff.measure, Side::before, sums);
-            add_sums(*new_table, m_diff.measure, Side::after, sums);
+            add_sums(*old_table, old_column, Side::before, sums);
+            add_sums(*new_table, new_column, Side::after, sums);
             result.tables.push_back(make_table(key, compared_rows(sums), m_tolerance));
         }
         result.tables.insert(result.tables.begin(), make_table("totals", std::move(totals), m_tolerance));
@@ -131,10 +141,8 @@ class Comparison {
     bool has_measure(const Table* table) const {
         return table != nullptr && table->column(m_diff.measure) >= 0;
     }
-    bool have_measure(const Table& a, const Table& b) const { return has_measure(&a) && has_measure(&b); }
-
-    DiffRow total_row(const char* key, const Table& before, const Table& after) {
-        return {{m_names.id_of(key)}, {before.sum(m_diff.measure), after.sum(m_diff.measure), true, true}};
+    std::string column_of(const Run& run) const {
+        return m_diff.measure == "peak" && grew_to_its_end(run) ? "current" : m_diff.measure;
     }
 
     Names& m_names;
@@ -142,10 +150,41 @@ class Comparison {
     Diff& m_diff;
 };
 
-const Run* run_of_name(const Folder& folder, const std::string& name) {
-    const auto found = std::find_if(folder.runs.begin(), folder.runs.end(),
-                                    [&](const Run& run) { return run.name == name; });
-    return found == folder.runs.end() ? nullptr : &*found;
+// "g++.cc1plus.3876" without its process number, and that number.
+std::pair<std::string_view, std::uint64_t> split_name(std::string_view name) {
+    const std::size_t dot = name.rfind('.');
+    std::uint64_t number = 0;
+    if (dot == std::string_view::npos) return {name, 0};
+    const char* const end = name.data() + name.size();
+    const auto [stop, error] = std::from_chars(name.data() + dot + 1, end, number);
+    if (error != std::errc{} || stop != end) return {name, 0};
+    return {name.substr(0, dot), number};
+}
+
+using RunPair = std::pair<const Run*, const Run*>;
+
+// Moves what both have, as `key` tells, from the two into pairs; the first goes with the first of the same
+// key.
+template <class KEY>
+void pair_by(KEY key, std::vector<const Run*>& before, std::vector<const Run*>& after,
+             std::vector<RunPair>& pairs) {
+    std::erase_if(before, [&](const Run* run) {
+        const auto other = std::find_if(after.begin(), after.end(),
+                                        [&](const Run* one) { return key(one->name) == key(run->name); });
+        if (other == after.end()) return false;
+        pairs.emplace_back(run, *other);
+        after.erase(other);
+        return true;
+    });
+}
+
+std::vector<const Run*> by_number(const Folder& folder) {
+    std::vector<const Run*> runs;
+    for (const Run& run : folder.runs) runs.push_back(&run);
+    std::stable_sort(runs.begin(), runs.end(), [](const Run* a, const Run* b) {
+        return split_name(a->name).second < split_name(b->name).second;
+    });
+    return runs;
 }
 
 }  // namespace
@@ -165,19 +204,19 @@ std::unique_ptr<Diff> make_diff(const Folder& before, const Folder& after, const
     diff->measure = measure;
     diff->names = before.names;
     Comparison comparison(*before.names, tolerance, *diff);
-    const bool single = before.runs.size() == 1 && after.runs.size() == 1;
-    for (const Run& run : before.runs) {
-        const Run* other = single ? &after.runs.front() : run_of_name(after, run.name);
-        if (other != nullptr) {
-            diff->processes.push_back(comparison.compare(run, *other));
-        } else {
-            diff->notes.push_back("process " + in_quotes(run.name) + " is only in the run before");
-        }
-    }
-    for (const Run& run : after.runs) {
-        if (single || run_of_name(before, run.name) != nullptr) continue;
-        diff->notes.push_back("process " + in_quotes(run.name) + " is only in the run after");
-    }
+    std::vector<const Run*> old_runs = by_number(before);
+    std::vector<const Run*> new_runs = by_number(after);
+    std::vector<RunPair> pairs;
+    const bool single = old_runs.size() == 1 && new_runs.size() == 1;
+    pair_by([&](const std::string& name) { return single ? std::string() : name; }, old_runs, new_runs,
+            pairs);
+    pair_by([](const std::string& name) { return split_name(name).first; }, old_runs, new_runs, pairs);
+    for (const auto& [run, other] : pairs) diff->processes.push_back(comparison.compare(*run, *other));
+    for (const Run* run : old_runs)
+        diff->notes.push_back("process " + in_quotes(run->name) + " is only in the run before");
+    for (const Run* run : new_runs)
+        diff->notes.push_back("process " + in_quotes(run->name) + " is only in the run after");
+    diff->has_new_process = !new_runs.empty();
     const bool compared = std::any_of(diff->processes.begin(), diff->processes.end(),
                                       [](const ProcessDiff& process) { return process.tables.size() > 1; });
     if (!compared)

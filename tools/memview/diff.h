@@ -27,13 +27,15 @@ struct Diff {
     std::string measure;
     std::vector<ProcessDiff> processes;
     std::vector<std::string> notes;  // processes that only one folder has
+    bool has_new_process = false;    // one of them is of the run after
 
     bool different() const;
 };
 
-// Pairs the processes by name, or the only ones of two folders whatever their names. The folders share their
-// names. Throws ReportError when
-// the two have nothing in common.
+// Pairs the processes by name, and those whose names differ by their process number alone in the order of
+// that number; or the only ones of two folders whatever their names. The folders share their names. For the
+// measure "peak" a run that held more at its end than at its recorded peak is taken at its end. Throws
+// ReportError when the two have nothing in common.
 std::unique_ptr<Diff> make_diff(const Folder& before, const Folder& after, const std::string& measure,
                                 const Amount& tolerance);
 

@@ -10,10 +10,19 @@
 namespace memview {
 namespace {
 
-std::string row_name(const Table& table, std::size_t row, const Names& names) {
+// In `width` columns; 0 for as many as it takes. Of a call site the end of the path and the function tell
+// most.
+std::string row_name(const Table& table, std::size_t row, const Names& names, std::size_t width) {
     const Place place = PlaceReader(table)[row];
-    if (table.key != "sites") return harmless(names.text(place.module));
-    return place.file == 0 ? "OTHER" : harmless(to_text(place, names));
+    if (table.key != "sites") return shortened(harmless(names.text(place.module)), width);
+    if (place.file == 0) return "OTHER";
+    const std::string line = ":" + std::to_string(place.line) + " ";
+    const std::string module = harmless(names.text(place.module)) + " ";
+    const std::string file = harmless(names.text(place.file));
+    const std::string function = harmless(names.text(place.function));
+    if (width == 0) return module + file + line + function;
+    const std::string path = shortened_path(file, width / 2) + line;
+    return path + shortened(function, width - std::min(width - 1, display_width(path)));
 }
 
 std::string percent(std::int64_t before, std::int64_t change) {
@@ -37,9 +46,9 @@ void print_table(const Table& table, const Names& names, std::size_t top, const 
     for (std::size_t row = 0; row < shown; ++row) {
         const std::int64_t before = (*table.cells("before"))[row];
         const std::int64_t change = (*table.cells("change"))[row];
-        const std::size_t width = terminal.width == 0 ? 0 : std::max<std::size_t>(terminal.width, 88) - 48;
+        const std::size_t width = terminal.width == 0 ? 0 : std::max<std::size_t>(terminal.width, 80) - 50;
         text.add({human_bytes(before), human_bytes(before + change), human_change(change),
-                  percent(before, change), shortened(row_name(table, row, names), width)});
+                  percent(before, change), row_name(table, row, names, width)});
     }
     text.print(out, terminal);
 }

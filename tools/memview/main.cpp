@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -18,6 +19,8 @@
 #include "tools/memview/options.h"
 #include "tools/memview/page.h"
 #include "tools/memview/show.h"
+
+namespace fs = std::filesystem;
 
 namespace memview {
 namespace {
@@ -40,15 +43,41 @@ int run_show(const Options& options) {
     return 0;
 }
 
+// What fails half way leaves the file that was there before: it is written beside it, and takes its name at
+// the end. What is no plain file, such as a pipe, is written itself.
+class OutputFile {
+  public:
+    explicit OutputFile(const std::string& name) : m_name(name), m_written(name) {
+        if (!fs::exists(name) || fs::is_regular_file(name)) m_written += ".part";
+    }
+    ~OutputFile() {
+        std::error_code not_there;
+        if (m_written != m_name) fs::remove(m_written, not_there);
+    }
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    const std::string& written() const { return m_written; }
+    void keep() const {
+        if (m_written != m_name) fs::rename(m_written, m_name);
+    }
+
+  private:
+    std::string m_name;
+    std::string m_written;
+};
+
 // Lets `write` write to the file of --output, or to standard output when none is given.
 void write_output(const Options& options, const std::function<void(std::ostream&)>& write) {
     if (options.output.empty()) return write(std::cout);
-    std::ofstream file(options.output, std::ios::binary | std::ios::trunc);
+    const OutputFile output(options.output);
+    std::ofstream file(output.written(), std::ios::binary | std::ios::trunc);
     if (!file)
         throw ReportError({options.output, 0, std::string("cannot be written: ") + std::strerror(errno)});
     write(file);
     file.close();
     if (!file) throw ReportError({options.output, 0, "cannot be written to its end: is the disk full?"});
+    output.keep();
 }
 
 void write_output(const Options& options, const std::string& text) {
@@ -87,7 +116,8 @@ int run_check(const Options& options) {
     const auto folder = read(options);
     const bool good = check(*folder, options, std::cout);
     say_left_out(*folder);
-    return good ? 0 : options.exit_code;
+    if (!good) return options.exit_code;
+    return folder->left_out.empty() ? 0 : TROUBLE;  // what was not read has not passed
 }
 
 int run_export(const Options& options) {
@@ -121,9 +151,9 @@ int parse_and_run(int argc, char** argv) {
         app->parse(argc, argv);
         return run(options);
     } catch (const CLI::ParseError& error) {
-        const bool asked = error.get_exit_code() == 0;  // --help and --version come this way too
-        app->exit(error);
-        return asked ? 0 : TROUBLE;
+        if (error.get_exit_code() == 0) return app->exit(error);  // --help and --version come this way too
+        std::cerr << "ktl_memview: " << error.what() << "\nTry 'ktl_memview --help'.\n";
+        return TROUBLE;
     } catch (const std::exception& error) {
         std::cerr << "ktl_memview: " << error.what() << "\n";
         return TROUBLE;

@@ -26,11 +26,22 @@ void add_output(CLI::App& command, Options& options) {
         ->type_name("FILE");
 }
 
-void add_amount(CLI::App& command, const char* name, std::optional<Amount>& into, const char* text) {
-    command
+CLI::Option* add_amount(CLI::App& command, const char* name, std::optional<Amount>& into, const char* text) {
+    return command
         .add_option_function<std::string>(
             name, [&into](const std::string& given) { into = parse_amount(given); }, text)
         ->type_name("AMOUNT");
+}
+
+CLI::Option* add_bytes(CLI::App& command, const char* name, std::optional<Amount>& into, const char* text) {
+    return add_amount(command, name, into, text)
+        ->check(CLI::Validator(
+            [](const std::string& given) {
+                return given.ends_with('%')
+                           ? "\"" + given + "\" is a share, and here is nothing to take it of: give bytes"
+                           : std::string();
+            },
+            ""));
 }
 
 void add_top(CLI::App& command, Options& options) {
@@ -98,15 +109,21 @@ void add_check(CLI::App& app, Options& options) {
         "check",
         "Hold a run against limits, and its reports against each other; made for continuous integration");
     add_folders(*command, options);
-    add_amount(*command, "--max-peak", options.max_peak, "The recorded peak may be this high (2G)");
-    add_amount(*command, "--max-leaked", options.max_leaked, "The leak report may hold this much (0)");
-    add_amount(*command, "--max-site-growth", options.max_site_growth,
-               "No call site may grow by more than this, in bytes or of its peak in the baseline (10%)");
+    add_bytes(*command, "--max-peak", options.max_peak, "The peak may be this high (2G)");
+    CLI::Option* max_leaked =
+        add_bytes(*command, "--max-leaked", options.max_leaked, "The leak report may hold this much (0)");
+    CLI::Option* max_site_growth =
+        add_amount(*command, "--max-site-growth", options.max_site_growth,
+                   "No call site may grow by more than this, in bytes or of its peak in the baseline (10%)");
     CLI::Option* baseline =
         command->add_option("--baseline", options.baseline, "The run that --max-site-growth compares with")
+            ->needs(max_site_growth)
             ->type_name("DIR");
-    command->get_option("--max-site-growth")->needs(baseline);
-    command->add_option("--allow", options.allow, "Leaks not to count: lines of the form leak:PATTERN")
+    max_site_growth->needs(baseline);
+    command
+        ->add_option("--allow", options.allow,
+                     "Leaks that --max-leaked does not count: lines of the form leak:PATTERN")
+        ->needs(max_leaked)
         ->type_name("FILE");
     command->add_option("--exit-code", options.exit_code, "The exit status of a failed check")
         ->check(CLI::Range(1, 125))

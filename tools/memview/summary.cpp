@@ -66,11 +66,16 @@ void add_auxiliary_figures(const Run& run, std::vector<Figure>& figures) {
 
 }  // namespace
 
+bool grew_to_its_end(const Run& run) {
+    const Table* table = whole_table(run);
+    return table != nullptr && table->sum("current") > table->sum("peak");
+}
+
 std::optional<std::int64_t> peak_bytes(const Run& run) {
     const Table* table = whole_table(run);
     if (table == nullptr) table = run.table("fast_leaks");
     if (table == nullptr) return std::nullopt;
-    return table->sum("peak");
+    return std::max(table->sum("peak"), table->sum("current"));
 }
 
 std::optional<std::int64_t> leaked_bytes(const Run& run) {

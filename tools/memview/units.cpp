@@ -104,6 +104,8 @@ Amount parse_amount(const std::string& text) {
             "\"" + text + "\" is no amount: give bytes (100), K, M, G or T (64K, 1.5G), or a share (10%)");
     }
     amount.value *= factor;
+    if (amount.value >= 0x1p63)
+        throw CLI::ValidationError("\"" + text + "\" is more than any report can hold");
     return amount;
 }
 

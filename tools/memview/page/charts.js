@@ -185,7 +185,7 @@ function drawChart(chart, process, bands, holder) {
     interactionModel: Dygraph.defaultInteractionModel,  // with a range selector a drag would otherwise move, not zoom
     series: faults >= 0 ? { ['s' + faults]: { axis: 'y2' } } : {},
     axes: {
-      x: { axisLabelFormatter: (x) => groupedText(Math.round(x)) },
+      x: { axisLabelFormatter: (x) => (Number.isInteger(x) ? groupedText(x) : '') },
       y: { axisLabelFormatter: bytesText, axisLabelWidth: 74, labelsKMG2: true },
       y2: { axisLabelFormatter: (y) => groupedText(Math.round(y)), axisLabelWidth: 74 },
     },
