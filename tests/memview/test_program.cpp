@@ -52,6 +52,10 @@ TEST_F(Program, RefusesABadCommandLine) {
             {"show . --sort colour", 2, "--sort"},
             {"check . --max-peak 2X", 2, "\"2X\" is no amount"},
             {"check . --max-site-growth 1%", 2, "--baseline"},
+            {"check . --baseline old", 2, "--baseline requires --max-site-growth"},
+            {"check . --allow known", 2, "--allow requires --max-leaked"},
+            {"check . --max-peak 10%", 2, "is a share"},
+            {"check . --max-peak 9999999999T", 2, "more than any report can hold"},
             {"diff .", 2, "AFTER is required"},
             {"--help", 0, "Usage: ktl_memview"},
             {"--version", 0, "ktl_memview "}});
@@ -82,6 +86,8 @@ TEST_F(Program, TellsFaultsAndWhatWasLeftOut) {
     EXPECT_EQ(data["processes"][0]["totals"]["peak"], 30);
     expect({{"html -o page.html --keep-going r", 0, "left out: r/mem_tbb_fileline.a.log:5: "},
             {"html -o /nonexistent/page.html --keep-going r", 2, "cannot be written"},
+            {"check --keep-going r", 2, "0 disagree"},
+            {"export --format csv --table bins --keep-going -o stderr r; cat stderr", 0, "holds no table"},
             {"show --keep-going r >/dev/full", 2, "cannot be written"}});
 }
 
@@ -118,6 +124,27 @@ TEST_F(Program, DiffSaysWhatOnlyOneSideHas) {
     expect({{"diff a b", 0, "the tags were not compared: only the run after has them"}});
     m_scratch.write("b/mem_tbb_fileline.z.log", sites(site(5, 100)));
     expect({{"diff a b", 1, "process \"z\" is only in the run after"}});
+}
+
+// As those are that a followed program starts: the second names differ by the process number.
+TEST_F(Program, PairsProcessesWhoseNumbersDiffer) {
+    for (const char* name : {"old/mem_tbb_fileline.g.c.99.log", "new/mem_tbb_fileline.g.c.101.log"})
+        m_scratch.write(name, sites(site(1, 100)));
+    for (const char* name : {"old/mem_tbb_fileline.g.c.100.log", "new/mem_tbb_fileline.g.c.102.log"})
+        m_scratch.write(name, sites(site(1, 200)));
+    expect({{"diff old new", 0, "g.c.99 → g.c.101: peak bytes, no difference"},
+            {"check new --max-site-growth 0 --baseline old", 0, "g.c.100 → g.c.102: call sites grown"}});
+    m_scratch.write("new/mem_tbb_fileline.g.c.103.log", sites(site(1, 200)));
+    expect({{"check new --max-site-growth 0 --baseline old", 2, "does not hold all processes"}});
+}
+
+// It frees nothing, so that it records no peak.
+TEST_F(Program, TakesARunThatOnlyGrowsAtItsEnd) {
+    m_scratch.write("small/" + FILELINE, sites(site(1, 0, "grow()", 10)));
+    m_scratch.write("large/" + FILELINE, sites(site(1, 0, "grow()", 5000)));
+    expect({{"check large --max-peak 4999", 1, "peak 5000 bytes (4.9 KiB, held at the end)"},
+            {"diff small large", 1, "+4.9 KiB"},
+            {"check large --max-site-growth 10% --baseline small", 1, "grown beyond the limit: 1"}});
 }
 
 TEST_F(Program, CheckHoldsARunAgainstLimits) {

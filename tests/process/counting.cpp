@@ -6,11 +6,11 @@
 #include <atomic>
 #include <iostream>
 #include <map>
+#include <sstream>
 
 #include "ktl_mem/mem.h"
 #include "tests/bins/on_threads.h"
 #include "tests/process/behaviour.h"
-#include "tests/process/report_sums.h"
 
 extern "C" std::size_t tc_malloc_size(void* block);
 
@@ -75,6 +75,23 @@ void work(int self) {
     }
 }
 
+// The sum of the column with that title. A report has two lines, titles, a row for each thing, and the time.
+std::int64_t sum_of(const std::string& title, bool (*dump)(std::ostream&)) {
+    std::stringstream report;
+    dump(report);
+    std::string line, field;
+    for (int head = 0; head < 3; ++head) std::getline(report, line);
+    int column = 0;
+    for (std::istringstream titles(line); std::getline(titles, field, '\t') && field != title;) ++column;
+    std::int64_t sum = 0;
+    while (std::getline(report, line) && !line.starts_with("Time spent")) {
+        std::istringstream fields(line);
+        for (int i = 0; i <= column; ++i) std::getline(fields, field, '\t');
+        sum += std::stoll(field);
+    }
+    return sum;
+}
+
 const BEHAVIOUR count_beside_the_tracker("count", [](char**) {
     MallocHook_AddNewHook(before_new);
     MallocHook_AddDeleteHook(before_delete);
@@ -93,6 +110,10 @@ const BEHAVIOUR count_beside_the_tracker("count", [](char**) {
     for (const COLUMN* column : {&current_bytes, &cumulative_bytes, &requested_bytes, &mismatched_bytes,
                                  &current_blocks, &cumulative_blocks})
         for (auto* dump : {mem_dump_tbb_fileline_tracking, mem_dump_tbb_subsystem_tracking})
+            print(column->title, column->counted, sum_of(column->title, dump));
+    for (const COLUMN* column : {&current_bytes, &cumulative_bytes})
+        for (auto* dump :
+             {mem_dump_tbb_profile_bin_stats_tracking, mem_dump_tbb_profile_bin_tag_stats_tracking})
             print(column->title, column->counted, sum_of(column->title, dump));
     print("statistics of bytes", current_bytes.counted, stats.current.bytes);
     print("statistics of blocks", current_blocks.counted, stats.current.blocks);

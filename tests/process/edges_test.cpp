@@ -3,6 +3,7 @@
 #include "tests/process/child_process.h"
 
 const std::string every_event = "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD=1";
+const std::string too_much = "1152921504606846976";
 const std::string eight =
     "malloc - 16 malloc - 16 malloc - 16 malloc - 16 malloc - 16 malloc - 16 malloc - 16 malloc - 16 ";
 
@@ -10,22 +11,21 @@ const CASE edges[] = {
     {"load ONE load - modules unload unload on 1 malloc a 64 statistics", "MEM_PRINT_LIB_LOAD=0",
      "Loading: MEM\nLoading: ONE\nLoading: \\(null\\)\n3 modules\nUnloading: \\(null\\)\nUnloading: ONE\n"
      "statistics 1/64\nUnloading: MEM\n"},
-    {"setenv MEM_PRINT_LIB_LOAD load ONE unload", "", "Unloading: ONE\nUnloading: MEM\n"},
-    // Only the module whose name begins so leads the line past the callback; nine events have come by then.
-    {"load AMSG unload listen on 8 " + eight + "off 8 told load MSGX unload on 8 " + eight + "off 8 told",
+    {"setenv MEM_PRINT_LIB_LOAD '' load ONE unload", "", "Unloading: ONE\nUnloading: MEM\n"},
+    // Only the module whose name begins so leads the line past the callback.
+    {"load AMSG unload listen on 8 " + eight + eight + "malloc - 16 off 8 told load MSGX unload on 8 " +
+         eight + "off 8 told",
      every_event,
-     "told <Debug: MEM: Memory tracking: at timeline index 0 with total memory 16\n>\n"
-     "Debug: MEM: Memory tracking: at timeline index 8 with total memory 144\ntold <>\n"},
+     "told <Debug: MEM: Memory tracking: at timeline index 0 with total memory 16\n"
+     "Debug: MEM: Memory tracking: at timeline index 8 with total memory 144\n"
+     "Debug: MEM: Memory tracking: at timeline index 16 with total memory 272\n>\n"
+     "Debug: MEM: Memory tracking: at timeline index 24 with total memory 400\ntold <>\n"},
     {"on 0 malloc a 64 statistics on 33 malloc b 64 off 32 malloc c 64 statistics off 1 malloc d 64 "
      "statistics on 8 enabled 12 enabled 0",
      "", "statistics 0/0\nstatistics 2/128\nstatistics 2/128\n0\n1\n"},
     // Guards give back what they found, and the second one found nothing.
     {"on 1 guard guard unguard enabled 1 unguard enabled 1 off 1 guard on 1 unguard enabled 1", "",
      "0\n1\n0\n"},
-    {"listen on 8 " + eight + eight + "malloc - 16 off 8 told", every_event,
-     "told <Debug: MEM: Memory tracking: at timeline index 0 with total memory 16\n"
-     "Debug: MEM: Memory tracking: at timeline index 8 with total memory 144\n"
-     "Debug: MEM: Memory tracking: at timeline index 16 with total memory 272\n>\n"},
     {"listen on 64 " + eight + "off 64 statistics on 1 " + eight + "off 1 statistics told", every_event,
      "statistics 0/0\nstatistics 8/128\ntold <>\n"},
     {"on 95 block block malloc a 64 malloc b 64 free b unblock unblock statistics show a free a show -", "",
@@ -53,6 +53,9 @@ const CASE edges[] = {
      "tracked_host live 1/1024 made 1/1024 mismatched 0 peak 0\n"
      "c live 1/1024 made 2/2048 mismatched 0 peak 0\n"
      "d live 1/1024 made 3/3072 mismatched 1024 peak 2048\n"},
+    {"calloc a " + too_much + " on 95 malloc b 64 errno malloc c " + too_much + " calloc d " + too_much +
+         " errno statistics",
+     "", "ENOMEM\nENOMEM\nstatistics 1/64\n"},
     // An allocation reported where a block still lives.
     {"on 8 malloc a 1024 malloc b 1024 map a 100 show a show b", "",
      "a live 1/100 made 1/100 mismatched 0 peak 0\nb live 2/2048 made 2/2048 mismatched 0 peak 0\n"},

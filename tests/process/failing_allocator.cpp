@@ -4,54 +4,34 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <new>
+
+#include "tests/process/kept.h"
 
 #define SHOWN __attribute__((visibility("default")))
 
-namespace {
+extern "C" {
 
-std::atomic<long> seen{0}, failing{0};
+// The allocation at which this comes to 0 fails.
+SHOWN std::atomic<long> allocations_left{0};
 
-template <class... ARGUMENTS>
-void* allocate(void* (*real)(ARGUMENTS...), ARGUMENTS... arguments) {
-    if (++seen != failing) return real(arguments...);
+SHOWN void* malloc(std::size_t size) {
+    static auto* const real = reinterpret_cast<void* (*)(std::size_t)>(dlsym(RTLD_NEXT, "malloc"));
+    if (--allocations_left != 0) return real(size);
     if (const std::new_handler handler = std::get_new_handler()) handler();
     return nullptr;
 }
 
-template <class... ARGUMENTS>
-auto next(const char* name) {
-    return reinterpret_cast<void* (*)(ARGUMENTS...)>(dlsym(RTLD_NEXT, name));
-}
-
-}  // namespace
-
-extern "C" {
-
-// Counts from here on; 0 fails none.
-SHOWN void fail_allocation(long number) {
-    seen = 0;
-    failing = number;
-}
-
-SHOWN long allocations_seen() {
-    return seen;
-}
-
-SHOWN void* malloc(std::size_t size) {
-    static auto* const real = next<std::size_t>("malloc");
-    return allocate(real, size);
-}
-
+// Hidden, or the compiler makes a call of calloc of it.
 SHOWN void* calloc(std::size_t count, std::size_t size) {
-    static auto* const real = next<std::size_t, std::size_t>("calloc");
-    return allocate(real, count, size);
+    void* const block = kept(malloc(count * size));
+    return block != nullptr ? std::memset(block, 0, count * size) : nullptr;
 }
 }
 
 SHOWN void* operator new(std::size_t size) {
-    static auto* const real = next<std::size_t>("_Znwm");
-    if (void* const block = allocate(real, size)) return block;
+    if (void* const block = malloc(size)) return block;
     throw std::bad_alloc();
 }
 

@@ -48,6 +48,11 @@ void throw_lost() {
 const std::map<std::string, void (*)()> events = {
     {"none", [] {}},
     {"read", touch_memory},
+    {"handled",  // by the host itself
+     [] {
+         std::signal(SIGSEGV, [](int) { _exit(9); });
+         touch_memory();
+     }},
     {"overflow", [] { overflow(0); }},
     {"bus",  // beyond the end of a file
      [] {
@@ -68,27 +73,20 @@ const std::map<std::string, void (*)()> events = {
     {"terminate", std::terminate},
     {"abort", std::abort}};
 
-void set_callbacks(const std::string& name) {
-    if (name == "return") {
-        main_seh_callback = [](EXCEPTION_POINTERS*) { return std::fputs("callback\n", stderr) * 0L; };
-        main_terminator_callback = [] { std::fputs("callback\n", stderr); };
-    } else if (name == "fault") {
-        main_seh_callback = [](EXCEPTION_POINTERS*) { return touch_memory(), 0L; };
-        main_terminator_callback = touch_memory;
-    } else if (name == "throw") {
-        main_seh_callback = [](EXCEPTION_POINTERS*) -> long { throw 1; };
-        main_terminator_callback = [] { throw 1; };
-    } else if (name == "repair") {
-        main_seh_callback = [](EXCEPTION_POINTERS*) {
-            return 0L * mprotect(page, 4096, PROT_READ | PROT_WRITE);
-        };
-    } else if (name == "own") {  // a handler that the host installs for itself
-        std::signal(SIGSEGV, [](int) { _exit(9); });
-    }
-}
+const std::map<std::string, void (*)()> callbacks = {
+    {"none", nullptr},
+    {"return", [] { std::fputs("callback\n", stderr); }},
+    {"fault", touch_memory},
+    {"throw", [] { throw 1; }},
+    {"repair", [] { mprotect(page, 4096, PROT_READ | PROT_WRITE); }}};
+void (*callback)() = nullptr;
 
 const BEHAVIOUR fault("fault", [](char** arguments) {
-    set_callbacks(arguments[1]);
+    callback = callbacks.at(arguments[1]);
+    if (callback != nullptr) {
+        main_seh_callback = [](EXCEPTION_POINTERS*) { return callback(), 0L; };
+        main_terminator_callback = [] { callback(); };
+    }
     std::atexit([] { std::fputs("exit action\n", stderr); });
     std::fputs("kept in the buffer\n", stdout);
     on_threads_at_once(std::atoi(arguments[2]), events.at(arguments[0]));

@@ -37,7 +37,7 @@ TEST(Faults, EndAsTheyShouldOnEveryThread) {
         {enabled, "read overflow terminate", "fault", "exit 2", incomplete},
         {enabled, "page", "repair", "exit 0", "exit action\n", "kept in the buffer\nwent on\n"},
         // What is none of the library's business.
-        {enabled, "read", "own", "exit 9", "", ""},
+        {enabled, "handled", "none", "exit 9", "", ""},
         {enabled, "abort", "none", "signal 6", "", ""},
         {enabled, "none", "none", "exit 0", "exit action\n"},
         {"", "read overflow page", "return", "signal 11", "", ""},

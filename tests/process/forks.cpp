@@ -49,6 +49,7 @@ void call_everything() {
 
 const BEHAVIOUR fork_often("forks", [](char** arguments) {
     const Meanwhile busy(8, put_a_block);
+    const Meanwhile phases(1, pass_a_phase);
     const Meanwhile flushes(1, flush_and_sample);
     const Meanwhile resets(1, reset);
     const Meanwhile dumps(1, dump_everything);

@@ -4,7 +4,6 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdarg>
 #include <iostream>
 
@@ -18,11 +17,9 @@ void (*module_action)() = nullptr;
 
 namespace {
 
-const BEHAVIOUR allocate_once("allocate", [](char**) { std::free(allocate_at<103>()); });
-
 const BEHAVIOUR exec_again("exec", [](char**) {
     const Meanwhile busy(4, put_a_block);
-    execl("/proc/self/exe", "again", "allocate", nullptr);
+    execl("/proc/self/exe", "again", "script", "malloc", "a", "16", nullptr);
     std::_Exit(3);
 });
 
@@ -68,46 +65,37 @@ const BEHAVIOUR shut_down_by_itself("shut_down", [](char**) {
     mem_shutdown_tbb_tracking();
 });
 
-const BEHAVIOUR keep_errno("errno", [](char**) {
-    int spoiled = 0;
-    const auto check = [&spoiled] { spoiled += std::exchange(errno, 1234) != 1234; };
-    errno = 1234;
-    for (void* (*const allocate_here)() : sites_from<0>) {
-        void* const block = allocate_here();
-        check();
-        std::free(block);
-        check();
-        mem_notify_memory_mapping_added(&spoiled, 4096);
-        mem_notify_memory_mapping_removed(&spoiled, 4096);
-        check();
+// A stream that ends the process at the write of a chosen number.
+struct LAST_WORDS : std::streambuf {
+    std::streamsize xsputn(const char*, std::streamsize length) override {
+        if (--left == 0) std::exit(8);
+        return length;
     }
-    std::cout << "spoiled " << spoiled << '\n';
+    int left = 0;
+};
+
+const BEHAVIOUR exit_inside_a_dump("exit_in_dump", [](char** arguments) {
+    LAST_WORDS words;
+    words.left = std::atoi(arguments[0]);
+    std::ostream last(&words);
+    mem_user_snapshot_tracking_data();
+    mem_dump_tbb_fileline_tracking(last);
+    mem_dump_tbb_subsystem_tracking(last);
+    mem_dump_tbb_module_tracking(last, last);
+    mem_dump_tbb_profile_bin_tag_timeline_tracking(last, last);
 });
 
 // A request to cancel a thread waits for a place where POSIX lets it act, and no allocation is one.
 const BEHAVIOUR cancel_while_allocating("cancel", [](char**) {
-    static std::atomic<bool> survived{false};
-    pthread_t thread{};
-    const auto allocate_everywhere = [](void*) -> void* {
+    std::atomic<bool> survived{false}, went_on{false};
+    std::thread([&] {
         pthread_cancel(pthread_self());
         for (void* (*const allocate_here)() : sites_from<2000>) std::free(allocate_here());
         survived = true;
         pthread_testcancel();
-        return nullptr;
-    };
-    pthread_create(&thread, nullptr, allocate_everywhere, nullptr);
-    void* result = nullptr;
-    pthread_join(thread, &result);
-    std::cout << "survived " << survived << " cancelled " << (result == PTHREAD_CANCELED) << '\n';
-});
-
-const BEHAVIOUR fail_to_allocate("null", [](char**) {
-    const std::int64_t before = mem_get_stats().current.blocks;
-    volatile std::size_t too_much = std::size_t{1} << 60;
-    errno = 0;
-    const bool null = std::malloc(too_much) == nullptr && std::calloc(too_much, 1) == nullptr;
-    const bool told = errno == ENOMEM, same = mem_get_stats().current.blocks == before;
-    std::cout << "null " << null << " errno " << told << " same " << same << '\n';
+        went_on = true;
+    }).join();
+    std::cout << "survived " << survived << " cancelled " << !went_on << '\n';
 });
 
 // The module's constructor holds the loader's lock and waits for a thread of this program to have allocated,

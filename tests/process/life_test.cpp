@@ -1,5 +1,7 @@
 // Processes that fork, exec, load, unload and end while other threads allocate: none hangs, none crashes, and
 // each leaves the reports that it should. For a long run: --gtest_repeat=100.
+#include <regex>
+
 #include "tests/process/child_process.h"
 
 const std::string sampled = track_all + "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD=1000";
@@ -7,13 +9,10 @@ const std::string sampled = track_all + "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PE
 TEST(Life, LeavesItsReportsWhateverTurnItTakes) {
     // Each with a call site that its report has.
     const std::pair<CASE, const char*> lives[] = {
-        {{"tracked_host load " + module_path, sampled}, "module_block"},
         {{"tracked_host exit", sampled, "", "exit 5"}, "allocate_at<0>()"},
         {{"tracked_host exit_on_a_thread", sampled, "", "exit 6"}, ""},
         {{"tracked_host shut_down", sampled}, ""},
-        {{"tracked_host errno", sampled, "spoiled 0\n"}, "allocate_at<63>()"},
         {{"tracked_host cancel", sampled, "survived 1 cancelled 1\n"}, "allocate_at<2063>()"},
-        {{"tracked_host null", sampled, "null 1 errno 1 same 1\n"}, ""},
         {{"tracked_host early_fork_handler", sampled, "untracked 1\n"}, "allocate_at<104>()"},
         // A program that knows nothing of the library, with both orders of preloading.
         {{"plain_host", track_all + "LD_PRELOAD=" TCMALLOC_MINIMAL ":" KTL_MEM}, "plain_host.cpp\t7\tmain"},
@@ -30,14 +29,33 @@ TEST(Life, EndsWellWhileAThreadOpensAndClosesBins) {
 
 TEST(Life, StartsAnewAfterAnExec) {
     const ENDING ending = expect({"tracked_host exec", sampled});
-    EXPECT_TRUE(ending.has_call_site("allocate_at<103>()"));
+    EXPECT_TRUE(ending.has_call_site("script.cpp"));
     EXPECT_FALSE(ending.has_call_site("allocate_at<0>()"));
+}
+
+// Each of twenty times at a place of its own, or where it was before.
+TEST(Life, ChargesAModuleThatComesAndGoes) {
+    const ENDING ending = expect({"tracked_host load " + module_path, sampled});
+    const std::string& report = ending.files.at("mem_tbb_fileline.vii.log");
+    const std::regex row("\t([0-9]+)\tmodule\t[^\t]*module.cpp\t22\tmodule_block\n");
+    int blocks = 0;
+    for (std::sregex_iterator site(report.begin(), report.end(), row), end; site != end; ++site)
+        blocks += std::stoi(site->str(1));
+    EXPECT_EQ(blocks, 20);
 }
 
 TEST(Life, ThatEndsInsideTheTrackerLeavesNoReportsAndSaysSo) {
     const char* const said =
         "ktl_mem: the process ends inside the memory tracker; its reports are not written\n";
     EXPECT_TRUE(expect({"tracked_host exit_inside", sampled, "", "exit 7", said}).files.empty());
+}
+
+// Whichever line of whichever report is being written.
+TEST(Life, MayEndInsideADump) {
+    int writes = 0;
+    while (run("tracked_host exit_in_dump " + std::to_string(writes + 1), sampled).how == "exit 8") ++writes;
+    EXPECT_GT(writes, 4 * 4);
+    expect({"tracked_host exit_in_dump 0", sampled});
 }
 
 TEST(Life, OfAForkedChildMayCallEverythingAndLeavesNothing) {

@@ -30,17 +30,11 @@ void use_up_malloc() {
 // A little of everything that the tracker follows.
 void small_run() {
     std::thread([] { delete[] new int[100]; }).join();
-    for (int round = 0; round < 3; ++round) {
-        const std::string name = "phase " + std::to_string(round);
-        mem_open_profile_bin(name, "tag");
-        mem_set_timeline_label(name);
-        std::uint64_t start = 0, end = 0, peak = 0;
-        const std::vector<std::string> texts(20, std::string(40, 'x'));
-        mem_close_profile_bin("tag", &start, &end, &peak);
-    }
+    const std::vector<std::string> texts(20, std::string(40, 'x'));
+    pass_a_phase();
     flush_and_sample();
     dump_everything();
-    mem_reset_tracking_entries();
+    reset();
 }
 
 const std::map<std::string, void (*)()> ways = {
@@ -61,20 +55,20 @@ const BEHAVIOUR run_out("run_out", [](char** arguments) {
     write("end of main\n");
 });
 
-// With an allocator that fails at a chosen allocation.
+// With an allocator that fails at a chosen allocation, or never; says how many there were.
 const BEHAVIOUR fail_at("fail_at", [](char** arguments) {
-    auto* const fail = reinterpret_cast<void (*)(long)>(dlsym(RTLD_DEFAULT, "fail_allocation"));
-    auto* const seen = reinterpret_cast<long (*)()>(dlsym(RTLD_DEFAULT, "allocations_seen"));
+    auto* const left = static_cast<std::atomic<long>*>(dlsym(RTLD_DEFAULT, "allocations_left"));
+    const long number = std::atol(arguments[0]);
     const bool handled = arguments[1] == std::string("handled");
     if (handled) mem_set_out_of_memory_handler(nullptr);
     small_run();
-    fail(std::atol(arguments[0]));
+    *left = number;
     try {
         small_run();
     } catch (const std::bad_alloc&) {
         if (handled) throw;
     }
-    std::printf("%ld\n", seen());
+    std::printf("%ld\n", number - *left);
 });
 
 }  // namespace

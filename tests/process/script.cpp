@@ -1,7 +1,10 @@
 // Calls the library by a script of words, and prints what it answers. Blocks have letters for names: "-" is
 // nothing, and "m" is a mapping that is there from the start. A script begins untracked.
+#include <dlfcn.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 #include <iostream>
@@ -11,6 +14,7 @@
 #include "ktl_mem/mem.h"
 #include "tests/process/behaviour.h"
 #include "tests/process/kept.h"
+#include "tests/process/module.h"
 
 namespace {
 
@@ -18,9 +22,14 @@ char mapping[16384];
 void* blocks[128] = {};
 std::list<MEM_INITIALIZER> modules;
 std::list<MEM_TBB_NO_TRACK_ALLOC_DEALLOC_UNTIL_SCOPE_EXIT> guards;
+MEM_UTILS_CHUNK_ALLOC arena;
 
 void*& named(const char* name) {
     return blocks[*name & 127];
+}
+
+unsigned char* bytes_of(const char* name) {
+    return static_cast<unsigned char*>(kept(named(name)));
 }
 
 std::uint64_t number(const char* word) {
@@ -47,6 +56,25 @@ bool keep_message(const char*, const char* format, va_list args) {
     const int length = std::vsnprintf(told + told_length, sizeof told - told_length, format, args);
     told_length += static_cast<std::size_t>(length);
     return true;
+}
+
+void fill(const char* name, std::uint64_t size, const char* hex) {
+    std::fill_n(bytes_of(name), size, static_cast<unsigned char>(std::strtoul(hex, nullptr, 16)));
+}
+
+// The one value of a range of bytes, or "mixed".
+void show_bytes(const unsigned char* begin, const unsigned char* end) {
+    const bool is_one_value = std::count(begin, end, *begin) == end - begin;
+    is_one_value ? std::printf("%02x ", *begin) : std::printf("mixed ");
+}
+
+void use_plugin(void* function, const char* name, std::uint64_t size) {
+    named(name) = reinterpret_cast<decltype(&module_block)>(function)(size);
+}
+
+void close_bin(const char* tag) {
+    std::uint64_t start = 0, end = 0, peak = 0;
+    mem_close_profile_bin(tag, &start, &end, &peak);
 }
 
 // Counters as blocks/bytes.
@@ -91,8 +119,22 @@ const WORD words[] = {
     {"guard", 0, [](char**) { guards.emplace_back(); }},
     {"unguard", 0, [](char**) { guards.pop_back(); }},
     {"malloc", 2, [](char** a) { named(a[0]) = allocate(number(a[1])); }},
+    {"calloc", 2, [](char** a) { named(a[0]) = kept(std::calloc(1, number(a[1]))); }},
+    {"realloc", 3, [](char** a) { named(a[0]) = kept(std::realloc(named(a[1]), number(a[2]))); }},
+    {"errno", 0, [](char**) { std::cout << strerrorname_np(errno) << '\n'; }},
     {"free", 1, [](char** a) { std::free(kept(named(a[0]))); }},
     {"free_elsewhere", 1, [](char** a) { std::thread(std::free, named(a[0])).join(); }},
+    {"fill", 3, [](char** a) { fill(a[0], number(a[1]), a[2]); }},
+    {"bytes", 3, [](char** a) { show_bytes(bytes_of(a[0]) + number(a[1]), bytes_of(a[0]) + number(a[2])); }},
+    {"distance", 2, [](char** a) { std::cout << bytes_of(a[1]) - bytes_of(a[0]) << ' '; }},
+    {"chunk", 2, [](char** a) { named(a[0]) = arena.chunk_malloc(number(a[1]), 0); }},
+    {"delete_chunk", 1, [](char** a) { arena.chunk_delete_when_chunking_disabled(named(a[0])); }},
+    {"free_chunks", 0, [](char**) { arena.chunk_free_memory(); }},
+    {"plugin", 2, [](char** a) { named(a[0]) = dlsym(dlopen(a[1], RTLD_NOW), "module_block"); }},
+    {"call", 3, [](char** a) { use_plugin(named(a[0]), a[1], number(a[2])); }},
+    {"open", 2, [](char** a) { mem_open_profile_bin(a[0], a[1]); }},
+    {"close", 1, [](char** a) { close_bin(a[0]); }},
+    {"sample", 0, [](char**) { mem_user_snapshot_tracking_data(); }},
     {"map", 2, [](char** a) { map(a[0], number(a[1])); }},
     {"unmap", 2, [](char** a) { mem_notify_memory_mapping_removed(named(a[0]), number(a[1])); }},
     {"unmap_elsewhere", 2,
@@ -115,7 +157,9 @@ const WORD words[] = {
     {"peak_of", 1,
      [](char** a) { std::cout << mem_info_get_process_peak_virtual_used(number(a[0])) << '\n'; }},
     {"change_user", 0, [](char**) { static_cast<void>(!setuid(65534)); }},
-    {"setenv", 1, [](char** a) { setenv(a[0], "", 1); }},
+    {"setenv", 2, [](char** a) { setenv(a[0], a[1], 1); }},
+    {"pgo", 2, [](char** a) { mem_register_dll_for_pgo(a[0], a[1]); }},
+    {"json", 0, [](char**) { mem_set_ipc_mode(MEM_IPC_MODE_JSON); }},
 };
 
 const WORD& word_named(const char* name) {

@@ -1,4 +1,0 @@
-// A program into which nothing can be loaded.
-int main() {
-    return 0;
-}
