@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import subprocess
 import unittest
 
 from launcher import MEMRUN, PYTHON, SUBJECT, LauncherTest
@@ -117,6 +118,16 @@ class Speech(LauncherTest):
             self.assertIn(b"ended with status 7", on_terminal.stdout)
             self.assertEqual(b"\033[" in on_terminal.stdout, coloured)
 
+    def test_closed_and_broken_streams_change_nothing(self):
+        for streams in (">&- 2>&-", "<&- 2>&-", "2> >(exec true)"):
+            result = self.run_plain("bash", "-c", f"{MEMRUN} --force -o reports {SUBJECT} leak {streams}")
+            self.assertEqual((result.returncode, self.report_kinds()), (7, {"fileline", "subsystem", "leak_warning"}), streams)
+
+    def test_cut_reports_give_no_figures(self):
+        errors = self.run_plain("bash", "-c", f"ulimit -f 1; {MEMRUN} --all -o reports {PYTHON} -c 1").stderr
+        self.assertIn(b"is cut", errors)
+        self.assertNotIn(b"allocated", errors)
+
     def test_help_and_version(self):
         for option in ("--help", "--version"):
             result = self.run_plain(MEMRUN, option)
@@ -134,7 +145,7 @@ class Refusals(LauncherTest):
 
     def patched(self, name, offset=0, value=0x7F):
         data = bytearray(pathlib.Path("/bin/true").read_bytes())
-        data[offset] = value
+        data[data.index(offset) if isinstance(offset, bytes) else offset] = value
         path = self.folder / name
         path.write_bytes(data)
         path.chmod(0o755)
@@ -143,8 +154,10 @@ class Refusals(LauncherTest):
     def test_command_lines_without_sense(self):
         (self.folder / "file").write_text("")
         for arguments, reason in (((), "PROGRAM is required"), (("--bogus", "ls"), "--bogus"),
-                                  (("--fill-new", "256", "ls"), "256"), (("--peak-step", "2X", "ls"), "--peak-step"),
-                                  (("--sample-period", "0", "ls"), "--sample-period"),
+                                  (("--fill-new", "256", "ls"), "256"), (("--peak-step", "2X", "ls"), "'2X' is no size"),
+                                  (("--peak-step", "9999999999G", "ls"), "is no size"),
+                                  (("--sample-period", "0", "ls"), "'0' is no whole number from 1"),
+                                  (("--name", "x" * 191, "ls"), "longer than"),
                                   (("--fast-leaks", "--all", "ls"), "--fast-leaks"),
                                   (("--name", "a/b", "ls"), "a/b"), (("--filters", "nowhere", "ls"), "nowhere"),
                                   (("-o", "file/deeper", SUBJECT, "leak"), "Not a directory")):
@@ -162,6 +175,7 @@ class Refusals(LauncherTest):
                                         (126, "Permission denied", plain_file), (126, "directory", self.folder),
                                         (126, "statically linked", "/sbin/ldconfig"),
                                         (126, "32-bit", self.patched("narrow", 4, 1)),
+                                        (126, "No such file", self.patched("no-loader", b"/lib64/ld-linux", 0x2E)),
                                         (126, "another architecture", self.patched("foreign", 18, 0xB7))):
             self.refuse(status, reason, program)
 
@@ -176,6 +190,17 @@ class Refusals(LauncherTest):
         self.assertEqual(self.run_tracked("--force", "--name", "new", SUBJECT, "leak").returncode, 7)
         self.assertEqual(list(self.reports.glob("*.old.*")), [])
         self.assertTrue((self.reports / "notes.txt").exists())
+
+    def test_a_folder_that_is_being_written_is_left_alone(self):
+        first = subprocess.Popen([MEMRUN, "-o", self.reports, "cat"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                 stderr=subprocess.DEVNULL)
+        first.stdin.write(b"ready")
+        first.stdin.flush()
+        self.assertEqual(first.stdout.read(5), b"ready")
+        self.assertIn(b"another ktl_memrun", self.run_tracked("--force", SUBJECT, "leak").stderr)
+        first.communicate()
+        self.assertEqual(first.returncode, 0)
+        self.assertIn("fileline", self.report_kinds())
 
 
 if __name__ == "__main__":
