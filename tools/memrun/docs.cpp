@@ -13,7 +13,7 @@ int main(int argc, char** argv) {
         "run a program under the memory tracker",
         {"[OPTIONS] [--] PROGRAM [ARG...]"},
         {
-            {"DESCRIPTION",
+            {"NOTES",
              "Runs an unmodified, dynamically linked program with the tracker and its allocator preloaded, "
              "and leaves "
              "a folder of reports that name the lines of source which hold its memory. Standard input, "

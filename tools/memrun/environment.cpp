@@ -1,5 +1,6 @@
 #include "tools/memrun/environment.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <string_view>
 
@@ -69,15 +70,30 @@ std::string preload_list(const Entries& user, const Options& options, const Libr
     return list;
 }
 
+// The user's own environment. Where this launcher was started by a program that another one follows, what
+// that one governs is taken out, and what it had put aside is put back.
+Entries without_launcher(const Entries& found) {
+    const bool is_followed = std::any_of(found.begin(), found.end(), [](const std::string& entry) {
+        return name_of(entry) == follow_variable;
+    });
+    Entries entries;
+    for (const std::string& entry : found) {
+        if (is_followed && entry.starts_with(saved_prefix))
+            entries.push_back(entry.substr(saved_prefix.size()));
+        else if (!entry.starts_with(own_prefix) && !(is_followed && is_governed(name_of(entry))))
+            entries.push_back(entry);
+    }
+    return entries;
+}
+
 }  // namespace
 
-std::vector<std::string> tracked_environment(const std::vector<std::string>& user, const Options& options,
+std::vector<std::string> tracked_environment(const std::vector<std::string>& found, const Options& options,
                                              const Libraries& libraries, const Launch& launch) {
+    const Entries user = without_launcher(found);
     Entries entries;
-    for (const std::string& entry : user) {
-        if (entry.starts_with(own_prefix)) continue;
+    for (const std::string& entry : user)
         entries.push_back(is_governed(name_of(entry)) ? std::string(saved_prefix) + entry : entry);
-    }
     add(entries, "LD_PRELOAD", preload_list(user, options, libraries));
     add_tracking(entries, options);
     add_settings(entries, options);

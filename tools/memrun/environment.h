@@ -17,9 +17,10 @@ struct Launch {
     int pid = 0;
 };
 
-// `user`, the "NAME=VALUE"s that the program would get without the launcher, as the tracker and its agent
-// take them: what options decide is put aside in its place, and their settings follow at the end.
-std::vector<std::string> tracked_environment(const std::vector<std::string>& user, const Options& options,
+// `found`, the "NAME=VALUE"s of the launcher itself, as the tracker and its agent take them: what options
+// decide is put aside in its place, and their settings follow at the end. Orders of another launcher, which
+// follows this one, go.
+std::vector<std::string> tracked_environment(const std::vector<std::string>& found, const Options& options,
                                              const Libraries& libraries, const Launch& launch);
 
 }  // namespace memrun

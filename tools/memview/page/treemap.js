@@ -36,10 +36,11 @@ const baseName = (name) => (name.startsWith('/') ? name.slice(name.lastIndexOf('
 class TreeMap {
   constructor(table, holder) {
     this.table = table;
-    this.measure = 'peak';
+    this.measure = MEASURES.map(([key]) => key).find((key) => columnOf(table, key).some((value) => value > 0)) || 'peak';
     this.path = [];
     const choice = element('select', { id: 'measure' },
       ...MEASURES.map(([key, title]) => element('option', { value: key }, title)));
+    choice.value = this.measure;
     choice.onchange = () => { this.measure = choice.value; this.path = []; this.draw(); };
     this.crumbs = element('span', { className: 'controls', role: 'navigation', 'aria-label': 'Levels' });
     this.box = element('div', { className: 'treemap', role: 'group', 'aria-label': 'Bytes as areas' });
