@@ -32,7 +32,7 @@ struct SEARCH_WINDOW {
 };
 
 SEARCH_WINDOW search_window() {
-    const int beyond_start = MEM_STACK_TRACE_IGNORE_DEPTH - frames_behind_start;
+    const int beyond_start = std::max<int>(MEM_STACK_TRACE_IGNORE_DEPTH, 0) - frames_behind_start;
     // Frames of this library are filtered like any other of its module, so they only use up the window.
     return {std::max(beyond_start, 0), most_frames + std::min(beyond_start, 0)};
 }

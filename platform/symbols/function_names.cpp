@@ -6,6 +6,7 @@
 #include <libiberty/demangle.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string_view>
 
@@ -17,13 +18,21 @@ struct FREE_TEXT {
 };
 
 // The demangler keeps 80 bytes for each character on the stack, and this much fits the one that it runs on. A
-// longer name stays as the linker knows it.
+// longer name is put together from the debug information, or else stays as the linker knows it.
 constexpr std::size_t longest_mangled_name = 8192;
 
 // Compilers mark the copies that they make of a function behind a full stop: ".cold", ".constprop.0".
 std::string without_clone_marks(const char* name) {
     const std::string_view text = name;
     return std::string(text.substr(0, text.find('.', 1)));
+}
+
+// Of the present form, or of the older one, which ends in a hash.
+bool is_rust(std::string_view name) {
+    if (name.size() > longest_mangled_name) return false;
+    constexpr std::size_t hash = sizeof "17h0123456789abcdefE" - 1;
+    return name.starts_with("_R") || (name.starts_with("_ZN") && name.size() > hash &&
+                                      name.substr(name.size() - hash).starts_with("17h"));
 }
 
 bool is_mangled(const std::string& name) {
@@ -118,13 +127,18 @@ std::string name_at_depth(Dwarf_Die& function, int depth) {
     Dwarf_Die unit = unit_of(declaration);
     if (plain != nullptr && is_c_language(dwarf_srclang(&unit))) return plain;
     const char* linkage = linkage_name_of(function);
-    if (linkage != nullptr) return demangled(linkage);
+    if (linkage != nullptr && (plain == nullptr || std::strlen(linkage) <= longest_mangled_name))
+        return demangled(linkage);
     return plain == nullptr ? std::string() : qualified(declaration, plain, depth);
 }
 
 }  // namespace
 
 std::string demangled(const char* linkage_name) {
+    if (is_rust(linkage_name)) {
+        const std::unique_ptr<char, FREE_TEXT> text(rust_demangle(linkage_name, 0));
+        if (text != nullptr) return text.get();
+    }
     std::string name = without_clone_marks(linkage_name);
     if (!is_mangled(name)) return name;
     constexpr int options = DMGL_PARAMS | DMGL_ANSI | DMGL_RET_DROP | DMGL_NO_RECURSE_LIMIT;

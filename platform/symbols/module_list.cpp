@@ -4,6 +4,7 @@
 
 #include "platform/module_name.h"
 #include "platform/modules.h"
+#include "platform/symbols/call_instruction.h"
 
 namespace symbols {
 namespace {
@@ -39,6 +40,12 @@ MODULE_SYMBOLS& MODULE_ENTRY::symbols() {
         known_symbols = std::make_unique<MODULE_SYMBOLS>(path, loaded_image.build_id);
     }
     return *known_symbols;
+}
+
+std::uint64_t MODULE_ENTRY::instruction(std::uint64_t address) {
+    const std::uint64_t in_file = address - loaded_image.bias;
+    const bool is_start = symbols().is_function_start(in_file) && !is_behind_call(address, loaded_image);
+    return is_start ? in_file : in_file - 1;
 }
 
 // What is loaded now goes behind all others: once it is unloaded, it was the last at its addresses.

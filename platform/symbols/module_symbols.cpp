@@ -91,12 +91,7 @@ MODULE_SYMBOLS::MODULE_SYMBOLS(const std::string& path, const std::string& build
         units = std::make_unique<UNIT_INDEX>(described->dwarf(), *described);
 }
 
-std::uint64_t MODULE_SYMBOLS::call_address(std::uint64_t address) const {
-    return table.is_function_start(address) ? address : address - 1;
-}
-
 std::vector<FRAME> MODULE_SYMBOLS::find_frames(std::uint64_t address) {
-    address = call_address(address);
     std::vector<FRAME> frames;
     PLACE place;
     const TABLE_SYMBOL* symbol = table.find(address);
@@ -113,13 +108,12 @@ std::vector<FRAME> MODULE_SYMBOLS::find_frames(std::uint64_t address) {
 }
 
 bool MODULE_SYMBOLS::find_place(std::uint64_t address, PLACE& place) {
-    address = call_address(address);
     UNIT* unit = find_unit(address);
     return unit != nullptr && line_of_address(*unit, address, place);
 }
 
 bool MODULE_SYMBOLS::find_symbol(std::uint64_t address, SYMBOL& symbol) {
-    const TABLE_SYMBOL* found = table.find(call_address(address));
+    const TABLE_SYMBOL* found = table.find(address);
     if (found == nullptr) return false;
     symbol = {found->name, found->begin};
     return true;

@@ -19,13 +19,15 @@ class MODULE_SYMBOLS {
     // build-id differs from the given one is another build and is not used; empty stands for any.
     MODULE_SYMBOLS(const std::string& path, const std::string& build_id);
 
-    // The functions below have the meaning of those in symbol_services.h.
+    bool is_function_start(std::uint64_t address) const { return table.is_function_start(address); }
+
+    // The functions below have the meaning of those in symbol_services.h, but for the instruction at the
+    // address.
     std::vector<FRAME> find_frames(std::uint64_t address);
     bool find_place(std::uint64_t address, PLACE& place);
     bool find_symbol(std::uint64_t address, SYMBOL& symbol);
 
   private:
-    std::uint64_t call_address(std::uint64_t address) const;
     UNIT* find_unit(std::uint64_t address) { return units == nullptr ? nullptr : units->find(address); }
 
     std::unique_ptr<ELF_FILE> file;

@@ -9,6 +9,7 @@
 
 #include "fixture/probed.h"
 #include "platform/symbol_services.h"
+#include "platform/symbols/call_instruction.h"
 #include "platform/symbols/own_stack.h"
 
 namespace {
@@ -94,6 +95,39 @@ TEST(full_information, names_every_level_of_every_call) {
         SCOPED_TRACE(form);
         expect_full_information(PROBED_LIBRARY(form), form.starts_with("clang"));
     }
+}
+
+// At the end of a function a call that does not return is followed by the start of the next one.
+TEST(call_instructions, are_told_by_the_bytes_in_front) {
+    const std::pair<std::vector<unsigned char>, bool> cases[] = {
+        {{0xE8, 0x00, 0x00, 0x00, 0x00}, true},              // call to the next instruction
+        {{0xE8, 0x00, 0x00, 0x00, 0x40}, false},             // out of the module
+        {{0xFF, 0xD0}, true},                                // *%rax
+        {{0x41, 0xFF, 0xD4}, true},                          // *%r12
+        {{0xFF, 0x50, 0x08}, true},                          // *8(%rax)
+        {{0xFF, 0x54, 0x24, 0x08}, true},                    // *8(%rsp)
+        {{0xFF, 0x15, 0x11, 0x22, 0x33, 0x00}, true},        // *0x332211(%rip)
+        {{0xFF, 0x14, 0xC5, 0x11, 0x22, 0x33, 0x00}, true},  // *0x332211(,%rax,8)
+        {{0xFF, 0x14, 0xC0}, true},                          // *(%rax,%rax,8)
+        {{0xFF, 0x94, 0x24, 0x11, 0x22, 0x33, 0x00}, true},  // *0x332211(%rsp)
+        {{0xFF, 0xE0}, false},                               // jmp *%rax
+        {{0xC9, 0xC3}, false},                               // leave, ret
+        {{0x66, 0x0F, 0x1F, 0x44, 0x00, 0x00}, false},       // padding
+    };
+    for (const auto& [instruction, is_call] : cases) {
+        std::vector<unsigned char> code(16, 0x90);
+        code.insert(code.end(), instruction.begin(), instruction.end());
+        symbols::LOADED_IMAGE image;
+        image.begin = reinterpret_cast<std::uint64_t>(code.data());
+        image.end = image.begin + code.size() + 1;
+        EXPECT_EQ(symbols::is_behind_call(image.end - 1, image), is_call)
+            << testing::PrintToString(instruction);
+    }
+}
+
+TEST(names, of_rust_are_demangled) {
+    EXPECT_EQ(symbols::readable_name("_RNvNtCslNYArtu3iFV_5alloc5alloc5alloc"), "alloc::alloc::alloc");
+    EXPECT_EQ(symbols::readable_name("_ZN4core3fmt5write17h0123456789abcdefE"), "core::fmt::write");
 }
 
 TEST(stripped, symbol_tables_name_the_outermost_function) {
