@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <link.h>
+#include <sys/auxv.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +13,7 @@
 #include "platform/dbghelp.h"
 #include "platform/last_error.h"
 #include "platform/module_name.h"
+#include "platform/symbols/loaded_image.h"
 
 namespace {
 
@@ -29,6 +31,15 @@ std::string executable_path() {
     char path[4096];
     const std::uint32_t length = GetModuleFileNameA(nullptr, path, sizeof path);
     return {path, length};
+}
+
+// A loader that is called by its name has mapped the program itself; the system takes the loader for the
+// executable.
+bool loader_is_executable() {
+    return getauxval(AT_BASE) == 0;
+}
+std::string program_of_loader() {
+    return symbols::mapped_file_at(getauxval(AT_PHDR));
 }
 
 int compare_module(dl_phdr_info* info, std::size_t, void* argument) {
@@ -65,10 +76,16 @@ void* thr_drl_find_function(HMODULE module, const char* symbol) {
     return GetProcAddress(module, symbol);
 }
 
+std::string executable_file() {
+    return loader_is_executable() ? program_of_loader() : "/proc/self/exe";
+}
+
 std::uint32_t GetModuleFileNameA(HMODULE module, char* buffer, std::uint32_t size) {
     if (module != nullptr || buffer == nullptr || size == 0) return 0;
     char path[4096];
-    const ssize_t got = readlink("/proc/self/exe", path, sizeof path);
+    const ssize_t got = loader_is_executable()
+                            ? static_cast<ssize_t>(program_of_loader().copy(path, sizeof path))
+                            : readlink("/proc/self/exe", path, sizeof path);
     if (got < 0) {
         SetLastError(static_cast<std::uint32_t>(errno));
         buffer[0] = '\0';

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 using HMODULE = void*;
 
@@ -19,3 +20,6 @@ void* thr_drl_find_function(HMODULE module, const char* symbol);
 // The path of the executable (module null) into buffer of size characters, cut and terminated there.
 // Returns the number of characters, 0 on failure. No other module is supported.
 std::uint32_t GetModuleFileNameA(HMODULE module, char* buffer, std::uint32_t size);
+
+// Where the executable can be read, also when its file was removed or renamed since the start.
+std::string executable_file();

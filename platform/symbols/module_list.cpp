@@ -35,8 +35,7 @@ MODULE_ENTRY::MODULE_ENTRY(LOADED_IMAGE loaded)
 
 MODULE_SYMBOLS& MODULE_ENTRY::symbols() {
     if (known_symbols == nullptr) {
-        // The running executable can be read even when its file was removed or renamed.
-        const std::string path = loaded_image.loader_name.empty() ? "/proc/self/exe" : description.path;
+        const std::string path = loaded_image.loader_name.empty() ? executable_file() : description.path;
         known_symbols = std::make_unique<MODULE_SYMBOLS>(path, loaded_image.build_id);
     }
     return *known_symbols;

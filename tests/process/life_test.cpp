@@ -17,6 +17,10 @@ TEST(Life, LeavesItsReportsWhateverTurnItTakes) {
         // A program that knows nothing of the library, with both orders of preloading.
         {{"plain_host", track_all + "LD_PRELOAD=" TCMALLOC_MINIMAL ":" KTL_MEM}, "plain_host.cpp\t7\tmain"},
         {{"plain_host", track_all + "LD_PRELOAD=" KTL_MEM ":" TCMALLOC_MINIMAL}, "plain_host.cpp\t7\tmain"},
+        // And by a loader that is called by its name, as by programs that bring their own.
+        {{"/lib64/ld-linux-x86-64.so.2 " BUILT "/plain_host",
+          track_all + "LD_PRELOAD=" TCMALLOC_MINIMAL ":" KTL_MEM},
+         "plain_host.cpp\t7\tmain"},
     };
     for (const auto& [life, call_site] : lives)
         EXPECT_TRUE(expect(life).has_call_site(call_site)) << life.command;
