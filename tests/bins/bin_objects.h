@@ -87,16 +87,3 @@ class StartingLine {
     const std::uint64_t count;
     std::atomic<std::uint64_t> arrived{0};
 };
-
-// Until events of other threads are in full swing on a row.
-inline void await_events(const MEM_PROFILE_BIN_TABLE& table) {
-    while (table.row(0).tally.current_bytes() < 20) {
-    }
-}
-
-// With events that only add, a row that is at rest and was never cut in half has these two equal.
-inline void expect_whole_events(MEM_PROFILE_BIN_TABLE& table) {
-    const MEM_GATE_SCOPE alone(table.gate, MEM_CAT);
-    for (std::uint32_t id = 0; id < table.size(); ++id)
-        ASSERT_EQ(table.row(id).tally.current_bytes(), table.row(id).tally.read().cumulative_bytes);
-}

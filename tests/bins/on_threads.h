@@ -7,9 +7,8 @@
 
 template <class WORK>
 void on_threads(int count, WORK work) {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int i = 0; i < count; ++i) threads.emplace_back(work, i);
-    for (std::thread& thread : threads) thread.join();
 }
 
 // Repeats work on other threads until the scope ends.
@@ -22,12 +21,9 @@ class Meanwhile {
                 while (!done) work();
             });
     }
-    ~Meanwhile() {
-        done = true;
-        for (std::thread& thread : threads) thread.join();
-    }
+    ~Meanwhile() { done = true; }
 
   private:
     std::atomic<bool> done{false};
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;  // behind the flag, so that they are joined while it is there
 };

@@ -151,7 +151,7 @@ TEST_F(BinObjects, AFreeAfterAClearGoesBelowZeroWithoutMemory) {
     open("X", "T");
     for (std::uint32_t i = 0; i < 200; ++i) mem_tbb_tag_table->add_bytes(8, i);
     mem_charge_bin_and_tag(0x7000, 100);
-    mem_tbb_tag_table->clear();
+    mem_tbb_tag_table->clear_at_rest();
     EXPECT_EQ(mem_tbb_tag_table->size(), 0u);
     const int before = allocations;
     mem_tbb_tag_table->remove_bytes(8, 199);
@@ -185,16 +185,6 @@ TEST_F(BinObjects, ThreadsThatGrowTheTableAtOnceGetTheSameRows) {
         }
     });
     for (const MEM_PROFILE_BIN_TABLE& table : tables) ASSERT_EQ(table.row(64).tally.current_bytes(), 2);
-}
-
-TEST_F(BinObjects, ClearExcludesEvents) {
-    MEM_PROFILE_BIN_TABLE& table = *mem_tbb_bin_table;
-    const Meanwhile events(2, [&] { table.add_bytes(1, 0); });
-    for (int i = 0; i < 3000; ++i) {
-        await_events(table);
-        table.clear();
-        expect_whole_events(table);
-    }
 }
 
 TEST_F(BinObjects, BinsSetTheLabelWhileModulesAreTracked) {

@@ -1,8 +1,8 @@
 """A headless Chromium, driven through its own driver by the WebDriver protocol; nothing but the standard library."""
 
 import json
+import re
 import shutil
-import socket
 import subprocess
 import tempfile
 import time
@@ -13,26 +13,18 @@ CHROMIUM_FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic
                   "--disable-background-networking", "--disable-component-update", "--disable-sync"]
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
 class Browser:
     """Must be quit at the end."""
 
     def __init__(self):
         self.profile = tempfile.mkdtemp(prefix="memview-browser-")
         self.downloads = tempfile.mkdtemp(prefix="memview-downloads-")
-        port = free_port()
-        self.driver = subprocess.Popen(["chromedriver", f"--port={port}"], stdout=subprocess.DEVNULL,
+        self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True,
                                        stderr=subprocess.DEVNULL)
-        self.base = f"http://127.0.0.1:{port}"
         flags = CHROMIUM_FLAGS + [f"--user-data-dir={self.profile}"]
         wanted = {"goog:chromeOptions": {"args": flags}, "goog:loggingPrefs": {"browser": "ALL"}}
         try:
-            self._wait_for_driver()
+            self.base = f"http://127.0.0.1:{self._port()}"
             session = self._call("POST", "/session", {"capabilities": {"alwaysMatch": wanted}})
         except Exception:
             self.close()
@@ -51,18 +43,16 @@ class Browser:
 
     def close(self):
         self.driver.terminate()
-        self.driver.wait()
+        self.driver.communicate()
         shutil.rmtree(self.profile, ignore_errors=True)
         shutil.rmtree(self.downloads, ignore_errors=True)
 
-    def _wait_for_driver(self):
-        for _ in range(100):
-            try:
-                if self._call("GET", "/status")["ready"]:
-                    return
-            except OSError:
-                time.sleep(0.1)
-        raise RuntimeError("chromedriver does not answer")
+    def _port(self):
+        """Where the driver listens once it is ready, by its own choice."""
+        for line in self.driver.stdout:
+            if told := re.search(r"successfully on port (\d+)", line):
+                return told[1]
+        raise RuntimeError("chromedriver does not start")
 
     def _call(self, method, path, body=None):
         payload = None if method != "POST" else json.dumps(body or {}).encode()

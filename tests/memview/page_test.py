@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The page of a run in a real browser, opened from disk with the network cut: page_test.py MEMVIEW MAKE_REPORTS"""
+"""The page of a run in a real browser, opened from disk with the network cut: page_test.py MEMVIEW"""
 
 import csv
 import os
@@ -10,14 +10,15 @@ import time
 import unittest
 
 from browser import Browser
+from make_reports import Run
 
-MEMVIEW, MAKE_REPORTS = (os.path.abspath(path) for path in sys.argv[1:3])
+MEMVIEW = os.path.abspath(sys.argv[1])
 RANGES = "charts.graphs.map((graph) => graph.xAxisRange())"
 
 
 def make_page(folder, modules, sites, samples):
     reports, page = os.path.join(folder, "reports"), os.path.join(folder, "page.html")
-    subprocess.run([MAKE_REPORTS, reports, "vii", str(modules), str(sites), str(samples)], check=True)
+    Run(reports, "vii", modules, sites, samples).write_all()
     subprocess.run([MEMVIEW, "html", "-o", page, reports], check=True)
     return reports, page
 

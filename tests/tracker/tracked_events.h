@@ -16,9 +16,19 @@
 #include "mem/tracker/tracker_state.h"
 #include "tests/attribution/told_messages.h"
 
-__attribute__((noinline)) inline void allocate(std::uint64_t address, std::uint64_t bytes) {
+struct BLOCK {
+    std::uint64_t address;
+    std::uint64_t requested;
+    std::uint64_t allocated;
+};
+
+inline void track(const BLOCK& block, const STACK_WALK_START& start) {
     const MEM_IN_TRACKER_SCOPE inside;
-    mem_tbb_track_alloc(address, bytes, bytes, stack_walk_start(__builtin_frame_address(0)));
+    mem_tbb_track_alloc(block.address, block.requested, block.allocated, start);
+}
+
+__attribute__((noinline)) inline void allocate(const BLOCK& block) {
+    track(block, stack_walk_start(__builtin_frame_address(0)));
 }
 
 inline void release(std::uint64_t address, std::uint64_t bytes) {
@@ -30,7 +40,7 @@ inline void release(std::uint64_t address, std::uint64_t bytes) {
 // and equal functions from becoming one.
 template <int number>
 __attribute__((noinline)) void allocate_at(std::uint64_t address, std::uint64_t bytes) {
-    allocate(address, bytes);
+    allocate({address, bytes, bytes});
     asm volatile("" ::"i"(number));
 }
 
