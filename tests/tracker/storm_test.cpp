@@ -1,8 +1,14 @@
 // Everything at once. A data race shows under ThreadSanitizer, a deadlock as a time-out, and what gets lost
 // in the sums. KTL_MEM_STORM_SECONDS sets how long it goes on.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <array>
 
 #include "mem/attribution/module_trackers.h"
+#include "mem/base/pool_turn.h"
+#include "mem/report/shutdown.h"
+#include "platform/process_life.h"
 #include "tests/bins/on_threads.h"
 #include "tests/tracker/all_calls.h"
 #include "tests/tracker/tracked_events.h"
@@ -52,8 +58,34 @@ class Exchange {
     std::array<std::atomic<std::uint64_t>, 512> places{};
 };
 
+// A child has the locks as other threads held them at the fork, and none of these threads. It ends at once:
+// what would run at its exit belongs to the tests of its parent.
+void fork_a_child() {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        allocate_at<1>(0x1000, 16);
+        release(0x1000, 16);
+        pass_a_phase();
+        flush_and_sample();
+        reset();
+        std::free(std::malloc(100));
+        _exit(dump_everything().empty() ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    pause_storm();
+}
+
 class Storm : public TrackedEvents {
   protected:
+    // As at the library's load.
+    static void SetUpTestSuite() {
+        clear_in_forked_child(&mem_tracking_word, sizeof mem_tracking_word);
+        mem_hold_pool_turn_at_forks();
+        run_in_forked_child(mem_abandon_tracking_in_child);
+    }
     Storm() {
         mem_set_msg_local_vdebug_callback([](const char*, const char*, va_list) { return true; });
         mem_library_snapshot_period = 5000;
@@ -83,13 +115,14 @@ class Storm : public TrackedEvents {
 };
 
 TEST_F(Storm, CallsOfAllKindsGoOnBesideEvents) {
-    mem_tbb_bin_table->clear_at_rest();  // of what other tests have left
+    mem_tbb_bin_table->clear();  // of what other tests have left
     Exchange exchange;
     {
         const Meanwhile phases(1, pass_a_phase);
         const Meanwhile flushes(2, flush_and_sample);
         const Meanwhile resets(1, reset);
         const Meanwhile dumps(2, dump_everything);
+        const Meanwhile forks(1, fork_a_child);
         const auto end = std::chrono::steady_clock::now() + length_of_storm();
         on_threads(allocating_threads, [&](int thread) {
             for (std::uint64_t i = 0; std::chrono::steady_clock::now() < end; ++i)
