@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "platform/kept_errno.h"
 #include "platform/last_error.h"
 #include "platform/proc_text.h"
 
@@ -18,9 +19,8 @@ class PROC_FILE {
   public:
     explicit PROC_FILE(const char* path) : descriptor(open(path, O_RDONLY | O_CLOEXEC)) {}
     ~PROC_FILE() {
-        const int saved = errno;
+        const KEPT_ERRNO errno_is_kept;
         if (descriptor >= 0) close(descriptor);
-        errno = saved;
     }
     PROC_FILE(const PROC_FILE&) = delete;
     PROC_FILE& operator=(const PROC_FILE&) = delete;

@@ -10,18 +10,18 @@
 #include <cerrno>
 #include <ctime>
 
+#include "platform/kept_errno.h"
+
+constinit thread_local std::uint32_t thread_id_kept = 0;
+
 namespace {
 
-constinit thread_local std::uint32_t cached_id __attribute__((tls_model("initial-exec"))) = 0;
-
 // Runs before any other thread of the child exists, on its one thread.
-[[maybe_unused]] const int registered = pthread_atfork(nullptr, nullptr, [] { cached_id = 0; });
+[[maybe_unused]] const int registered = pthread_atfork(nullptr, nullptr, [] { thread_id_kept = 0; });
 
 long membarrier(int command) {
-    const int kept_errno = errno;
-    const long result = syscall(SYS_membarrier, command, 0, 0);
-    errno = kept_errno;
-    return result;
+    const KEPT_ERRNO errno_is_kept;
+    return syscall(SYS_membarrier, command, 0, 0);
 }
 
 // A key's destructor runs on the ending thread with the value that was set there: the action.
@@ -31,9 +31,9 @@ const bool has_exit_key =
 
 }  // namespace
 
-std::uint32_t _Thrd_id() {
-    if (cached_id == 0) cached_id = static_cast<std::uint32_t>(gettid());
-    return cached_id;
+std::uint32_t ask_thread_id() {
+    thread_id_kept = static_cast<std::uint32_t>(gettid());
+    return thread_id_kept;
 }
 
 THREAD_NOT_CANCELLED::THREAD_NOT_CANCELLED() {
@@ -65,11 +65,10 @@ void barrier_on_all_threads() {
     if (!can_run_barrier_on_all_threads() || membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) == 0) return;
     // The process has entered a sandbox since, which refuses. Time does it too: what a processor has yet to
     // write leaves it within microseconds. Not by nanosleep(), which would be a cancellation point.
-    const int kept_errno = errno;
+    const KEPT_ERRNO errno_is_kept;
     timespec left{0, 1'000'000};
     while (syscall(SYS_nanosleep, &left, &left) != 0 && errno == EINTR) {
     }
-    errno = kept_errno;
 }
 
 bool run_at_thread_exit(void (*action)()) {

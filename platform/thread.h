@@ -7,7 +7,11 @@
 
 // The kernel's id of the calling thread, never 0. Kept per thread: no system call after the first, and
 // renewed in a forked child.
-std::uint32_t _Thrd_id();
+std::uint32_t ask_thread_id();
+extern constinit thread_local std::uint32_t thread_id_kept __attribute__((tls_model("initial-exec")));
+inline std::uint32_t _Thrd_id() {
+    return thread_id_kept != 0 ? thread_id_kept : ask_thread_id();
+}
 
 // Lets no request to cancel the calling thread act while it lives. An allocation is no place where a thread
 // may be cancelled, but what an allocator hook reads and writes would make it one.

@@ -45,8 +45,9 @@ class MEM_SPIN_LOCK {
     void unlock() { held.store(false, std::memory_order_release); }
 
   private:
-    // Waits with a plain read, so that waiting threads share the line in place of stealing it.
-    void lock_slow() {
+    // Waits with a plain read, so that waiting threads share the line in place of stealing it. A call, so
+    // that those who need not wait save no registers for it.
+    __attribute__((noinline, cold)) void lock_slow() {
         MEM_BACK_OFF back_off;
         do {
             while (held.load(std::memory_order_relaxed)) back_off.wait();

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "mem/base/stripes.h"
+#include "platform/kept_errno.h"
 
 namespace {
 
@@ -227,6 +228,7 @@ void MEM_TALLY::give_all_room_to(SHARE& owner) {
 
 // Threads have met at home again and again. Without memory for shares they go on to.
 void MEM_TALLY::spread_out() {
+    const KEPT_ERRNO errno_is_kept;
     // Made outside the locks, since the allocator may take its time.
     std::unique_ptr<SHARES> fresh(
         shares.load(std::memory_order_relaxed) != nullptr ? nullptr : new (std::nothrow) SHARES);

@@ -11,6 +11,7 @@
 #include "mem/base/messages.h"
 #include "mem/base/spin_lock.h"
 #include "mem/base/thread_state.h"
+#include "platform/kept_errno.h"
 #include "platform/thread.h"
 
 namespace {
@@ -27,14 +28,13 @@ constinit std::atomic<int> writers{0};
 // This thread's turn to write one line: what the writing itself allocates has no line, and errno is kept.
 class LINE_SCOPE {
   public:
-    LINE_SCOPE() : kept_errno(errno) {
+    LINE_SCOPE() {
         mem_thread_state.log_allowed = false;
         writers.fetch_add(1);
     }
     ~LINE_SCOPE() {
         writers.fetch_sub(1);
         mem_thread_state.log_allowed = true;
-        errno = kept_errno;
     }
     LINE_SCOPE(const LINE_SCOPE&) = delete;
     LINE_SCOPE& operator=(const LINE_SCOPE&) = delete;
@@ -54,7 +54,7 @@ class LINE_SCOPE {
 
   private:
     const THREAD_NOT_CANCELLED writing;
-    int kept_errno;
+    const KEPT_ERRNO errno_is_kept;
 };
 
 // A closed log is seen here already, so that a closer that waits for the writers sees their number fall.

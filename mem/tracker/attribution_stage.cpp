@@ -42,8 +42,7 @@ constexpr int most_learnt_skips = 4;
 STACK_STEP skipped_steps[most_learnt_skips];
 
 // The record that is charged, found by steps that earlier walks have learnt; null when the walker must look.
-MEM_CALL_SITE* find_by_learnt_steps(const STACK_WALK_START& start) {
-    const SEARCH_WINDOW window = search_window();
+MEM_CALL_SITE* find_by_learnt_steps(const STACK_WALK_START& start, const SEARCH_WINDOW& window) {
     if (window.skip > most_learnt_skips) return nullptr;
     const std::uint64_t stack_end = known_stack_end(start.sp);
     STACK_WALK_START frame = start;
@@ -59,8 +58,8 @@ MEM_CALL_SITE* find_by_learnt_steps(const STACK_WALK_START& start) {
 
 // The same by a walk. look_up(pc) gives a record, or null to end the search without one.
 template <class LOOK_UP>
-MEM_CALL_SITE* find_by_walk(const STACK_WALK_START& start, bool fresh, LOOK_UP look_up) {
-    const SEARCH_WINDOW window = search_window();
+MEM_CALL_SITE* find_by_walk(const STACK_WALK_START& start, const SEARCH_WINDOW& window, bool fresh,
+                            LOOK_UP look_up) {
     STACK_WALK walk(start, fresh);
     std::uint64_t pc = 0;
     for (int i = -window.skip; i < window.frames && walk.next(&pc, 1) == 1; ++i) {
@@ -77,15 +76,17 @@ MEM_CALL_SITE* find_by_walk(const STACK_WALK_START& start, bool fresh, LOOK_UP l
 
 // A program counter is new: its stack is walked again with rules made from the unwind tables and not from the
 // walker's memory, which may stem from a module that was unloaded since.
-MEM_CALL_SITE& find_in_fresh_stack(const STACK_WALK_START& start) {
+MEM_CALL_SITE& find_in_fresh_stack(const STACK_WALK_START& start, const SEARCH_WINDOW& window) {
     const THREAD_NOT_CANCELLED symbol_files_are_read;
-    return *find_by_walk(start, true, [](std::uint64_t pc) { return &mem_tbb_call_sites->find_or_make(pc); });
+    return *find_by_walk(start, window, true,
+                         [](std::uint64_t pc) { return &mem_tbb_call_sites->find_or_make(pc); });
 }
 
-__attribute__((noinline)) MEM_CALL_SITE& find_slowly(const STACK_WALK_START& start) {
+__attribute__((noinline)) MEM_CALL_SITE& find_slowly(const STACK_WALK_START& start,
+                                                     const SEARCH_WINDOW& window) {
     MEM_CALL_SITE* site =
-        find_by_walk(start, false, [](std::uint64_t pc) { return mem_tbb_call_sites->find(pc); });
-    return site != nullptr ? *site : find_in_fresh_stack(start);
+        find_by_walk(start, window, false, [](std::uint64_t pc) { return mem_tbb_call_sites->find(pc); });
+    return site != nullptr ? *site : find_in_fresh_stack(start, window);
 }
 
 // The event began before the hooks were detached, and the gate opened for it after the last report: nobody
@@ -106,8 +107,9 @@ MEM_MODULE_ENTRY& module_of(const MEM_CALL_SITE& site) {
 }  // namespace
 
 MEM_CALL_SITE& mem_find_call_site(const STACK_WALK_START& start) {
-    MEM_CALL_SITE* site = find_by_learnt_steps(start);
-    return site != nullptr ? *site : find_slowly(start);
+    const SEARCH_WINDOW window = search_window();
+    MEM_CALL_SITE* site = find_by_learnt_steps(start, window);
+    return site != nullptr ? *site : find_slowly(start, window);
 }
 
 void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,

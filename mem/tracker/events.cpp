@@ -19,6 +19,7 @@
 #include "mem/tracker/event_numbers.h"
 #include "mem/tracker/peak_search.h"
 #include "mem/tracker/tracker_state.h"
+#include "platform/kept_errno.h"
 #include "platform/thread.h"
 
 namespace {
@@ -82,8 +83,9 @@ MEM_COLD void pass_sampling_point() {
 
 }  // namespace
 
-void mem_tbb_track_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-                         const STACK_WALK_START& start) try {
+void mem_track_alloc_fully(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
+                           const STACK_WALK_START& start) try {
+    const KEPT_ERRNO errno_is_kept;
     const std::uint32_t word = mem_tracking_word;
     const bool sampling_point = mem_take_event_number();
     if ((word & mem_stack_walk_bits) != 0)
@@ -104,7 +106,8 @@ void mem_tbb_track_alloc(std::uint64_t address, std::uint64_t requested, std::ui
     mem_out_of_memory();
 }
 
-void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated) try {
+void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated) try {
+    const KEPT_ERRNO errno_is_kept;
     const std::uint32_t word = mem_tracking_word;
     const bool peak_hit = is_new_peak(word);
     // A peak is a sampling point too, but takes its number like every event.

@@ -3,29 +3,61 @@
 //
 //   hook or notification
 //     mem_tbb_track_alloc                     mem_tbb_track_dealloc
-//       number the event                        peak test  ...................... cold: record_peak, as a cat
-//       mem_attribute_alloc, as a mouse         number the event
-//         walk, find the call site  ... cold:   mem_attribute_dealloc, as a mouse
-//           a new program counter               leave the statistics
-//         charge it, enter the block            take the block off its bin and tag
-//         charge the module                     sampling point?  ................ cold: samples
-//       charge bin and tag                      take the size off the total
-//       sampling point?  ... cold: samples
-//       join the statistics
-//       add the size to the total
+//       a word that only counts?                a word that only counts?
+//         number the event                        number the event
+//         join the statistics, done               leave the statistics, done
+//       mem_track_alloc_fully                   mem_track_dealloc_fully
+//         number the event                        peak test  .................... cold: record_peak, as a cat
+//         mem_attribute_alloc, as a mouse         number the event
+//           walk, find the call site  . cold:     mem_attribute_dealloc, as a mouse
+//             a new program counter               leave the statistics
+//           charge it, enter the block            take the block off its bin and tag
+//           charge the module                     sampling point?  .............. cold: samples
+//         charge bin and tag                      take the size off the total
+//         sampling point?  .......... cold: samples
+//         join the statistics
+//         add the size to the total
 //
-// Memory that runs out in one of them ends the process (mem/tracker/whole_change.h). Neither throws, takes a
-// lock for longer than it moves a record's counters, or calls the loader.
+// Memory that runs out in one of them ends the process (mem/tracker/whole_change.h). Neither throws, changes
+// errno, takes a lock for longer than it moves a record's counters, or calls the loader.
 #pragma once
 
 #include <cstdint>
 
+#include "mem/base/stats.h"
+#include "mem/base/tracking_word.h"
+#include "mem/tracker/event_numbers.h"
 #include "platform/stack_walk.h"
 
+void mem_track_alloc_fully(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
+                           const STACK_WALK_START& start);
+void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated);
+
+// Under such a word events are numbered and move the statistics. Nothing is looked up, and no event is a
+// sampling point for anybody.
+inline bool mem_word_only_counts(std::uint32_t word) {
+    return word != 0 && (word & ~mem_stats_bits) == 0;
+}
+
 // start: where the stack of the caller begins (a hook's own return address and what lies behind it).
-void mem_tbb_track_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-                         const STACK_WALK_START& start);
-void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated);
+inline void mem_tbb_track_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
+                                const STACK_WALK_START& start) {
+    if (!mem_word_only_counts(mem_tracking_word)) {
+        mem_track_alloc_fully(address, requested, allocated, start);
+        return;
+    }
+    mem_take_event_number();
+    mem_stats_add_block(allocated);
+}
+
+inline void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated) {
+    if (!mem_word_only_counts(mem_tracking_word)) {
+        mem_track_dealloc_fully(address, allocated);
+        return;
+    }
+    mem_take_event_number();
+    mem_stats_remove_block(allocated);
+}
 
 // Ahead of the bodies: bring what they will look up towards the processor, while the allocator is asked for
 // the block's size. That memory is cold, and waiting for it would be the largest single cost of an event.

@@ -1,7 +1,5 @@
 #include "mem/tracker/hooks.h"
 
-#include <cerrno>
-
 #include "mem/base/allocator_slots.h"
 #include "mem/base/profiler_counters.h"
 #include "mem/base/thread_state.h"
@@ -30,13 +28,9 @@ __attribute__((noinline)) void mem_tbb_new_hook(const void* block, std::size_t r
         mem_tbb_profiler_counters.count_alloc(requested, allocated);
         return;
     }
-    const int kept_errno = errno;
-    {
-        const MEM_IN_TRACKER_SCOPE inside;
-        mem_tbb_track_alloc(reinterpret_cast<std::uint64_t>(block), requested, allocated,
-                            stack_walk_start(__builtin_frame_address(0)));
-    }
-    errno = kept_errno;
+    const MEM_IN_TRACKER_SCOPE inside;
+    mem_tbb_track_alloc(reinterpret_cast<std::uint64_t>(block), requested, allocated,
+                        stack_walk_start(__builtin_frame_address(0)));
 }
 
 __attribute__((noinline)) void mem_tbb_delete_hook(const void* block) {
@@ -47,12 +41,8 @@ __attribute__((noinline)) void mem_tbb_delete_hook(const void* block) {
         mem_tbb_profiler_counters.count_dealloc(allocated);
         return;
     }
-    const int kept_errno = errno;
-    {
-        const MEM_IN_TRACKER_SCOPE inside;
-        mem_tbb_track_dealloc(reinterpret_cast<std::uint64_t>(block), allocated);
-    }
-    errno = kept_errno;
+    const MEM_IN_TRACKER_SCOPE inside;
+    mem_tbb_track_dealloc(reinterpret_cast<std::uint64_t>(block), allocated);
 }
 
 void mem_attach_tracker_hooks() {

@@ -1,6 +1,4 @@
 // Threads that block their own tracking, and memory mappings that a host announces.
-#include <cerrno>
-
 #include "mem/base/profiler_counters.h"
 #include "mem/base/thread_state.h"
 #include "mem/base/tracker_phase.h"
@@ -56,15 +54,9 @@ int mem_unblock_thread_tracking() {
 }
 
 void mem_notify_memory_mapping_added(const void* address, std::uint64_t size) {
-    if (!notifications_are_tracked()) return;
-    const int kept_errno = errno;
-    add_mapping(address, size);
-    errno = kept_errno;
+    if (notifications_are_tracked()) add_mapping(address, size);
 }
 
 void mem_notify_memory_mapping_removed(const void* address, std::uint64_t size) {
-    if (!notifications_are_tracked()) return;
-    const int kept_errno = errno;
-    remove_mapping(address, size);
-    errno = kept_errno;
+    if (notifications_are_tracked()) remove_mapping(address, size);
 }

@@ -4,11 +4,11 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <exception>
 
+#include "platform/kept_errno.h"
 #include "tools/memrun/agent/guarded_code.h"
 #include "tools/memrun/agent/real_signals.h"
 #include "tools/memrun/agent/reports.h"
@@ -112,13 +112,12 @@ void on_request(int signo, const siginfo_t& info) {
 }
 
 void on_end_signal(int signo, siginfo_t* info, void*) {
-    const int saved_errno = errno;
+    const KEPT_ERRNO errno_is_kept;
     if (getpid() != watched->owner || is_written || is_patience_over(signo, *info)) die_by(signo);
     if (signo != SIGABRT)
         on_request(signo, *info);
     else if (ending_thread == 0)
         on_abort();
-    errno = saved_errno;
 }
 
 }  // namespace

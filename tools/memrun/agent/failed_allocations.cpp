@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <new>
 
+#include "platform/kept_errno.h"
 #include "tools/memrun/agent/note.h"
 
 namespace memrun::agent {
@@ -30,10 +30,9 @@ void watch_failed_allocations(const Orders& orders) {
 }
 
 void note_failed_allocation(std::size_t size) {
-    const int saved_errno = errno;
+    const KEPT_ERRNO errno_is_kept;
     if (!is_noted.exchange(true) && getpid() == noted_for->owner)
         append_note(*noted_for, "failed %zu\n", size);
-    errno = saved_errno;
 }
 
 }  // namespace memrun::agent
