@@ -5,10 +5,12 @@
 
 #include <cstdint>
 
+// 0 until the thread has asked for its id.
+extern constinit thread_local std::uint32_t thread_id_kept __attribute__((tls_model("initial-exec")));
+std::uint32_t ask_thread_id();
+
 // The kernel's id of the calling thread, never 0. Kept per thread: no system call after the first, and
 // renewed in a forked child.
-std::uint32_t ask_thread_id();
-extern constinit thread_local std::uint32_t thread_id_kept __attribute__((tls_model("initial-exec")));
 inline std::uint32_t _Thrd_id() {
     return thread_id_kept != 0 ? thread_id_kept : ask_thread_id();
 }

@@ -84,9 +84,8 @@ MEM_COLD void pass_sampling_point() {
 }  // namespace
 
 void mem_track_alloc_fully(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-                           const STACK_WALK_START& start) try {
+                           std::uint32_t word, const STACK_WALK_START& start) try {
     const KEPT_ERRNO errno_is_kept;
-    const std::uint32_t word = mem_tracking_word;
     const bool sampling_point = mem_take_event_number();
     if ((word & mem_stack_walk_bits) != 0)
         mem_attribute_alloc(address, requested, allocated, word, sampling_point, start);
@@ -106,9 +105,8 @@ void mem_track_alloc_fully(std::uint64_t address, std::uint64_t requested, std::
     mem_out_of_memory();
 }
 
-void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated) try {
+void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated, std::uint32_t word) try {
     const KEPT_ERRNO errno_is_kept;
-    const std::uint32_t word = mem_tracking_word;
     const bool peak_hit = is_new_peak(word);
     // A peak is a sampling point too, but takes its number like every event.
     const bool sampling_point = mem_take_event_number() || peak_hit;

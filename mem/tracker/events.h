@@ -29,9 +29,10 @@
 #include "mem/tracker/event_numbers.h"
 #include "platform/stack_walk.h"
 
+// word: the tracking word as the event has read it, once.
 void mem_track_alloc_fully(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-                           const STACK_WALK_START& start);
-void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated);
+                           std::uint32_t word, const STACK_WALK_START& start);
+void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated, std::uint32_t word);
 
 // Under such a word events are numbered and move the statistics. Nothing is looked up, and no event is a
 // sampling point for anybody.
@@ -42,8 +43,9 @@ inline bool mem_word_only_counts(std::uint32_t word) {
 // start: where the stack of the caller begins (a hook's own return address and what lies behind it).
 inline void mem_tbb_track_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
                                 const STACK_WALK_START& start) {
-    if (!mem_word_only_counts(mem_tracking_word)) {
-        mem_track_alloc_fully(address, requested, allocated, start);
+    const std::uint32_t word = mem_tracking_word;
+    if (!mem_word_only_counts(word)) {
+        mem_track_alloc_fully(address, requested, allocated, word, start);
         return;
     }
     mem_take_event_number();
@@ -51,8 +53,9 @@ inline void mem_tbb_track_alloc(std::uint64_t address, std::uint64_t requested, 
 }
 
 inline void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated) {
-    if (!mem_word_only_counts(mem_tracking_word)) {
-        mem_track_dealloc_fully(address, allocated);
+    const std::uint32_t word = mem_tracking_word;
+    if (!mem_word_only_counts(word)) {
+        mem_track_dealloc_fully(address, allocated, word);
         return;
     }
     mem_take_event_number();
