@@ -7,6 +7,7 @@
 #include <map>
 #include <string_view>
 
+#include "tools/common/closing_line.h"
 #include "tools/memrun/output_folder.h"
 
 namespace fs = std::filesystem;
@@ -127,7 +128,7 @@ void read_fileline(const fs::path& path, const std::string& word, Figures& figur
     bool is_whole = false;
     while (!is_whole && std::getline(file, line)) {
         const Fields row = split(line);
-        is_whole = line.starts_with("Time spent dumping:") || line == "Error timing this dump.";
+        is_whole = is_closing_line(line);
         if (row.size() != column_count) continue;
         add_row(row, figures, sites);
         peak += number(row[column_peak_bytes]);

@@ -46,15 +46,15 @@ Ending track(const Options& options) {
     const std::string program_name =
         std::filesystem::path(options.command.front()).filename().string().substr(0, 100);
     const std::string name = options.name.empty() ? program_name : options.name;
+    const auto folder_of = [&](int pid) { return output_path(options, program_name, pid); };
     const FolderClaim claim(options.output);
     const Ending ending = run_program(
         program.path, options.command,
         [&](int pid) {
-            return prepare(options, libraries,
-                           {output_path(options, program_name, pid), name, program.tracked, pid});
+            return prepare(options, libraries, {folder_of(pid), name, program.tracked, pid});
         },
-        [&](int pid) { discard_output(output_path(options, program_name, pid)); });
-    const std::string output = output_path(options, program_name, ending.pid);
+        [&](int pid) { discard_output(folder_of(pid)); });
+    const std::string output = folder_of(ending.pid);
     const Run run{program_name, output, ending, take_notes(output, name)};
     if (!options.quiet) std::cerr << summary_text(run, options, takes_colour()) << std::flush;
     return ending;

@@ -3,6 +3,9 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <climits>
+#include <optional>
+#include <string_view>
+#include <utility>
 
 namespace memrun {
 
@@ -25,12 +28,20 @@ CLI::Validator unnamed(CLI::Validator validator) {
     return validator.description("");
 }
 
+// The number that text begins with, and what stands behind it; none where it begins with no number that fits.
+std::optional<std::pair<std::uint64_t, std::string_view>> split_number(std::string_view text) {
+    std::uint64_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc{}) return std::nullopt;
+    return std::pair(number, std::string_view(stop, end));
+}
+
 CLI::Validator whole_number(std::uint64_t least, std::uint64_t most) {
     const auto fault = [least, most](const std::string& text) {
-        std::uint64_t number = 0;
-        const char* const end = text.data() + text.size();
-        const auto [stop, error] = std::from_chars(text.data(), end, number);
-        if (error == std::errc{} && stop == end && number >= least && number <= most) return std::string();
+        const auto given = split_number(text);
+        if (given && given->second.empty() && given->first >= least && given->first <= most)
+            return std::string();
         return "'" + text + "' is no whole number from " + std::to_string(least) + " to " +
                std::to_string(most);
     };
@@ -49,13 +60,11 @@ int log2_of_unit(std::string_view unit) {
 // Puts bytes in the place of "64K".
 CLI::Validator size_in_bytes() {
     const auto convert = [](std::string& text) {
-        std::uint64_t number = 0;
-        const char* const end = text.data() + text.size();
-        const auto [stop, error] = std::from_chars(text.data(), end, number);
-        const int log2 = log2_of_unit({stop, end});
-        if (error != std::errc{} || number == 0 || log2 < 0 || number > std::uint64_t{INT64_MAX} >> log2)
+        const auto given = split_number(text);
+        const int log2 = given ? log2_of_unit(given->second) : -1;
+        if (log2 < 0 || given->first == 0 || given->first > std::uint64_t{INT64_MAX} >> log2)
             return "'" + text + "' is no size: give whole bytes, or K, M or G behind them (64K)";
-        text = std::to_string(number << log2);
+        text = std::to_string(given->first << log2);
         return std::string();
     };
     return {convert, ""};

@@ -48,8 +48,7 @@ std::string why_no_reports(const Ending& ending) {
                " ended the program at once, before they could be written.";
     }
     return "No reports: the program put another one in its place by exec (--follow-children tracks that one, "
-           "too), "
-           "left without its exit actions, or could no longer write to the folder.";
+           "too), left without its exit actions, or could no longer write to the folder.";
 }
 
 }  // namespace

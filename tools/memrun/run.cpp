@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/kept_errno.h"
 #include "tools/memrun/failure.h"
 
 namespace memrun {
@@ -24,9 +25,8 @@ volatile std::sig_atomic_t program_pid = 0;
 
 // What the terminal sends goes to the whole foreground group, so the program has it already.
 void pass_on(int signo, siginfo_t* info, void*) {
-    const int saved_errno = errno;
+    const KEPT_ERRNO errno_is_kept;
     if (info->si_code != SI_KERNEL && program_pid > 0) kill(program_pid, signo);
-    errno = saved_errno;
 }
 
 // As found at the start; the program gets it back.

@@ -33,16 +33,19 @@ class Lines {
     std::string text_;
 };
 
+std::string count_of(std::int64_t count, const std::string& noun) {
+    return count_text(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 std::string blocks_text(std::int64_t bytes, std::int64_t blocks) {
-    return bytes_text(bytes) + " in " + count_text(blocks) + (blocks == 1 ? " block" : " blocks");
+    return bytes_text(bytes) + " in " + count_of(blocks, "block");
 }
 
 void add_processes(Lines& lines, const std::vector<ProcessNote>& notes) {
     const auto with_reports = std::count_if(notes.begin(), notes.end(),
                                             [](const ProcessNote& note) { return !note.ended.empty(); });
-    lines.add("tracked", count_text(static_cast<std::int64_t>(notes.size())) +
-                             (notes.size() == 1 ? " program, " : " programs, ") + count_text(with_reports) +
-                             " left reports");
+    lines.add("tracked", count_of(static_cast<std::int64_t>(notes.size()), "program") + ", " +
+                             count_text(with_reports) + " left reports");
 }
 
 void add_totals(Lines& lines, const Figures& figures, const std::vector<ProcessNote>& notes) {

@@ -1,10 +1,10 @@
 #include "tools/memview/diff.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <span>
 
+#include "tools/memview/fields.h"
 #include "tools/memview/places.h"
 #include "tools/memview/report_kinds.h"
 #include "tools/memview/summary.h"
@@ -154,10 +154,7 @@ class Comparison {
 std::pair<std::string_view, std::uint64_t> split_name(std::string_view name) {
     const std::size_t dot = name.rfind('.');
     std::uint64_t number = 0;
-    if (dot == std::string_view::npos) return {name, 0};
-    const char* const end = name.data() + name.size();
-    const auto [stop, error] = std::from_chars(name.data() + dot + 1, end, number);
-    if (error != std::errc{} || stop != end) return {name, 0};
+    if (dot == std::string_view::npos || !parse_number(name.substr(dot + 1), number)) return {name, 0};
     return {name.substr(0, dot), number};
 }
 

@@ -119,8 +119,4 @@ const std::vector<std::string_view>& auxiliary_columns() {
     return columns;
 }
 
-bool is_closing_line(std::string_view line) {
-    return line.starts_with("Time spent dumping:\t") || line == "Error timing this dump.";
-}
-
 }  // namespace memview

@@ -52,7 +52,4 @@ const std::vector<ColumnSpec>& filtered_columns();
 // The columns of the auxiliary timeline, in the order of the file.
 const std::vector<std::string_view>& auxiliary_columns();
 
-// The closing line of a report.
-bool is_closing_line(std::string_view line);
-
 }  // namespace memview

@@ -1,5 +1,6 @@
 #include "tools/memview/report_parts.h"
 
+#include "tools/common/closing_line.h"
 #include "tools/memview/report_kinds.h"
 
 namespace memview {
