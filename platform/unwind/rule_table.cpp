@@ -16,16 +16,11 @@ void RULE_TABLE::store(std::uint64_t pc, bool exact, FRAME_RULE rule) {
     set.ways[0].set(key, rule.bits);
 }
 
+// An odd step visits every word. A thread that loses here was overtaken by another that did the same.
 void RULE_TABLE::start_new_generation() {
-    const std::uint64_t wrap = (std::uint64_t{1} << GENERATION_BITS) - 1;
+    constexpr std::uint64_t STEP = 0x9e3779b97f4a7c15U;
     std::uint64_t now = generation_.load(std::memory_order_relaxed);
-    const std::uint64_t next = (now + 1) & wrap;
-    // A thread that loses here was overtaken by another that did the same.
-    if (!generation_.compare_exchange_strong(now, next, std::memory_order_relaxed)) return;
-    if (next != 0) return;
-    for (SET& set : sets_) {  // the numbers begin anew, and old rules must not come back with them
-        for (RULE_ENTRY& way : set.ways) way.set(0, 0);
-    }
+    generation_.compare_exchange_strong(now, now + STEP, std::memory_order_relaxed);
 }
 
 }  // namespace unwind

@@ -41,8 +41,7 @@ class RULE_TABLE {
   public:
     // The key under which an entry holds the rule of pc in this generation.
     std::uint64_t key_of(std::uint64_t pc, bool exact) const {
-        return pc | (static_cast<std::uint64_t>(exact) << 63) |
-               generation_.load(std::memory_order_relaxed) << GENERATION_SHIFT;
+        return (pc | (static_cast<std::uint64_t>(exact) << 63)) ^ generation_.load(std::memory_order_relaxed);
     }
 
     // The rule of pc, or the rule 0.
@@ -60,9 +59,6 @@ class RULE_TABLE {
 
   private:
     static constexpr unsigned SET_BITS = 13;
-    static constexpr unsigned GENERATION_SHIFT = 48;
-    static constexpr unsigned GENERATION_BITS = 15;  // the sign bit of a key is "exact"
-
     struct alignas(32) SET {
         RULE_ENTRY ways[2];
     };
@@ -71,6 +67,8 @@ class RULE_TABLE {
         return (pc * 0x9e3779b97f4a7c15U) >> (64 - SET_BITS);
     }
     SET sets_[std::size_t{1} << SET_BITS];
+    // A word that keys are mixed with. Whoever keeps keys of his own may keep them for ever: no word comes
+    // back before all others had their turn.
     std::atomic<std::uint64_t> generation_{0};
 };
 

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "platform/ktl_err.h"
+#include "platform/unwind/rule_table.h"
 #include "unwind_reference.h"
 #include "unwind_shapes.h"
 
@@ -55,6 +56,24 @@ TEST(Unwinder, SkipsFramesAndGoesOnBehindThem) {
     ASSERT_GT(all.size(), 8U);
     // The unwinder's own frame is the first one.
     EXPECT_EQ(capture(MOST_FRAMES, 3), callers_by_the_runtime());
+}
+
+// Call sites keep what they have learnt under the key of its generation, however long the process lives.
+TEST(RuleTable, NeverFindsARuleOfAnOlderGeneration) {
+    constinit static unwind::RULE_TABLE table;
+    constexpr std::uint64_t PC = 0x401234;
+    const unwind::FRAME_RULE rule{0x12345};
+    unwind::RULE_ENTRY learnt;
+    table.store(PC, false, rule);
+    learnt.set(table.key_of(PC, false), rule.bits);
+    EXPECT_EQ(table.find(PC, false).bits, rule.bits);
+    EXPECT_TRUE(table.find(PC, true).is_none());
+    int found = 0;
+    for (int generation = 0; generation < 200'000; ++generation) {
+        table.start_new_generation();
+        if (!table.find(PC, false).is_none() || !learnt.rule_for(table.key_of(PC, false)).is_none()) ++found;
+    }
+    EXPECT_EQ(found, 0);
 }
 
 TEST(InternalErrorDeathTest, IsOneLineAndAborts) {
