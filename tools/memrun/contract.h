@@ -66,6 +66,7 @@ inline constexpr std::array<std::string_view, 34> governed_variables = {
 // named as the middle word of its reports. A note is made of lines "KEY VALUE":
 //   program PATH     written at the start
 //   allocator PATH   the object whose malloc serves the program, when it is not the tracked one
+//   alone            the launcher did not answer, so that nothing is shared with it
 //   failed BYTES     an allocation of that many bytes was refused, 0 when the size is not known
 //   stats CURRENT_BYTES CURRENT_BLOCKS PEAK_BYTES PEAK_BLOCKS
 //   ended HOW        "exit" or the number of the signal; written after the reports

@@ -6,9 +6,12 @@
 #include <fstream>
 #include <iostream>
 
+#include "tools/memrun/contract.h"
 #include "tools/memrun/environment.h"
 #include "tools/memrun/failure.h"
 #include "tools/memrun/libraries.h"
+#include "tools/memrun/link/event_loop.h"
+#include "tools/memrun/link/server.h"
 #include "tools/memrun/options.h"
 #include "tools/memrun/output_folder.h"
 #include "tools/memrun/program.h"
@@ -32,8 +35,10 @@ std::vector<std::string> own_environment() {
 }
 
 // Runs in the process that is to become the program: only there its number is known.
-std::vector<std::string> prepare(const Options& options, const Libraries& libraries, const Launch& launch) {
+std::vector<std::string> prepare(const Options& options, const Libraries& libraries, const Launch& launch,
+                                 const link::Server& server) {
     prepare_output(launch.output, options.force);
+    server.listen_in(launch.output + "/" + notes_folder);
     if (!options.quiet) std::cerr << "ktl_memrun: reports go to " << launch.output << std::endl;
     return tracked_environment(own_environment(), options, libraries, launch);
 }
@@ -48,12 +53,14 @@ Ending track(const Options& options) {
     const std::string name = options.name.empty() ? program_name : options.name;
     const auto folder_of = [&](int pid) { return output_path(options, program_name, pid); };
     const FolderClaim claim(options.output);
-    const Ending ending = run_program(
-        program.path, options.command,
+    link::EventLoop loop;
+    link::Server server(loop);
+    const StartSteps steps = {
         [&](int pid) {
-            return prepare(options, libraries, {folder_of(pid), name, program.tracked, pid});
+            return prepare(options, libraries, {folder_of(pid), name, program.tracked, pid}, server);
         },
-        [&](int pid) { discard_output(folder_of(pid)); });
+        [&](int pid) { discard_output(folder_of(pid)); }, [&](int) { server.begin(); }};
+    const Ending ending = run_program(program.path, options.command, steps);
     const std::string output = folder_of(ending.pid);
     const Run run{program_name, output, ending, take_notes(output, name)};
     if (!options.quiet) std::cerr << summary_text(run, options, takes_colour()) << std::flush;

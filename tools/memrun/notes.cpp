@@ -43,7 +43,7 @@ std::vector<ProcessNote> take_notes(const std::string& output, const std::string
     std::error_code error;
     const fs::path folder = fs::path(output) / notes_folder;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
-        notes.push_back(read_note(entry.path()));
+        if (entry.is_regular_file(error)) notes.push_back(read_note(entry.path()));
     std::sort(notes.begin(), notes.end(), [&](const ProcessNote& a, const ProcessNote& b) {
         return std::pair(a.word != launched_word, a.word) < std::pair(b.word != launched_word, b.word);
     });

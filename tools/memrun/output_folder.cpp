@@ -70,7 +70,7 @@ void prepare_output(const std::string& path, bool force) {
 
 void discard_output(const std::string& path) {
     std::error_code ignored;
-    fs::remove(fs::path(path) / notes_folder, ignored);
+    fs::remove_all(fs::path(path) / notes_folder, ignored);
     fs::remove(path, ignored);
 }
 

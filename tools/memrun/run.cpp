@@ -90,15 +90,13 @@ void send_refusal(int fd, int status, const std::string& sentence) {
 }
 
 [[noreturn]] void become_program(const std::string& path, const std::vector<std::string>& command,
-                                 const std::function<std::vector<std::string>(int)>& prepare,
-                                 const std::function<void(int)>& take_back, const SignalRelay& relay,
-                                 int refusals) {
+                                 const StartSteps& steps, const SignalRelay& relay, int refusals) {
     try {
-        const std::vector<std::string> environment = prepare(getpid());
+        const std::vector<std::string> environment = steps.prepare(getpid());
         relay.restore_in_child();
         execvpe(path.c_str(), pointers_to(command).data(), pointers_to(environment).data());
         const std::string reason = std::strerror(errno);
-        take_back(getpid());
+        steps.take_back(getpid());
         send_refusal(refusals, status_cannot_run, "cannot run '" + path + "': " + reason);
     } catch (const Failure& failure) {
         send_refusal(refusals, failure.status, failure.what());
@@ -132,8 +130,7 @@ void guard_standard_streams() {
 }
 
 Ending run_program(const std::string& path, const std::vector<std::string>& command,
-                   const std::function<std::vector<std::string>(int)>& prepare,
-                   const std::function<void(int)>& take_back) {
+                   const StartSteps& steps) {
     int refusals[2];
     if (pipe2(refusals, O_CLOEXEC) != 0)
         throw Failure(status_launcher_fault, std::string("cannot make a pipe: ") + std::strerror(errno));
@@ -142,10 +139,11 @@ Ending run_program(const std::string& path, const std::vector<std::string>& comm
     const int pid = fork();
     if (pid < 0)
         throw Failure(status_launcher_fault, std::string("cannot start a process: ") + std::strerror(errno));
-    if (pid == 0) become_program(path, command, prepare, take_back, relay, refusals[1]);
+    if (pid == 0) become_program(path, command, steps, relay, refusals[1]);
     close(refusals[1]);
     relay.begin(pid);
     throw_refusal(refusals[0], pid);
+    steps.begin(pid);
     Ending ending{pid, 0, 0};
     while (waitpid(pid, &ending.wait_status, 0) < 0 && errno == EINTR) {
     }

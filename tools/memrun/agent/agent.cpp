@@ -17,6 +17,7 @@
 #include "tools/memrun/agent/end_signals.h"
 #include "tools/memrun/agent/failed_allocations.h"
 #include "tools/memrun/agent/guarded_code.h"
+#include "tools/memrun/agent/launcher_link.h"
 #include "tools/memrun/agent/note.h"
 #include "tools/memrun/agent/orders.h"
 #include "tools/memrun/agent/process_end.h"
@@ -76,6 +77,7 @@ void start() {
     if (orders.is_starter) return;
     restore_environment(orders.follow);
     begin_note(orders);
+    join_launcher(orders);
     note_foreign_allocator();
     serve_library();
     if (orders.log) start_log(orders);

@@ -1,0 +1,12 @@
+// What this process shares with its launcher.
+#pragma once
+
+#include "tools/memrun/agent/orders.h"
+
+namespace memrun::agent {
+
+// Greets the launcher, with the memory that both use from here on. Where nobody answers within a second the
+// process goes on by itself, and its note says so.
+void join_launcher(const Orders& orders);
+
+}  // namespace memrun::agent

@@ -1,0 +1,34 @@
+#include "tools/memrun/link/client.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "tools/memrun/link/address.h"
+
+namespace memrun::link {
+
+namespace {
+
+bool talk(int connection, const char* folder, const Greeting& mine, Greeting& answer) {
+    const FolderAddress address(folder, socket_name);
+    pid_t launcher = 0;
+    limit_waits(connection);
+    return address.is_valid() && connect(connection, address.get(), FolderAddress::size()) == 0 &&
+           is_own_peer(connection, launcher) && send_greeting(connection, mine) &&
+           receive_greeting(connection, answer);
+}
+
+}  // namespace
+
+bool greet_launcher(const char* folder, Greeting& mine, void (*take)(const Greeting& answer)) {
+    const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    Greeting answer;
+    const bool is_answered = connection >= 0 && talk(connection, folder, mine, answer);
+    if (is_answered) take(answer);
+    close_shares(answer);
+    close_shares(mine);
+    if (connection >= 0) close(connection);
+    return is_answered;
+}
+
+}  // namespace memrun::link
