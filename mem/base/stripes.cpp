@@ -12,13 +12,14 @@ namespace {
 constexpr std::uint64_t shared_stripe = 1;
 constinit std::atomic<std::uint64_t> taken{shared_stripe};
 
-// For an exiting thread. One that makes events even after this takes a stripe again; it may keep that one for
-// good, which costs later threads theirs and nothing else.
+// For an exiting thread. What it still does shares the first stripe: one that it took again might stay its
+// own for good, since nobody says when a thread really ends.
 void give_back() {
     MEM_THREAD_STRIPE& stripe = mem_thread_stripe_of_this;
     // Release: the next owner finds the counts as this thread left them.
     if (stripe.is_own) taken.fetch_and(~(std::uint64_t{1} << stripe.index), std::memory_order_release);
-    stripe = {};
+    stripe.index = 0;
+    stripe.is_own = false;
 }
 
 std::uint32_t take_own() {

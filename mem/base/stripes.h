@@ -15,7 +15,7 @@ struct alignas(64) MEM_STRIPE {
     std::atomic<std::int64_t> count{0};
 };
 
-// The stripe of a thread.
+// The stripe of a thread. When the thread ends, the next one that starts takes it over as it is.
 struct MEM_THREAD_STRIPE {
     std::uint32_t index = 0;
     bool is_taken = false;  // the thread has asked for it

@@ -37,7 +37,6 @@ bool MEM_PEAK_SEARCH::is_due(std::int64_t total) {
 
 void MEM_PEAK_SEARCH::start(std::int64_t grid_bytes) {
     grid = grid_bytes;
-    mem_tbb_total_bytes.ignore_highest_blocks();
     restart();
 }
 
@@ -49,6 +48,7 @@ void MEM_PEAK_SEARCH::record(std::int64_t total) {
 }
 
 void MEM_PEAK_SEARCH::restart() {
+    mem_tbb_total_bytes.ignore_highest_blocks();  // also when the total was cleared
     recorded_peak = 0;
     next_peak = first_target;
     trigger = mem_peak_trigger(first_target, 0, grid);

@@ -1,11 +1,15 @@
+#include <thread>
 #include "mem/tracker/event_numbers.h"
+
 #include "tests/tracker/tracked_events.h"
 
 namespace {
 
-// Of all events until now; the thread holds the rest of its batch.
+// Of all events until now; threads hold the rests of their batches.
 std::uint64_t numbers_given() {
-    return mem_tbb_event_counter.value - mem_event_numbers_left;
+    std::uint64_t given = mem_tbb_event_counter.value;
+    for (const MEM_HELD_EVENT_NUMBERS& held : mem_held_event_numbers) given -= held.left;
+    return given;
 }
 
 TEST_F(TrackedEvents, HaveANumberAndMoveWhatTheWordNames) {
@@ -32,6 +36,20 @@ TEST_F(TrackedEvents, HaveANumberAndMoveWhatTheWordNames) {
         EXPECT_EQ(mem_tbb_total_bytes.current_bytes(), 0);
         EXPECT_EQ(numbers_given(), before + 2);
     }
+}
+
+TEST_F(TrackedEvents, OfShortThreadsMakeNoMoreSamplingPoints) {
+    constexpr int threads = 300, events = 3, period = 100;
+    mem_library_snapshot_period = period;
+    const std::uint64_t before = numbers_given();
+    int sampling_points = 0;
+    for (int i = 0; i < threads; ++i)
+        std::thread([&] {
+            for (int n = 0; n < events; ++n) sampling_points += mem_take_event_number() ? 1 : 0;
+        }).join();
+    EXPECT_EQ(numbers_given(), before + threads * events);
+    EXPECT_GE(sampling_points, threads * events / period);
+    EXPECT_LE(sampling_points, threads * events / period + 1);
 }
 
 }  // namespace

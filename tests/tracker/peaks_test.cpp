@@ -117,6 +117,7 @@ TEST_F(TrackedEvents, AResetForgetsWhoHoldsWhat) {
     release(0x2000, 400);  // a peak at 3400
     const std::int64_t in_bin = root_bin.current_bytes();
     const std::uint64_t index = mem_tbb_timeline_index.read();
+    const auto highest_blocks = mem_tbb_total_bytes.highest_blocks();
     MEMORY_TRACKER_BASE module;
     MEM_ADDRESS_TRACKER record;
     EXPECT_TRUE(mem_get_address_tracker(reinterpret_cast<void*>(0x1000), record));
@@ -125,6 +126,7 @@ TEST_F(TrackedEvents, AResetForgetsWhoHoldsWhat) {
     EXPECT_FALSE(mem_get_address_tracker(reinterpret_cast<void*>(0x1000), record));
     EXPECT_FALSE(mem_get_module_tracker("OTHER", module));
     EXPECT_EQ(mem_tbb_total_bytes.current_bytes(), 0);
+    EXPECT_EQ(mem_tbb_total_bytes.highest_blocks(), highest_blocks) << "they cost something from now on";
     EXPECT_EQ(mem_tbb_peak_search.recorded(), 0);
     EXPECT_EQ(mem_tbb_timeline_index.read(), index);
     EXPECT_EQ(mem_tbb_tag_table->size(), 0u);

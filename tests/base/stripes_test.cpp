@@ -1,0 +1,30 @@
+#include "mem/base/stripes.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <thread>
+
+#include "platform/thread.h"
+
+namespace {
+
+// Asks in each round of the key destructors, after the library's own.
+pthread_key_t late_key;
+void ask_late(void* again) {
+    mem_thread_stripe();
+    pthread_setspecific(late_key, again);
+}
+
+TEST(Stripes, ComeBackFromThreadsThatAskAtTheVeryEnd) {
+    if (!can_run_barrier_on_all_threads()) GTEST_SKIP() << "stripes are shared here";
+    ASSERT_EQ(pthread_key_create(&late_key, ask_late), 0);
+    for (std::uint32_t i = 0; i < 2 * mem_stripe_count; ++i)
+        std::thread([&] {
+            EXPECT_TRUE(mem_thread_stripe().is_own) << "thread " << i;
+            pthread_setspecific(late_key, &late_key);
+        }).join();
+    pthread_key_delete(late_key);
+}
+
+}  // namespace
