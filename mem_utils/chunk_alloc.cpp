@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "ktl_mem/out_of_memory.h"
@@ -47,7 +48,8 @@ void* MEM_UTILS_CHUNK_ALLOC::allocate_slow(std::uint64_t size, std::uint64_t ali
 
 // The block is listed before anything is done with it, so that it can't be lost.
 void* MEM_UTILS_CHUNK_ALLOC::allocate_listed(std::uint64_t size) {
-    auto node = std::make_unique<NODE>();
+    std::unique_ptr<NODE> node(new (std::nothrow) NODE{});
+    if (node == nullptr) mem_out_of_memory();
     node->block = allocate_zeroed(size);
     node->next = allocations;
     allocations = node.release();

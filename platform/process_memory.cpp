@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -82,6 +83,19 @@ bool read_page_faults(const char* path, std::uint64_t& faults) {
     return found.has_value();
 }
 
+bool is_this_process(HANDLE process) {
+    return process == GetCurrentProcess() || process == static_cast<HANDLE>(getpid());
+}
+
+// The kernel keeps no highest value of what is committed, so this is the highest that anybody has asked for.
+std::uint64_t highest_committed(std::uint64_t committed) {
+    static constinit std::atomic<std::uint64_t> highest{0};
+    std::uint64_t known = highest.load(std::memory_order_relaxed);
+    while (known < committed && !highest.compare_exchange_weak(known, committed, std::memory_order_relaxed)) {
+    }
+    return std::max(known, committed);
+}
+
 bool fail(int error) {
     SetLastError(static_cast<std::uint32_t>(error));
     return false;
@@ -91,22 +105,23 @@ bool fail(int error) {
 
 bool K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, std::uint32_t size) {
     if (size < sizeof *counters) return fail(EINVAL);
-    PROC_FIGURE figures[] = {{"VmPeak:"}, {"VmSize:"}, {"VmHWM:"}, {"VmRSS:"}};
+    PROC_FIGURE figures[] = {{"VmData:"}, {"VmStk:"}, {"VmHWM:"}, {"VmRSS:"}};
     std::uint64_t faults = 0;
     if (!read_figures(PROC_PATH(process, "thread-self", "/status").c_str(), figures) ||
         !read_page_faults(PROC_PATH(process, "self", "/stat").c_str(), faults)) {
         return fail(errno == ENOENT ? ESRCH : errno);
     }
-    const auto [peak, mapped, peak_resident, resident] = figures;
+    const auto [data, stack, peak_resident, resident] = figures;
+    const std::uint64_t committed = data.bytes + stack.bytes;
     // A process that has ended and waits for its parent has no memory any more.
-    if (mapped.bytes == 0) return fail(ESRCH);
+    if (committed == 0) return fail(ESRCH);
     *counters = {};
     counters->cb = sizeof *counters;
     counters->PageFaultCount = static_cast<std::uint32_t>(faults);
     counters->PeakWorkingSetSize = peak_resident.bytes;
     counters->WorkingSetSize = resident.bytes;
-    counters->PagefileUsage = mapped.bytes;
-    counters->PeakPagefileUsage = peak.bytes;
+    counters->PagefileUsage = committed;
+    counters->PeakPagefileUsage = is_this_process(process) ? highest_committed(committed) : committed;
     return true;
 }
 

@@ -16,8 +16,11 @@ struct PROCESS_MEMORY_COUNTERS {
     std::uint64_t QuotaPagedPoolUsage = 0;
     std::uint64_t QuotaPeakNonPagedPoolUsage = 0;
     std::uint64_t QuotaNonPagedPoolUsage = 0;
-    std::uint64_t PagefileUsage = 0;      // VmSize: mapped address space
-    std::uint64_t PeakPagefileUsage = 0;  // VmPeak: highest VmSize of the process's life
+    // VmData + VmStk: private memory that can be written. Reservations without access and mapped files are
+    // none.
+    std::uint64_t PagefileUsage = 0;
+    // Of this process, the highest PagefileUsage that any call has given; of another one, the present.
+    std::uint64_t PeakPagefileUsage = 0;
 };
 static_assert(sizeof(PROCESS_MEMORY_COUNTERS) == 72);
 

@@ -1,9 +1,12 @@
 // What the system says about the memory of a process and of the machine, with or without tracking and
 // whatever the allocator. Figures are in bytes, page faults are a count.
 //
-// A process is named by its id. Virtual used is the mapped address space (VmSize of the kernel), the working
-// set is what of it lies in memory (VmRSS). Peaks of a process cover its whole life. A process that is not
-// there, has ended, or may not be read gives 0 and one debug line (services.h).
+// A process is named by its id. Virtual used is its private memory that can be written (VmData + VmStk of the
+// kernel): reservations without access and mapped files do not count. The working set is what lies in memory
+// (VmRSS). The peak of the working set covers the process's whole life. The kernel keeps no peak of virtual
+// used: that of this process is the highest figure that any of these calls and the tracker's samples have
+// seen, that of another process its present figure. A process that is not there, has ended, or may not be
+// read gives 0 and one debug line (services.h).
 //
 // All calls are safe from any thread. A call that succeeds allocates nothing and reads one or two files of
 // /proc, some microseconds; none belongs in an allocator hook, because a failure posts its line.

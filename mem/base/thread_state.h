@@ -8,24 +8,32 @@ struct MEM_THREAD_STATE {
     bool in_tracker = false;         // inside an event body, or a call that holds locks of the tracker
     bool log_allowed = true;         // the allocation log may write a line now
     bool tracking_blocked = false;   // allocations of this thread are not to be attributed
+    bool does_own_work = false;      // what this thread allocates is the library's
     bool holds_gate = false;         // this thread holds the gate as a cat while it writes the reports
     void* reserve_buffer = nullptr;  // this thread's reserve for running out of memory, or null
 };
 
 extern constinit thread_local MEM_THREAD_STATE mem_thread_state __attribute__((tls_model("initial-exec")));
 
-// Holds tracking_blocked set for a scope, and puts it back as it was found, so that scopes nest.
+// Around the library's own work outside an event: holds tracking_blocked set, and puts it back as it was
+// found, so that scopes nest.
 class MEM_BLOCK_TRACKING_SCOPE {
   public:
-    MEM_BLOCK_TRACKING_SCOPE() : was_blocked(mem_thread_state.tracking_blocked) {
+    MEM_BLOCK_TRACKING_SCOPE()
+        : was_blocked(mem_thread_state.tracking_blocked), did_own_work(mem_thread_state.does_own_work) {
         mem_thread_state.tracking_blocked = true;
+        mem_thread_state.does_own_work = true;
     }
-    ~MEM_BLOCK_TRACKING_SCOPE() { mem_thread_state.tracking_blocked = was_blocked; }
+    ~MEM_BLOCK_TRACKING_SCOPE() {
+        mem_thread_state.tracking_blocked = was_blocked;
+        mem_thread_state.does_own_work = did_own_work;
+    }
     MEM_BLOCK_TRACKING_SCOPE(const MEM_BLOCK_TRACKING_SCOPE&) = delete;
     MEM_BLOCK_TRACKING_SCOPE& operator=(const MEM_BLOCK_TRACKING_SCOPE&) = delete;
 
   private:
-    bool was_blocked;
+    const bool was_blocked;
+    const bool did_own_work;
 };
 
 // Around a call that allocates, or writes to a stream of the host, while it holds locks of the tracker.

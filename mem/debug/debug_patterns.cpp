@@ -19,10 +19,10 @@ namespace {
 constexpr int owned = 1;
 
 // The allocator runs its hooks on a block from calloc after it was zeroed, and on both ends of a realloc in
-// place. The symbol services rely on both, so blocks that the tracker works with are left alone.
+// place. The symbol services rely on both, so blocks that the library works with are left alone.
 bool may_fill(const void* block) {
     return block != nullptr && MallocExtension_GetOwnership(block) == owned && !mem_thread_state.in_tracker &&
-           !mem_thread_state.tracking_blocked;
+           !mem_thread_state.does_own_work;
 }
 
 void load_pattern(const char* key, int base, void (*set_pattern)(int value)) {

@@ -18,6 +18,12 @@ bool thread_may_track() {
     return !mem_thread_state.in_tracker && !mem_thread_state.tracking_blocked;
 }
 
+// Tables keep the address 0 for "none"; a mapping there has a key that no memory of the process can have.
+std::uint64_t key_of(const void* address) {
+    constexpr std::uint64_t no_address = std::uint64_t{1} << 63;
+    return address != nullptr ? reinterpret_cast<std::uint64_t>(address) : no_address;
+}
+
 // A function of its own between notification and event body: an event's stack begins at its caller's caller,
 // as with a hook, which the allocator calls through a function of its own.
 __attribute__((noinline)) void add_mapping(const void* address, std::uint64_t size) {
@@ -26,8 +32,7 @@ __attribute__((noinline)) void add_mapping(const void* address, std::uint64_t si
         return;
     }
     const MEM_IN_TRACKER_SCOPE inside;
-    mem_tbb_track_alloc(reinterpret_cast<std::uint64_t>(address), size, size,
-                        stack_walk_start(__builtin_frame_address(0)));
+    mem_tbb_track_alloc(key_of(address), size, size, stack_walk_start(__builtin_frame_address(0)));
 }
 
 void remove_mapping(const void* address, std::uint64_t size) {
@@ -36,7 +41,7 @@ void remove_mapping(const void* address, std::uint64_t size) {
         return;
     }
     const MEM_IN_TRACKER_SCOPE inside;
-    mem_tbb_track_dealloc(reinterpret_cast<std::uint64_t>(address), size);
+    mem_tbb_track_dealloc(key_of(address), size);
 }
 
 }  // namespace
@@ -55,6 +60,7 @@ int mem_unblock_thread_tracking() {
 
 void mem_notify_memory_mapping_added(const void* address, std::uint64_t size) {
     if (notifications_are_tracked()) add_mapping(address, size);
+    asm volatile("");  // or the call above becomes a jump, and the frame that the ignore depth counts is gone
 }
 
 void mem_notify_memory_mapping_removed(const void* address, std::uint64_t size) {

@@ -52,5 +52,6 @@ void MEM_PEAK_SEARCH::restart() {
     recorded_peak = 0;
     next_peak = first_target;
     trigger = mem_peak_trigger(first_target, 0, grid);
+    mem_tbb_total_bytes.ignore_highest_blocks();  // also after the total was cleared
     watch();
 }

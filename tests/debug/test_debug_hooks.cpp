@@ -42,13 +42,18 @@ TEST_F(DebugHooks, PatternsFillOwnedBlocksOfTheHostOnly) {
     mem_set_alloc_pattern('n' + 256);
     mem_set_free_pattern('f');
     const std::string untouched = "................................";
-    const std::tuple<const void*, bool, int, std::string> cases[] = {
-        {nullptr, false, 1, untouched},
-        {block.data(), true, 1, untouched},
-        {block.data(), false, 2, untouched},
-        {block.data(), false, 1, "nnnnnnnnnn......ffffffffffff...."}};
-    for (const auto& [target, in_tracker, owner, filled] : cases) {
-        mem_thread_state.in_tracker = in_tracker;
+    const MEM_THREAD_STATE at_rest, in_event{.in_tracker = true}, at_own_work{.does_own_work = true},
+        blocked_by_host{.tracking_blocked = true};
+    const std::tuple<const void*, MEM_THREAD_STATE, int, std::string> cases[] = {
+        {nullptr, at_rest, 1, untouched},
+        {block.data(), in_event, 1, untouched},
+        {block.data(), at_own_work, 1, untouched},
+        {block.data(), at_rest, 2, untouched},
+        {block.data(), blocked_by_host, 1, "nnnnnnnnnn......ffffffffffff...."},
+        {block.data(), at_rest, 1, "nnnnnnnnnn......ffffffffffff...."}};
+    for (const auto& [target, state, owner, filled] : cases) {
+        mem_thread_state = state;
+        block.assign(16, '.');
         ownership = owner;
         mem_alloc_pattern_hook(target, 10);
         const std::string after_new = block;

@@ -34,6 +34,9 @@ const CASE edges[] = {
     {"map m 4096 statistics on 95 map m 4096 show m unmap m 4096 show m statistics unmap m 100 show -", "",
      "statistics 0/0\nm live 1/4096 made 1/4096 mismatched 0 peak 0\nm none\nstatistics 0/0\n"
      "- live -1/-100 made 0/0 mismatched 0 peak 0\n"},
+    // Nobody can ask about a block at null, but it is charged, and its removal goes to where it came from.
+    {"on 9 map - 4096 unmap - 4096 statistics show -", "",
+     "statistics 0/0\n- live 0/0 made 0/0 mismatched 0 peak 0\n"},
     {"show_module OTHER show_module tracked_host on 12 malloc a 1024 show a show_inside a "
      "show_module tracked_host show_module TRACKED_HOST free a show a show_module tracked_host show - "
      "reset show_module OTHER show -",

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "ktl_mem/mem.h"
+#include "platform/rvm_barebones.h"
 #include "tests/process/kept.h"
 #include "tests/process/module.h"
 
@@ -40,6 +41,7 @@ std::shared_ptr<RECORD> shared[runs];
 std::function<std::size_t()> functions[runs];
 
 void* thread_block = nullptr;
+char mapped[runs];
 void* plugin = nullptr;
 
 void print(const void* block, unsigned line) {
@@ -139,6 +141,14 @@ struct forms {
         return closure;
     }
 
+    static void* by_mapping(int run) {
+        return HERE(mem_notify_memory_mapping_added(&mapped[run], 48)), &mapped[run];
+    }
+    static void* by_notifier(int run) {
+        return HERE(RVM_BAREBONES_NOTIFIER::announce_added(&mapped[run], 48)), &mapped[run];
+    }
+    static void by_removal(void* block, int) { RVM_BAREBONES_NOTIFIER::announce_removed(block, 48); }
+
     static void by_free(void* block, int) { std::free(block); }
     static void by_delete(void* block, int) { ::operator delete(block); }
     static void by_aligned_delete(void* block, int) { ::operator delete(block, std::align_val_t(64)); }
@@ -153,6 +163,7 @@ struct forms {
               realloc_shrinking, by_lambda, by_inlined, by_thread, by_catch, by_library, by_plugin})
             run_form(form, by_free);
         for (auto* form : {by_new, by_new_array, by_nothrow_new, by_template<int>}) run_form(form, by_delete);
+        for (auto* form : {by_mapping, by_notifier}) run_form(form, by_removal);
         run_form(by_aligned_new, by_aligned_delete);
         run_form(by_string, by_owner<strings>);
         run_form(by_vector, by_owner<vectors>);

@@ -28,6 +28,8 @@ forms::by_new(int) in forms_host forms_host.cpp+0 made 3/24 asked 24 live 2/16 m
 forms::by_new_array(int) in forms_host forms_host.cpp+0 made 3/1536 asked 1500 live 2/1024 most 3/1536
 forms::by_nothrow_new(int) in forms_host forms_host.cpp+0 made 3/1536 asked 1500 live 2/1024 most 3/1536
 forms::by_template<int>(int) in forms_host forms_host.cpp+0 made 3/144 asked 120 live 2/96 most 3/144
+forms::by_mapping(int) in forms_host forms_host.cpp+0 made 3/144 asked 144 live 2/96 most 3/144
+forms::by_notifier(int) in forms_host forms_host.cpp+0 made 3/144 asked 144 live 2/96 most 3/144
 forms::by_aligned_new(int) in forms_host forms_host.cpp+0 made 3/1536 asked 1536 live 2/1024 most 3/1536
 forms::by_string(int) in forms_host forms_host.cpp+0 made 3/336 asked 303 live 2/224 most 3/336
 forms::append(std::vector<long, std::allocator<long> >&) in forms_host forms_host.cpp+0 made 12/360 asked 360 live 2/128 most 4/224

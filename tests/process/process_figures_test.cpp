@@ -3,7 +3,7 @@
 TEST(ProcessFigures, OfAnotherUserAreTheKernels) {
     expect(
         {"sh -c 'p=$$; [ $(id -u) = 0 ] || p=1; tracked_host script change_user peak_of $p > ours; "
-         "awk \"/VmPeak/ { print \\$2 * 1024 }\" /proc/$p/status | diff ours -'"});
+         "awk \"/VmData|VmStk/ { sum += \\$2 } END { print sum * 1024 }\" /proc/$p/status | diff ours -'"});
 }
 
 TEST(ProcessFigures, WithoutTheKernelsFilesAreZero) {

@@ -52,8 +52,9 @@ void add_auxiliary_figures(const Run& run, std::vector<Figure>& figures) {
             figures.push_back({"resident", "Resident, highest sample", series.highest, Unit::bytes,
                                "Memory of the process in RAM, as the system counts it."});
         } else if (series.name == "commit_charge") {
-            figures.push_back({"commit", "Committed, highest sample", series.highest, Unit::bytes,
-                               "Address space that the process holds, as the system counts it."});
+            figures.push_back(
+                {"commit", "Committed, highest sample", series.highest, Unit::bytes,
+                 "Private memory that the process can write, touched or not, as the system counts it."});
         } else if (series.name == "page_faults") {
             figures.push_back({"page_faults", "Page faults", series.last, Unit::blocks,
                                "Page faults of the process until its last sample."});
