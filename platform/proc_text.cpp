@@ -26,6 +26,14 @@ std::string_view next_field(std::string_view& text) {
 
 }  // namespace
 
+std::uint64_t proc_kilobytes(std::string_view text) {
+    const std::size_t digits = text.find_first_not_of(" \t");
+    if (digits == std::string_view::npos) return 0;
+    const std::uint64_t kb = leading_number(text.substr(digits)).value_or(0);
+    const bool fits = kb <= std::numeric_limits<std::uint64_t>::max() / bytes_per_kb;
+    return fits ? kb * bytes_per_kb : std::numeric_limits<std::uint64_t>::max();
+}
+
 void PROC_KEY_READER::feed(std::string_view piece) {
     while (!piece.empty()) {
         const std::size_t end = piece.find('\n');
@@ -47,11 +55,7 @@ void PROC_KEY_READER::take_line() {
     const std::string_view text(line, length);
     for (PROC_FIGURE& figure : figures) {
         if (!text.starts_with(figure.key)) continue;
-        const std::size_t digits = text.find_first_not_of(" \t", figure.key.size());
-        if (digits == std::string_view::npos) return;
-        const std::uint64_t kb = leading_number(text.substr(digits)).value_or(0);
-        const bool fits = kb <= std::numeric_limits<std::uint64_t>::max() / bytes_per_kb;
-        figure.bytes = fits ? kb * bytes_per_kb : std::numeric_limits<std::uint64_t>::max();
+        figure.bytes = proc_kilobytes(text.substr(figure.key.size()));
         return;
     }
 }

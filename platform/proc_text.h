@@ -14,6 +14,10 @@ struct PROC_FIGURE {
     std::uint64_t bytes = 0;
 };
 
+// The bytes of a value such as "   123 kB", the highest number there is when they are more; 0 without a
+// number.
+std::uint64_t proc_kilobytes(std::string_view text);
+
 // Reads lines of the form "Key:   123 kB" that arrive in pieces of any length. A line longer than the
 // buffer is skipped as a whole, for the list of groups of a process has no bound. A number that does not fit
 // counts as the highest that does.

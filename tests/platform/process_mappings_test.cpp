@@ -1,0 +1,120 @@
+#include "platform/process_mappings.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+
+#include <cstdlib>
+#include <thread>
+
+#include "platform/memory_limits.h"
+#include "platform/process_memory.h"
+
+namespace {
+
+MAPPING_BUFFERS buffers;
+
+TEST(MappingText, ReadsLinesOfMapsAndNumaMaps) {
+    const auto file =
+        parse_mapping_line("7f00aa000-7f00ab000 r-xs 00002000 fe:00 247498      /usr/lib/a b.so (deleted)");
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->begin, 0x7f00aa000U);
+    EXPECT_EQ(file->end, 0x7f00ab000U);
+    EXPECT_TRUE(file->is_shared && file->is_executable && file->is_accessible && !file->is_writable);
+    EXPECT_EQ(file->inode, 247498U);
+    EXPECT_EQ(file->name, "/usr/lib/a b.so (deleted)");
+    const auto guard = parse_mapping_line("1000-2000 ---p 00000000 00:00 0 ");
+    ASSERT_TRUE(guard);
+    EXPECT_FALSE(guard->is_accessible);
+    EXPECT_EQ(guard->name, "");
+    for (const char* bad : {"", "Rss:   4 kB", "1000-", "2000-1000 r--p 0 0:0 0", "1000-2000 r",
+                            "1-2 rw-p 0 0:0 x", "Anonymous:  0 kB"})
+        EXPECT_FALSE(parse_mapping_line(bad)) << bad;
+
+    const std::pair<const char*, std::uint64_t> lines[] = {
+        {"1000 default anon=3 dirty=3 N0=2 N1=1 kernelpagesize_kB=4", 3 * 4096},
+        {"1000 default file=/x\\040N0=9 mapped=1 N0=1 kernelpagesize_kB=2048", 2048 * 1024},
+        {"1000 default", 0},
+    };
+    for (const auto& [line, resident] : lines) {
+        const auto numa = parse_numa_line(line);
+        ASSERT_TRUE(numa) << line;
+        EXPECT_EQ(numa->resident, resident) << line;
+    }
+    EXPECT_FALSE(parse_numa_line("x default"));
+}
+
+class FIND final : public MAPPING_VISITOR {
+  public:
+    explicit FIND(const void* of) : wanted(reinterpret_cast<std::uint64_t>(of)) {}
+    void visit(const PROCESS_MAPPING& mapping) override {
+        sum += mapping.resident;
+        if (mapping.begin <= wanted && wanted < mapping.end) found = mapping;
+    }
+    const std::uint64_t wanted;
+    std::uint64_t sum = 0;
+    PROCESS_MAPPING found;
+};
+
+TEST(ProcessMappings, SeeWhatIsResidentAndAddUpToTheResidentSize) {
+    constexpr std::size_t size = 64 << 20;
+    constexpr std::size_t touched = 24 << 20;
+    auto* const memory =
+        static_cast<char*>(mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(memory, MAP_FAILED);
+    madvise(memory, size, MADV_NOHUGEPAGE);
+    for (std::size_t at = 0; at < touched; at += 4096) memory[at] = 1;
+    FIND find(memory + touched);
+    ASSERT_TRUE(visit_process_mappings(find, buffers));
+    PROCESS_MEMORY_COUNTERS counters;
+    ASSERT_TRUE(K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters));
+    EXPECT_TRUE(find.found.is_anonymous());
+    EXPECT_EQ(find.found.resident, touched);
+    EXPECT_NEAR(static_cast<double>(find.sum), static_cast<double>(counters.WorkingSetSize), 1 << 20);
+    munmap(memory, size);
+}
+
+TEST(ProcessMappings, KnowStacksOfThreadsFromOtherMemory) {
+    std::uint64_t top = 0;
+    std::thread([&top] {
+        pthread_attr_t attributes;
+        void* begin = nullptr;
+        std::size_t size = 0;
+        pthread_getattr_np(pthread_self(), &attributes);
+        pthread_attr_getstack(&attributes, &begin, &size);
+        pthread_attr_destroy(&attributes);
+        FIND find(&attributes);
+        ASSERT_TRUE(visit_process_mappings(find, buffers));
+        top = find.found.end;
+        EXPECT_TRUE(is_top_of_thread_stack(top, buffers));
+    }).join();
+    static char other[1 << 14];
+    EXPECT_FALSE(is_top_of_thread_stack(reinterpret_cast<std::uint64_t>(other + sizeof other), buffers));
+    EXPECT_FALSE(is_top_of_thread_stack(4096, buffers));
+    EXPECT_TRUE(is_in_loaded_module(reinterpret_cast<std::uint64_t>(other)));
+    EXPECT_FALSE(is_in_loaded_module(reinterpret_cast<std::uint64_t>(&top)));
+}
+
+TEST(MemoryLimits, FindTheMemoryCgroupAndTheProcessesOwnLimit) {
+    const std::tuple<const char*, const char*, bool> cases[] = {
+        {"9:name=systemd:/\n4:memory:/box/1\n0::/other\n", "/box/1", true},
+        {"12:cpu,cpuacct:/x\n0::/user.slice/a:b\n", "/user.slice/a:b", false},
+        {"0::/\n", "/", false},
+        {"5:cpu:/\nnonsense\n", "", false},
+        {"", "", false},
+    };
+    for (const auto& [text, path, is_first_version] : cases) {
+        const CGROUP_PLACE place = find_memory_cgroup(text);
+        EXPECT_EQ(place.path, path) << text;
+        EXPECT_EQ(place.is_first_version, is_first_version) << text;
+    }
+    rlimit found{};
+    getrlimit(RLIMIT_AS, &found);
+    const rlimit limit{std::uint64_t{1} << 45, found.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
+    EXPECT_EQ(address_space_limit(0), limit.rlim_cur);
+    setrlimit(RLIMIT_AS, &found);
+}
+
+}  // namespace
