@@ -30,6 +30,9 @@ inline constexpr std::uint32_t mem_stack_walk_bits =
 inline constexpr std::uint32_t mem_call_site_counter_bits = MEM_TRACKING_PER_FILELINE | MEM_TRACKING_LEAKS;
 inline constexpr std::uint32_t mem_timeline_mask =
     MEM_TRACKING_PROFILE_BIN_TAGS | MEM_TRACKING_PER_LIBRARY | MEM_TRACKING_PER_FILELINE;
+// Those whose timelines get a row at each sampling point.
+inline constexpr std::uint32_t mem_timeline_row_bits =
+    MEM_TRACKING_PROFILE_BIN_TAGS | MEM_TRACKING_PER_LIBRARY | MEM_TRACKING_AUXILIARY_TIMELINE;
 inline constexpr std::uint32_t mem_stats_bits = MEM_TRACKING_ALLOC_DEALLOC | MEM_TRACKING_LEAKS_FAST;
 
 struct MEM_TRACKING_SAMPLING {

@@ -12,12 +12,15 @@
 #include "mem/bins/timeline_labels.h"
 #include "mem/report/auxiliary_report.h"
 #include "mem/report/bin_stats_report.h"
+#include "mem/report/clock_report.h"
 #include "mem/report/filters_file.h"
 #include "mem/report/leak_reports.h"
 #include "mem/report/timeline_report.h"
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/module_timelines.h"
+#include "mem/timeline/sample_clock.h"
 #include "mem/timeline/tag_timeline.h"
+#include "mem/tracker/event_numbers.h"
 #include "mem/tracker/exe_string.h"
 
 namespace {
@@ -65,6 +68,13 @@ void write_bins_and_tags() {
     mem_dump_bin_stats(bins_mb, MEM_STATS_UNIT::MEBIBYTES);
 }
 
+// With the sample that the shut-down takes.
+void write_clock() {
+    mem_tbb_sample_clock->note(mem_events_numbered());
+    std::ofstream out = open_report("mem_tbb_clock.");
+    if (out) mem_dump_sample_clock(out);
+}
+
 void write_leaks() {
     const std::uint32_t word = mem_tracking_word;
     if ((word & MEM_TRACKING_LEAKS) != 0) {
@@ -87,6 +97,7 @@ void mem_write_report_files() {
     if (mem_report_auxiliary_timeline) write_auxiliary();
     if (mem_report_library) write_modules();
     if (mem_report_bin_tags) write_bins_and_tags();
+    if (mem_report_auxiliary_timeline || mem_report_library || mem_report_bin_tags) write_clock();
     write_leaks();
     if (mem_tbb_any_frame_filtered) mem_write_filters_file();
 }

@@ -17,6 +17,7 @@
 #include "mem/report/report_files.h"
 #include "mem/report/report_gate.h"
 #include "mem/timeline/module_timelines.h"
+#include "mem/timeline/sample_clock.h"
 #include "mem/timeline/tag_timeline.h"
 #include "mem/tracker/exe_string.h"
 #include "mem/tracker/flushed_peaks.h"
@@ -52,6 +53,7 @@ void free_tables() {
     delete_and_clear(mem_tbb_tag_table);
     delete_and_clear(mem_tbb_bin_table);
     delete_and_clear(mem_tbb_timeline_labels);
+    delete_and_clear(mem_tbb_sample_clock);
     delete_and_clear(mem_bin_tag_shards);
     delete_and_clear(mem_tbb_module_timelines);
     delete_and_clear(mem_address_table);

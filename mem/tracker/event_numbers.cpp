@@ -26,3 +26,8 @@ bool mem_take_event_numbers(const MEM_THREAD_STRIPE& stripe) {
     if (stripe.is_own) mem_held_event_numbers[stripe.index].left = static_cast<std::uint32_t>(batch) - 1;
     return first % period == 0;
 }
+
+std::uint64_t mem_events_numbered() {
+    const MEM_THREAD_STRIPE& stripe = mem_thread_stripe();
+    return mem_tbb_event_counter.read() - (stripe.is_own ? mem_held_event_numbers[stripe.index].left : 0);
+}

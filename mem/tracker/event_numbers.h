@@ -19,6 +19,9 @@ extern constinit MEM_HELD_EVENT_NUMBERS mem_held_event_numbers[mem_stripe_count]
 
 bool mem_take_event_numbers(const MEM_THREAD_STRIPE& stripe);
 
+// How many events have numbers. Exact with one thread; other threads hold on to numbers that count here.
+std::uint64_t mem_events_numbered();
+
 // Takes the number of one event; true when it is a multiple of the sampling period. A batch never reaches
 // beyond the next multiple, so only the first number of a batch can be one.
 inline bool mem_take_event_number() {

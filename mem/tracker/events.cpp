@@ -14,6 +14,7 @@
 #include "mem/bins/profile_bin_table.h"
 #include "mem/bins/timeline_labels.h"
 #include "mem/timeline/auxiliary_timeline.h"
+#include "mem/timeline/sample_clock.h"
 #include "mem/timeline/tag_timeline.h"
 #include "mem/tracker/attribution_stage.h"
 #include "mem/tracker/event_numbers.h"
@@ -62,6 +63,7 @@ MEM_COLD void sample_labels_and_process(std::uint32_t word) {
     if ((word & (MEM_TRACKING_PROFILE_BIN_TAGS | MEM_TRACKING_PER_LIBRARY)) != 0)
         mem_tbb_timeline_labels->sample();
     if ((word & MEM_TRACKING_AUXILIARY_TIMELINE) != 0) mem_tbb_auxiliary_timeline->capture();
+    if ((word & mem_timeline_row_bits) != 0) mem_tbb_sample_clock->note(mem_events_numbered());
 }
 
 MEM_COLD void pass_sampling_point() {

@@ -7,6 +7,7 @@
 #include "mem/bins/timeline_labels.h"
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/module_timelines.h"
+#include "mem/timeline/sample_clock.h"
 #include "mem/timeline/tag_timeline.h"
 #include "mem/tracker/event_numbers.h"
 #include "mem/tracker/peak_search.h"
@@ -33,6 +34,7 @@ void mem_user_snapshot_tracking_data() {
         mem_tbb_tag_timeline->sample();
         mem_tbb_timeline_labels->sample();
         mem_tbb_auxiliary_timeline->capture();
+        mem_tbb_sample_clock->note(mem_events_numbered());
         mem_take_event_number();  // a step of its own, at which nothing is sampled again
     });
 }

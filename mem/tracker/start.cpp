@@ -21,6 +21,7 @@
 #include "mem/debug/debug_patterns.h"
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/module_timelines.h"
+#include "mem/timeline/sample_clock.h"
 #include "mem/timeline/tag_timeline.h"
 #include "mem/tracker/exe_string.h"
 #include "mem/tracker/hooks.h"
@@ -44,6 +45,7 @@ void build_tables() {
     mem_tbb_module_trackers = new MEM_MODULE_TABLE;
     mem_tbb_module_timelines = new MEM_MODULE_TIMELINES;
     mem_tbb_auxiliary_timeline = new MEM_AUXILIARY_TIMELINE;
+    mem_tbb_sample_clock = new MEM_SAMPLE_CLOCK;
     mem_tbb_timeline_labels = new MEM_TIMELINE_LABELS;
     mem_bin_tag_shards = new MEM_BIN_TAG_SHARDS(MEM_SHARD_SOURCE{});
     mem_tbb_bin_table = new MEM_PROFILE_BIN_TABLE;

@@ -7,8 +7,8 @@ import unittest
 
 from launcher import MEMRUN, PYTHON, SUBJECT, LauncherTest
 
-TIMELINES = {"timeline", "timeline_detailed", "cumulative_blocks_timeline", "cumulative_blocks_timeline_detailed"}
-BINS = {"pbin_tag_timeline_detailed", "pbin_tag_stats", "pbin_tag_stats_mb", "pbin_stats", "pbin_stats_mb"}
+TIMELINES = {"clock", "timeline", "timeline_detailed", "cumulative_blocks_timeline", "cumulative_blocks_timeline_detailed"}
+BINS = {"clock", "pbin_tag_timeline_detailed", "pbin_tag_stats", "pbin_tag_stats_mb", "pbin_stats", "pbin_stats_mb"}
 
 
 class Options(LauncherTest):
@@ -21,8 +21,8 @@ class Options(LauncherTest):
             ("--bin-tags",): BINS,
             ("--leaks",): {"leak_warning"},
             ("--fast-leaks",): {"fast_leak_warning"},
-            ("--aux",): {"auxiliary_timeline"},
-            ("--lines", "--aux"): {"fileline", "subsystem", "auxiliary_timeline"},
+            ("--aux",): {"auxiliary_timeline", "clock"},
+            ("--lines", "--aux"): {"fileline", "subsystem", "auxiliary_timeline", "clock"},
             ("--all",): {"fileline", "subsystem", "leak_warning", "auxiliary_timeline"} | TIMELINES | BINS,
             ("--fast-leaks", "--log"): {"fast_leak_warning", "mem_allocations"},
         }

@@ -10,7 +10,7 @@ import time
 import unittest
 
 from browser import Browser
-from make_reports import Run
+from make_reports import CLOSING, Run
 
 MEMVIEW = os.path.abspath(sys.argv[1])
 RANGES = "charts.graphs.map((graph) => graph.xAxisRange())"
@@ -28,6 +28,36 @@ def report_rows(folder, kind):
     with open(os.path.join(folder, f"mem_tbb_{kind}.vii.log")) as report:
         rows = [line.rstrip("\n").split("\t") for line in report][2:]
     return [row for row in rows if not row[0].startswith("Time spent")]
+
+
+class Processes(unittest.TestCase):
+    """Two processes of one run, the second a child that began 1.5 s later, on one axis of seconds."""
+
+    def test_lie_on_one_axis(self):
+        with tempfile.TemporaryDirectory() as folder:
+            reports, page = os.path.join(folder, "reports"), os.path.join(folder, "page.html")
+            for word, start, process, parent in (("first", "1000.000", 7, 1), ("second", "1001.500", 8, 7)):
+                run = Run(os.path.join(folder, word), word, 3, 20, 5)
+                run.write_all()
+                run.write("clock", f"MEM: Clock.\n\nStart\t{start}\nProcess\t{process}\nParent\t{parent}\n\n"
+                          "Sample\tMilliseconds\tEvent\n", (f"{i}\t{i * 1000}\t{i}\n" for i in range(5)), CLOSING)
+            os.rename(os.path.join(folder, "first"), reports)
+            for name in os.listdir(os.path.join(folder, "second")):
+                os.rename(os.path.join(folder, "second", name), os.path.join(reports, name))
+            subprocess.run([MEMVIEW, "html", "-o", page, reports], check=True)
+            browser = Browser()
+            self.addCleanup(browser.quit)
+            browser.open(page)
+            lines = browser.run("[...document.querySelectorAll('#processes tr')].map((row) => row.textContent)")
+            self.assertEqual(lines, ["first0 s to 4 s", "\u2003second1.5 s to 5.5 s"])
+            self.assertEqual(browser.run(RANGES), [[0, 5.5]] * 3)
+            # The recorded peak of each lies at sample 2 of 5; held by both from 3.5 s on.
+            self.assertEqual(browser.run("marksOf(data.processes[1].charts[0], data.processes[1])[0].x"), 3.5)
+            held = browser.run("sumOverProcesses().filter(([time]) => time === 5.5).pop()[1]")
+            self.assertEqual(held, 0)
+            browser.run("document.querySelector('#axis').click()")
+            self.assertEqual(browser.run(RANGES), [[0, 4]] * 3)
+            self.assertEqual(browser.errors(), [])
 
 
 class Page(unittest.TestCase):

@@ -19,6 +19,7 @@
     /* The scripts of the page share one scope, in this order. */
     ASSET_BEGIN(page_js)
     .incbin MEMVIEW_FORMAT_JS
+    .incbin MEMVIEW_TIMES_JS
     .incbin MEMVIEW_CHARTS_JS
     .incbin MEMVIEW_TREEMAP_JS
     .incbin MEMVIEW_TABLES_JS

@@ -115,6 +115,12 @@ Chart read_chart(const Timeline& timeline, std::string_view kind, const Selectio
     return chart;
 }
 
+std::vector<std::int64_t> times_of_rows(const Chart& chart, const std::optional<SampleClock>& clock) {
+    std::vector<std::uint64_t> indexes;
+    for (const ChartRow& row : chart.rows) indexes.push_back(row.index);
+    return clock ? clock->times_of(indexes, chart.samples) : std::vector<std::int64_t>();
+}
+
 }  // namespace
 
 void RowThinner::thin(Stretch& stretch) {
@@ -185,6 +191,7 @@ std::vector<Chart> read_charts(const Run& run, std::size_t most_stretches) {
             *timeline, kind, process ? select_process(*timeline) : select_highest(*timeline), most_stretches);
         chart.key = source.key;
         chart.stacked = !process;
+        chart.times = times_of_rows(chart, run.clock);
         charts.push_back(std::move(chart));
     }
     return charts;

@@ -24,6 +24,7 @@ struct Chart {
     std::vector<std::string> series;  // the one with the highest value last; what was summed up first
     std::vector<std::string> labels;
     std::vector<ChartRow> rows;
+    std::vector<std::int64_t> times;  // of the rows, in milliseconds since the start; empty when not known
 };
 
 // Keeps rows while they arrive. Of each stretch of samples it keeps the rows with the lowest and the highest

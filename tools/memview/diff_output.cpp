@@ -87,13 +87,11 @@ std::string diff_page(const Diff& diff) {
     return make_page([&diff](const PageLimits&) {
         Page page{"Difference in " + diff.measure + " bytes", *diff.names, {}, {}};
         for (const ProcessDiff& process : diff.processes) {
-            PageProcess shown{process.name,
-                              process.name + (process.different() ? ": different" : ": no difference"),
-                              {},
-                              {},
-                              {},
-                              {},
-                              {}};
+            PageProcess shown{
+                process.name, process.name + (process.different() ? ": different" : ": no difference"),
+                {},           {},
+                {},           nullptr,
+                {},           {}};
             for (const Table& table : process.tables) {
                 if (table.rows > 0) shown.tables.push_back(&table);
             }

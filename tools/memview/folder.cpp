@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <set>
 
+#include "tools/memview/clock_reader.h"
 #include "tools/memview/leak_reader.h"
 #include "tools/memview/report_kinds.h"
 #include "tools/memview/series_reader.h"
@@ -20,7 +21,7 @@ constexpr const char* FAST_LEAK_KIND = "fast_leak_warning";
 
 bool is_kind(std::string_view kind) {
     return table_kind(kind) != nullptr || timeline_title(kind) != nullptr || kind == LEAK_KIND ||
-           kind == FILTER_KIND;
+           kind == FILTER_KIND || kind == CLOCK_KIND;
 }
 
 // Splits "mem_tbb_KIND.WORD.log"; the word may hold points and may be empty.
@@ -84,6 +85,8 @@ void read_file(Run& run, const std::string& kind, const std::string& path, Names
         run.tables.push_back(read_table(path, *table, names, problems, run.peak_index));
     } else if (timeline_title(kind) != nullptr) {
         run.timelines[kind] = read_timeline(path, kind, problems);
+    } else if (kind == CLOCK_KIND) {
+        run.clock = read_clock(path, problems);
     } else if (kind == FILTER_KIND) {
         run.tables.push_back(read_filtered(path, names, problems));
     } else {

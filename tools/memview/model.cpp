@@ -103,6 +103,14 @@ Table empty_table(std::string key, std::string file, const std::vector<ColumnSpe
     return table;
 }
 
+std::vector<std::int64_t> SampleClock::times_of(const std::vector<std::uint64_t>& rows,
+                                                std::uint64_t samples) const {
+    std::vector<std::int64_t> times;
+    if (milliseconds.size() < samples) return times;
+    for (const std::uint64_t row : rows) times.push_back(milliseconds[milliseconds.size() - samples + row]);
+    return times;
+}
+
 const Table* Run::table(std::string_view key) const {
     for (const Table& one : tables) {
         if (one.key == key) return &one;

@@ -123,6 +123,18 @@ struct Timeline {
     std::vector<Series> series;
 };
 
+// When the samples of a run were taken.
+struct SampleClock {
+    std::int64_t start = 0;    // of the process, in milliseconds since 1970
+    std::int64_t process = 0;  // its number, and its parent's
+    std::int64_t parent = 0;
+    std::vector<std::int64_t> milliseconds;  // since the start, by sample
+
+    // The times of these rows of a timeline of so many samples; none when they are not known. A timeline that
+    // was begun anew lacks the first samples.
+    std::vector<std::int64_t> times_of(const std::vector<std::uint64_t>& rows, std::uint64_t samples) const;
+};
+
 struct Run {
     std::string name;  // the middle word of the file names
     std::string folder;
@@ -130,6 +142,8 @@ struct Run {
     std::map<std::string, std::string> files;  // kind of report -> path
     std::vector<Table> tables;
     std::map<std::string, Timeline> timelines;  // by kind of report
+
+    std::optional<SampleClock> clock;
 
     const Table* table(std::string_view key) const;
     const Timeline* timeline(const std::string& kind) const;

@@ -62,7 +62,9 @@ const Table* shown_table(const Run& run, const char* key) {
 }
 
 PageProcess page_process(const Run& run, const PageLimits& limits) {
-    PageProcess process{run.name, run.folder, tracked(run), summary(run), run.peak_index, {}, {}};
+    PageProcess process{
+        run.name, run.folder, tracked(run), summary(run), run.peak_index, run.clock ? &*run.clock : nullptr,
+        {},       {}};
     for (const char* key : {"sites", "modules", "bins", "tags", "leaks", "fast_leaks", "filtered"}) {
         if (const Table* table = shown_table(run, key)) process.tables.push_back(table);
     }

@@ -19,6 +19,7 @@ struct PageProcess {
     std::vector<std::string> tracked;
     std::vector<Figure> figures;
     std::optional<std::uint64_t> peak_index;
+    const SampleClock* clock;  // null when there is none; outlives it, too
     std::vector<const Table*> tables;
     std::vector<Chart> charts;
 };

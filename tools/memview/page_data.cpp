@@ -113,7 +113,7 @@ json chart_data(const Chart& chart, Texts& texts) {
     }
     return {{"key", chart.key},         {"stacked", chart.stacked},    {"rest", chart.rest},
             {"samples", chart.samples}, {"series", std::move(series)}, {"labels", std::move(labels)},
-            {"rows", std::move(rows)}};
+            {"rows", std::move(rows)},  {"times", chart.times}};
 }
 
 json figures_data(const std::vector<Figure>& figures) {
@@ -128,6 +128,18 @@ json figures_data(const std::vector<Figure>& figures) {
     return all;
 }
 
+// Milliseconds; the recorded peak lies at a sampling point.
+json clock_data(const PageProcess& process) {
+    if (process.clock == nullptr) return nullptr;
+    const std::vector<std::int64_t>& times = process.clock->milliseconds;
+    const bool has_peak = process.peak_index && *process.peak_index < times.size();
+    return {{"start", process.clock->start},
+            {"process", process.clock->process},
+            {"parent", process.clock->parent},
+            {"length", times.empty() ? 0 : times.back()},
+            {"peak", has_peak ? json(times[*process.peak_index]) : json()}};
+}
+
 json process_data(const PageProcess& process, const Names& names, const PageLimits& limits, Texts& texts) {
     json tables = json::array();
     for (const Table* table : process.tables) tables.push_back(table_data(*table, names, limits.rows, texts));
@@ -137,6 +149,7 @@ json process_data(const PageProcess& process, const Names& names, const PageLimi
             {"folder", process.folder},
             {"tracked", process.tracked},
             {"figures", figures_data(process.figures)},
+            {"clock", clock_data(process)},
             {"peak_index", process.peak_index ? json(*process.peak_index) : json()},
             {"tables", std::move(tables)},
             {"charts", std::move(charts)}};

@@ -27,6 +27,9 @@ inline constexpr const char* DETAILED_TIMELINE_TITLE = "MEM: TBB Module Tracking
 inline constexpr const char* AUXILIARY_TITLE = "MEM: TBB Auxiliary Timeline";
 inline constexpr const char* LEAK_TITLE = "MEM: TBB Leak Checking Summary.";
 inline constexpr const char* FAST_LEAK_HEAD = "For more detail, use INI mem_check_leaks=on";
+inline constexpr const char* CLOCK_KIND = "clock";
+inline constexpr const char* CLOCK_TITLE = "MEM: Clock.";
+inline constexpr std::string_view CLOCK_COLUMNS = "Sample\tMilliseconds\tEvent";
 inline constexpr const char* REST_SERIES = "Misc";
 
 // A report that is one table.

@@ -1,5 +1,5 @@
-// Memory over the samples. All charts of a process share one range of samples.
-const charts = { graphs: [], whole: [0, 1], syncing: false };
+// Memory over the run. All charts of a process share one range: of samples, or of seconds, which all processes share.
+const charts = { graphs: [], whole: [0, 1], syncing: false, inSeconds: true, narrowest: 2, process: null };
 
 // The legends are ours; the library's own would write style attributes, which the page forbids.
 Dygraph.PLUGINS = Dygraph.PLUGINS.filter((plugin) => plugin !== Dygraph.Plugins.Legend);
@@ -10,17 +10,23 @@ const SERIES_TITLES = {
 };
 const CHART_TITLES = { modules: 'Memory of modules', tags: 'Memory of tags', process: 'The process as the system sees it' };
 
+// Where a row lies on the axis in force.
+function placesOf(chart, process) {
+  if (!usesSeconds(process)) return chart.rows.map((row) => row[0]);
+  return chart.times.map((time) => secondsOf(process, time));
+}
+
 // Stretches of equal label: [{from, to, name}]; each reaches to where the next begins.
-function bandsOf(chart) {
-  const bands = [];
-  for (const row of chart.rows) {
+function bandsOf(chart, process) {
+  const bands = [], places = placesOf(chart, process);
+  chart.rows.forEach((row, i) => {
     const last = bands[bands.length - 1];
-    if (last && last.label === row[1]) last.to = row[0];
+    if (last && last.label === row[1]) last.to = places[i];
     else {
-      if (last) last.to = row[0];
-      bands.push({ from: row[0], to: row[0], label: row[1] });
+      if (last) last.to = places[i];
+      bands.push({ from: places[i], to: places[i], label: row[1] });
     }
-  }
+  });
   return bands.map((band) => ({ ...band, name: textOf(chart.labels[band.label]) || 'Other' }));
 }
 
@@ -49,11 +55,12 @@ function paintBands(context, area, graph, bands) {
 // The index of the recorded peak as the report tells it, and the sample where the sum of this chart stood highest.
 // The two differ when the host flushed a peak that no later one surpassed.
 function marksOf(chart, process) {
-  const marks = [];
-  if (process.peak_index !== null) marks.push({ x: process.peak_index, text: 'last recorded peak, index ' + process.peak_index });
+  const marks = [], places = placesOf(chart, process);
+  const peak = usesSeconds(process) ? process.clock.peak && secondsOf(process, process.clock.peak) : process.peak_index;
+  if (peak !== null) marks.push({ x: peak, text: 'last recorded peak, index ' + process.peak_index });
   if (chart.stacked) {
-    const highest = chart.rows[d3.scan(chart.rows, (a, b) => d3.sum(b.slice(2)) - d3.sum(a.slice(2)))];
-    marks.push({ x: highest[0], text: 'highest, sample ' + highest[0] });
+    const highest = d3.scan(chart.rows, (a, b) => d3.sum(b.slice(2)) - d3.sum(a.slice(2)));
+    marks.push({ x: places[highest], text: 'highest, sample ' + chart.rows[highest][0] });
   }
   return marks;
 }
@@ -111,16 +118,18 @@ function changeRange(factor, shift) {
   if (charts.graphs.length === 0) return;
   const [first, last] = charts.whole;
   const [from, to] = charts.graphs[0].xAxisRange();
-  const width = Math.min(last - first, Math.max((to - from) * factor, 2));
+  const width = Math.min(last - first, Math.max((to - from) * factor, charts.narrowest));
   const middle = (from + to) / 2 + shift * (to - from);
   const start = Math.min(Math.max(middle - width / 2, first), last - width);
   setRange([start, start + width]);
 }
 
+const showWhole = () => setRange(usesSeconds(charts.process) ? charts.whole : null);
+
 const RANGE_KEYS = {
   '+': () => changeRange(0.5, 0), '=': () => changeRange(0.5, 0), '-': () => changeRange(2, 0),
   ArrowLeft: () => changeRange(1, -0.25), ArrowRight: () => changeRange(1, 0.25),
-  0: () => setRange(null), Escape: () => setRange(null),
+  0: showWhole, Escape: showWhole,
 };
 
 function rangeKey(event) {
@@ -130,12 +139,18 @@ function rangeKey(event) {
   action();
 }
 
-function rangeControls() {
+// Seconds beside samples: a button that changes the axis.
+function axisChoice(process) {
+  const text = charts.inSeconds ? 'Show samples' : 'Show seconds';
+  return element('button', { type: 'button', id: 'axis', onclick: () => { charts.inSeconds = !charts.inSeconds; showProcess(process); } }, text);
+}
+
+function rangeControls(process) {
   const button = (text, action) => element('button', { type: 'button', onclick: action }, text);
-  return element('div', { className: 'controls', id: 'range-controls', role: 'group', 'aria-label': 'Range of samples' },
+  return element('div', { className: 'controls', id: 'range-controls', role: 'group', 'aria-label': 'Range of the run' },
     button('Zoom in', () => changeRange(0.5, 0)), button('Zoom out', () => changeRange(2, 0)),
     button('\u25c0 Earlier', () => changeRange(1, -0.25)), button('Later \u25b6', () => changeRange(1, 0.25)),
-    button('Whole run', () => setRange(null)),
+    button('Whole run', showWhole), hasSeconds(process) ? axisChoice(process) : null,
     element('span', { className: 'note' }, 'Drag in a chart to zoom, double-click for all; keys + \u2212 \u2190 \u2192 0.'));
 }
 
@@ -159,6 +174,7 @@ function makeLegend(chart, names, colours, graphOf) {
 }
 
 function drawChart(chart, process, bands, holder) {
+  const places = placesOf(chart, process);
   const names = chart.series.map((number) => (chart.stacked ? textOf(number) : SERIES_TITLES[textOf(number)]) || textOf(number));
   const colours = names.map((_, i) => (chart.rest && i === 0 ? '#8a8f98' : seriesColour(i)));
   const faults = chart.series.findIndex((number) => textOf(number) === 'page_faults');
@@ -171,21 +187,22 @@ function drawChart(chart, process, bands, holder) {
     'aria-label': CHART_TITLES[chart.key] + '. Keys: plus and minus zoom, arrows move, 0 shows the whole run.',
   });
   holder.append(element('h3', {}, CHART_TITLES[chart.key]), legend, box, status);
-  const show = (row, x) => {
+  const show = (row) => {
     const at = chart.rows[row];
     const label = at[1] < chart.labels.length ? textOf(chart.labels[at[1]]) : '';
-    status.textContent = 'sample ' + groupedText(x) + (label ? ', ' + label : '');
+    const time = chart.times.length ? ', ' + secondsText(chart.times[row] / 1000) : '';
+    status.textContent = 'sample ' + groupedText(at[0]) + time + (label ? ', ' + label : '');
     values.forEach((value, i) => { value.textContent = ' ' + figureText(at[i + 2], i === faults ? 'blocks' : 'bytes'); });
   };
   const labels = ['sample', ...names.map((_, i) => 's' + i)];
-  graph = new Dygraph(box, chart.rows.map((row) => [row[0], ...row.slice(2).map((v) => (v === -1 && !chart.stacked ? null : v))]), {
+  graph = new Dygraph(box, chart.rows.map((row, i) => [places[i], ...row.slice(2).map((v) => (v === -1 && !chart.stacked ? null : v))]), {
     ...themeOptions(), labels, colors: colours, stackedGraph: chart.stacked, fillGraph: chart.stacked, fillAlpha: 0.75,
     strokeWidth: chart.stacked ? 0.6 : 1.4, showRangeSelector: charts.graphs.length === 0, rangeSelectorHeight: 34,
     includeZero: true, rightGap: process.charts.every((one) => one.stacked) || !chart.stacked ? 5 : 83, highlightCircleSize: 2,
     interactionModel: Dygraph.defaultInteractionModel,  // with a range selector a drag would otherwise move, not zoom
     series: faults >= 0 ? { ['s' + faults]: { axis: 'y2' } } : {},
     axes: {
-      x: { axisLabelFormatter: (x) => (Number.isInteger(x) ? groupedText(x) : '') },
+      x: { axisLabelFormatter: (x) => (usesSeconds(process) ? secondsText(x) : Number.isInteger(x) ? groupedText(x) : '') },
       y: { axisLabelFormatter: bytesText, axisLabelWidth: 74, labelsKMG2: true },
       y2: { axisLabelFormatter: (y) => groupedText(Math.round(y)), axisLabelWidth: 74 },
     },
@@ -194,8 +211,8 @@ function drawChart(chart, process, bands, holder) {
       activate: () => ({ didDrawChart: (event) => paintMarks(event.drawingContext, event.dygraph.getArea(), event.dygraph, marks) }),
       destroy: () => {},
     }],
-    highlightCallback: (event, x, points, row) => show(row, x),
-    drawCallback: followRange,
+    highlightCallback: (event, x, points, row) => show(row),
+    ...(usesSeconds(process) ? { dateWindow: charts.whole } : {}), drawCallback: followRange,
   });
   charts.graphs.push(graph);
 }
@@ -203,15 +220,17 @@ function drawChart(chart, process, bands, holder) {
 function drawCharts(process, holder) {
   for (const graph of charts.graphs) graph.destroy();
   charts.graphs = [];
+  charts.process = process;
   if (process.charts.length === 0) return;
-  holder.append(element('h2', {}, 'Over the run'), rangeControls());
+  holder.append(element('h2', {}, 'Over the run'), rangeControls(process));
   const samples = Math.max(...process.charts.map((chart) => chart.samples));
-  charts.whole = [0, Math.max(samples - 1, 1)];
+  charts.whole = usesSeconds(process) ? [0, Math.max(wholeRunSeconds(), 0.001)] : [0, Math.max(samples - 1, 1)];
+  charts.narrowest = usesSeconds(process) ? 0.001 : 2;
   // The auxiliary figures bear no label of their own.
   const labelled = process.charts.find((chart) => chart.stacked);
   for (const chart of process.charts) {
     const source = chart.stacked ? chart : labelled;
-    drawChart(chart, process, source ? bandsOf(source) : [], holder);
+    drawChart(chart, process, source ? bandsOf(source, process) : [], holder);
   }
 }
 

@@ -49,6 +49,7 @@ function showProcess(process) {
   }
   main.append(element('p', { className: 'note' }, process.folder + (process.tracked.length ? ' \u2014 tracked: ' + process.tracked.join(', ') : '')));
   showFigures(process, main);
+  drawProcesses(main);
   drawCharts(process, main);
   const sites = process.tables.find((table) => table.key === 'sites');
   if (sites && MEASURES.every(([key]) => columnOf(sites, key))) new TreeMap(sites, main);
