@@ -16,6 +16,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,8 +25,11 @@ namespace symbols {
 struct MODULE {
     std::uint64_t begin = 0;  // first address of the loaded image
     std::uint64_t end = 0;    // one past its last
+    std::uint64_t bias = 0;   // address in memory less address in the file
     std::string name;         // base name, by the rule of module_name.h
     std::string path;         // absolute; empty for what has no file
+    std::string build_id;     // raw bytes; empty when the image has none
+    bool is_executable = false;
 };
 
 // One level of an address. Texts are empty and the line is 0 when unknown.
@@ -33,6 +37,14 @@ struct FRAME {
     std::string file;      // absolute, as the compiler noted it
     std::string function;  // readable, qualified, with parameters and without return type
     std::uint32_t line = 0;
+    // How far the address lies behind the function's start, where nothing but a symbol table knows it.
+    std::optional<std::uint64_t> offset;
+};
+
+// A captured address by itself, as somebody without this process's memory can name it.
+struct CODE_ADDRESS {
+    std::uint64_t in_file = 0;
+    bool is_behind_call = false;
 };
 
 // Whether modules that nobody has asked about yet may be taken into the list.
@@ -44,6 +56,9 @@ const MODULE* find_module(std::uint64_t address, LISTING listing);
 
 // Lists all modules that are loaded now.
 void refresh_modules();
+
+// The address within the module's file. Reads the program's code, and no file.
+CODE_ADDRESS locate(std::uint64_t address, const MODULE& module);
 
 // The levels of the address, innermost first: the innermost inlined function, then its callers outwards,
 // each at its own place. Empty when nothing is known. Lists new modules by itself.

@@ -1,5 +1,6 @@
 #include <mutex>
 
+#include "mem/attribution/code_names.h"
 #include "mem/attribution/frame_text.h"
 #include "mem/attribution/symbolizer.h"
 #include "platform/symbol_services.h"
@@ -31,8 +32,7 @@ bool MEM_SYMBOLIZER_DWARF::get_stack_frames(std::uint64_t pc, MEM_STACK_FRAME& f
                                             std::vector<MEM_STACK_FRAME>& further_frames) {
     frame.pc = pc;
     further_frames.clear();
-    const std::lock_guard guard(mem_tbb_symbolizer_lock);
-    const std::vector<symbols::FRAME> levels = symbols::find_frames(pc);
+    const std::vector<symbols::FRAME> levels = std::move(mem_name_code({pc}).front().levels);
     if (levels.empty()) return true;
     fill(frame, levels.front());
     for (std::size_t i = 1; i < levels.size(); ++i) {

@@ -7,6 +7,7 @@
 #include "ktl_mem/services.h"
 #include "mem/attribution/address_table.h"
 #include "mem/attribution/call_sites.h"
+#include "mem/attribution/code_names.h"
 #include "mem/attribution/frame_filters.h"
 #include "mem/attribution/symbolizer.h"
 #include "mem/base/configured_number.h"
@@ -80,6 +81,7 @@ void build_and_go_live(MEM_TRACKING_GRANULARITY starting_word) {
     mem_tbb_gate = new MEM_CATS_AND_MICE;
     seed_catch_alls();
     if (mem_cfg_is_on("mem_profile_with_incomplete_fileline_info", false)) mem_tbb_incomplete_fileline = true;
+    if (mem_cfg_is_on("mem_profile_with_best_names", false)) mem_tbb_best_names = true;
     // The phase changes before the hooks go live, so that no event finds a tracker that has not started.
     mem_tbb_tracker_phase.store(MEM_TRACKER_PHASE::started, std::memory_order_release);
     mem_tracking_word = starting_word;

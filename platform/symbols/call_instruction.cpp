@@ -13,12 +13,13 @@ constexpr std::size_t longest_call = 7;
 constexpr std::size_t direct_call = 5;
 
 // The five bytes could be anything; a call stays in its module, where the table of stubs leads out of it.
-bool is_direct_call(const unsigned char* code, std::uint64_t end, const LOADED_IMAGE& image) {
+bool is_direct_call(const unsigned char* code, std::uint64_t end, std::uint64_t image_begin,
+                    std::uint64_t image_end) {
     if (code[0] != 0xE8) return false;
     std::int32_t distance = 0;
     std::memcpy(&distance, code + 1, sizeof distance);
     const std::uint64_t target = end + static_cast<std::uint64_t>(static_cast<std::int64_t>(distance));
-    return target >= image.begin && target < image.end;
+    return target >= image_begin && target < image_end;
 }
 
 // The length of a call by register or memory, whose operand the byte behind the code tells; 0 when it is
@@ -37,11 +38,11 @@ std::size_t indirect_call_length(const unsigned char* code) {
 
 }  // namespace
 
-bool is_behind_call(std::uint64_t address, const LOADED_IMAGE& image) {
+bool is_behind_call(std::uint64_t address, std::uint64_t image_begin, std::uint64_t image_end) {
     std::array<unsigned char, longest_call> code{};
     if (!read_own_memory(address - code.size(), code.data(), code.size())) return false;
     const unsigned char* const end = code.data() + code.size();
-    if (is_direct_call(end - direct_call, address, image)) return true;
+    if (is_direct_call(end - direct_call, address, image_begin, image_end)) return true;
     for (std::size_t length = 2; length <= longest_call; ++length)
         if (indirect_call_length(end - length) == length) return true;
     return false;

@@ -3,11 +3,10 @@
 
 #include <cstdint>
 
-#include "platform/symbols/loaded_image.h"
-
 namespace symbols {
 
 // Whether the instruction that ends at the address is a call. False when the code can't be read.
-bool is_behind_call(std::uint64_t address, const LOADED_IMAGE& image);
+// A direct call counts when it stays in the image.
+bool is_behind_call(std::uint64_t address, std::uint64_t image_begin, std::uint64_t image_end);
 
 }  // namespace symbols

@@ -92,6 +92,7 @@ void ELF_FILE::attach_shared_debug_file() {
     if (shared_debug_file == nullptr)
         shared_debug_file = open((std::filesystem::path(file_path).parent_path() / name).string());
     if (shared_debug_file != nullptr && shared_debug_file->build_id() != wanted) shared_debug_file.reset();
+    lacks_shared_debug_file = shared_debug_file == nullptr;
     if (shared_debug_file != nullptr) dwarf_setalt(debug_info, shared_debug_file->dwarf());
 }
 

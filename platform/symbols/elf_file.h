@@ -29,6 +29,8 @@ class ELF_FILE {
     // Null when the file has no debug information.
     Dwarf* dwarf() const { return debug_info; }
     bool has_units() const;
+    // No file that the debug information refers to is missing, split units apart.
+    bool is_complete() const { return !lacks_shared_debug_file; }
     std::string build_id() const;  // raw bytes; empty when the file has none
     DEBUG_LINK debug_link() const;
     bool holds_code_at(std::uint64_t file_address) const;
@@ -40,6 +42,7 @@ class ELF_FILE {
     std::string file_path;
     Elf* handle = nullptr;
     Dwarf* debug_info = nullptr;
+    bool lacks_shared_debug_file = false;
     std::unique_ptr<ELF_FILE> shared_debug_file;  // what several debug files have in common (dwz)
 };
 

@@ -4,7 +4,6 @@
 
 #include "platform/module_name.h"
 #include "platform/modules.h"
-#include "platform/symbols/call_instruction.h"
 
 namespace symbols {
 namespace {
@@ -23,7 +22,13 @@ std::string path_of(const LOADED_IMAGE& image) {
 }
 
 MODULE describe(const LOADED_IMAGE& image) {
-    MODULE module{.begin = image.begin, .end = image.end, .name = {}, .path = path_of(image)};
+    MODULE module{.begin = image.begin,
+                  .end = image.end,
+                  .bias = image.bias,
+                  .name = {},
+                  .path = path_of(image),
+                  .build_id = image.build_id,
+                  .is_executable = image.loader_name.empty()};
     module.name = module_base_name(image.loader_name.empty() ? module.path : image.loader_name);
     return module;
 }
@@ -42,9 +47,7 @@ MODULE_SYMBOLS& MODULE_ENTRY::symbols() {
 }
 
 std::uint64_t MODULE_ENTRY::instruction(std::uint64_t address) {
-    const std::uint64_t in_file = address - loaded_image.bias;
-    const bool is_start = symbols().is_function_start(in_file) && !is_behind_call(address, loaded_image);
-    return is_start ? in_file : in_file - 1;
+    return symbols().instruction(locate(address, description));
 }
 
 // What is loaded now goes behind all others: once it is unloaded, it was the last at its addresses.

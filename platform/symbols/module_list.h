@@ -20,9 +20,7 @@ class MODULE_ENTRY {
     const LOADED_IMAGE& image() const { return loaded_image; }
     // Reads the module's files at the first call.
     MODULE_SYMBOLS& symbols();
-    // Where the file has the instruction that a captured address stands for: the call in front of a return
-    // address. The start of a function is one, too, where the function before it ends with a call that does
-    // not return.
+    // As of MODULE_SYMBOLS, for a captured address.
     std::uint64_t instruction(std::uint64_t address);
 
   private:

@@ -67,28 +67,41 @@ void add_levels(UNIT& unit, std::uint64_t address, PLACE innermost, const TABLE_
     for (; !levels.empty(); levels.pop_back()) {
         Dwarf_Die& level = levels.back();
         std::string name = levels.size() == 1 ? outermost_name(level, symbol) : function_name(level);
-        frames.push_back({std::move(place.file), std::move(name), place.line});
+        frames.push_back({std::move(place.file), std::move(name), place.line, {}});
         place = place_of_call(unit, level);
     }
 }
 
 }  // namespace
 
-MODULE_SYMBOLS::MODULE_SYMBOLS(const std::string& path, const std::string& build_id)
+MODULE_SYMBOLS::MODULE_SYMBOLS(const std::string& path, const std::string& build_id, DETAIL detail)
     : file(ELF_FILE::open(path)) {
     if (file != nullptr && !build_id.empty() && file->build_id() != build_id) file.reset();
+    if (detail == DETAIL::ALL) find_debug_information(build_id);
+    if (file != nullptr) {
+        table.add(file->elf());
+        mini_symbols = MINI_SYMBOLS::find(file->elf());
+    }
+    if (mini_symbols != nullptr) table.add(mini_symbols->elf());
+    if (debug_file != nullptr) table.add(debug_file->elf());
+    table.finish();
+    described = debug_file != nullptr ? debug_file.get() : file.get();
+    if (detail == DETAIL::ALL && described != nullptr && described->has_units())
+        units = std::make_unique<UNIT_INDEX>(described->dwarf(), *described);
+}
+
+void MODULE_SYMBOLS::find_debug_information(const std::string& build_id) {
     if (file == nullptr) {
         // The module's own file is gone or replaced; a debug file of its build is as good.
         debug_file = open_by_build_id(build_id);
     } else if (!file->has_units()) {
         debug_file = find_debug_file(*file);
     }
-    if (file != nullptr) table.add(file->elf());
-    if (debug_file != nullptr) table.add(debug_file->elf());
-    table.finish();
-    ELF_FILE* described = debug_file != nullptr ? debug_file.get() : file.get();
-    if (described != nullptr && described->has_units())
-        units = std::make_unique<UNIT_INDEX>(described->dwarf(), *described);
+}
+
+std::uint64_t MODULE_SYMBOLS::instruction(const CODE_ADDRESS& address) const {
+    const bool is_start = table.is_function_start(address.in_file) && !address.is_behind_call;
+    return is_start ? address.in_file : address.in_file - 1;
 }
 
 std::vector<FRAME> MODULE_SYMBOLS::find_frames(std::uint64_t address) {
@@ -103,7 +116,8 @@ std::vector<FRAME> MODULE_SYMBOLS::find_frames(std::uint64_t address) {
     if (!frames.empty() || (place.file.empty() && symbol == nullptr)) return frames;
     // No entry of a function: hand-written code, or a file without debug information.
     std::string name = symbol == nullptr ? std::string() : demangled(symbol->name);
-    frames.push_back({std::move(place.file), std::move(name), place.line});
+    FRAME& frame = frames.emplace_back(FRAME{std::move(place.file), std::move(name), place.line, {}});
+    if (frame.file.empty()) frame.offset = address - symbol->begin;
     return frames;
 }
 

@@ -1,5 +1,6 @@
 #include "platform/symbol_services.h"
 
+#include "platform/symbols/call_instruction.h"
 #include "platform/symbols/function_names.h"
 #include "platform/symbols/module_list.h"
 #include "platform/symbols/own_stack.h"
@@ -22,6 +23,10 @@ const MODULE* find_module(std::uint64_t address, LISTING listing) {
 
 void refresh_modules() {
     modules().refresh();
+}
+
+CODE_ADDRESS locate(std::uint64_t address, const MODULE& module) {
+    return {address - module.bias, is_behind_call(address, module.begin, module.end)};
 }
 
 std::vector<FRAME> find_frames(std::uint64_t address) {

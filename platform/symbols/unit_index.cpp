@@ -60,7 +60,9 @@ UNIT_INDEX::UNIT_INDEX(Dwarf* dwarf, const ELF_FILE& code) {
     Dwarf_CU* next = nullptr;
     Dwarf_Die frame;
     Dwarf_Die split;
-    for (; dwarf_get_units(dwarf, unit, &next, nullptr, nullptr, &frame, &split) == 0; unit = next) {
+    std::uint8_t type = 0;
+    for (; dwarf_get_units(dwarf, unit, &next, nullptr, &type, &frame, &split) == 0; unit = next) {
+        if (type == DW_UT_skeleton && split.addr == nullptr) lacks_units = true;
         UNIT& added = units.emplace_back(frame, split.addr != nullptr ? split : frame);
         for_each_range(frame, [&](Dwarf_Addr begin, Dwarf_Addr end) {
             if (code.holds_code_at(begin)) ranges.add(begin, end, &added);

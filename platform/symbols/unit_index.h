@@ -72,8 +72,11 @@ class UNIT_INDEX {
     // `code` tells which addresses hold code, so that what the linker threw away is left out.
     UNIT_INDEX(Dwarf* dwarf, const ELF_FILE& code);
     UNIT* find(std::uint64_t address);
+    // Every split unit was found.
+    bool is_complete() const { return !lacks_units; }
 
   private:
+    bool lacks_units = false;
     std::deque<UNIT> units;
     RANGE_INDEX<UNIT*> ranges;
 };

@@ -50,10 +50,10 @@ class Options(LauncherTest):
         sites = self.rows("mem_tbb_fileline.memrun_subject.log")
         self.assertTrue(any(row["Function"].startswith("main") for row in sites), sites)
         self.assertFalse(any("hold(" in row["Function"] for row in sites), sites)
-        for switches, known in ((("--force",), False), (("--force", "--unknown-lines"), True)):
+        for switches, known in ((("--force",), True), (("--force", "--no-unknown-lines"), False)):
             result = self.run_tracked(*switches, "perl", "-e", "1")
             self.assertEqual(any(row["Module"] == "perl" for row in self.rows("mem_tbb_fileline.perl.log")), known)
-            self.assertEqual(b"try --unknown-lines" in result.stderr, not known)
+            self.assertEqual(b"leave out --no-unknown-lines" in result.stderr, not known)
         for period, rows in (("1", range(8, 10000)), ("1000000", range(1, 4))):
             self.run_tracked("--force", "--modules", "--sample-period", period, SUBJECT, "leak")
             text = (self.reports / "mem_tbb_timeline.memrun_subject.log").read_text()

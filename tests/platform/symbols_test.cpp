@@ -117,10 +117,9 @@ TEST(call_instructions, are_told_by_the_bytes_in_front) {
     for (const auto& [instruction, is_call] : cases) {
         std::vector<unsigned char> code(16, 0x90);
         code.insert(code.end(), instruction.begin(), instruction.end());
-        symbols::LOADED_IMAGE image;
-        image.begin = reinterpret_cast<std::uint64_t>(code.data());
-        image.end = image.begin + code.size() + 1;
-        EXPECT_EQ(symbols::is_behind_call(image.end - 1, image), is_call)
+        const auto begin = reinterpret_cast<std::uint64_t>(code.data());
+        const std::uint64_t end = begin + code.size();
+        EXPECT_EQ(symbols::is_behind_call(end, begin, end + 1), is_call)
             << testing::PrintToString(instruction);
     }
 }

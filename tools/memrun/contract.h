@@ -25,7 +25,7 @@ inline constexpr std::string_view saved_prefix = "KTL_MEMRUN_SAVED_";
 // What the launcher's options decide. A value that the user's environment holds is put aside for the tracker
 // and put back for the program. "debug_msg" is among them because its lines would mix with the program's
 // output.
-inline constexpr std::array<std::string_view, 34> governed_variables = {
+inline constexpr std::array<std::string_view, 35> governed_variables = {
     "LD_PRELOAD",
     "VELDRIN_MEM_PROFILE_ALL",
     "VELDRIN_MEM_PROFILE_PER_BIN",
@@ -53,6 +53,7 @@ inline constexpr std::array<std::string_view, 34> governed_variables = {
     "mem_profile_fileline_peak_snapshot_threshold",
     "mem_profile_stack_trace_ignore_depth",
     "mem_profile_with_incomplete_fileline_info",
+    "mem_profile_with_best_names",
     "mem_user_defined_filters_file",
     "mem_alloc_pattern",
     "mem_alloc_pattern_hex",
@@ -67,6 +68,7 @@ inline constexpr std::array<std::string_view, 34> governed_variables = {
 //   program PATH     written at the start
 //   allocator PATH   the object whose malloc serves the program, when it is not the tracked one
 //   alone            the launcher did not answer, so that nothing is shared with it
+//   silence          it stopped answering, so that code was named inside the program
 //   failed BYTES     an allocation of that many bytes was refused, 0 when the size is not known
 //   stats CURRENT_BYTES CURRENT_BLOCKS PEAK_BYTES PEAK_BLOCKS
 //   ended HOW        "exit" or the number of the signal; written after the reports

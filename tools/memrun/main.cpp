@@ -12,6 +12,8 @@
 #include "tools/memrun/libraries.h"
 #include "tools/memrun/link/event_loop.h"
 #include "tools/memrun/link/server.h"
+#include "tools/memrun/names/disk_cache.h"
+#include "tools/memrun/names/name_service.h"
 #include "tools/memrun/options.h"
 #include "tools/memrun/output_folder.h"
 #include "tools/memrun/program.h"
@@ -55,12 +57,15 @@ Ending track(const Options& options) {
     const FolderClaim claim(options.output);
     link::EventLoop loop;
     link::Server server(loop);
+    names::NameService names(loop, options.name_cache ? names::default_cache_folder() : std::string());
+    server.add(names);
     const StartSteps steps = {
         [&](int pid) {
             return prepare(options, libraries, {folder_of(pid), name, program.tracked, pid}, server);
         },
         [&](int pid) { discard_output(folder_of(pid)); }, [&](int) { server.begin(); }};
     const Ending ending = run_program(program.path, options.command, steps);
+    names.finish();
     const std::string output = folder_of(ending.pid);
     const Run run{program_name, output, ending, take_notes(output, name)};
     if (!options.quiet) std::cerr << summary_text(run, options, takes_colour()) << std::flush;

@@ -120,12 +120,20 @@ void declare_tuning(CLI::App& app, Options& options) {
     app.add_option("--filters", options.filters, "File of further frames that are not charged")
         ->type_name("FILE")
         ->group(group);
-    app.add_flag("--unknown-lines", options.unknown_lines, "Charge code without line information, too")
+    app.add_flag("--unknown-lines,!--no-unknown-lines", options.unknown_lines,
+                 "Charge code without line information, too, by function or module; default")
         ->group(group);
     app.add_option("--ignore-depth", options.ignore_depth,
                    "Innermost frames that a stack walk skips; default 5")
         ->type_name("N")
         ->check(whole_number(0, INT_MAX))
+        ->group(group);
+}
+
+void declare_names(CLI::App& app, Options& options) {
+    const char* group = "How code is named";
+    app.add_flag("--name-cache,!--no-name-cache", options.name_cache,
+                 "Keep the names that were found in ~/.cache/ktl_mem for the next run; default")
         ->group(group);
 }
 
@@ -170,6 +178,7 @@ void declare_options(CLI::App& app, Options& options) {
     declare_tracking(app, options);
     declare_output(app, options);
     declare_tuning(app, options);
+    declare_names(app, options);
     declare_aids(app, options);
 }
 

@@ -32,7 +32,9 @@ struct Options {
     std::uint64_t peak_step = 0;      // bytes; 0: the tracker's default
     std::optional<int> ignore_depth;  // absent: the tracker's default
     std::string filters;              // empty: none
-    bool unknown_lines = false;
+    bool unknown_lines = true;
+    bool name_cache = true;
+    bool debuginfod = false;
 
     std::optional<unsigned> fill_new;
     std::optional<unsigned> fill_freed;

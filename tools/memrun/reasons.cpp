@@ -80,7 +80,7 @@ std::string explain_emptiness(const Ending& ending, const std::vector<ProcessNot
     if (figures.unattributed_bytes < figures.cumulative_bytes) return "";
     if (options.unknown_lines)
         return "No frame has so much as a name: the program is stripped; install its symbols.";
-    return "No frame has debug information: try --unknown-lines, or install the debug symbols.";
+    return "No frame has debug information: leave out --no-unknown-lines, or install the debug symbols.";
 }
 
 }  // namespace memrun

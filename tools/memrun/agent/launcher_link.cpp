@@ -1,16 +1,33 @@
 #include "tools/memrun/agent/launcher_link.h"
 
+#include <sys/mman.h>
+
 #include <cstdio>
 
+#include "platform/symbols/asked_names.h"
 #include "tools/memrun/agent/note.h"
 #include "tools/memrun/contract.h"
 #include "tools/memrun/link/client.h"
+#include "tools/memrun/link/shared_memory.h"
 
 namespace memrun::agent {
 
 namespace {
 
-void take_shares(const link::Greeting&) {}
+symbols::NAME_CHANNEL* channel = nullptr;
+
+void share_names(link::Greeting& mine) {
+    const int fd = link::make_shared_memory("ktl_mem_names", sizeof *channel);
+    channel = static_cast<symbols::NAME_CHANNEL*>(link::map_shared_memory(fd, sizeof *channel));
+    if (channel != nullptr) channel->mark = symbols::name_channel_mark;
+    mine.add(link::ShareKind::names, fd);
+}
+
+void take_shares(const link::Greeting& answer) {
+    auto* bell = static_cast<symbols::NAME_BELL*>(
+        link::map_shared_memory(answer.find(link::ShareKind::names_bell), sizeof(symbols::NAME_BELL)));
+    if (channel != nullptr && bell != nullptr) symbols::use_name_channel(channel, bell);
+}
 
 }  // namespace
 
@@ -20,7 +37,12 @@ void join_launcher(const Orders& orders) {
     link::Greeting mine;
     mine.pid = orders.owner;
     std::snprintf(mine.word, sizeof mine.word, "%s", orders.word);
+    share_names(mine);
     if (!link::greet_launcher(folder, mine, take_shares)) append_note(orders, "alone\n");
+}
+
+void note_silence(const Orders& orders) {
+    if (channel != nullptr && channel->is_given_up.load() != 0) append_note(orders, "silence\n");
 }
 
 }  // namespace memrun::agent

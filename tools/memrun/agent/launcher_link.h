@@ -9,4 +9,7 @@ namespace memrun::agent {
 // process goes on by itself, and its note says so.
 void join_launcher(const Orders& orders);
 
+// Adds to the note when the launcher stopped answering.
+void note_silence(const Orders& orders);
+
 }  // namespace memrun::agent

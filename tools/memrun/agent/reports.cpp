@@ -13,6 +13,7 @@
 #include "ktl_mem/out_of_memory.h"
 #include "ktl_mem/reports.h"
 #include "ktl_mem/statistics.h"
+#include "tools/memrun/agent/launcher_link.h"
 #include "tools/memrun/agent/note.h"
 
 namespace memrun::agent {
@@ -71,6 +72,7 @@ void write_reports(const Orders& orders, const char* how) {
     const WorkingFolder folder(orders.dir);
     if (!folder.entered()) return;
     mem_shutdown_tbb_tracking();
+    note_silence(orders);
     append_note(orders, "ended %s\n", how);
 }
 

@@ -1,0 +1,68 @@
+#include "tools/memrun/names/module_names.h"
+
+namespace memrun::names {
+
+using symbols::MODULE_SYMBOLS;
+
+namespace {
+
+// The same file by way of the process: it may have another root, and the program's file may be gone from its
+// folder.
+std::string path_through(pid_t process, const symbols::NAME_QUESTION& question) {
+    const std::string folder = "/proc/" + std::to_string(process);
+    return question.is_executable ? folder + "/exe" : folder + "/root" + question.path;
+}
+
+Quality quality_of(const MODULE_SYMBOLS& symbols) {
+    if (symbols.has_units()) return Quality::lines;
+    return symbols.has_functions() ? Quality::functions : Quality::nothing;
+}
+
+}  // namespace
+
+ModuleNames::ModuleNames(const symbols::NAME_QUESTION& question, pid_t asker, WorkTable& work,
+                         DiskCache* cache)
+    : path_(question.path),
+      build_id_(question.build_id),
+      asker_path_(path_through(asker, question)),
+      name_in_work_(path_ + build_id_),
+      work_(work),
+      cache_(build_id_.empty() ? nullptr : cache) {
+    if (cache_ == nullptr) return;
+    cached_ = cache_->load(build_id_);
+    // Only names with lines are kept there.
+    if (!cached_.empty()) quality_ = Quality::lines;
+}
+
+std::vector<symbols::FRAME> ModuleNames::find(const symbols::CODE_ADDRESS& address) {
+    const auto known = cached_.find(address);
+    if (known != cached_.end()) return known->second;
+    work_.begin(name_in_work_);
+    read_files();
+    std::vector<symbols::FRAME> levels;
+    if (symbols_ != nullptr) levels = symbols_->find_frames(symbols_->instruction(address));
+    work_.end();
+    cached_[address] = levels;
+    is_new_ = true;
+    return levels;
+}
+
+void ModuleNames::read_files() {
+    if (is_read_) return;
+    is_read_ = true;
+    const Trust trust = work_.trust_in(name_in_work_);
+    if (trust == Trust::nothing) return;
+    const auto detail = trust == Trust::everything ? symbols::DETAIL::ALL : symbols::DETAIL::FUNCTIONS;
+    symbols_ = std::make_unique<MODULE_SYMBOLS>(path_, build_id_, detail);
+    if (quality_of(*symbols_) == Quality::nothing)
+        symbols_ = std::make_unique<MODULE_SYMBOLS>(asker_path_, build_id_, detail);
+    quality_ = quality_of(*symbols_);
+}
+
+void ModuleNames::save() {
+    if (cache_ == nullptr || !is_new_ || symbols_ == nullptr || !symbols_->is_complete()) return;
+    cache_->store(build_id_, cached_);
+    is_new_ = false;
+}
+
+}  // namespace memrun::names

@@ -1,0 +1,48 @@
+// The names of one module's code: from the disk cache, else from its files.
+#pragma once
+
+#include <sys/types.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/symbols/module_symbols.h"
+#include "platform/symbols/name_messages.h"
+#include "tools/memrun/names/disk_cache.h"
+#include "tools/memrun/names/work_table.h"
+
+namespace memrun::names {
+
+// How well a module's code can be named.
+enum class Quality { nothing, functions, lines };
+
+class ModuleNames {
+  public:
+    // Reads nothing yet, but for the cache; `cache` may be null.
+    ModuleNames(const symbols::NAME_QUESTION& question, pid_t asker, WorkTable& work, DiskCache* cache);
+
+    std::vector<symbols::FRAME> find(const symbols::CODE_ADDRESS& address);
+    Quality quality() const { return quality_; }
+    const std::string& path() const { return path_; }
+
+    // Hands what is new to the cache.
+    void save();
+
+  private:
+    void read_files();
+
+    std::string path_;
+    std::string build_id_;
+    std::string asker_path_;  // the same file as the asker sees it
+    std::string name_in_work_;
+    WorkTable& work_;
+    DiskCache* cache_;
+    CachedNames cached_;
+    bool is_new_ = false;
+    bool is_read_ = false;
+    Quality quality_ = Quality::nothing;
+    std::unique_ptr<symbols::MODULE_SYMBOLS> symbols_;
+};
+
+}  // namespace memrun::names

@@ -1,0 +1,137 @@
+#include "tools/memrun/names/name_service.h"
+
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <new>
+#include <utility>
+
+#include "tools/memrun/link/shared_memory.h"
+
+namespace memrun::names {
+
+namespace {
+
+// How long the namer may take to write its cache.
+constexpr int longest_farewell_ms = 5000;
+
+void* anonymous_memory(std::size_t size) {
+    void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    return memory == MAP_FAILED ? nullptr : memory;
+}
+
+void close_and_forget(int& fd) {
+    if (fd >= 0) close(fd);
+    fd = -1;
+}
+
+}  // namespace
+
+NameService::NameService(link::EventLoop& loop, std::string cache_folder)
+    : loop_(loop), bell_fd_(link::make_shared_memory("ktl_mem_bell", sizeof(symbols::NAME_BELL))) {
+    seat_.cache_folder = std::move(cache_folder);
+    seat_.bell =
+        static_cast<symbols::NAME_BELL*>(link::map_shared_memory(bell_fd_, sizeof(symbols::NAME_BELL)));
+    void* work = anonymous_memory(sizeof(WorkTable));
+    if (work != nullptr) seat_.work = new (work) WorkTable;
+    if (seat_.bell != nullptr) seat_.bell->mark = symbols::name_channel_mark;
+    seat_.module_list = memfd_create("ktl_mem_modules", MFD_CLOEXEC);
+}
+
+NameService::~NameService() {
+    finish();
+    if (seat_.bell != nullptr) munmap(seat_.bell, sizeof *seat_.bell);
+    if (seat_.work != nullptr) munmap(seat_.work, sizeof *seat_.work);
+    close_and_forget(bell_fd_);
+    close_and_forget(seat_.module_list);
+}
+
+void NameService::on_arrival(const link::Guest& guest, link::Greeting& answer) {
+    const std::lock_guard guard(mutex_);
+    const int channel = guest.greeting.find(link::ShareKind::names);
+    if (channel < 0 || seat_.bell == nullptr || seat_.work == nullptr || is_finished_) return;
+    channels_[guest.pid] = channel;
+    if (namer_ == 0)
+        start_namer();
+    else
+        tell_namer(guest.pid, channel);
+    if (namer_ != 0) answer.add(link::ShareKind::names_bell, bell_fd_);
+}
+
+void NameService::on_departure(const link::Guest& guest) {
+    const std::lock_guard guard(mutex_);
+    if (channels_.erase(guest.pid) != 0) tell_namer(guest.pid, -1);
+}
+
+void NameService::tell_namer(pid_t pid, int channel) const {
+    link::Greeting greeting;
+    greeting.pid = pid;
+    greeting.add(link::ShareKind::names, channel);
+    if (to_namer_ < 0) return;
+    link::send_greeting(to_namer_, greeting);
+    ++seat_.bell->rings;
+    symbols::wake_waiting(&seat_.bell->rings);
+}
+
+void NameService::start_namer() {
+    int ends[2];
+    if (starts_left_-- <= 0 || socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return;
+    namer_ = fork();
+    if (namer_ == 0) {
+        close(ends[0]);
+        become_namer(ends[1]);
+    }
+    close(ends[1]);
+    to_namer_ = ends[0];
+    if (namer_ < 0) {
+        namer_ = 0;
+        close_and_forget(to_namer_);
+        return;
+    }
+    link::limit_waits(to_namer_);
+    namer_end_ = static_cast<int>(syscall(SYS_pidfd_open, namer_, 0));
+    loop_.watch(namer_end_, [this] { on_namer_end(); });
+    for (const auto& [pid, channel] : channels_) tell_namer(pid, channel);
+}
+
+void NameService::become_namer(int launcher) {
+    // The socket ends with the launcher, but a namer that waits for its bell would not hear of it.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    seat_.launcher = launcher;
+    run_namer(seat_);
+}
+
+void NameService::on_namer_end() {
+    const std::lock_guard guard(mutex_);
+    if (namer_ == 0) return;
+    loop_.forget(namer_end_);
+    close_and_forget(namer_end_);
+    close_and_forget(to_namer_);
+    waitpid(std::exchange(namer_, 0), nullptr, 0);
+    if (is_finished_) return;
+    seat_.work->note_death();
+    start_namer();
+}
+
+void NameService::finish() {
+    const std::lock_guard guard(mutex_);
+    is_finished_ = true;
+    if (namer_ == 0) return;
+    close_and_forget(to_namer_);
+    ++seat_.bell->rings;
+    symbols::wake_waiting(&seat_.bell->rings);
+    pollfd ended = {namer_end_, POLLIN, 0};
+    if (poll(&ended, 1, longest_farewell_ms) == 0) kill(namer_, SIGKILL);
+    waitpid(std::exchange(namer_, 0), nullptr, 0);
+    loop_.forget(namer_end_);
+    close_and_forget(namer_end_);
+}
+
+}  // namespace memrun::names

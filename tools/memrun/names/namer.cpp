@@ -1,0 +1,260 @@
+#include "tools/memrun/names/namer.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "tools/memrun/link/message.h"
+#include "tools/memrun/link/shared_memory.h"
+#include "tools/memrun/names/module_names.h"
+
+namespace memrun::names {
+
+using symbols::NAME_CHANNEL;
+using symbols::NAME_SLOT;
+using symbols::SLOT_STATE;
+
+namespace {
+
+constexpr std::uint64_t most_cache_bytes = std::uint64_t{256} << 20;
+constexpr int pulse_ms = 100;
+// Longer than this no readable file takes for one answer.
+constexpr int longest_answer_s = 60;
+// How long nothing is asked before what is new goes to the disk.
+constexpr int quiet_ms = 2000;
+
+symbols::NAME_BELL* pulsing_bell = nullptr;
+volatile std::sig_atomic_t beats = 0;
+
+// Waiting processes take the pulse for a sign of life.
+void beat(int) {
+    ++pulsing_bell->pulse;
+    beats = beats + 1;
+    if (beats > longest_answer_s * 1000 / pulse_ms) _exit(1);
+}
+
+// While it lives the pulse goes on.
+class Pulse {
+  public:
+    Pulse() {
+        beats = 0;
+        set(pulse_ms);
+    }
+    ~Pulse() { set(0); }
+    Pulse(const Pulse&) = delete;
+    Pulse& operator=(const Pulse&) = delete;
+
+  private:
+    static void set(int milliseconds) {
+        const timeval step = {0, milliseconds * 1000};
+        const itimerval timer = {step, step};
+        setitimer(ITIMER_REAL, &timer, nullptr);
+    }
+};
+
+struct Unmap {
+    void operator()(NAME_CHANNEL* channel) const { munmap(channel, sizeof *channel); }
+};
+using MappedChannel = std::unique_ptr<NAME_CHANNEL, Unmap>;
+
+class Namer {
+  public:
+    explicit Namer(const NamerSeat& seat) : seat_(seat) {
+        if (!seat.cache_folder.empty()) cache_.emplace(seat.cache_folder, most_cache_bytes);
+    }
+
+    void serve() {
+        while (true) {
+            const std::uint32_t rings = seat_.bell->rings.load();
+            if (!hear_launcher()) break;
+            if (answer_all()) continue;
+            const bool is_quiet =
+                symbols::wait_for_change(&seat_.bell->rings, rings, has_news_ ? quiet_ms : -1);
+            if (is_quiet) save();
+        }
+        save();
+        list_modules();
+    }
+
+  private:
+    bool hear_launcher();
+    bool answer_all();
+    void answer(pid_t asker, NAME_SLOT& slot);
+    void answer_question(pid_t asker, const symbols::NAME_QUESTION& question, std::size_t room,
+                         symbols::TEXT_WRITER& writer);
+    ModuleNames& module_of(const symbols::NAME_QUESTION& question, pid_t asker);
+    void list_modules() const;
+    void save();
+
+    const NamerSeat& seat_;
+    std::optional<DiskCache> cache_;
+    std::map<pid_t, MappedChannel> channels_;
+    std::map<std::string, ModuleNames> modules_;  // by path and build-id
+    bool has_news_ = false;
+};
+
+// False at the launcher's end.
+bool Namer::hear_launcher() {
+    pollfd ready = {seat_.launcher, POLLIN, 0};
+    while (poll(&ready, 1, 0) > 0) {
+        link::Greeting greeting;
+        if (!link::receive_greeting(seat_.launcher, greeting)) return false;
+        const int fd = greeting.find(link::ShareKind::names);
+        channels_.erase(greeting.pid);
+        if (fd >= 0) {
+            auto* channel = static_cast<NAME_CHANNEL*>(link::map_shared_memory(fd, sizeof(NAME_CHANNEL)));
+            if (channel != nullptr) channels_[greeting.pid] = MappedChannel(channel);
+        }
+        link::close_shares(greeting);
+    }
+    return true;
+}
+
+// False when nobody had asked.
+bool Namer::answer_all() {
+    bool any = false;
+    for (const auto& [pid, channel] : channels_) {
+        for (NAME_SLOT& slot : channel->slots) {
+            if (slot.state.load() != SLOT_STATE::ASKED) continue;
+            answer(pid, slot);
+            any = true;
+        }
+    }
+    return any;
+}
+
+void Namer::answer(pid_t asker, NAME_SLOT& slot) {
+    const Pulse pulse;
+    const std::string asked(slot.text, std::min<std::size_t>(slot.size, sizeof slot.text));
+    symbols::TEXT_READER reader(asked);
+    symbols::NAME_QUESTION question;
+    symbols::TEXT_WRITER writer;
+    if (symbols::read_question(reader, question)) answer_question(asker, question, sizeof slot.text, writer);
+    std::copy(writer.get().begin(), writer.get().end(), slot.text);
+    slot.size = static_cast<std::uint32_t>(writer.size());
+    slot.state.store(SLOT_STATE::ANSWERED);
+    symbols::wake_waiting(&slot.state);
+}
+
+// Names that fill a slot by themselves are cut: no more of a text and no more levels than this.
+constexpr std::size_t longest_text = 8192;
+
+void make_fit(std::vector<symbols::FRAME>& levels, std::size_t room) {
+    std::size_t used = 0;
+    for (std::size_t i = 0; i < levels.size(); ++i) {
+        symbols::FRAME& level = levels[i];
+        level.file.resize(std::min(level.file.size(), longest_text));
+        level.function.resize(std::min(level.function.size(), longest_text));
+        used += level.file.size() + level.function.size() + 32;
+        if (used > room) levels.resize(i);
+    }
+}
+
+// As many answers as there is room for, behind their number.
+void Namer::answer_question(pid_t asker, const symbols::NAME_QUESTION& question, std::size_t room,
+                            symbols::TEXT_WRITER& writer) {
+    ModuleNames& module = module_of(question, asker);
+    symbols::TEXT_WRITER answers;
+    std::uint32_t count = 0;
+    for (const symbols::CODE_ADDRESS& address : question.addresses) {
+        beats = 0;
+        std::vector<symbols::FRAME> levels = module.find(address);
+        make_fit(levels, room - 64);
+        const std::size_t before = answers.size();
+        symbols::write_levels(levels, answers);
+        if (answers.size() + sizeof count > room) {
+            answers.cut(before);
+            break;
+        }
+        ++count;
+    }
+    writer.number(count);
+    writer.append(answers.get());
+    has_news_ = has_news_ || cache_.has_value();
+}
+
+ModuleNames& Namer::module_of(const symbols::NAME_QUESTION& question, pid_t asker) {
+    const std::string key = question.path + '\n' + question.build_id;
+    const auto found = modules_.find(key);
+    if (found != modules_.end()) return found->second;
+    return modules_.try_emplace(key, question, asker, *seat_.work, cache_.has_value() ? &*cache_ : nullptr)
+        .first->second;
+}
+
+void Namer::list_modules() const {
+    std::string list;
+    for (const auto& [key, module] : modules_)
+        list += "nfl"[static_cast<int>(module.quality())] + ('\t' + module.path()) + '\n';
+    const ssize_t ignored = write(seat_.module_list, list.data(), list.size());
+    static_cast<void>(ignored);
+}
+
+void Namer::save() {
+    for (auto& [key, module] : modules_) module.save();
+    has_news_ = false;
+}
+
+// The launcher's descriptors are not the namer's, and would keep memory and pipes alive.
+void close_others(const NamerSeat& seat) {
+    const auto [first, second] = std::minmax(seat.launcher, seat.module_list);
+    close_range(STDERR_FILENO + 1, static_cast<unsigned>(first) - 1, 0);
+    if (first + 1 < second)
+        close_range(static_cast<unsigned>(first) + 1, static_cast<unsigned>(second) - 1, 0);
+    close_range(static_cast<unsigned>(second) + 1, ~0U, 0);
+}
+
+// A process that was killed leaves no core for a file that it could not read, and is the first to go when
+// memory gets scarce.
+void bound_resources() {
+    const rlimit no_core = {0, 0};
+    setrlimit(RLIMIT_CORE, &no_core);
+    const auto memory =
+        static_cast<rlim_t>(sysconf(_SC_PHYS_PAGES)) * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+    const rlimit half = {memory / 2, memory / 2};
+    setrlimit(RLIMIT_DATA, &half);
+    const int score = open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC);
+    if (score < 0) return;
+    const ssize_t ignored = write(score, "500", 3);
+    static_cast<void>(ignored);
+    close(score);
+}
+
+// What the terminal sends is the program's and the launcher's business: names are wanted to the end.
+void set_signals() {
+    for (const int signo : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) std::signal(signo, SIG_IGN);
+    struct sigaction action = {};
+    action.sa_handler = beat;
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGALRM, &action, nullptr);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+}  // namespace
+
+void run_namer(const NamerSeat& seat) {
+    prctl(PR_SET_NAME, "ktl_memrun_names");
+    pulsing_bell = seat.bell;
+    close_others(seat);
+    set_signals();
+    bound_resources();
+    try {
+        Namer(seat).serve();
+    } catch (...) {
+        _exit(1);
+    }
+    _exit(0);
+}
+
+}  // namespace memrun::names
