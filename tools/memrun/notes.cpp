@@ -20,6 +20,8 @@ void read_line(const std::string& line, ProcessNote& note) {
     std::istringstream numbers(value);
     if (key == "program") note.program = value;
     if (key == "allocator") note.foreign_allocator = value;
+    if (key == "alone") note.was_alone = true;
+    if (key == "silence") note.met_silence = true;
     if (key == "failed") note.has_refusal = static_cast<bool>(numbers >> note.refused_bytes);
     if (key == "ended") note.ended = value;
     if (key == "stats") {

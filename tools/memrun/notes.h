@@ -11,6 +11,8 @@ struct ProcessNote {
     std::string word;               // middle word of the process's report files
     std::string program;            // path of its executable
     std::string foreign_allocator;  // object that serves malloc in place of the tracked allocator; else empty
+    bool was_alone = false;         // no launcher answered
+    bool met_silence = false;       // the launcher stopped answering
     bool has_refusal = false;       // an allocation failed
     std::uint64_t refused_bytes = 0;  // 0: not known
     bool has_stats = false;           // the process-wide counters moved

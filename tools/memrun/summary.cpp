@@ -116,6 +116,9 @@ std::string summary_text(const Run& run, const Options& options, bool with_colou
     }
     const std::string reason = explain_emptiness(run.ending, run.notes, figures, options);
     if (!reason.empty()) lines.add("note", reason);
+    if (std::any_of(run.notes.begin(), run.notes.end(),
+                    [](const ProcessNote& note) { return note.was_alone || note.met_silence; }))
+        lines.add("note", "Code was named inside the program, since nobody answered it here for a second.");
     if (figures.has_files)
         lines.add("next", "ktl_memview show " + quoted(run.output) + ", or ktl_memview html for the page");
     return lines.text();

@@ -2,12 +2,24 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace memrun::link {
 
+namespace {
+
+// The limit on files counts for this memory, too, and who goes beyond it gets a signal.
+bool is_allowed(std::size_t size) {
+    rlimit limit;
+    return getrlimit(RLIMIT_FSIZE, &limit) == 0 && size <= limit.rlim_cur;
+}
+
+}  // namespace
+
 int make_shared_memory(const char* name, std::size_t size) {
+    if (!is_allowed(size)) return -1;
     const int fd = memfd_create(name, MFD_CLOEXEC | MFD_ALLOW_SEALING);
     if (fd < 0) return -1;
     if (ftruncate(fd, static_cast<off_t>(size)) == 0 &&

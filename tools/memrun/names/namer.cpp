@@ -231,7 +231,7 @@ void bound_resources() {
 
 // What the terminal sends is the program's and the launcher's business: names are wanted to the end.
 void set_signals() {
-    for (const int signo : {SIGINT, SIGQUIT, SIGTERM, SIGHUP}) std::signal(signo, SIG_IGN);
+    for (const int signo : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGXFSZ}) std::signal(signo, SIG_IGN);
     struct sigaction action = {};
     action.sa_handler = beat;
     action.sa_flags = SA_RESTART;

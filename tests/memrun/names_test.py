@@ -1,0 +1,139 @@
+"""Where the names of code come from, and what becomes of them when something breaks."""
+
+import os
+import pathlib
+import signal
+import subprocess
+import time
+import unittest
+
+from launcher import MEMRUN, LauncherTest
+
+SOURCE = """
+#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
+void* volatile kept;
+__attribute__((noinline)) void hold(int bytes) { kept = malloc(bytes); }
+__attribute__((noinline)) void hold_later(int bytes) { kept = malloc(bytes); kept = 0; }
+int main(int argc, char** argv) {
+    hold(1000);
+    if (argc > 1) { write(1, "1", 1); char c; if (read(0, &c, 1) < 0) return 1; }
+    hold_later(3000);
+    return 0;
+}
+"""
+
+LINK = (("objcopy", "--only-keep-debug", "NAME", "NAME.debug"), ("strip", "NAME"),
+        ("objcopy", "--add-gnu-debuglink=NAME.debug", "NAME"))
+
+
+class Names(LauncherTest):
+    def setUp(self):
+        super().setUp()
+        self.cache = self.folder / "cache"
+        os.environ["XDG_CACHE_HOME"] = str(self.cache)
+        (self.folder / "holder.c").write_text(SOURCE)
+        self.build("holder", "-g")
+
+    def build(self, name, *flags):
+        self.run_checked("gcc", "-O1", "holder.c", "-o", name, *flags)
+        return self.folder / name
+
+    def run_checked(self, *command):
+        result = self.run_plain(*map(str, command))
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+    def site(self, requested, name):
+        """File name and function of the site that holds that many bytes."""
+        rows = [row for row in self.rows(f"mem_tbb_fileline.{name}.log") if row["Cumulative requested bytes"] == str(requested)]
+        self.assertEqual(len(rows), 1, rows)
+        return pathlib.Path(rows[0]["File"]).name, rows[0]["Function"]
+
+    def start_tracked(self, name, *options):
+        """A run that stands between its two allocations."""
+        process = subprocess.Popen([MEMRUN, "-o", "reports", "--force", *options, f"./{name}", "wait"], cwd=self.folder,
+                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.assertEqual(process.stdout.read(1), b"1")
+        return process
+
+    def test_each_source_names_code(self):
+        mini = ("objcopy", "-S", "--keep-symbol=hold", "NAME", "table.elf"), ("xz", "table.elf"), \
+            ("strip", "NAME"), ("objcopy", "--add-section", ".gnu_debugdata=table.elf.xz", "NAME")
+        for name, flags, commands, file, function in (
+                ("lines", "-g", (), "holder.c", "hold"),
+                ("linked", "-g", LINK, "holder.c", "hold"),
+                ("zlib", "-g -gz", (), "holder.c", "hold"),
+                ("split", "-g -gsplit-dwarf", (), "holder.c", "hold"),
+                ("table", "", (), "Unknown", "hold+0x"),
+                ("mini", "", mini, "Unknown", "hold+0x"),
+                ("nothing", "", (("strip", "NAME"),), "Unknown", "nothing+0x")):
+            with self.subTest(name=name):
+                self.build(name, *flags.split())
+                for command in commands:
+                    self.run_checked(*(word.replace("NAME", name) for word in command))
+                result = self.run_tracked("--force", f"./{name}")
+                site = self.site(1000, name)
+                self.assertEqual((site[0], site[1][:len(function)]), (file, function), result.stderr)
+                other = [row for row in self.rows(f"mem_tbb_fileline.{name}.log") if row["Address"] == "OTHER"]
+                self.assertLessEqual(sum(int(row["Cumulative bytes"]) for row in other), 40)
+
+    def test_the_cache_names_what_it_knows(self):
+        self.run_tracked("--no-name-cache", "./holder")
+        self.assertFalse(self.cache.exists())
+        self.run_tracked("--force", "./holder")
+        entry, = (self.cache / "ktl_mem").glob("*.names")
+        whole = entry.read_bytes()
+        self.assertIn(b"holder.c", whole)
+        for damaged in (b"", whole[:-1], whole[:100] + b"x" + whole[101:], b"\xff" * 2000):
+            entry.write_bytes(damaged)
+            self.run_tracked("--force", "./holder")
+            self.assertEqual(self.site(1000, "holder"), ("holder.c", "hold"))
+            self.assertEqual(entry.read_bytes(), whole)
+        # The names are those of the cache when the file has lost its own.
+        self.run_checked("strip", "-g", "holder")
+        self.run_tracked("--force", "./holder")
+        self.assertEqual(self.site(3000, "holder"), ("holder.c", "hold_later"))
+
+    def test_two_processes_fill_the_cache_at_once(self):
+        runs = [subprocess.Popen([MEMRUN, "-q", "-o", f"run{i}", "./holder"], cwd=self.folder) for i in range(6)]
+        self.assertEqual([run.wait() for run in runs], [0] * 6)
+        self.assertEqual(len(list((self.cache / "ktl_mem").glob("*"))), 2)
+
+    def test_a_program_outlives_its_launcher(self):
+        process = self.start_tracked("holder")
+        os.kill(process.pid, signal.SIGKILL)
+        begin = time.monotonic()
+        process.communicate(b"x")
+        while not (self.reports / "mem_tbb_leak_warning.holder.log").exists() and time.monotonic() < begin + 60:
+            time.sleep(0.05)
+        for size, function in ((1000, "hold"), (3000, "hold_later")):
+            self.assertEqual(self.site(size, "holder"), ("holder.c", function))
+
+    def test_a_debug_file_is_cut_while_it_is_used(self):
+        for command in LINK:
+            self.run_checked(*(word.replace("NAME", "holder") for word in command))
+        process = self.start_tracked("holder", "--no-name-cache")
+        os.truncate(self.folder / "holder.debug", 100)
+        _, errors = process.communicate(b"x")
+        self.assertEqual(process.returncode, 0, errors)
+        self.assertNotIn(b"inside the program", errors)
+        self.assertEqual(self.site(1000, "holder"), ("holder.c", "hold"))
+        self.assertEqual(self.site(3000, "holder")[1][:9], "holder+0x")
+
+    def test_a_launcher_that_stands_still_costs_a_second(self):
+        process = self.start_tracked("holder", "--no-name-cache")
+        namer = int(self.run_plain("pgrep", "-P", str(process.pid), "ktl_memrun_name").stdout)
+        os.kill(namer, signal.SIGSTOP)
+        begin = time.monotonic()
+        process.stdin.write(b"x")
+        process.stdin.flush()
+        while not (self.reports / "mem_tbb_leak_warning.holder.log").exists() and time.monotonic() < begin + 60:
+            time.sleep(0.05)
+        os.kill(namer, signal.SIGCONT)
+        self.assertIn(b"inside the program", process.communicate()[1])
+        self.assertEqual(self.site(3000, "holder"), ("holder.c", "hold_later"))
+
+
+if __name__ == "__main__":
+    unittest.main()
