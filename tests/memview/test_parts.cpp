@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "tests/memview/reports.h"
+#include "tools/common/readable_names.h"
 #include "tools/memview/chart.h"
 #include "tools/memview/folder.h"
 #include "tools/memview/suppressions.h"
@@ -43,6 +44,44 @@ TEST(Units, TextThatFitsATerminal) {
     EXPECT_EQ(sparkline({0, 50, 100, 0}, 4), "▁▅█▁");
     EXPECT_EQ(sparkline({0, 100, 0, 0}, 2), "█▁");
     EXPECT_EQ(sparkline({-5, 0}, 9), "▁▁");
+}
+
+TEST(ReadableNames, FoldWhatNobodyWrites) {
+    const std::string text =
+        "std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> >";
+    const std::pair<std::string, const char*> CASES[] = {
+        {text, "std::string"},
+        {"f[abi:cxx11](" + text + " const&)::{lambda(int)#1}::operator()(int) const",
+         "f(std::string const&)::{lambda(int)#1}::operator()(int) const"},
+        {"std::map<" + text + ", std::vector<int, std::allocator<int> >, std::less<" + text +
+             ">, std::allocator<std::pair<" + text +
+             " const, std::vector<int, std::allocator<int> > > > >::~map()",
+         "std::map<std::string, std::vector<int>>::~map()"},
+        {"std::set<int, std::greater<int>, std::allocator<int>>", "std::set<int, std::greater<int>>"},
+        {"std::unordered_map<int, a::B, std::hash<int>, std::equal_to<int>, std::allocator<std::pair<int "
+         "const, a::B>>>",
+         "std::unordered_map<int, a::B>"},
+        {"std::unique_ptr<T, std::default_delete<T> >::reset(T*)", "std::unique_ptr<T>::reset(T*)"},
+        {"std::basic_ostream<char, std::char_traits<char> >& std::operator<< <std::char_traits<char> >(int)",
+         "std::ostream& std::operator<< <std::char_traits<char>>(int)"},
+        {"nlohmann::json_abi_v3_11_2::basic_json<std::map, std::vector, " + text +
+             ", bool, long, unsigned long, double, std::allocator, "
+             "nlohmann::json_abi_v3_11_2::adl_serializer, "
+             "std::vector<unsigned char, std::allocator<unsigned char> > >::parse()",
+         "nlohmann::json::parse()"},
+        {"std::__1::vector<bool, std::__1::allocator<bool>>", "std::vector<bool>"},
+        {"fmt::v9::detail::buffer<char>::v9(v9::x)", "fmt::detail::buffer<char>::v9(v9::x)"},
+        {"my::std::basic_string<char>", "my::std::basic_string<char>"},
+        {"a::operator<(b<c>, d) and operator->() and operator>><e> ",
+         "a::operator<(b<c>, d) and operator->() and operator>><e> "},
+        {"std::function<auto (int) -> void>", "std::function<auto (int) -> void>"},
+        {"<core::fmt::Arguments as core::fmt::Display>::fmt",
+         "<core::fmt::Arguments as core::fmt::Display>::fmt"},
+        {"cut<std::vector<int, std::allocator<int> >, ", "cut<std::vector<int, std::allocator<int> >, "},
+        {std::string(5000, '<'), nullptr},
+        {"", ""}};
+    for (const auto& [whole, folded] : CASES)
+        EXPECT_EQ(readable::name(whole), folded == nullptr ? whole : folded) << whole;
 }
 
 TEST(Suppressions, MatchLikeLeakSanitizers) {
