@@ -6,10 +6,13 @@ import itertools
 import os
 import sys
 
+from path_report import PathReport, level
+
 EXPECTED = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "report", "expected")
 CLOSING = "Time spent dumping:\t3 clicks.\t0.003 seconds.\n"
 LABELS = ["Other", "read", "analyse <b>", "write"]
 TAGS = 6
+CALLERS = 20
 # Counters stand as in a row of call sites: bytes (current, max, peak, cumulative, requested, mismatched), then blocks
 # (current, max, peak, cumulative).
 CURRENT, MAX, PEAK, CUMULATIVE, MOST_BLOCKS = 0, 1, 2, 3, 7
@@ -30,6 +33,21 @@ def counters_of_site(i):
     most, ever, mismatched = blocks + 2, 3 * (blocks + 2), size if i % 11 == 0 else 0
     return [current * size, most * size, blocks * size, ever * size, ever * (size - 3), mismatched,
             current, most, blocks, ever]
+
+
+def figures_of_path(counters):
+    """The exact peak holds twice what the recorded one does."""
+    current, _, peak, ever, requested, _, blocks, _, peak_blocks, ever_blocks = counters
+    return [current, blocks, current, 2 * peak, 2 * peak_blocks, ever, ever_blocks, requested, ever_blocks // 3]
+
+
+def stack_of(i, place):
+    """main, one of some callers, the call site, and what it allocates by."""
+    caller = level(f"project::caller{i % CALLERS}(int)", "/home/user/project/source/callers.cpp", 10 + i % CALLERS, "module1")
+    inlined = level("std::vector<int, std::allocator<int> >::push_back(int&&)", "/usr/include/c++/12/bits/stl_vector.h", 1296,
+                    place[1], 1)
+    return [[level("main", "/home/user/project/source/main.cpp", 5, "module1")], [caller], [inlined, place],
+            [level("operator new(unsigned long)", "", 0, "libtcmalloc_minimal.so.4", 1)]]
 
 
 class Series:
@@ -75,6 +93,7 @@ class Run:
             report.writelines(itertools.chain([first], rows, [last]))
 
     def write_sites(self):
+        paths = PathReport()
         with self.open("fileline") as report, self.open("leak_warning") as leaks:
             report.write(head("fileline", 3).replace("index 3", f"index {self.samples // 2}"))
             leaks.write(head("leak_warning", 2))
@@ -85,12 +104,16 @@ class Run:
                 part, line = f"part{i % 50}", 10 + i % 2000
                 file = f"/home/user/project/source/{part}/file{i % 700}.cpp"
                 function = f'project::{part}::Class<int, "&<b>">::function{i % 3000}(std::string const&, int)'
-                report.write(row(hex(0x7f0000000000 + i * 64), *counters, module.name, file, line, function))
+                address = hex(0x7f0000000000 + i * 64)
+                report.write(row(address, *counters, module.name, file, line, function))
+                place = level(function, file, line, module.name)
+                paths.add(stack_of(i, place), address, figures_of_path(counters))
                 if counters[CURRENT]:
                     leaks.write(f"{module.name} leaked {counters[CURRENT]} bytes in 1 object(s) allocated at "
                                 f"{file}:{line} {function}\n")
             report.write(row("OTHER", *[0] * 10, "", "", 0, "") + CLOSING)
             leaks.write(f"\nTotal leaked bytes: {sum(tag.counters[CURRENT] for tag in self.tags)}\n")
+        paths.write(self.folder, self.name)
 
     def named_modules(self):
         """The last 18 modules are named, the others are Misc."""

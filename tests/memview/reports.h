@@ -41,6 +41,28 @@ inline std::string sites(const std::string& rows) {
     return SITES_HEAD + rows + OTHER_SITE + CLOSING;
 }
 
+inline const std::string PATHS_HEAD =
+    "MEM: Call Paths.\n\nKey\tValue\nVersion\t1\nNodes\t3\nPeak bytes\t900\n\n"
+    "Frame\tLevel\tAddress\tFiltered\tModule\tFile\tLine\tFunction\n";
+inline const std::string NODES_HEAD =
+    "\nNode\tParent\tFrame\tSite\tCurrent bytes\tCurrent blocks\tCurrent requested bytes\tPeak bytes\tPeak "
+    "blocks\t"
+    "Cumulative bytes\tCumulative blocks\tCumulative requested bytes\tTemporary blocks\n";
+inline const std::string FRAME_ROWS =
+    "1\t0\t0x10\t0\tapp\t/src/m.cpp\t3\tmain\n"
+    "2\t0\t0x20\t1\tapp\t/usr/v.h\t7\tstd::vector<int, std::allocator<int> >::push_back(int)\n"
+    "2\t1\t0x20\t0\tapp\t/src/a.cpp\t1\twork()\n";
+// main holds 100 of OTHER; work() of line 1 was called from main with 300 and from deeper with 500 at the
+// peak.
+inline const std::string NODE_ROWS =
+    "1\t0\t1\tOTHER\t0\t0\t0\t100\t1\t100\t1\t90\t0\n"
+    "2\t1\t2\t0x1\t30\t1\t28\t300\t3\t700\t7\t650\t2\n"
+    "3\t0\t2\t0x1\t0\t0\t0\t500\t5\t500\t5\t500\t0\n";
+
+inline std::string paths(const std::string& frames = FRAME_ROWS, const std::string& nodes = NODE_ROWS) {
+    return PATHS_HEAD + frames + NODES_HEAD + nodes + "\n" + CLOSING;
+}
+
 inline std::string fast_summary(const std::string& program, int leaked, int peak) {
     const auto field = [](int value) {
         const std::string digits = std::to_string(value);

@@ -154,6 +154,27 @@ TEST(Reading, ProcessesAreToldApartAndChosen) {
                 HasSubstr("holds no process \"c\", only \"a\", \"my.tool\""));
 }
 
+// The call site has what its two paths have; what is no call site's goes to OTHER.
+TEST(Reading, CallPathsTellTheExactPeakOfEachRow) {
+    Scratch scratch;
+    scratch.write("mem_tbb_call_paths.a.log", paths());
+    scratch.write("mem_tbb_fileline.a.log", sites(site(1, 600, "work()", 30) + site(2, 50)));
+    scratch.write("mem_tbb_subsystem.a.log", MODULES_HEAD + "app\t1\t9\t2\t3\t4\t5\t6\t7\t8\n" +
+                                                 "OTHER\t1\t9\t2\t3\t4\t5\t6\t7\t8\n" + CLOSING);
+    const auto folder = read(scratch);
+    const memview::Run& run = folder->runs[0];
+    const auto exact = [&](const char* key) {
+        std::vector<std::int64_t> all;
+        const Table& table = *run.table(key);
+        for (std::size_t row = 0; row < table.rows; ++row) all.push_back((*table.cells("exact_peak"))[row]);
+        return all;
+    };
+    EXPECT_EQ(peak_bytes(run), 900);
+    EXPECT_THAT(exact("sites"), testing::ElementsAre(800, 0, 100));
+    EXPECT_THAT(exact("modules"), testing::ElementsAre(800, 100));
+    EXPECT_THAT(run.paths->first_level, testing::ElementsAre(0, 0, 1, 3));
+}
+
 struct Broken {
     const char* what;
     const char* file;
@@ -169,6 +190,7 @@ constexpr const char* TIMELINE = "mem_tbb_timeline.bad.log";
 constexpr const char* AUXILIARY = "mem_tbb_auxiliary_timeline.bad.log";
 constexpr const char* FAST_LEAKS = "mem_tbb_fast_leak_warning.log";
 constexpr const char* FILTERS = "mem_tbb_filters.bad.log";
+constexpr const char* PATHS = "mem_tbb_call_paths.bad.log";
 
 const Broken BROKEN[] = {
     {"empty", FILELINE, "", ": the file is empty"},
@@ -212,6 +234,24 @@ const Broken BROKEN[] = {
     {"wrong total", LEAKS, LEAK_HEAD + "\nTotal leaked bytes: 5\n",
      ":4: the total is 5, but its rows hold 0"},
     {"cut summary", FAST_LEAKS, FAST_HEAD + fast_summary("a", 1, 2).substr(0, 80), ":5: the summary is cut"},
+    {"paths of a later version", PATHS, "MEM: Call Paths.\n\nKey\tValue\nVersion\t2\n\n",
+     ":5: version 2 of the report is not known here, only 1"},
+    {"paths with a word for a number", PATHS, "MEM: Call Paths.\n\nKey\tValue\nVersion\tx\n\n",
+     ":4: no key with a number: \"Version?x\""},
+    {"a frame too much", PATHS, paths("2" + FRAME_ROWS.substr(1)),
+     ":9: frames are not numbered in their order"},
+    {"a level too much", PATHS, paths("1\t1" + FRAME_ROWS.substr(3)),
+     ":9: levels of a frame are not numbered"},
+    {"a node above itself", PATHS, paths(FRAME_ROWS, "1\t1" + NODE_ROWS.substr(3)),
+     ":14: the parent of a node does not come before it"},
+    {"a node without its frame", PATHS, paths(FRAME_ROWS, "1\t0\t3" + NODE_ROWS.substr(5)),
+     ":14: the frame of a node is not listed"},
+    {"a node missing", PATHS, paths(FRAME_ROWS, NODE_ROWS.substr(0, NODE_ROWS.find('\n') + 1)),
+     ":15: the head tells 3 nodes, found 1"},
+    {"cut nodes", PATHS, PATHS_HEAD + FRAME_ROWS + NODES_HEAD + NODE_ROWS,
+     ":16: the file is cut: its closing line"},
+    {"rubbish behind the nodes", PATHS, PATHS_HEAD + FRAME_ROWS + NODES_HEAD + NODE_ROWS + "\nx\n",
+     ":18: the closing line expected, found \"x\""},
     {"no filters", FILTERS, FILTERS_HEAD + "x\n", ":2: no row of four quoted fields: \"x\""}};
 
 // Strict, the fault ends the reading; with keep-going it is told and the good file beside it is read.
@@ -266,7 +306,8 @@ std::string damaged(std::string text, std::mt19937& random) {
 TEST(Reading, DamageNeverCrashes) {
     std::vector<std::pair<std::string, std::string>> files = {
         {TIMELINE, TIMELINE_HEAD + "\tMisc\ta\nx\t1\t2\ny\t3\t4\n" + CLOSING},
-        {FAST_LEAKS, FAST_HEAD + fast_summary("a", 1, 2)}};
+        {FAST_LEAKS, FAST_HEAD + fast_summary("a", 1, 2)},
+        {PATHS, paths()}};
     for (const Good& good : GOOD) files.emplace_back(good.file, good.text);
     std::mt19937 random(7);
     for (std::size_t round = 0; round < 1500; ++round) {

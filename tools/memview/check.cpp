@@ -40,7 +40,8 @@ class Check {
             throw ReportError({run.folder, 0, "holds no peak for --max-peak: run with call sites or bins"});
         const bool good = static_cast<double>(*peak) <= m_options.max_peak->value;
         line(good, run.name) << "peak " << *peak << " bytes (" << human_bytes(*peak)
-                             << (grew_to_its_end(run) ? ", held at the end" : "") << "), allowed "
+                             << (!run.paths && grew_to_its_end(run) ? ", held at the end" : "")
+                             << "), allowed "
                              << human_bytes(static_cast<std::int64_t>(m_options.max_peak->value)) << "\n";
     }
 

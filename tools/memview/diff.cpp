@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <span>
 
+#include "tools/memview/exact_peak.h"
 #include "tools/memview/fields.h"
 #include "tools/memview/places.h"
 #include "tools/memview/report_kinds.h"
@@ -124,8 +125,8 @@ class Comparison {
                                        who_has_them(has_measure(old_table), has_measure(new_table)));
                 continue;
             }
-            const std::string old_column = column_of(before);
-            const std::string new_column = column_of(after);
+            const std::string old_column = column_of(before, *old_table);
+            const std::string new_column = column_of(after, *new_table);
             totals.push_back(
                 {{m_names.id_of(key)}, {old_table->sum(old_column), new_table->sum(new_column), true, true}});
             PlaceSums sums;
@@ -141,8 +142,9 @@ class Comparison {
     bool has_measure(const Table* table) const {
         return table != nullptr && table->column(m_diff.measure) >= 0;
     }
-    std::string column_of(const Run& run) const {
-        return m_diff.measure == "peak" && grew_to_its_end(run) ? "current" : m_diff.measure;
+    std::string column_of(const Run& run, const Table& table) const {
+        const std::string column = meant_column(table, m_diff.measure);
+        return column == "peak" && grew_to_its_end(run) ? "current" : column;
     }
 
     Names& m_names;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/common/readable_names.h"
 #include "tools/memview/json_rows.h"
 #include "tools/memview/page.h"
 #include "tools/memview/places.h"
@@ -10,19 +11,17 @@
 namespace memview {
 namespace {
 
-// In `width` columns; 0 for as many as it takes. Of a call site the end of the path and the function tell
-// most.
-std::string row_name(const Table& table, std::size_t row, const Names& names, std::size_t width) {
+std::string row_name(const Table& table, std::size_t row, const Names& names, bool full_names) {
     const Place place = PlaceReader(table)[row];
-    if (table.key != "sites") return shortened(harmless(names.text(place.module)), width);
-    if (place.file == 0) return "OTHER";
-    const std::string line = ":" + std::to_string(place.line) + " ";
-    const std::string module = harmless(names.text(place.module)) + " ";
-    const std::string file = harmless(names.text(place.file));
+    if (table.key != "sites") return harmless(names.text(place.module));
     const std::string function = harmless(names.text(place.function));
-    if (width == 0) return module + file + line + function;
-    const std::string path = shortened_path(file, width / 2) + line;
-    return path + shortened(function, width - std::min(width - 1, display_width(path)));
+    return full_names ? function : readable::name(function);
+}
+
+std::string row_place(const Table& table, std::size_t row, const Names& names) {
+    const Place place = PlaceReader(table)[row];
+    if (place.file == 0) return place.module == 0 ? "OTHER" : harmless(names.text(place.module));
+    return harmless(names.text(place.file)) + ":" + std::to_string(place.line);
 }
 
 std::string percent(std::int64_t before, std::int64_t change) {
@@ -33,34 +32,39 @@ std::string percent(std::int64_t before, std::int64_t change) {
     return text;
 }
 
-void print_table(const Table& table, const Names& names, std::size_t top, const Terminal& terminal,
+void print_table(const Table& table, const Names& names, const Options& options, const Terminal& terminal,
                  std::ostream& out) {
-    const std::size_t shown = top == 0 ? table.rows : std::min(top, table.rows);
+    const std::size_t shown = options.top == 0 ? table.rows : std::min(options.top, table.rows);
     if (table.rows == 0) return;
     out << "\n" << bold(table.key, terminal) << "  (" << shown << " of " << table.rows << " changed)\n";
-    TextTable text({{"BEFORE", TextTable::Align::right},
-                    {"AFTER", TextTable::Align::right},
-                    {"CHANGE", TextTable::Align::right},
-                    {"", TextTable::Align::right},
-                    {"NAME", TextTable::Align::left}});
+    const bool are_places = table.column("function") >= 0;
+    std::vector<TextTable::Heading> headings = {{"BEFORE", TextTable::Align::right},
+                                                {"AFTER", TextTable::Align::right},
+                                                {"CHANGE", TextTable::Align::right},
+                                                {"", TextTable::Align::right}};
+    if (are_places) headings.push_back({"PLACE", TextTable::Align::left, TextTable::Cut::start});
+    headings.push_back({"NAME", TextTable::Align::left, TextTable::Cut::end});
+    TextTable text(std::move(headings));
     for (std::size_t row = 0; row < shown; ++row) {
         const std::int64_t before = (*table.cells("before"))[row];
         const std::int64_t change = (*table.cells("change"))[row];
-        const std::size_t width = terminal.width == 0 ? 0 : std::max<std::size_t>(terminal.width, 80) - 50;
-        text.add({human_bytes(before), human_bytes(before + change), human_change(change),
-                  percent(before, change), row_name(table, row, names, width)});
+        std::vector<std::string> cells = {human_bytes(before), human_bytes(before + change),
+                                          human_change(change), percent(before, change)};
+        if (are_places) cells.push_back(row_place(table, row, names));
+        cells.push_back(row_name(table, row, names, options.full_names));
+        text.add(std::move(cells));
     }
     text.print(out, terminal);
 }
 
 }  // namespace
 
-void print_diff(const Diff& diff, std::size_t top, const Terminal& terminal, std::ostream& out) {
+void print_diff(const Diff& diff, const Options& options, const Terminal& terminal, std::ostream& out) {
     for (const ProcessDiff& process : diff.processes) {
         out << bold(harmless(process.name), terminal) << ": " << diff.measure << " bytes, "
             << (process.different() ? "different" : "no difference beyond the tolerance") << "\n";
         if (!process.different()) continue;
-        for (const Table& table : process.tables) print_table(table, *diff.names, top, terminal, out);
+        for (const Table& table : process.tables) print_table(table, *diff.names, options, terminal, out);
     }
 }
 

@@ -8,8 +8,8 @@
 
 namespace memview {
 
-// Aligned tables of the greatest changes; `top` rows of each, 0 for all.
-void print_diff(const Diff& diff, std::size_t top, const Terminal& terminal, std::ostream& out);
+// Aligned tables of the greatest changes.
+void print_diff(const Diff& diff, const Options& options, const Terminal& terminal, std::ostream& out);
 
 void write_diff_json(const Diff& diff, std::ostream& out);
 std::string diff_page(const Diff& diff);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/memview/exact_peak.h"
 #include "tools/memview/units.h"
 
 namespace memview {
@@ -23,6 +24,7 @@ void append_cell(std::string& out, const Column& column, std::size_t row, const 
         case Unit::text:
             return append_csv(out, names.text(value));
         case Unit::address:
+        case Unit::site:
             out += hex_address(value);
             return;
         case Unit::thousandths:
@@ -108,7 +110,7 @@ void export_csv(const Folder& folder, const std::string& table_key, std::ostream
 void export_collapsed(const Folder& folder, const std::string& measure, std::ostream& out) {
     for (const Run& run : folder.runs) {
         const Table& sites = sites_of(run);
-        const Cells& values = *sites.cells(measure);
+        const Cells& values = *sites.cells(meant_column(sites, measure));
         const SiteFrames frames(sites, *folder.names);
         std::string line;
         for (std::size_t row = 0; row < sites.rows; ++row) {

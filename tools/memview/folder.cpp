@@ -5,7 +5,9 @@
 #include <set>
 
 #include "tools/memview/clock_reader.h"
+#include "tools/memview/exact_peak.h"
 #include "tools/memview/leak_reader.h"
+#include "tools/memview/path_reader.h"
 #include "tools/memview/report_kinds.h"
 #include "tools/memview/series_reader.h"
 #include "tools/memview/table_reader.h"
@@ -21,7 +23,7 @@ constexpr const char* FAST_LEAK_KIND = "fast_leak_warning";
 
 bool is_kind(std::string_view kind) {
     return table_kind(kind) != nullptr || timeline_title(kind) != nullptr || kind == LEAK_KIND ||
-           kind == FILTER_KIND || kind == CLOCK_KIND;
+           kind == FILTER_KIND || kind == CLOCK_KIND || kind == PATHS_KIND;
 }
 
 // Splits "mem_tbb_KIND.WORD.log"; the word may hold points and may be empty.
@@ -87,6 +89,8 @@ void read_file(Run& run, const std::string& kind, const std::string& path, Names
         run.timelines[kind] = read_timeline(path, kind, problems);
     } else if (kind == CLOCK_KIND) {
         run.clock = read_clock(path, problems);
+    } else if (kind == PATHS_KIND) {
+        run.paths = read_paths(path, names);
     } else if (kind == FILTER_KIND) {
         run.tables.push_back(read_filtered(path, names, problems));
     } else {
@@ -104,6 +108,7 @@ void read_run(Run& run, Names& names, Problems& problems) {
                 {error.problem().file, error.problem().line, error.problem().reason + " (file left out)"});
         }
     }
+    add_exact_peaks(run, names);
 }
 
 // Runs of different folders may bear one name; then the folder goes in front of it.
@@ -147,7 +152,7 @@ std::unique_ptr<Folder> read_folders(const FolderRequest& request, std::shared_p
     Problems problems(request.keep_going);
     for (Run& run : result->runs) read_run(run, *result->names, problems);
     const bool read_any = std::any_of(result->runs.begin(), result->runs.end(), [](const Run& run) {
-        return !run.tables.empty() || !run.timelines.empty();
+        return !run.tables.empty() || !run.timelines.empty() || run.paths;
     });
     if (!read_any) throw ReportError(problems.kept().front());
     result->left_out = problems.lines();

@@ -23,7 +23,7 @@ void append_cell(std::string& out, const Column& column, std::size_t row, const 
     out.append("\"").append(column.spec.key).append("\": ");
     if (column.spec.unit == Unit::text) {
         append_text(out, names.text(value));
-    } else if (column.spec.unit == Unit::address) {
+    } else if (column.spec.unit == Unit::address || column.spec.unit == Unit::site) {
         append_text(out, hex_address(value));
     } else {
         append_number(out, value);

@@ -101,7 +101,7 @@ int run_diff(const Options& options) {
         write_output(options, [&](std::ostream& out) { write_diff_json(*diff, out); });
     } else {
         const Terminal terminal = options.output.empty() ? standard_terminal() : Terminal{false, 0};
-        write_output(options, [&](std::ostream& out) { print_diff(*diff, options.top, terminal, out); });
+        write_output(options, [&](std::ostream& out) { print_diff(*diff, options, terminal, out); });
     }
     for (const std::string& note : diff->notes) std::cerr << "ktl_memview: " << note << "\n";
     for (const ProcessDiff& process : diff->processes) {

@@ -66,11 +66,14 @@ class Cells {
 enum class Unit {
     text,     // a number of Names
     address,  // 0 is the OTHER record
-    line,
+    site,     // the same, and NO_SITE
+    line,     // any plain number from 0 on
     bytes,
     blocks,
     thousandths  // of a MiB
 };
+
+inline constexpr std::int64_t NO_SITE = -1;
 
 struct ColumnSpec {
     const char* key;    // stable name, as in exports and in --sort
@@ -107,6 +110,17 @@ struct Table {
 
 Table empty_table(std::string key, std::string file, const std::vector<ColumnSpec>& columns);
 
+// Who called the lines that allocate. Frame n has the rows from first_level[n] up to first_level[n + 1]: the
+// place that the address belongs to, and the functions that it was inlined into, outwards. Frame 0 has none;
+// it stands for what lay deeper than the tracker looks. Node n is row n - 1, and its parent comes before it;
+// parent 0 is the root.
+struct Paths {
+    std::map<std::string, std::int64_t> totals;  // by title, as the head of the report tells them
+    Table frames;                                // "frame", "level", "address", "filtered", and the place
+    Table nodes;  // "node", "parent", "frame", "site", and a node's own figures
+    std::vector<std::uint32_t> first_level;
+};
+
 // A run-length of samples in the form of one value for each of some equal stretches, which fits any number of
 // them.
 struct Series {
@@ -142,6 +156,7 @@ struct Run {
     std::map<std::string, std::string> files;  // kind of report -> path
     std::vector<Table> tables;
     std::map<std::string, Timeline> timelines;  // by kind of report
+    std::optional<Paths> paths;
 
     std::optional<SampleClock> clock;
 

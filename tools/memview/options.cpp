@@ -50,6 +50,11 @@ void add_top(CLI::App& command, Options& options) {
         ->type_name("N");
 }
 
+void add_full_names(CLI::App& command, Options& options) {
+    command.add_flag("--full-names", options.full_names,
+                     "Names as the program has them, with default template arguments and inline namespaces");
+}
+
 void add_measure(CLI::App& command, Options& options, const char* text) {
     command.add_option("--measure", options.sort, text)
         ->check(CLI::IsMember({"peak", "max", "current", "cumulative"}))
@@ -75,6 +80,7 @@ void add_show(CLI::App& app, Options& options) {
         app.add_subcommand("show", "Show totals, peak and the top rows of each table in the terminal");
     add_folders(*command, options);
     add_selection(*command, options);
+    add_full_names(*command, options);
 }
 
 void add_html(CLI::App& app, Options& options) {
@@ -94,6 +100,7 @@ void add_diff(CLI::App& app, Options& options) {
     add_reading(*command, options);
     add_measure(*command, options, "The figure to compare");
     add_top(*command, options);
+    add_full_names(*command, options);
     command
         ->add_option_function<std::string>(
             "--tolerance", [&options](const std::string& given) { options.tolerance = parse_amount(given); },

@@ -36,6 +36,7 @@ struct Options {
     std::string sort = "peak";
     std::size_t top = 10;
     std::string match;
+    bool full_names = false;
     std::string output;
 
     Amount tolerance;

@@ -43,6 +43,7 @@ const char* unit_name(Unit unit) {
             return "mib";
         case Unit::text:
         case Unit::address:
+        case Unit::site:
             break;
     }
     return "text";

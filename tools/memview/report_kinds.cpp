@@ -80,6 +80,41 @@ const char* timeline_title(std::string_view kind) {
     return detailed ? DETAILED_TIMELINE_TITLE : nullptr;
 }
 
+const Columns& frame_columns() {
+    static const Columns columns = {{"frame", "Frame", Unit::line},
+                                    {"level", "Level", Unit::line},
+                                    {"address", "Address", Unit::address},
+                                    {"filtered", "Filtered", Unit::line},
+                                    MODULE,
+                                    FILE_NAME,
+                                    LINE,
+                                    FUNCTION};
+    return columns;
+}
+
+const Columns& node_columns() {
+    static const Columns columns = {{"node", "Node", Unit::line},
+                                    {"parent", "Parent", Unit::line},
+                                    {"frame", "Frame", Unit::line},
+                                    {"site", "Site", Unit::site},
+                                    CURRENT,
+                                    CURRENT_BLOCKS,
+                                    {"current_requested", "Current requested bytes", Unit::bytes},
+                                    PEAK,
+                                    PEAK_BLOCKS,
+                                    CUMULATIVE,
+                                    CUMULATIVE_BLOCKS,
+                                    REQUESTED,
+                                    {"temporary_blocks", "Temporary blocks", Unit::blocks}};
+    return columns;
+}
+
+const Columns& exact_columns() {
+    static const Columns columns = {{EXACT_PEAK, "Exact peak bytes", Unit::bytes},
+                                    {EXACT_PEAK_BLOCKS, "Exact peak blocks", Unit::blocks}};
+    return columns;
+}
+
 const Columns& leak_columns() {
     static const Columns columns = {MODULE,
                                     {"current", "Leaked bytes", Unit::bytes},

@@ -49,6 +49,14 @@ const TableKind* table_kind(std::string_view kind);
 // Whether a kind is a timeline, and which title it must bear.
 const char* timeline_title(std::string_view kind);
 
+inline constexpr const char* PATHS_KIND = "call_paths";
+inline constexpr const char* PATHS_TITLE = "MEM: Call Paths.";
+inline constexpr const char* EXACT_PEAK = "exact_peak";  // a column that the reader adds from the call paths
+inline constexpr const char* EXACT_PEAK_BLOCKS = "exact_peak_blocks";
+const std::vector<ColumnSpec>& frame_columns();
+const std::vector<ColumnSpec>& node_columns();
+const std::vector<ColumnSpec>& exact_columns();
+
 const std::vector<ColumnSpec>& leak_columns();
 const std::vector<ColumnSpec>& fast_leak_columns();
 const std::vector<ColumnSpec>& filtered_columns();

@@ -3,11 +3,13 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
+#include "tools/memview/exact_peak.h"
+
 namespace memview {
 namespace {
 
 const Column* sort_column(const Table& table, const std::string& key) {
-    const int index = table.column(key);
+    const int index = table.column(meant_column(table, key));
     if (index >= 0) return &table.columns[static_cast<std::size_t>(index)];
     for (const Column& column : table.columns) {
         if (column.spec.unit == Unit::bytes) return &column;

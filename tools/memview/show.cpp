@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "tools/common/readable_names.h"
+#include "tools/memview/exact_peak.h"
 #include "tools/memview/report_kinds.h"
 #include "tools/memview/selection.h"
 #include "tools/memview/summary.h"
@@ -12,6 +14,7 @@ namespace memview {
 namespace {
 
 constexpr std::size_t SPARK_WIDTH = 32;
+constexpr const char* RECORDED_PEAK = "recorded_peak";
 
 struct View {
     const char* key;
@@ -81,15 +84,13 @@ class Show {
         TextTable table({{"HIGHEST", TextTable::Align::right},
                          {"LAST", TextTable::Align::right},
                          {"COURSE", TextTable::Align::left},
-                         {"SERIES", TextTable::Align::left}});
+                         {"SERIES", TextTable::Align::left, TextTable::Cut::end}});
         for (const Series* series : shown_series(timeline)) {
             const bool counts =
                 series->name == "page_faults" || series->name.find("_num_") != std::string::npos;
             const Unit unit = counts ? Unit::blocks : Unit::bytes;
             table.add({figure_text(series->highest, unit), figure_text(series->last, unit),
-                       sparkline(series->stretches, SPARK_WIDTH),
-                       shortened(harmless(series->name),
-                                 m_terminal.width <= 80 ? m_terminal.width / 4 : m_terminal.width - 60)});
+                       sparkline(series->stretches, SPARK_WIDTH), harmless(series->name)});
         }
         table.print(m_out, m_terminal);
     }
@@ -116,7 +117,7 @@ class Show {
         if (selection.rows.empty()) return;
         const bool has_room = m_terminal.width == 0 || m_terminal.width >= 100;
         const Timeline* course = has_room && view.timeline != nullptr ? run.timeline(view.timeline) : nullptr;
-        TextTable text(headings(table, course != nullptr));
+        TextTable text(headings(run, table, course != nullptr));
         for (const std::uint32_t row : selection.rows) text.add(cells(table, row, course));
         text.print(m_out, m_terminal);
     }
@@ -124,15 +125,17 @@ class Show {
     // The figure that the rows are sorted by, then as many others as leave room for the names; the exports
     // have all.
     std::vector<const Column*> figure_columns(const Table& table) const {
-        std::vector<const char*> keys = {"peak",       "max",         "current",
-                                         "cumulative", "peak_blocks", "current_blocks"};
-        if (m_terminal.width != 0 && m_terminal.width < 130) keys = {"peak", "current", "cumulative"};
-        if (m_terminal.width != 0 && m_terminal.width < 100) keys = {"peak", "current"};
-        std::erase_if(keys, [this](const char* key) { return key == m_options.sort; });
-        keys.insert(keys.begin(), m_options.sort.c_str());
+        std::vector<std::string> keys = {"peak", "current"};
+        if (m_terminal.width == 0 || m_terminal.width >= 100) keys.emplace_back("cumulative");
+        if (m_terminal.width == 0 || m_terminal.width >= 130)
+            keys.insert(keys.end(), {"max", "peak_blocks", "current_blocks", RECORDED_PEAK});
+        std::erase(keys, m_options.sort);
+        keys.insert(keys.begin(), m_options.sort);
         std::vector<const Column*> columns;
-        for (const char* key : keys) {
-            const int index = table.column(key);
+        for (const std::string& key : keys) {
+            const bool has_recorded = table.column(EXACT_PEAK) >= 0;
+            if (key == RECORDED_PEAK && !has_recorded) continue;
+            const int index = table.column(key == RECORDED_PEAK ? "peak" : meant_column(table, key));
             if (index < 0) continue;
             const Column& column = table.columns[static_cast<std::size_t>(index)];
             if (column.spec.unit != Unit::text) columns.push_back(&column);
@@ -140,54 +143,47 @@ class Show {
         return columns;
     }
 
-    std::vector<TextTable::Heading> headings(const Table& table, bool with_course) const {
+    static std::string heading(const Run& run, const Table& table, const Column& column) {
+        const std::string key = column.spec.key;
+        if (table.key == "leaks" && column.spec.unit == Unit::bytes) return "LEAKED";
+        if (key == EXACT_PEAK) return "PEAK";
+        if (key == EXACT_PEAK_BLOCKS) return "PEAK BLOCKS";
+        return key == "peak" && run.paths ? upper(RECORDED_PEAK) : upper(key);
+    }
+
+    std::vector<TextTable::Heading> headings(const Run& run, const Table& table, bool with_course) const {
         std::vector<TextTable::Heading> all;
-        for (const Column* column : figure_columns(table)) {
-            all.push_back({table.key == "leaks" && column->spec.unit == Unit::bytes ? "LEAKED"
-                                                                                    : upper(column->spec.key),
-                           TextTable::Align::right});
-        }
+        for (const Column* column : figure_columns(table))
+            all.push_back({heading(run, table, *column), TextTable::Align::right});
         if (with_course) all.push_back({"COURSE", TextTable::Align::left});
         const bool is_place = table.column("function") >= 0;
-        if (is_place) all.push_back({"MODULE", TextTable::Align::left});
-        if (is_place) all.push_back({"PLACE", TextTable::Align::left});
-        all.push_back({is_place ? "FUNCTION" : "NAME", TextTable::Align::left});
+        if (is_place) all.push_back({"MODULE", TextTable::Align::left, TextTable::Cut::end});
+        if (is_place) all.push_back({"PLACE", TextTable::Align::left, TextTable::Cut::start});
+        all.push_back({is_place ? "FUNCTION" : "NAME", TextTable::Align::left, TextTable::Cut::end});
         return all;
     }
 
     std::vector<std::string> cells(const Table& table, std::size_t row, const Timeline* course) const {
         std::vector<std::string> all;
-        std::size_t used = 2;
-        for (const Column* column : figure_columns(table)) {
+        for (const Column* column : figure_columns(table))
             all.push_back(figure_text(column->cells[row], column->spec.unit));
-            used += std::max(display_width(all.back()), std::string_view(column->spec.key).size()) + 3;
-        }
-        if (course != nullptr) {
-            all.push_back(course_of(*course, text(table, row, "name")));
-            used += SPARK_WIDTH + 2;
-        }
-        // The names share what the figures leave of the row, but stay legible on the narrowest terminal.
-        const std::size_t left =
-            m_terminal.width == 0 ? 0 : std::max<std::size_t>(m_terminal.width, used + 48) - used;
-        add_names(table, row, left, all);
+        if (course != nullptr) all.push_back(course_of(*course, text(table, row, "name")));
+        add_names(table, row, all);
         return all;
     }
 
-    void add_names(const Table& table, std::size_t row, std::size_t width,
-                   std::vector<std::string>& all) const {
+    void add_names(const Table& table, std::size_t row, std::vector<std::string>& all) const {
         if (table.column("function") < 0) {
             const std::string name = text(table, row, "name");
-            all.push_back(shortened(name.empty() ? "-" : name, width));
+            all.push_back(name.empty() ? "-" : name);
             return;
         }
         const std::string module = text(table, row, "module");
         const std::string file = text(table, row, "file");
-        const std::string line = file.empty() ? "" : ":" + std::to_string((*table.cells("line"))[row]);
-        const std::size_t place_width = width == 0 ? 0 : std::max(width * 3 / 8, line.size() + 8);
-        all.push_back(shortened(module.empty() ? "OTHER" : module, width / 5));
-        all.push_back(shortened_path(file, place_width == 0 ? 0 : place_width - line.size()) + line);
-        all.push_back(
-            shortened(text(table, row, "function"), width == 0 ? 0 : width - width / 5 - place_width));
+        const std::string function = text(table, row, "function");
+        all.push_back(module.empty() ? "OTHER" : module);
+        all.push_back(file.empty() ? "" : file + ":" + std::to_string((*table.cells("line"))[row]));
+        all.push_back(m_options.full_names ? function : readable::name(function));
     }
 
     static std::string course_of(const Timeline& timeline, const std::string& name) {

@@ -27,7 +27,7 @@ void add_table_figures(const Table& table, std::vector<Figure>& figures) {
         {"peak", "Recorded peak", Unit::bytes,
          "Bytes held at the recorded peak. A peak is recorded when the total doubles or passes a step, so "
          "that a sample can stand higher."},
-        {"peak_blocks", "Peak blocks", Unit::blocks, "Blocks held at that moment."},
+        {"peak_blocks", "Recorded peak blocks", Unit::blocks, "Blocks held at the recorded peak."},
         {"current", "Held at the end", Unit::bytes, "Bytes not yet freed when the reports were written."},
         {"current_blocks", "Blocks at the end", Unit::blocks,
          "Blocks not yet freed when the reports were written."},
@@ -42,6 +42,17 @@ void add_table_figures(const Table& table, std::vector<Figure>& figures) {
         figures.push_back(
             {source.column, source.title, table.sum(source.column), source.unit, source.explanation});
     }
+}
+
+void add_path_figures(const Paths& paths, std::vector<Figure>& figures) {
+    figures.push_back({EXACT_PEAK, "Peak", paths.nodes.sum("peak"), Unit::bytes,
+                       "The most bytes that the process ever held, with everybody's share at that moment."});
+    figures.push_back({EXACT_PEAK_BLOCKS, "Blocks at the peak", paths.nodes.sum("peak_blocks"), Unit::blocks,
+                       "Blocks held at that moment."});
+    const auto after = paths.totals.find("Peak milliseconds");
+    if (after == paths.totals.end()) return;
+    figures.push_back({"peak_milliseconds", "Peak after milliseconds", after->second, Unit::blocks,
+                       "When it was, counted from the start of the process."});
 }
 
 void add_auxiliary_figures(const Run& run, std::vector<Figure>& figures) {
@@ -73,6 +84,7 @@ bool grew_to_its_end(const Run& run) {
 }
 
 std::optional<std::int64_t> peak_bytes(const Run& run) {
+    if (run.paths) return run.paths->nodes.sum("peak");
     const Table* table = whole_table(run);
     if (table == nullptr) table = run.table("fast_leaks");
     if (table == nullptr) return std::nullopt;
@@ -88,14 +100,17 @@ std::optional<std::int64_t> leaked_bytes(const Run& run) {
 
 std::vector<Figure> summary(const Run& run) {
     std::vector<Figure> figures;
+    if (run.paths) add_path_figures(*run.paths, figures);
     const Table* table = whole_table(run);
     if (table != nullptr) add_table_figures(*table, figures);
     const Timeline* timeline = run.timeline(MODULE_TIMELINE);
     if (timeline == nullptr) timeline = run.timeline(TAG_TIMELINE);
     if (timeline != nullptr) {
-        const auto beside_the_peak = figures.begin() + (figures.empty() ? 0 : 1);
-        figures.insert(beside_the_peak, {"highest_sample", "Highest sample", timeline->highest_sum,
-                                         Unit::bytes, "The most bytes that a sample of the timeline shows."});
+        const auto recorded = std::find_if(figures.begin(), figures.end(),
+                                           [](const Figure& figure) { return figure.key == "peak"; });
+        figures.insert(recorded == figures.end() ? recorded : recorded + 1,
+                       {"highest_sample", "Highest sample", timeline->highest_sum, Unit::bytes,
+                        "The most bytes that a sample of the timeline shows."});
     }
     if (run.peak_index) {
         figures.push_back({"peak_index", "Last peak at index", static_cast<std::int64_t>(*run.peak_index),
@@ -117,10 +132,13 @@ std::vector<std::string> tracked(const Run& run) {
         const char* kind;
         const char* title;
     };
-    static constexpr Source SOURCES[] = {
-        {"fileline", "call sites"},          {MODULE_TIMELINE, "modules over time"},
-        {"pbin_stats", "bins and tags"},     {"leak_warning", "leaks"},
-        {"fast_leak_warning", "fast leaks"}, {AUXILIARY_TIMELINE, "process figures"}};
+    static constexpr Source SOURCES[] = {{"fileline", "call sites"},
+                                         {MODULE_TIMELINE, "modules over time"},
+                                         {"pbin_stats", "bins and tags"},
+                                         {"leak_warning", "leaks"},
+                                         {PATHS_KIND, "call paths"},
+                                         {"fast_leak_warning", "fast leaks"},
+                                         {AUXILIARY_TIMELINE, "process figures"}};
     std::vector<std::string> all;
     for (const Source& source : SOURCES) {
         if (run.files.contains(source.kind)) all.emplace_back(source.title);

@@ -12,7 +12,8 @@
 namespace memview {
 namespace {
 
-constexpr const char* GAP = "  ";
+constexpr std::string_view GAP = "  ";
+constexpr std::size_t LEAST_WIDTH = 8;  // of a column that is cut
 
 // Empty when the variable is not set.
 std::string_view environment(const char* name) {
@@ -45,35 +46,52 @@ std::size_t TextTable::column_width(std::size_t column) const {
     return width;
 }
 
-std::size_t TextTable::width_before(std::size_t first) const {
-    std::size_t width = 2;
-    for (std::size_t i = 0; i < first; ++i) width += column_width(i) + 2;
-    return width;
+// Columns that may be cut share what the others leave: the widest give way first.
+std::vector<std::size_t> TextTable::fitting_widths(std::size_t width) const {
+    std::vector<std::size_t> widths;
+    std::size_t taken = 0;
+    std::size_t widest = 0;
+    for (std::size_t i = 0; i < m_headings.size(); ++i) {
+        widths.push_back(column_width(i));
+        taken += widths.back() + GAP.size();
+        if (m_headings[i].cut != Cut::never) widest = std::max(widest, widths.back());
+    }
+    for (; width != 0 && taken > width && widest > LEAST_WIDTH; --widest) {
+        for (std::size_t i = 0; i < widths.size() && taken > width; ++i) {
+            if (m_headings[i].cut == Cut::never || widths[i] < widest) continue;
+            --widths[i];
+            --taken;
+        }
+    }
+    return widths;
 }
 
-void TextTable::print_row(std::ostream& out, const std::vector<std::string>& cells,
-                          const std::vector<std::size_t>& widths) const {
+std::string TextTable::row_text(const std::vector<std::string>& cells,
+                                const std::vector<std::size_t>& widths) const {
     std::string line;
     for (std::size_t i = 0; i < cells.size(); ++i) {
-        const std::string padding(widths[i] - display_width(cells[i]), ' ');
+        const bool from_the_start = m_headings[i].cut == Cut::start;
+        const bool is_whole = m_headings[i].cut == Cut::never;
+        const std::string cell = is_whole         ? cells[i]
+                                 : from_the_start ? shortened_path(cells[i], widths[i])
+                                                  : shortened(cells[i], widths[i]);
+        const std::string padding(widths[i] - std::min(widths[i], display_width(cell)), ' ');
         line += GAP;
-        line += m_headings[i].align == Align::left ? cells[i] + padding : padding + cells[i];
+        line += m_headings[i].align == Align::left ? cell + padding : padding + cell;
     }
     line.erase(line.find_last_not_of(' ') + 1);
-    out << line << "\n";
+    return line;
 }
 
 void TextTable::print(std::ostream& out, const Terminal& terminal) const {
     std::vector<std::string> titles;
-    std::vector<std::size_t> widths;
-    for (const Heading& heading : m_headings) {
-        widths.push_back(column_width(titles.size()));
-        titles.push_back(heading.title);
-    }
+    for (const Heading& heading : m_headings) titles.push_back(heading.title);
+    const std::vector<std::size_t> widths = fitting_widths(terminal.width);
     if (terminal.colour) out << "\033[2m";
-    print_row(out, titles, widths);
+    out << shortened(row_text(titles, widths), terminal.width) << "\n";
     if (terminal.colour) out << "\033[0m";
-    for (const std::vector<std::string>& row : m_rows) print_row(out, row, widths);
+    for (const std::vector<std::string>& row : m_rows)
+        out << shortened(row_text(row, widths), terminal.width) << "\n";
 }
 
 }  // namespace memview

@@ -19,22 +19,28 @@ Terminal standard_terminal();
 class TextTable {
   public:
     enum class Align { left, right };
+    // How a column gives way when a row would not fit the terminal.
+    enum class Cut {
+        never,
+        end,
+        start  // of paths, whose end tells more
+    };
     struct Heading {
         std::string title;
         Align align;
+        Cut cut = Cut::never;
     };
 
     explicit TextTable(std::vector<Heading> headings) : m_headings(std::move(headings)) {}
 
     void add(std::vector<std::string> cells) { m_rows.push_back(std::move(cells)); }
-    // The columns a row takes without those from `first` on, which may then share what is left.
-    std::size_t width_before(std::size_t first) const;
+    // No row is wider than the terminal.
     void print(std::ostream& out, const Terminal& terminal) const;
 
   private:
     std::size_t column_width(std::size_t column) const;
-    void print_row(std::ostream& out, const std::vector<std::string>& cells,
-                   const std::vector<std::size_t>& widths) const;
+    std::vector<std::size_t> fitting_widths(std::size_t width) const;
+    std::string row_text(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths) const;
 
     std::vector<Heading> m_headings;
     std::vector<std::vector<std::string>> m_rows;

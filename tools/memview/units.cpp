@@ -8,6 +8,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "tools/memview/model.h"
+
 namespace memview {
 namespace {
 
@@ -78,6 +80,7 @@ void append_quoted(std::string& out, std::string_view text, std::string_view esc
 
 std::string hex_address(std::int64_t address) {
     if (address == 0) return "OTHER";
+    if (address == NO_SITE) return "-";
     char text[24] = "0x";
     char* const end =
         std::to_chars(text + 2, text + sizeof text, static_cast<std::uint64_t>(address), 16).ptr;
