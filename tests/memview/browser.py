@@ -100,6 +100,9 @@ class Browser:
             {"type": "pointerMove", "duration": 100, "x": end[0], "y": end[1]},
             {"type": "pointerUp", "button": 0}]}]})
 
+    def click(self, x, y):
+        self.drag((x, y), (x, y))
+
     def resize(self, width, height):
         self._call("POST", "/window/rect", {"width": width, "height": height})
 

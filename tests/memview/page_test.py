@@ -10,7 +10,8 @@ import time
 import unittest
 
 from browser import Browser
-from make_reports import CLOSING, Run
+from make_reports import CALLERS, CLOSING, Run
+from path_report import PathReport, level
 
 MEMVIEW = os.path.abspath(sys.argv[1])
 RANGES = "charts.graphs.map((graph) => graph.xAxisRange())"
@@ -21,6 +22,24 @@ def make_page(folder, modules, sites, samples):
     Run(reports, "vii", modules, sites, samples).write_all()
     subprocess.run([MEMVIEW, "html", "-o", page, reports], check=True)
     return reports, page
+
+
+def make_twenty_places(folder):
+    """One helper, called from twenty places of one function and once from a library; the 13th place holds 90 %."""
+    reports, page = os.path.join(folder, "twenty"), os.path.join(folder, "twenty.html")
+    os.makedirs(reports)
+    paths = PathReport()
+    helper = [level("Pool::duplicate(std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> > const&)",
+                    "/src/pool.cpp", 9), level("operator new(unsigned long)", "", 0, "libtcmalloc_minimal.so.4", 1)]
+    for place in range(20):
+        held = 900 if place == 12 else 5
+        paths.add([[level("main", line=3)], [level("load()", line=100 + place)], [helper[0]], [helper[1]]], "0x9",
+                  [0, 0, 0, held, 1, 1000, 2, 1000, 0])
+    paths.add([[level("main", line=3)], [level("load()", line=100)], [level("load()", line=140)], [helper[0]]], "0x9",
+              [0, 0, 0, 5, 1, 5, 1, 5, 0])
+    paths.write(reports, "vii")
+    subprocess.run([MEMVIEW, "html", "-o", page, reports], check=True)
+    return page
 
 
 def report_rows(folder, kind):
@@ -100,7 +119,92 @@ class Page(unittest.TestCase):
         tables = self.browser.run("[...document.querySelectorAll('[data-table]')].map((one) => one.dataset.table)")
         self.assertEqual(tables, ["sites", "modules", "bins", "tags", "leaks", "filtered"])
         peak = sum(int(row[3]) for row in report_rows(self.reports, "fileline")[1:])
-        self.assertIn(f"({peak:,})", self.browser.run("document.querySelector('.figures div').title"))
+        self.assertIn(f"({2 * peak:,})", self.browser.run("document.querySelector('.figures div').title"))
+
+    def boxes(self, row):
+        """What stands in a row of the flame graph, from left to right: (name, line, value)."""
+        return self.browser.run("(flames.graph.rows[arguments[0]] || []).map(({node}) => [node.frame.name, node.line, node.value])", row)
+
+    def click_box(self, row, at=0):
+        self.browser.run("flames.graph.box.scrollIntoView({block: 'center'})")
+        x, y = self.browser.run(
+            "(({left, top}, box) => [left + box.x + box.width / 2, top + ROW_HEIGHT * (box.row + 0.5)])"
+            "(flames.graph.canvas.getBoundingClientRect(), flames.graph.rows[arguments[0]][arguments[1]])", row, at)
+        self.browser.click(int(x), int(y))
+
+    def click_on(self, text):
+        self.browser.run("[...document.querySelectorAll('main button, main label')].find((one) => one.textContent.includes(arguments[0])).click()", text)
+
+    def test_flame_graph_opens_at_the_exact_peak(self):
+        peak = 2 * sum(int(row[3]) for row in report_rows(self.reports, "fileline")[1:])
+        self.assertEqual(self.boxes(0), [["all", 0, peak]])
+        self.assertEqual(self.boxes(1), [["main", 5, peak]])
+        callers = self.boxes(2)
+        self.assertEqual(sorted(name for name, _, _ in callers), sorted(f"project::caller{i}(int)" for i in range(CALLERS)))
+        self.assertEqual(sum(value for _, _, value in callers), peak)
+        self.assertEqual([value for _, _, value in callers], sorted((value for _, _, value in callers), reverse=True))
+        self.assertEqual(self.browser.run("flames.graph.rows.length"), 4)  # what is filtered is folded
+        self.assertEqual(self.browser.run("document.querySelector('main h2').textContent"), "Who called it")
+        self.click_on("Fold library frames")
+        self.assertEqual(self.browser.run("flames.graph.rows.length"), 6)
+        self.browser.run("((select) => { select.value = 'temporary_blocks'; select.dispatchEvent(new Event('change')); })"
+                         "(document.querySelector('#flame-measure'))")
+        blocks = sum(int(row[10]) // 3 for row in report_rows(self.reports, "fileline")[1:])
+        self.assertEqual(self.boxes(0), [["all", 0, blocks]])
+
+    def test_flame_graph_zooms_and_comes_back(self):
+        whole = self.boxes(2)
+        self.click_box(2, 1)
+        self.assertEqual(self.boxes(2), whole[1:2])
+        self.assertIn(whole[1][0], self.browser.run("document.querySelector('.flame-detail').textContent"))
+        self.click_box(1)
+        self.assertEqual(self.boxes(2), whole)
+        self.browser.run("history.back()")
+        self.browser.wait_for("flames.graph.rows[2].length === 1")
+        self.browser.run("history.back()")
+        self.browser.wait_for("flames.graph.rows[2].length === arguments[0]", len(whole))
+
+    def test_flame_graph_by_keyboard(self):
+        whole = self.boxes(2)
+        self.browser.run("document.querySelector('.flame').focus()")
+        for key in ["\ue015", "\ue015", "\ue015", "\ue014"]:  # three times down, once to the right
+            self.browser.key(key)
+        self.assertEqual(self.browser.run("flames.graph.selected.frame.name"), whole[1][0])
+        self.browser.key("\ue007")
+        self.assertEqual(self.boxes(2), whole[1:2])
+        self.browser.key("\ue003")
+        self.browser.wait_for("flames.graph.rows[2].length === arguments[0]", len(whole))
+        for letter in "/caller7(":
+            self.browser.key(letter)
+        share = next(value for name, _, value in whole if "caller7(" in name) / self.boxes(0)[0][2]
+        self.assertIn(f"{100 * share:.1f} % of what is shown", self.browser.run("flames.graph.found.textContent"))
+
+    def test_finds_the_one_place_of_twenty_by_clicks(self):
+        self.browser.open(make_twenty_places(self.folder.name))
+        self.click_on("Allocators at the root")
+        self.assertEqual(self.boxes(1), [["Pool::duplicate(std::string const&)", 9, 1000]])
+        self.click_box(1)
+        self.click_on("Who calls this?")
+        self.assertEqual(self.boxes(2)[0], ["load()", 112, 900])
+        self.assertEqual(len(self.boxes(2)), 21)
+        self.click_box(2)
+        self.assertIn("/src/a.cpp:112", self.browser.run("document.querySelector('.flame-detail').textContent"))
+        self.assertIn("900 B, 90.0 % of all", self.browser.run("document.querySelector('.flame-detail').textContent"))
+        self.browser.run("document.querySelector('.chip button').click()")
+        self.click_on("Callers at the root")
+        self.assertEqual([name for name, _, _ in self.boxes(3)], ["Pool::duplicate(std::string const&)", "load()"])
+        self.click_on("Fold recursion")
+        self.assertEqual([row[0][0] for row in map(self.boxes, range(4))], ["all", "main", "load()", "Pool::duplicate(std::string const&)"])
+        self.assertEqual(len(self.boxes(3)), 1)
+
+    def test_leads_from_a_row_to_its_part_of_the_graph(self):
+        first = report_rows(self.reports, "fileline")[1:]
+        first = max(first, key=lambda row: int(row[3]))
+        self.browser.run("document.querySelector('[data-table=sites] tbody button.link').click()")
+        self.assertEqual(self.boxes(0), [["all", 0, 2 * int(first[3])]])
+        self.assertEqual(self.boxes(1)[0][1:], [int(first[13]), 2 * int(first[3])])
+        self.assertEqual(self.boxes(3)[0][0], "main")
+        self.assertIn(f":{first[13]}", self.browser.run("document.querySelector('.chip').textContent"))
 
     def test_names_stay_text(self):
         self.assertEqual(self.browser.run("document.querySelectorAll('main script, main b').length"), 0)
@@ -164,7 +268,10 @@ class Page(unittest.TestCase):
         while not os.path.exists(path) and time.time() < deadline:
             time.sleep(0.05)
         with open(path, newline="") as file:
-            self.assertEqual(list(csv.reader(file)), report_rows(self.reports, "fileline"))
+            rows = list(csv.reader(file))
+        self.assertEqual([row[:15] for row in rows], report_rows(self.reports, "fileline"))
+        self.assertEqual(rows[0][15:], ["Exact peak bytes", "Exact peak blocks"])
+        self.assertEqual([int(row[15]) for row in rows[1:]], [2 * int(row[3]) for row in rows[1:]])
 
     def test_fits_a_small_screen(self):
         self.browser.devtools("Emulation.setDeviceMetricsOverride", width=360, height=640, deviceScaleFactor=1, mobile=True)
@@ -185,6 +292,8 @@ class Page(unittest.TestCase):
             self.assertEqual(self.browser.run("data.processes[0].charts[0].samples"), 1000000)
             shown, rest = self.browser.run("((table) => [d3.sum(columnOf(table, 'peak')), [table.rest_rows, table.rest[3]]])"
                                            "(data.processes[0].tables[0])")
+            self.assertGreaterEqual(self.browser.run("flames.graph.trees.parents.length"), 100000)
+            self.assertEqual(self.boxes(0), [["all", 0, 2 * (shown + rest[1])]])
             self.assertEqual(shown + rest[1], sum(int(row[3]) for row in report_rows(reports, "fileline")[1:]))
             self.assertIn(f"rest: {rest[0]:,} rows", self.browser.run("document.querySelector('[data-table=sites] tfoot').textContent"))
 

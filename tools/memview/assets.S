@@ -21,6 +21,8 @@
     .incbin MEMVIEW_FORMAT_JS
     .incbin MEMVIEW_TIMES_JS
     .incbin MEMVIEW_CHARTS_JS
+    .incbin MEMVIEW_PATH_TREES_JS
+    .incbin MEMVIEW_FLAME_JS
     .incbin MEMVIEW_TREEMAP_JS
     .incbin MEMVIEW_TABLES_JS
     .incbin MEMVIEW_PAGE_JS

@@ -91,11 +91,9 @@ std::string diff_page(const Diff& diff) {
     return make_page([&diff](const PageLimits&) {
         Page page{"Difference in " + diff.measure + " bytes", *diff.names, {}, {}};
         for (const ProcessDiff& process : diff.processes) {
-            PageProcess shown{
-                process.name, process.name + (process.different() ? ": different" : ": no difference"),
-                {},           {},
-                {},           nullptr,
-                {},           {}};
+            PageProcess shown;
+            shown.name = process.name;
+            shown.folder = process.name + (process.different() ? ": different" : ": no difference");
             for (const Table& table : process.tables) {
                 if (table.rows > 0) shown.tables.push_back(&table);
             }

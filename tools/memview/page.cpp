@@ -61,14 +61,36 @@ const Table* shown_table(const Run& run, const char* key) {
     return table != nullptr && table->rows > 0 ? table : nullptr;
 }
 
-PageProcess page_process(const Run& run, const PageLimits& limits) {
-    PageProcess process{
-        run.name, run.folder, tracked(run), summary(run), run.peak_index, run.clock ? &*run.clock : nullptr,
-        {},       {}};
+FlameData flame_data(const Paths& paths, Names& names, std::size_t most_nodes) {
+    static const std::vector<FlameMeasure> measures = {
+        {"peak", "Peak bytes", Unit::bytes},
+        {"current", "Bytes at the end", Unit::bytes},
+        {"cumulative", "Cumulative bytes", Unit::bytes},
+        {"peak_blocks", "Peak blocks", Unit::blocks},
+        {"current_blocks", "Blocks at the end", Unit::blocks},
+        {"cumulative_blocks", "Cumulative blocks", Unit::blocks},
+        {"temporary_blocks", "Temporary blocks", Unit::blocks}};
+    std::vector<const char*> columns;
+    columns.reserve(measures.size());
+    for (const FlameMeasure& measure : measures) columns.push_back(measure.key);
+    FlameData flame{PathTree(names, columns.size()), measures};
+    flame.tree.add(paths, columns, 0, {.most_nodes = most_nodes});
+    return flame;
+}
+
+PageProcess page_process(const Run& run, Names& names, const PageLimits& limits) {
+    PageProcess process;
+    process.name = run.name;
+    process.folder = run.folder;
+    process.tracked = tracked(run);
+    process.figures = summary(run);
+    process.peak_index = run.peak_index;
+    if (run.clock) process.clock = &*run.clock;
     for (const char* key : {"sites", "modules", "bins", "tags", "leaks", "fast_leaks", "filtered"}) {
         if (const Table* table = shown_table(run, key)) process.tables.push_back(table);
     }
     process.charts = read_charts(run, limits.stretches);
+    if (run.paths) process.flame.emplace(flame_data(*run.paths, names, limits.nodes));
     return process;
 }
 
@@ -79,11 +101,12 @@ std::string make_page(const std::function<Page(const PageLimits&)>& make) {
     for (;;) {
         std::string page = assemble(page_data(make(limits), limits));
         if (page.size() <= LARGEST_PAGE) return page;
-        if (limits.rows == 0) {
+        if (limits.rows == 0 && limits.nodes == 0) {
             throw ReportError(
                 {"the page", 0, "does not fit 10 MB with so many processes: choose some with --process"});
         }
         limits.rows /= 2;
+        limits.nodes /= 2;
         limits.stretches = std::max<std::size_t>(limits.stretches / 2, 32);
     }
 }
@@ -93,7 +116,7 @@ std::string make_run_page(const Folder& folder) {
         Page page{"Memory of " + folder.runs.front().name, *folder.names, folder.left_out, {}};
         if (folder.runs.size() > 1)
             page.title = "Memory of " + std::to_string(folder.runs.size()) + " processes";
-        for (const Run& run : folder.runs) page.processes.push_back(page_process(run, limits));
+        for (const Run& run : folder.runs) page.processes.push_back(page_process(run, *folder.names, limits));
         return page;
     });
 }

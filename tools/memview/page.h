@@ -8,9 +8,22 @@
 
 #include "tools/memview/chart.h"
 #include "tools/memview/model.h"
+#include "tools/memview/path_tree.h"
 #include "tools/memview/summary.h"
 
 namespace memview {
+
+// What the flame graph draws.
+struct FlameMeasure {
+    const char* key;  // the column of the nodes
+    const char* title;
+    Unit unit;
+};
+struct FlameData {
+    PathTree tree;
+    std::vector<FlameMeasure> measures;  // a figure of the tree each
+    bool is_comparison = false;          // the measures are "before" and "after"
+};
 
 // One process, or one comparison, as the page shows it. The tables must outlive it.
 struct PageProcess {
@@ -19,9 +32,10 @@ struct PageProcess {
     std::vector<std::string> tracked;
     std::vector<Figure> figures;
     std::optional<std::uint64_t> peak_index;
-    const SampleClock* clock;  // null when there is none; outlives it, too
+    const SampleClock* clock = nullptr;  // null when there is none; outlives it, too
     std::vector<const Table*> tables;
     std::vector<Chart> charts;
+    std::optional<FlameData> flame;
 };
 
 struct Page {
@@ -35,6 +49,7 @@ struct Page {
 struct PageLimits {
     std::size_t rows = 2000;      // of a table, by each of its figures
     std::size_t stretches = 512;  // of a chart
+    std::size_t nodes = 100000;   // of the call paths
 };
 
 // The page as a file. `make` is called with ever tighter limits until the result is at most 10 MB.

@@ -5,6 +5,7 @@
 #include <numeric>
 #include <unordered_map>
 
+#include "tools/common/readable_names.h"
 #include "tools/memview/report_kinds.h"
 #include "tools/memview/units.h"
 
@@ -24,11 +25,21 @@ class Texts {
         if (is_new) m_list.push_back(shortened(found->first, LONGEST_NAME));
         return found->second;
     }
+    // Of a function, whose name may be read otherwise.
+    std::size_t number_of_function(std::string_view name) {
+        const std::size_t number = number_of(name);
+        const std::string readable = readable::name(name);
+        if (readable != name) m_readable[std::to_string(number)] = shortened(readable, LONGEST_NAME);
+        return number;
+    }
     const json& list() const { return m_list; }
+    // By number, of those that are read otherwise.
+    const json& readable() const { return m_readable; }
 
   private:
     std::unordered_map<std::string, std::size_t> m_numbers;
     json m_list = json::array();
+    json m_readable = json::object();
 };
 
 const char* unit_name(Unit unit) {
@@ -75,6 +86,7 @@ std::vector<std::size_t> shown_rows(const Table& table, std::size_t most) {
 
 json cell(const Column& column, std::size_t row, const Names& names, Texts& texts) {
     const std::int64_t value = column.cells[row];
+    if (column.spec.key == std::string_view("function")) return texts.number_of_function(names.text(value));
     if (column.spec.unit == Unit::text) return texts.number_of(names.text(value));
     if (column.spec.unit == Unit::address) return texts.number_of(hex_address(value));
     return value;
@@ -141,6 +153,39 @@ json clock_data(const PageProcess& process) {
             {"peak", has_peak ? json(times[*process.peak_index]) : json()}};
 }
 
+json frame_data(const PathTree::Frame& frame, const Names& names, Texts& texts) {
+    const auto number = [&](std::int64_t name) { return texts.number_of(names.text(name)); };
+    return {texts.number_of_function(frame_name(frame.place, names)), number(frame.place.file),
+            frame.place.line, number(frame.place.module), frame.filtered ? 1 : 0};
+}
+
+// Of a parent the distance is told, which is short where paths run straight.
+json flame_graph_data(const FlameData& flame, const Names& names, Texts& texts) {
+    json frames = json::array();
+    for (const PathTree::Frame& frame : flame.tree.frames())
+        frames.push_back(frame_data(frame, names, texts));
+    json parents = json::array();
+    json node_frames = json::array();
+    const std::vector<PathTree::Node>& nodes = flame.tree.nodes();
+    for (std::size_t node = 0; node < nodes.size(); ++node) {
+        parents.push_back(node - nodes[node].parent);
+        node_frames.push_back(nodes[node].frame);
+    }
+    json measures = json::array();
+    for (std::size_t i = 0; i < flame.measures.size(); ++i) {
+        const auto& [key, title, unit] = flame.measures[i];
+        json own = json::array();
+        for (std::size_t node = 0; node < nodes.size(); ++node) own.push_back(flame.tree.own(node, i));
+        measures.push_back(
+            {{"key", key}, {"title", title}, {"unit", unit_name(unit)}, {"own", std::move(own)}});
+    }
+    return {{"frames", std::move(frames)},
+            {"parents", std::move(parents)},
+            {"node_frames", std::move(node_frames)},
+            {"measures", std::move(measures)},
+            {"comparison", flame.is_comparison}};
+}
+
 json process_data(const PageProcess& process, const Names& names, const PageLimits& limits, Texts& texts) {
     json tables = json::array();
     for (const Table* table : process.tables) tables.push_back(table_data(*table, names, limits.rows, texts));
@@ -153,7 +198,8 @@ json process_data(const PageProcess& process, const Names& names, const PageLimi
             {"clock", clock_data(process)},
             {"peak_index", process.peak_index ? json(*process.peak_index) : json()},
             {"tables", std::move(tables)},
-            {"charts", std::move(charts)}};
+            {"charts", std::move(charts)},
+            {"flame", process.flame ? flame_graph_data(*process.flame, names, texts) : json()}};
 }
 
 std::string without_angle_brackets(const std::string& text) {
@@ -180,7 +226,8 @@ std::string page_data(const Page& page, const PageLimits& limits) {
     const json data = {{"title", page.title},
                        {"left_out", page.left_out},
                        {"processes", std::move(processes)},
-                       {"texts", texts.list()}};
+                       {"texts", texts.list()},
+                       {"readable", texts.readable()}};
     // Names need not be UTF-8; what is not becomes the replacement character.
     return without_angle_brackets(data.dump(-1, ' ', false, json::error_handler_t::replace));
 }

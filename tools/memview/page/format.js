@@ -4,6 +4,8 @@
 // nodes and attribute values; nothing here parses markup.
 const data = JSON.parse(document.getElementById('data').textContent);
 const textOf = (number) => data.texts[number];
+// A function's name as people read it; textOf has the whole one.
+const readableOf = (number) => data.readable[number] ?? textOf(number);
 
 const UNITS = ['B', 'KiB', 'MiB', 'GiB', 'TiB', 'PiB'];
 
@@ -26,6 +28,8 @@ function element(tag, properties, ...children) {
   made.append(...children.filter((child) => child !== null));
   return made;
 }
+
+const baseName = (name) => (name.startsWith('/') ? name.slice(name.lastIndexOf('/') + 1) : name);
 
 const cssValue = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
 

@@ -2,6 +2,8 @@
 const READING = {
   current: 'Bytes not yet freed when the reports were written.',
   max: 'The highest that this row itself ever held, whenever that was.',
+  exact_peak: 'What this row held at the peak of the whole process, to the byte.',
+  exact_peak_blocks: 'Blocks that this row held at the peak of the whole process.',
   peak: 'What this row held at the recorded peak of the whole process.',
   cumulative: 'All bytes ever allocated here, freed or not.',
   requested: 'What callers asked for; the rest of the cumulative bytes is the allocator\u2019s rounding.',
@@ -18,13 +20,16 @@ const READING = {
   change: 'After less before.',
 };
 
+const FIGURES_AT_FIRST = 8;
+
+// One line of them; the others on demand, so that the first picture is not pushed off the screen.
 function showFigures(process, holder) {
-  const list = element('dl', { className: 'figures' });
-  for (const figure of process.figures) {
-    list.append(element('div', { title: figure.explanation + ' (' + groupedText(figure.value) + ')' },
-      element('dt', {}, figure.title), element('dd', {}, figureText(figure.value, figure.unit))));
-  }
-  holder.append(list);
+  const list = (figures) => element('dl', { className: 'figures' }, ...figures.map((figure) =>
+    element('div', { title: figure.explanation + ' (' + groupedText(figure.value) + ')' },
+      element('dt', {}, figure.title), element('dd', {}, figureText(figure.value, figure.unit)))));
+  const more = process.figures.slice(FIGURES_AT_FIRST);
+  holder.append(list(process.figures.slice(0, FIGURES_AT_FIRST)));
+  if (more.length) holder.append(element('details', {}, element('summary', { className: 'note' }, 'More figures'), list(more)));
 }
 
 function showReading(process, holder) {
@@ -49,11 +54,12 @@ function showProcess(process) {
   }
   main.append(element('p', { className: 'note' }, process.folder + (process.tracked.length ? ' \u2014 tracked: ' + process.tracked.join(', ') : '')));
   showFigures(process, main);
+  drawFlame(process, main);
   drawProcesses(main);
   drawCharts(process, main);
   const sites = process.tables.find((table) => table.key === 'sites');
-  if (sites && MEASURES.every(([key]) => columnOf(sites, key))) new TreeMap(sites, main);
-  for (const table of process.tables) main.append(new DataTable(table, process.name.replaceAll(/[^\w.-]+/g, '_')).section);
+  if (sites && columnOf(sites, 'cumulative')) new TreeMap(sites, main);
+  for (const table of process.tables) main.append(new DataTable(table, process.name.replaceAll(/[^\w.-]+/g, '_'), process.flame !== null).section);
   showReading(process, main);
 }
 

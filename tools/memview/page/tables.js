@@ -9,22 +9,26 @@ const TABLE_TITLES = {
 const csvCell = (value) => (/[",\r\n]/.test(value) ? '"' + String(value).replaceAll('"', '""') + '"' : String(value));
 
 class DataTable {
-  constructor(table, fileName) {
+  // `exact`: the run knows its exact peak, so that the other one is called the recorded peak.
+  constructor(table, fileName, exact) {
     this.table = table;
     this.fileName = fileName;
+    this.linked = flames.graph && table.columns.some((column) => column.key === 'function' || table.key === 'modules');
+    this.isExact = exact;
     this.isText = table.columns.map((column) => column.unit === 'text');
     this.shown = this.shownColumns();
     this.order = Array.from({ length: table.cells[0].length }, (_, row) => row);
     this.page = 0;
     this.sortedBy = -1;
     this.build();
-    const first = ['change', 'peak'].map((key) => table.columns.findIndex((column) => column.key === key)).find((at) => at >= 0);
+    const first = ['change', 'exact_peak', 'peak'].map((key) => table.columns.findIndex((column) => column.key === key)).find((at) => at >= 0);
     this.sortBy(first === undefined ? Math.max(0, table.columns.findIndex((column) => column.unit === 'bytes')) : first);
   }
 
   // What a row weighs, then its name, then the other figures; addresses last.
   shownColumns() {
-    const rank = ({ key, unit }) => (key === 'peak' || key === 'change' ? 0 : key === 'address' ? 3 : unit === 'text' || unit === 'line' ? 1 : 2);
+    const first = ['change', 'exact_peak', this.table.columns.some((column) => column.key === 'exact_peak') ? null : 'peak'];
+    const rank = ({ key, unit }) => (first.includes(key) ? 0 : key === 'address' ? 3 : unit === 'text' || unit === 'line' ? 1 : 2);
     return this.table.columns.map((_, at) => at).sort((a, b) => rank(this.table.columns[a]) - rank(this.table.columns[b]) || a - b);
   }
 
@@ -36,13 +40,27 @@ class DataTable {
     this.forth = element('button', { type: 'button', onclick: () => this.turn(1) }, 'Next \u25b6');
     const csv = element('button', { type: 'button', className: 'csv', onclick: () => this.download() }, 'CSV');
     this.heads = this.table.columns.map((column, at) => element('th', { className: this.isText[at] ? 'text' : '', scope: 'col' },
-      element('button', { type: 'button', title: READING[column.key] || column.title, onclick: () => this.sortBy(at) }, column.title)));
+      element('button', { type: 'button', title: READING[column.key] || column.title, onclick: () => this.sortBy(at) }, this.titleOf(column))));
     this.body = element('tbody');
     const title = TABLE_TITLES[this.table.key] || this.table.key;
     this.section = element('section', { 'data-table': this.table.key }, element('h2', {}, title),
       element('div', { className: 'controls' }, element('label', { htmlFor: id }, 'Search'), this.search, csv, this.back, this.forth, this.status),
       element('div', { className: 'table-box' }, element('table', { 'aria-label': title },
-        element('thead', {}, element('tr', {}, ...this.shown.map((at) => this.heads[at]))), this.body, this.foot())));
+        element('thead', {}, this.row('th', this.shown.map((at) => this.heads[at]), null)), this.body, this.foot())));
+  }
+
+  titleOf({ key, title }) {
+    const told = key.startsWith('exact_') ? title.replace('Exact peak', 'Peak') : this.isExact && key.startsWith('peak') ? 'Recorded ' + title.toLowerCase() : title;
+    return told;
+  }
+
+  // With a first cell for the way into the flame graph, in tables that have one.
+  row(tag, cells, link) { return element('tr', {}, this.linked ? element(tag, {}, link) : null, ...cells); }
+
+  link(row) {
+    const part = this.linked && flames.graph.partOf(this.table, row);
+    return part ? element('button', { type: 'button', className: 'link', title: 'Who called it', 'aria-label': 'Show in the flame graph',
+      onclick: () => flames.graph.show(part) }, '\u25a4') : null;
   }
 
   // The rows that had no place in this page, as one.
@@ -51,7 +69,7 @@ class DataTable {
     const cells = this.table.columns.map((column, at) => element('td', { className: this.isText[at] ? 'text' : '' },
       this.table.rest[at] === null ? '' : figureText(this.table.rest[at], column.unit)));
     cells[this.shown.find((at) => this.isText[at])].textContent = 'rest: ' + groupedText(this.table.rest_rows) + ' rows';
-    return element('tfoot', {}, element('tr', {}, ...this.shown.map((at) => cells[at])));
+    return element('tfoot', {}, this.row('td', this.shown.map((at) => cells[at]), null));
   }
 
   value(at, row) { return this.isText[at] ? textOf(this.table.cells[at][row]) : this.table.cells[at][row]; }
@@ -93,12 +111,13 @@ class DataTable {
     const of = rows.length === this.table.rows ? '' : ' (of ' + groupedText(this.table.rows) + ')';
     this.status.textContent = rows.length === 0 ? 'no row' + of
       : 'rows ' + groupedText(from + 1) + ' to ' + groupedText(from + shown.length) + ' of ' + groupedText(rows.length) + of;
-    this.body.replaceChildren(...shown.map((row) => element('tr', {}, ...this.shown.map((at) => this.cell(this.table.columns[at], at, row)))));
+    this.body.replaceChildren(...shown.map((row) => this.row('td', this.shown.map((at) => this.cell(this.table.columns[at], at, row)), this.link(row))));
   }
 
   cell(column, at, row) {
     const value = this.value(at, row);
     if (column.key === 'file') return element('td', { className: 'text path', title: value }, element('bdi', { dir: 'ltr' }, value));
+    if (column.key === 'function') return element('td', { className: 'text', title: value }, readableOf(this.table.cells[at][row]));
     if (this.isText[at]) return element('td', { className: 'text', title: value }, value);
     const text = column.key === 'change' && value > 0 ? '+' + figureText(value, column.unit) : figureText(value, column.unit);
     return element('td', { title: groupedText(value), className: column.key === 'change' && value > 0 ? 'grown' : '' }, text);

@@ -1,5 +1,5 @@
 // Bytes by module, then file, then function, as areas within areas. A tile opens what lies in it.
-const MEASURES = [['peak', 'Peak'], ['current', 'Current'], ['max', 'Max'], ['cumulative', 'Cumulative']];
+const MEASURES = [['exact_peak', 'Peak'], ['peak', 'Recorded peak'], ['current', 'Current'], ['max', 'Max'], ['cumulative', 'Cumulative']];
 const MOST_TILES = 150;          // in one tile
 const LEAST_SHARE = 1 / 1500;    // of the whole box; what is smaller shares one tile
 const HEAD_HEIGHT = 17;
@@ -8,6 +8,8 @@ function columnOf(table, key) {
   const at = table.columns.findIndex((column) => column.key === key);
   return at < 0 ? null : table.cells[at];
 }
+
+const measuresOf = (table) => MEASURES.filter(([key]) => columnOf(table, key));
 
 // The tree of one measure: nodes {name, value, children: Map}, the rest row as a module of its own.
 function sizeTree(table, measure) {
@@ -24,22 +26,20 @@ function sizeTree(table, measure) {
   };
   values.forEach((value, row) => {
     if (value <= 0) return;
-    put([textOf(module[row]) || 'OTHER', textOf(file[row]) || 'unknown file', textOf(func[row]) || 'unknown function'], value);
+    put([textOf(module[row]) || 'OTHER', textOf(file[row]) || 'unknown file', readableOf(func[row]) || 'unknown function'], value);
   });
   const rest = table.rest[table.columns.findIndex((column) => column.key === measure)];
   if (rest > 0) put(['rest: ' + groupedText(table.rest_rows) + ' call sites'], rest);
   return root;
 }
 
-const baseName = (name) => (name.startsWith('/') ? name.slice(name.lastIndexOf('/') + 1) : name);
-
 class TreeMap {
   constructor(table, holder) {
     this.table = table;
-    this.measure = MEASURES.map(([key]) => key).find((key) => columnOf(table, key).some((value) => value > 0)) || 'peak';
+    this.measure = measuresOf(table).map(([key]) => key).find((key) => columnOf(table, key).some((value) => value > 0)) || 'peak';
     this.path = [];
     const choice = element('select', { id: 'measure' },
-      ...MEASURES.map(([key, title]) => element('option', { value: key }, title)));
+      ...measuresOf(table).map(([key, title]) => element('option', { value: key }, title)));
     choice.value = this.measure;
     choice.onchange = () => { this.measure = choice.value; this.path = []; this.draw(); };
     this.crumbs = element('span', { className: 'controls', role: 'navigation', 'aria-label': 'Levels' });
