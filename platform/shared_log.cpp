@@ -1,22 +1,13 @@
 #include "platform/shared_log.h"
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <ctime>
 
-namespace {
+#include "platform/output_file.h"
 
-void write_all(int file, const std::string& text) {
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t wrote = write(file, text.data() + done, text.size() - done);
-        if (wrote <= 0) return;
-        done += static_cast<std::size_t>(wrote);
-    }
-}
+namespace {
 
 // For a second at most: a process that was stopped with the lock held must not keep others from ending. A
 // block goes out in one write, so that it stays whole without the lock too.
@@ -29,11 +20,11 @@ void lock_with_patience(int file) {
 }  // namespace
 
 void append_to_shared_log(const char* path, const std::string& head, const std::string& block) {
-    const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+    const int file = open_output_file(path, OUTPUT::APPENDED);
     if (file < 0) return;
     lock_with_patience(file);
     struct stat status {};
     const bool is_new = fstat(file, &status) == 0 && status.st_size == 0;
-    write_all(file, is_new ? head + block : block);
-    close(file);
+    write_output(file, is_new ? head + block : block);
+    close_output_file(file);
 }

@@ -12,6 +12,7 @@
 #include "mem/base/spin_lock.h"
 #include "mem/base/thread_state.h"
 #include "platform/kept_errno.h"
+#include "platform/output_file.h"
 #include "platform/thread.h"
 
 namespace {
@@ -19,10 +20,11 @@ namespace {
 constexpr const char* log_name = "mem_allocations.log";
 constexpr int owned = 1;
 
-constinit std::atomic<std::FILE*> mem_allocations_log{nullptr};
+constexpr int closed = -1;
+constinit std::atomic<int> mem_allocations_log{closed};
 
-// Threads that may hold the file's pointer. The order of the accesses to the two words matters: a writer
-// counts itself in before it reads the pointer, and the closer clears the pointer before it reads the count.
+// Threads that may hold the file. The order of the accesses to the two words matters: a writer counts itself
+// in before it reads the file, and the closer clears the file before it reads the count.
 constinit std::atomic<int> writers{0};
 
 // This thread's turn to write one line: what the writing itself allocates has no line, and errno is kept.
@@ -39,17 +41,16 @@ class LINE_SCOPE {
     LINE_SCOPE(const LINE_SCOPE&) = delete;
     LINE_SCOPE& operator=(const LINE_SCOPE&) = delete;
 
-    // The stream is unbuffered, so that each line is one write to the file and needs no flush; a process that
-    // is killed or forks loses and doubles nothing.
+    // Each line is one write to the file: a process that is killed or forks loses and doubles nothing.
     __attribute__((format(printf, 2, 3))) void write(const char* format, ...) {
-        std::FILE* const log = mem_allocations_log.load();
-        if (log == nullptr) return;
+        const int log = mem_allocations_log.load();
+        if (log == closed) return;
         char line[128];
         va_list args;
         va_start(args, format);
         const int length = std::vsnprintf(line, sizeof(line), format, args);
         va_end(args);
-        std::fwrite(line, 1, static_cast<std::size_t>(length), log);
+        write_output(log, {line, static_cast<std::size_t>(length)});
     }
 
   private:
@@ -60,19 +61,18 @@ class LINE_SCOPE {
 // A closed log is seen here already, so that a closer that waits for the writers sees their number fall.
 bool may_log(const void* block) {
     return block != nullptr && MallocExtension_GetOwnership(block) == owned && mem_thread_state.log_allowed &&
-           mem_allocations_log.load() != nullptr;
+           mem_allocations_log.load() != closed;
 }
 
 bool open_log() {
-    if (mem_allocations_log.load() != nullptr) return true;
+    if (mem_allocations_log.load() != closed) return true;
     const MEM_BLOCK_TRACKING_SCOPE not_an_event;
-    std::FILE* const log = std::fopen(log_name, "w");
-    if (log == nullptr) {
+    const int log = open_output_file(log_name, OUTPUT::EMPTIED);
+    if (log < 0) {
         mem_msg_debug("can't create \"%s\": %s; the allocation log stays off", log_name,
                       std::strerror(errno));
         return false;
     }
-    std::setvbuf(log, nullptr, _IONBF, 0);
     mem_allocations_log.store(log);
     return true;
 }
@@ -108,17 +108,16 @@ void mem_set_print_allocations_callback_enabled(bool enable) {
 }
 
 void mem_close_allocation_log() {
-    if (mem_allocations_log.load() == nullptr) return;
+    if (mem_allocations_log.load() == closed) return;
     detach_hooks();
-    std::FILE* const log = mem_allocations_log.exchange(nullptr);
+    const int log = mem_allocations_log.exchange(closed);
     // A line of this very thread can't be waited for.
-    if (log == nullptr || !mem_thread_state.log_allowed) return;
+    if (log == closed || !mem_thread_state.log_allowed) return;
     MEM_BACK_OFF back_off;
     while (writers.load() != 0) back_off.wait();
-    const MEM_BLOCK_TRACKING_SCOPE not_an_event;
-    std::fclose(log);
+    close_output_file(log);
 }
 
 void mem_forget_allocation_log() {
-    mem_allocations_log.store(nullptr);
+    mem_allocations_log.store(closed);
 }

@@ -1,11 +1,11 @@
 #include "mem/report/filters_file.h"
 
-#include <fstream>
 #include <iostream>
 #include <locale>
 
 #include "mem/attribution/call_sites.h"
 #include "mem/report/report_files.h"
+#include "platform/output_file.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ void write_row(std::ostream& out, std::uint64_t pc, const MEM_STACK_FRAME& frame
 }  // namespace
 
 void mem_write_filters_file() {
-    std::ofstream out(mem_report_file_name("mem_tbb_filters."));
+    OUTPUT_STREAM out(mem_report_file_name("mem_tbb_filters.").c_str());
     if (!out) {
         std::cerr << "unable to create VMP filters file" << std::endl;
         return;

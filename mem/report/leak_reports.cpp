@@ -1,9 +1,9 @@
 #include "mem/report/leak_reports.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iomanip>
 #include <locale>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -13,6 +13,7 @@
 #include "mem/base/stats.h"
 #include "mem/base/tracking_word.h"
 #include "mem/report/report_files.h"
+#include "platform/output_file.h"
 #include "platform/shared_log.h"
 
 namespace {
@@ -62,7 +63,7 @@ std::string fast_block() {
 void mem_dump_tbb_leak_tracking() {
     const std::vector<LEAK> leaks = leaks_by_size();
     const std::string usual_name = mem_report_file_name("mem_tbb_leak_warning.");
-    std::ofstream out(in_za_mode() ? za_log : usual_name);
+    OUTPUT_STREAM out(in_za_mode() ? za_log : usual_name.c_str());
     if (!out) return;
     out.imbue(std::locale::classic());  // whatever the host has set for all streams
     out << "MEM: TBB Leak Checking Summary." << std::endl << std::endl;

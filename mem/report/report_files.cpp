@@ -2,7 +2,6 @@
 
 #include <boost/iostreams/device/null.hpp>
 #include <boost/iostreams/stream.hpp>
-#include <fstream>
 
 #include "ktl_mem/reports.h"
 #include "mem/attribution/call_sites.h"
@@ -22,45 +21,46 @@
 #include "mem/timeline/tag_timeline.h"
 #include "mem/tracker/event_numbers.h"
 #include "mem/tracker/exe_string.h"
+#include "platform/output_file.h"
 
 namespace {
 
 // A file that cannot be opened leaves its stream failed: the report runs against it and no text arrives.
-std::ofstream open_report(const char* prefix) {
-    return std::ofstream(mem_report_file_name(prefix));
+OUTPUT_STREAM open_report(const char* prefix) {
+    return OUTPUT_STREAM(mem_report_file_name(prefix).c_str());
 }
 
 void write_call_sites() {
-    std::ofstream fileline = open_report("mem_tbb_fileline.");
+    OUTPUT_STREAM fileline = open_report("mem_tbb_fileline.");
     mem_dump_tbb_fileline_tracking(fileline);
-    std::ofstream subsystem = open_report("mem_tbb_subsystem.");
+    OUTPUT_STREAM subsystem = open_report("mem_tbb_subsystem.");
     mem_dump_tbb_subsystem_tracking(subsystem);
 }
 
 void write_auxiliary() {
     mem_tbb_auxiliary_timeline->capture();
-    std::ofstream out = open_report("mem_tbb_auxiliary_timeline.");
+    OUTPUT_STREAM out = open_report("mem_tbb_auxiliary_timeline.");
     if (out) dump_auxiliary_timeline(out);
 }
 
 void write_modules() {
     mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
-    std::ofstream plain = open_report("mem_tbb_timeline.");
-    std::ofstream detailed = open_report("mem_tbb_timeline_detailed.");
+    OUTPUT_STREAM plain = open_report("mem_tbb_timeline.");
+    OUTPUT_STREAM detailed = open_report("mem_tbb_timeline_detailed.");
     mem_dump_module_timelines(plain, detailed, MEM_MODULE_VALUE::CURRENT_BYTES);
-    std::ofstream blocks_plain = open_report("mem_tbb_cumulative_blocks_timeline.");
-    std::ofstream blocks_detailed = open_report("mem_tbb_cumulative_blocks_timeline_detailed.");
+    OUTPUT_STREAM blocks_plain = open_report("mem_tbb_cumulative_blocks_timeline.");
+    OUTPUT_STREAM blocks_detailed = open_report("mem_tbb_cumulative_blocks_timeline_detailed.");
     mem_dump_module_timelines(blocks_plain, blocks_detailed, MEM_MODULE_VALUE::CUMULATIVE_BLOCKS);
 }
 
 void write_bins_and_tags() {
     mem_tbb_tag_timeline->sample();
     boost::iostreams::stream<boost::iostreams::null_sink> discarded{boost::iostreams::null_sink()};
-    std::ofstream detailed = open_report("mem_tbb_pbin_tag_timeline_detailed.");
-    std::ofstream tags = open_report("mem_tbb_pbin_tag_stats.");
-    std::ofstream tags_mb = open_report("mem_tbb_pbin_tag_stats_mb.");
-    std::ofstream bins = open_report("mem_tbb_pbin_stats.");
-    std::ofstream bins_mb = open_report("mem_tbb_pbin_stats_mb.");
+    OUTPUT_STREAM detailed = open_report("mem_tbb_pbin_tag_timeline_detailed.");
+    OUTPUT_STREAM tags = open_report("mem_tbb_pbin_tag_stats.");
+    OUTPUT_STREAM tags_mb = open_report("mem_tbb_pbin_tag_stats_mb.");
+    OUTPUT_STREAM bins = open_report("mem_tbb_pbin_stats.");
+    OUTPUT_STREAM bins_mb = open_report("mem_tbb_pbin_stats_mb.");
     mem_dump_tag_timeline(discarded, detailed);
     mem_dump_tag_stats(tags, MEM_STATS_UNIT::BYTES);
     mem_dump_tag_stats(tags_mb, MEM_STATS_UNIT::MEBIBYTES);

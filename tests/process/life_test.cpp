@@ -26,6 +26,13 @@ TEST(Life, LeavesItsReportsWhateverTurnItTakes) {
         EXPECT_TRUE(expect(life).has_call_site(call_site)) << life.command;
 }
 
+TEST(Life, EndsAsItWouldWithoutStandardStreamsAndWithFilesThatMayNotGrow) {
+    const ENDING ending =
+        expect({"sh -c 'ulimit -f 1; exec tracked_host exit <&- >&- 2>&-'", sampled, "", "exit 5"});
+    EXPECT_EQ(ending.files.at("mem_tbb_fileline.vii.log").size(), 512U);
+    EXPECT_EQ(ending.files.at("mem_tbb_fileline.vii.log").find("MEM: TBB Fileline"), 0U);
+}
+
 TEST(Life, EndsWellWhileAThreadOpensAndClosesBins) {
     for (int round = 0; round < 40; ++round)
         EXPECT_TRUE(expect({"tracked_host exit_with_bins", track_all, "", "exit 5"}).has_call_site("OTHER"));

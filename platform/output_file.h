@@ -1,0 +1,48 @@
+// Files that the library writes into folders which it does not choose: as a rule the current one, where
+// others may have put things beforehand, under a process that may have closed its standard streams.
+#pragma once
+
+#include <ostream>
+#include <streambuf>
+#include <string_view>
+
+// Opens a new file, or one that is there already: a regular file of this user with no second name. A symbolic
+// link, a pipe, a device and another user's file are refused, and nothing is waited for. The descriptor is 3
+// or higher, so that nobody takes it for a standard stream, and does not go on to started programs. -1 with
+// errno when there is none.
+enum class OUTPUT { EMPTIED, APPENDED };
+int open_output_file(const char* path, OUTPUT mode);
+void close_output_file(int file);
+
+// Writes all of it; false when that fails, also at the limit on the size of files, whose signal, which would
+// end the process, is held back.
+bool write_output(int file, std::string_view text);
+
+// A stream into such a file. One that cannot be opened leaves it failed. Allocates no buffer.
+class OUTPUT_STREAM : public std::ostream {
+  public:
+    explicit OUTPUT_STREAM(const char* path) : std::ostream(nullptr), buffer(path) {
+        rdbuf(&buffer);
+        if (!buffer.is_open()) setstate(failbit);
+    }
+
+  private:
+    class BUFFER : public std::streambuf {
+      public:
+        explicit BUFFER(const char* path);
+        ~BUFFER() override;
+        BUFFER(const BUFFER&) = delete;
+        BUFFER& operator=(const BUFFER&) = delete;
+        bool is_open() const { return file >= 0; }
+
+      protected:
+        int_type overflow(int_type next) override;
+        int sync() override;
+
+      private:
+        const int file;
+        char text[4096];
+    };
+
+    BUFFER buffer;
+};
