@@ -18,6 +18,8 @@ namespace {
 // The last is where the C++ runtime of this platform keeps its own parts of the standard library.
 constexpr std::array<std::string_view, 9> filtered_functions = {
     "std::", "mem_", "MEM_", "operator new", "VTL", "boost::", "tbb::", "mtl::", "__gnu_cxx::"};
+// Where their headers lie, for names that lack what their functions are members of.
+constexpr std::array<std::string_view, 3> filtered_folders = {"/c++/", "/boost/", "/tbb/"};
 constexpr std::array<std::string_view, 2> filtered_basenames = {"xdb_", "mem_"};
 constexpr std::array<std::string_view, 3> filtered_files = {"my_utils.cpp", "plr_mem_interface.cpp",
                                                             "tbb_concurrent_hash_map_sys.h"};
@@ -50,6 +52,18 @@ bool is_system_module(std::string_view module) {
     return std::ranges::find(system_modules, module) != system_modules.end() && !is_executable(module);
 }
 
+// With line tables alone as debug information, some compilers give inlined functions their bare names.
+bool is_bare_name_of_library(std::string_view function, std::string_view path) {
+    const std::string_view without_arguments = function.substr(0, function.find('<'));
+    if (without_arguments.find("::") != std::string_view::npos) return false;
+    if (function.ends_with(')') && function != "operator()") return false;
+    const std::size_t headers = path.rfind("/include/");
+    return headers != std::string_view::npos &&
+           std::ranges::any_of(filtered_folders, [path, headers](std::string_view folder) {
+               return path.find(folder, headers) != std::string_view::npos;
+           });
+}
+
 }  // namespace
 
 bool mem_module_is_filtered(const char* module) {
@@ -65,6 +79,7 @@ bool mem_frame_is_filtered(const char* file, const char* function) {
     const std::string_view name = function;
     if (path.empty() || name.empty()) return true;
     if (begins_with_any(name, filtered_functions) || begins_with_any(name, mem_filter_functions)) return true;
+    if (is_bare_name_of_library(name, path)) return true;
     const std::size_t separator = path.find_last_of("/\\");
     if (separator == std::string_view::npos) return false;
     const std::string_view base = path.substr(separator + 1);

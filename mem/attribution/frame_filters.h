@@ -18,6 +18,7 @@ bool mem_frame_is_filtered(const char* file, const char* function);
 
 // Reads the file that the key "mem_user_defined_filters_file" names into the lists, with a debug line for
 // each entry and each error. A line is a command, filter_module, filter_function or filter_file_basename, and
-// one argument; "#" as a word of its own begins a comment. A bad line costs that line, an unreadable file
-// costs the user's filters. Called once, by the tracker's start, before any event.
+// one argument; "#" as a word of its own begins a comment. A bad line, and one of more than 4,095 characters,
+// costs that line; a file that is unreadable or a device costs the user's filters. Called once, by the
+// tracker's start, before any event.
 void mem_read_user_defined_filters();

@@ -1,5 +1,8 @@
 #include <array>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <limits>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -54,6 +57,39 @@ LINE read_line(const std::string& text, int number) {
     return LINE::ACCEPTED;
 }
 
+// Endless devices are no files of lines; a pipe of the shell is one.
+bool may_be_read(const std::string& path) {
+    std::error_code error;
+    const auto type = std::filesystem::status(path, error).type();
+    return type == std::filesystem::file_type::regular || type == std::filesystem::file_type::fifo;
+}
+
+// Reads on to the end of the line, and keeps no more of it than any filter needs.
+class LINE_READER {
+  public:
+    explicit LINE_READER(std::istream& lines) : file(lines) {}
+    // False at the end of the file.
+    bool next() {
+        file.getline(text.data(), text.size());
+        too_long = file.fail() && file.gcount() == std::ssize(text) - 1;
+        if (too_long) {
+            file.clear();
+            file.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+        }
+        return too_long || !file.fail();
+    }
+    LINE judge(int number) const {
+        if (!too_long) return read_line(text.data(), number);
+        mem_msg_debug("line %d: longer than %d characters", number, static_cast<int>(text.size()) - 1);
+        return LINE::ERROR;
+    }
+
+  private:
+    std::istream& file;
+    std::array<char, 4096> text;
+    bool too_long = false;
+};
+
 const char* plural(int count) {
     return count == 1 ? "" : "s";
 }
@@ -63,19 +99,18 @@ const char* plural(int count) {
 void mem_read_user_defined_filters() {
     const std::string path = mem_cfg_get_value("mem_user_defined_filters_file");
     if (path.empty()) return;
-    std::ifstream file(path);
-    // A folder opens as well, but has nothing to read.
-    if (!file || (file.peek(), file.bad())) {
+    std::ifstream file;
+    if (may_be_read(path)) file.open(path);
+    if (!file.is_open()) {
         mem_msg_debug("error opending memory tracker user defined filters file \"%s\"", path.c_str());
         return;
     }
     mem_msg_debug("reading user defined filters from \"%s\"", path.c_str());
-    file.clear();  // an empty file is at its end already
     int accepted = 0;
     int errors = 0;
-    std::string text;
-    for (int number = 1; std::getline(file, text); ++number) {
-        const LINE line = read_line(text, number);
+    LINE_READER lines(file);
+    for (int number = 1; lines.next(); ++number) {
+        const LINE line = lines.judge(number);
         accepted += line == LINE::ACCEPTED ? 1 : 0;
         errors += line == LINE::ERROR ? 1 : 0;
     }

@@ -2,6 +2,7 @@
 
 #include <elfutils/libdwelf.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,9 +28,12 @@ std::string build_id_path(const std::string& id) {
 
 std::unique_ptr<ELF_FILE> ELF_FILE::open(const std::string& path) {
     elf_version(EV_CURRENT);
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0) return nullptr;
-    Elf* elf = elf_begin(descriptor, ELF_C_READ_MMAP, nullptr);
+    // Whatever a debug link names: a pipe would be waited for.
+    struct stat status {};
+    const bool is_file = fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    Elf* elf = is_file ? elf_begin(descriptor, ELF_C_READ_MMAP, nullptr) : nullptr;
     std::unique_ptr<ELF_FILE> file;
     if (elf != nullptr && elf_kind(elf) == ELF_K_ELF) {
         file.reset(new ELF_FILE(path, elf));

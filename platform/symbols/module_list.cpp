@@ -39,11 +39,20 @@ MODULE_ENTRY::MODULE_ENTRY(LOADED_IMAGE loaded)
     : loaded_image(std::move(loaded)), description(describe(loaded_image)) {}
 
 MODULE_SYMBOLS& MODULE_ENTRY::symbols() {
-    if (known_symbols == nullptr) {
+    // Asked again where nothing could be opened, as while the process has no descriptor left.
+    if (known_symbols == nullptr || known_symbols->is_unread()) {
+        if (description.path.empty()) description.path = path_of(loaded_image);
         const std::string path = loaded_image.loader_name.empty() ? executable_file() : description.path;
-        known_symbols = std::make_unique<MODULE_SYMBOLS>(path, loaded_image.build_id);
+        known_symbols = std::make_shared<MODULE_SYMBOLS>(path, loaded_image.build_id);
     }
     return *known_symbols;
+}
+
+void MODULE_ENTRY::share_symbols_of(const MODULE_ENTRY& other) {
+    const bool is_same_build = !loaded_image.build_id.empty() &&
+                               loaded_image.build_id == other.loaded_image.build_id &&
+                               description.path == other.description.path;
+    if (is_same_build) known_symbols = other.known_symbols;
 }
 
 std::uint64_t MODULE_ENTRY::instruction(std::uint64_t address) {
@@ -68,7 +77,10 @@ MODULE_ENTRY* MODULE_LIST::find(std::uint64_t address, LISTING listing) {
     }
     MODULE_ENTRY* known = find_image(*image);
     if (known != nullptr || listing == LISTING::KNOWN) return known;
-    return entries.emplace_back(std::make_unique<MODULE_ENTRY>(*image)).get();
+    // A plug-in that comes back, as a rule at another place, must not have its files read once more.
+    auto added = std::make_unique<MODULE_ENTRY>(*image);
+    for (const auto& entry : entries) added->share_symbols_of(*entry);
+    return entries.emplace_back(std::move(added)).get();
 }
 
 void MODULE_LIST::refresh() {

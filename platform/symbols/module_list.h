@@ -20,13 +20,15 @@ class MODULE_ENTRY {
     const LOADED_IMAGE& image() const { return loaded_image; }
     // Reads the module's files at the first call.
     MODULE_SYMBOLS& symbols();
+    // The same build of the same file: what is known of the one's symbols goes for the other.
+    void share_symbols_of(const MODULE_ENTRY& other);
     // As of MODULE_SYMBOLS, for a captured address.
     std::uint64_t instruction(std::uint64_t address);
 
   private:
     LOADED_IMAGE loaded_image;
     MODULE description;
-    std::unique_ptr<MODULE_SYMBOLS> known_symbols;
+    std::shared_ptr<MODULE_SYMBOLS> known_symbols;
 };
 
 class MODULE_LIST {

@@ -23,6 +23,9 @@ class MODULE_SYMBOLS {
     // build-id differs from the given one is another build and is not used; empty stands for any.
     MODULE_SYMBOLS(const std::string& path, const std::string& build_id, DETAIL detail = DETAIL::ALL);
 
+    // Neither the file nor a debug file of its build could be opened.
+    bool is_unread() const { return file == nullptr && debug_file == nullptr; }
+
     // The instruction that a captured address stands for: the call in front of a return address. The start of
     // a function is one, too, where the function before it ends with a call that does not return.
     std::uint64_t instruction(const CODE_ADDRESS& address) const;

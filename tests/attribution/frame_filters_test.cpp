@@ -95,12 +95,25 @@ TEST_F(FRAME_FILTERS, files) {
     for (const char* file : filtered) EXPECT_TRUE(mem_frame_is_filtered(file, "run()")) << file;
     for (const char* file : kept) EXPECT_FALSE(mem_frame_is_filtered(file, "run()")) << file;
     EXPECT_TRUE(mem_frame_is_filtered("Unknown", "std::run()"));
+    // Bare names, which line tables alone give.
+    const WORDS folders = {"/usr/include/c++/12/bits/", "/usr/lib/llvm-14/include/c++/v1/",
+                           "/x/include/boost/any/", "/usr/include/x86_64-linux-gnu/c++/12/",
+                           "/opt/include/oneapi/tbb/"};
+    for (const std::string folder : folders) {
+        for (const char* bare : {"allocate", "construct<a::b, int &>", "operator()", "operator<<"})
+            EXPECT_TRUE(mem_frame_is_filtered((folder + "x.h").c_str(), bare)) << folder << bare;
+        for (const char* whole : {"my::allocate", "allocate(int)"})
+            EXPECT_FALSE(mem_frame_is_filtered((folder + "x.h").c_str(), whole)) << folder << whole;
+    }
+    for (const char* file : {"/me/c++/x.h", "/c++/include/x.h", "/include/c++.h"})
+        EXPECT_FALSE(mem_frame_is_filtered(file, "allocate")) << file;
 }
 
 TEST_F(FRAME_FILTERS, each_line_of_the_file_is_answered) {
     const std::string bad = "accepted 0 user defined filters (1 error)";
     const std::string good = "accepted 1 user defined filter (0 errors)";
-    const std::pair<const char*, std::vector<std::string>> cases[] = {
+    const std::string long_line = "filter_module " + std::string(100'000, 'a');
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
         {"", {"accepted 0 user defined filters (0 errors)"}},
         {"\n \t\r\n# a comment\n", {"accepted 0 user defined filters (0 errors)"}},
         {"filter_module foo # note", {"accepting module filter: \"foo\"", good}},
@@ -113,6 +126,10 @@ TEST_F(FRAME_FILTERS, each_line_of_the_file_is_answered) {
         {"#comment", {"line 1: unexpected filter command: \"#comment\"", bad}},
         {"FILTER_MODULE foo", {"line 1: unexpected filter command: \"FILTER_MODULE\"", bad}},
         {"\n\n# x\nfilter foo", {"line 4: unexpected filter command: \"filter\"", bad}},
+        {long_line + "\nfilter_module a",
+         {"line 1: longer than 4095 characters", "accepting module filter: \"a\"",
+          "accepted 1 user defined filter (1 error)"}},
+        {long_line, {"line 1: longer than 4095 characters", bad}},
         {"filter_module a\nx\nfilter_module b\ny",
          {"accepting module filter: \"a\"", "line 2: unexpected filter command: \"x\"",
           "accepting module filter: \"b\"", "line 4: unexpected filter command: \"y\"",
@@ -125,7 +142,7 @@ TEST_F(FRAME_FILTERS, a_file_that_cannot_be_read_is_told_and_none_is_silent) {
     filters_path = "";
     mem_read_user_defined_filters();
     EXPECT_THAT(messages, IsEmpty());
-    for (const char* path : {"/no/such/file", "/"}) {
+    for (const char* path : {"/no/such/file", "/", "/dev/zero"}) {
         filters_path = path;
         messages.clear();
         mem_read_user_defined_filters();

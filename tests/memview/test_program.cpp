@@ -103,7 +103,10 @@ TEST_F(Program, TellsFaultsAndWhatWasLeftOut) {
          {"html -o /nonexistent/page.html --keep-going r", 2, "cannot be written"},
          {"check --keep-going r", 2, "0 disagree"},
          {"export --format csv --table bins --keep-going -o old.csv r; cat old.csv", 0, "of an earlier run"},
+         {"html -o r/mem_tbb_fileline.a.log --keep-going r", 2, "is a report"},
+         {"export --format csv --keep-going -o r/../r/mem_tbb_fileline.a.log r", 2, "is a report"},
          {"show --keep-going r >/dev/full", 2, "cannot be written"}});
+    EXPECT_THAT(run("cat r/*.log").said, HasSubstr("MEM: TBB Fileline"));
 }
 
 // work() moved from lines 5 and 9 to 7 and 11 and kept its bytes; grow() has more; came() and went() have one

@@ -1,10 +1,14 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <pthread.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include "fixture/probed.h"
@@ -60,6 +64,13 @@ std::string at(const std::string& mark, const std::string& function, const std::
     }
     ADD_FAILURE() << "no mark " << mark;
     return {};
+}
+
+std::size_t times_mapped(const std::string& file) {
+    std::ifstream maps("/proc/self/maps");
+    std::size_t times = 0;
+    for (std::string line; std::getline(maps, line);) times += line.ends_with(file) ? 1 : 0;
+    return times;
 }
 
 // As GCC and clang tell of the same code.
@@ -150,6 +161,54 @@ TEST(modules, keep_their_names_when_unloaded_and_give_way_to_the_next_at_their_p
     const PROBED_LIBRARY next("gcc_dwarf4");
     EXPECT_EQ(symbols::find_module(next.addresses.at("hidden"), symbols::LISTING::CURRENT)->name,
               "probed_gcc_dwarf4");
+}
+
+TEST(modules, have_their_names_once_their_files_can_be_opened) {
+    const PROBED_LIBRARY library("gcc_unopened");
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{.rlim_cur = 0, .rlim_max = before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    const LEVELS unnamed = levels_of(library.addresses.at("template"));
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_THAT(unnamed, IsEmpty());
+    EXPECT_THAT(levels_of(library.addresses.at("template")),
+                ElementsAre(at("template", "outer::templated<int>(int)")));
+}
+
+// Somewhere else each time, since another mapping takes the place.
+TEST(modules, that_come_back_do_not_have_their_files_read_again) {
+    std::vector<void*> taken;
+    std::set<std::uint64_t> places;
+    std::vector<std::size_t> mapped;
+    for (int load = 0; load < 8; ++load) {
+        std::uint64_t place = 0;
+        {
+            const PROBED_LIBRARY library("gcc_O0");
+            place = library.addresses.at("template");
+            EXPECT_THAT(levels_of(place), ElementsAre(at("template", "outer::templated<int>(int)")));
+            mapped.push_back(times_mapped("libprobed_gcc_O0.so"));
+        }
+        places.insert(place);
+        taken.push_back(mmap(reinterpret_cast<void*>(place & ~4095ULL), 4096, PROT_NONE,
+                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0));
+    }
+    EXPECT_GT(places.size(), 1U);
+    EXPECT_EQ(mapped.front(), mapped.back());
+    for (void* page : taken) munmap(page, 4096);
+}
+
+// A pipe that a debug link names would be waited for.
+TEST(debug_files, are_files) {
+    namespace fs = std::filesystem;
+    const fs::path folder = testing::TempDir() + "piped";
+    fs::create_directory(folder);
+    fs::copy_file(PROBED "/libprobed_separate.so", folder / "libprobed_separate.so",
+                  fs::copy_options::overwrite_existing);
+    ASSERT_EQ(mkfifo((folder / "libprobed_separate.debug").c_str(), 0600), 0);
+    const PROBED_LIBRARY library(folder, "libprobed_separate.so");
+    EXPECT_THAT(levels_of(library.addresses.at("member")), ElementsAre("outer::BOX::put(int const&) at :0"));
+    fs::remove_all(folder);
 }
 
 // Wrong names would be worse than none for a file that another build has replaced; relative paths outlive a

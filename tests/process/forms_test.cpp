@@ -44,13 +44,19 @@ TEST(Forms, AreChargedToTheirLinesInEveryBuild) {
     const std::regex lambda(R"((\{lambda.*\}|\$_[0-9]+)::operator\(\)(\(unsigned long\) const)?)");
     const std::regex initialiser(
         R"(__static_initialization_and_destruction_0(\(int, int\))?|__cxx_global_var_init[.0-9]*(\(\))?)");
+    // With line tables alone clang has no more than the own names of inlined functions.
+    const std::pair<std::regex, const char*> bare[] = {
+        {std::regex(R"(\noperator\(\) in)"), "\nforms::by_lambda(int)::LAMBDA in"},
+        {std::regex(R"(\nlevel_three in)"), "\nforms::level_three() in"}};
     std::istringstream builds(FORMS_BUILDS);
     for (std::string build; builds >> build;) {
         const std::string folder = BUILT "/forms_" + build;
         const ENDING ending = run(folder + "/forms_host " + folder + "/forms_plugin.so",
                                   "VELDRIN_MEM_PROFILE_PER_FILELINE=1 VELDRIN_MEM_PROFILE_PER_LIBRARY=1");
         EXPECT_EQ(ending.how, "exit 0") << build << ending.error;
-        const std::string named = std::regex_replace(ending.output, lambda, "LAMBDA");
+        std::string named = std::regex_replace(ending.output, lambda, "LAMBDA");
+        if (build == "clang_lines")
+            for (const auto& [name, whole] : bare) named = std::regex_replace(named, name, whole);
         EXPECT_EQ(std::regex_replace(named, initialiser, "INITIALISER"), expected) << build;
     }
 }

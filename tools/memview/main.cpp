@@ -18,6 +18,7 @@
 #include "tools/memview/folder.h"
 #include "tools/memview/options.h"
 #include "tools/memview/page.h"
+#include "tools/memview/report_kinds.h"
 #include "tools/memview/show.h"
 
 namespace fs = std::filesystem;
@@ -66,6 +67,16 @@ class OutputFile {
     std::string m_name;
     std::string m_written;
 };
+
+// A report is never written over, whether it is one of those that are read or not.
+void require_no_report(const Options& options) {
+    std::error_code not_there;
+    if (options.output.empty() || !fs::is_regular_file(options.output, not_there)) return;
+    const std::string name = fs::path(options.output).filename().string();
+    const bool is_report = (name.starts_with(FILE_PREFIX) && name.ends_with(FILE_SUFFIX)) ||
+                           name == FAST_LEAK_FILE || name == SHARED_LEAK_FILE;
+    if (is_report) throw ReportError({options.output, 0, "is a report: give --output another name"});
+}
 
 // Lets `write` write to the file of --output, or to standard output when none is given.
 void write_output(const Options& options, const std::function<void(std::ostream&)>& write) {
@@ -138,6 +149,7 @@ int run(const Options& options) {
                                                                             {"diff", run_diff},
                                                                             {"check", run_check},
                                                                             {"export", run_export}};
+    require_no_report(options);
     const int status = COMMANDS.at(options.command)(options);
     std::cout.flush();
     if (!std::cout) throw ReportError({"standard output", 0, "cannot be written"});
