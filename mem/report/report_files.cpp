@@ -71,7 +71,7 @@ void write_bins_and_tags() {
 // With the sample that the shut-down takes.
 void write_clock() {
     mem_tbb_sample_clock->note(mem_events_numbered());
-    std::ofstream out = open_report("mem_tbb_clock.");
+    OUTPUT_STREAM out = open_report("mem_tbb_clock.");
     if (out) mem_dump_sample_clock(out);
 }
 
