@@ -169,7 +169,14 @@ TEST_F(Program, CheckHoldsARunAgainstLimits) {
     m_scratch.write("r/" + FILELINE, sites(site(1, 1000, "work()", 30) + site(2, 500)));
     m_scratch.write("old/" + FILELINE, sites(site(1, 950) + site(2, 500)));
     m_scratch.write("known", "leak:^known\n");
+    const std::string known = "0x9\t70\t70\t70\t70\t70\t0\t2\t2\t2\t2\tlib\t/src/b.cpp\t9\tknown()\n";
+    const std::string nobodys = "OTHER\t5\t5\t5\t5\t5\t0\t1\t1\t1\t1\t\t\t0\t\n";
     write_leaks("leaks");
+    m_scratch.write("leaks/" + FILELINE, sites(site(1, 30, "work()", 30) + known));
+    m_scratch.write("other/" + FILELINE, SITES_HEAD + nobodys + CLOSING);
+    m_scratch.write("other/mem_tbb_leak_warning.a.log", LEAK_HEAD + "\nTotal leaked bytes: 0\n");
+    write_leaks("alone");
+    m_scratch.write("all", "leak:known\nleak:OTHER\n");
     expect({{"check r", 0, "ok      a: "},
             {"check r --max-peak 1500", 0, "ok      a: peak 1500 bytes"},
             {"check r --max-peak 1499", 1, "FAILED  a: peak 1500 bytes"},
@@ -181,6 +188,9 @@ TEST_F(Program, CheckHoldsARunAgainstLimits) {
             {"check leaks --max-leaked 0", 1, "FAILED  a: leaked 100 bytes"},
             {"check leaks --max-leaked 0 --allow known", 1, "30 bytes, 1 blocks: app /src/a.cpp:1"},
             {"check leaks --max-leaked 30 --allow known", 0, "suppressed 70 B"},
+            {"check other --max-leaked 0", 1, "5 bytes that no call site answers for: OTHER"},
+            {"check other --max-leaked 0 --allow all", 0, "leak:known matched nothing"},
+            {"check alone --max-leaked 1T", 2, "holds no call sites"},
             {"check leaks --max-leaked 0 --allow nofile", 2, "cannot be opened"}});
 }
 

@@ -1,5 +1,7 @@
 #include "tools/memview/suppressions.h"
 
+#include <algorithm>
+
 #include "tools/memview/line_reader.h"
 
 namespace memview {
@@ -69,15 +71,17 @@ Suppressions Suppressions::read(const std::string& path) {
     return result;
 }
 
+bool Suppressions::covers(std::string_view text) {
+    const auto entry = std::ranges::find_if(
+        m_entries, [text](const Entry& one) { return matches_pattern(one.pattern, text); });
+    if (entry == m_entries.end()) return false;
+    entry->used = true;
+    return true;
+}
+
 bool Suppressions::covers(const Table& leaks, std::size_t row, const Names& names) {
-    for (Entry& entry : m_entries) {
-        for (const char* column : {"module", "function", "file"}) {
-            if (!matches_pattern(entry.pattern, leaks.text(column, row, names))) continue;
-            entry.used = true;
-            return true;
-        }
-    }
-    return false;
+    return covers(leaks.text("module", row, names)) || covers(leaks.text("function", row, names)) ||
+           covers(leaks.text("file", row, names));
 }
 
 std::vector<std::string> Suppressions::unused() const {

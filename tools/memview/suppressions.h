@@ -18,6 +18,8 @@ class Suppressions {
 
     // Whether the row's module, function or file matches a pattern.
     bool covers(const Table& leaks, std::size_t row, const Names& names);
+    // Whether the text does.
+    bool covers(std::string_view text);
 
     // The patterns that covered nothing; they may be out of date.
     std::vector<std::string> unused() const;
