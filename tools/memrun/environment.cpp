@@ -39,8 +39,7 @@ void add_tracking(Entries& entries, const Options& options) {
 void add_settings(Entries& entries, const Options& options) {
     add_number(entries, options.sample_period, options.sample_period != 0,
                "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD");
-    add_number(entries, options.peak_step, options.peak_step != 0,
-               "VELDRIN_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD");
+    add_number(entries, options.peak_step, true, "VELDRIN_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD");
     add_number(entries, options.ignore_depth.value_or(0), options.ignore_depth.has_value(),
                "mem_profile_stack_trace_ignore_depth");
     add_switch(entries, options.unknown_lines, "mem_profile_with_incomplete_fileline_info");
@@ -61,9 +60,10 @@ void add_agent_orders(Entries& entries, const Options& options, const Launch& la
 }
 
 // The guard stands in front of the allocator. That comes next, so that it serves every later object; the
-// agent last, since it stands on the tracker.
+// agent behind the tracker, since it stands on it. Where the early start lies makes no difference.
 std::string preload_list(const Entries& user, const Options& options, const Libraries& libraries) {
-    std::string list = libraries.allocator + ":" + libraries.tracker + ":" + libraries.agent;
+    std::string list = libraries.allocator + ":" + libraries.tracker + ":" + libraries.agent + ":" +
+                       libraries.early_start;
     if (options.fill_new || options.fill_freed) list.insert(0, libraries.fill_guard + ":");
     for (const std::string& entry : user)
         if (name_of(entry) == "LD_PRELOAD" && entry.size() > sizeof "LD_PRELOAD")

@@ -68,9 +68,9 @@ void require_preloadable(const std::string& path) {
 
 Libraries find_libraries() {
     Libraries libraries{find_allocator(), find_own("libktl_mem.so.1"), find_own("libktl_memrun_agent.so"),
-                        find_own("libktl_memrun_fill_guard.so")};
-    for (const std::string* path :
-         {&libraries.allocator, &libraries.tracker, &libraries.agent, &libraries.fill_guard})
+                        find_own("libktl_memrun_early_start.so"), find_own("libktl_memrun_fill_guard.so")};
+    for (const std::string* path : {&libraries.allocator, &libraries.tracker, &libraries.agent,
+                                    &libraries.early_start, &libraries.fill_guard})
         require_preloadable(*path);
     return libraries;
 }

@@ -113,7 +113,7 @@ void declare_tuning(CLI::App& app, Options& options) {
         ->check(whole_number(1, INT64_MAX))
         ->group(group);
     app.add_option("--peak-step", options.peak_step,
-                   "Record a peak at each further multiple of this size, with K, M or G; default 128M")
+                   "Record a peak at each further multiple of this size, with K, M or G; default 1M")
         ->type_name("BYTES")
         ->transform(size_in_bytes())
         ->group(group);
@@ -147,7 +147,7 @@ void declare_aids(CLI::App& app, Options& options) {
         ->type_name("BYTE")
         ->check(unnamed(CLI::Range(0, 255)))
         ->group(group);
-    app.add_flag("--log", options.log, "Write a line for each allocation and free to mem_allocations.log")
+    app.add_flag("--log", options.log, "Write a line for each allocation and free to mem_allocations.NAME.log")
         ->group(group);
 }
 

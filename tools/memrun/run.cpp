@@ -49,17 +49,14 @@ class SignalRelay {
         sigprocmask(SIG_SETMASK, &found_mask_, nullptr);
     }
 
-    // From here on signals that came since the start are passed on, too. Those that were ignored stay so.
+    // From here on signals that came since the start are passed on, too, also those that were ignored: what they
+    // mean is the program's to decide, which has the dispositions that were found.
     void begin(int pid) {
         program_pid = pid;
         struct sigaction action = {};
         action.sa_sigaction = pass_on;
         action.sa_flags = SA_SIGINFO | SA_RESTART;
-        for (const int signo : passed_on) {
-            struct sigaction found;
-            sigaction(signo, nullptr, &found);
-            if (found.sa_handler != SIG_IGN) sigaction(signo, &action, nullptr);
-        }
+        for (const int signo : passed_on) sigaction(signo, &action, nullptr);
         sigprocmask(SIG_SETMASK, &found_mask_, nullptr);
     }
 

@@ -14,6 +14,7 @@
 #include "ktl_mem/services.h"
 #include "ktl_mem/tracking.h"
 #include "tools/memrun/agent/allocator_hooks.h"
+#include "tools/memrun/agent/deep_binding.h"
 #include "tools/memrun/agent/end_signals.h"
 #include "tools/memrun/agent/failed_allocations.h"
 #include "tools/memrun/agent/guarded_code.h"
@@ -82,6 +83,7 @@ void start() {
     serve_library();
     if (orders.log) start_log(orders);
     watch_failed_allocations(orders);
+    note_deep_binding(orders);
     watch_end_signals(orders);
     attach_allocator_hooks();
     std::at_quick_exit(end_of_process);
