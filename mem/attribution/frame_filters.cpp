@@ -1,11 +1,10 @@
 #include "mem/attribution/frame_filters.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <array>
 #include <string_view>
 
+#include "mem/attribution/filtered_modules.h"
 #include "platform/module_name.h"
 #include "platform/modules.h"
 
@@ -23,17 +22,12 @@ constexpr std::array<std::string_view, 3> filtered_folders = {"/c++/", "/boost/"
 constexpr std::array<std::string_view, 2> filtered_basenames = {"xdb_", "mem_"};
 constexpr std::array<std::string_view, 3> filtered_files = {"my_utils.cpp", "plr_mem_interface.cpp",
                                                             "tbb_concurrent_hash_map_sys.h"};
-constexpr std::array<std::string_view, 3> filtered_modules = {"db_xdb", "lzma", "iomp5"};
 constexpr std::array<std::string_view, 5> system_modules = {"c", "stdc++", "gcc_s", "ld-linux-x86-64",
                                                             "linux-vdso"};
 
 bool begins_with_any(std::string_view text, const auto& prefixes) {
     return std::ranges::any_of(prefixes,
                                [text](std::string_view prefix) { return text.starts_with(prefix); });
-}
-
-bool equals_ignoring_case(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
 // The executable's own module, which may happen to be called "c" and is not to be taken for the system's.
@@ -46,9 +40,8 @@ bool is_executable(std::string_view module) {
     return module == module_base_name(path.data());
 }
 
-// The platform's runtime and loader, and the allocator in all its builds.
+// The platform's runtime and loader.
 bool is_system_module(std::string_view module) {
-    if (module.starts_with("tcmalloc")) return true;
     return std::ranges::find(system_modules, module) != system_modules.end() && !is_executable(module);
 }
 
@@ -68,9 +61,7 @@ bool is_bare_name_of_library(std::string_view function, std::string_view path) {
 
 bool mem_module_is_filtered(const char* module) {
     const std::string_view name = module;
-    if (name.empty() || name.starts_with("ktl_mem") || name.starts_with("tbb")) return true;
-    if (std::ranges::any_of(filtered_modules, [name](auto word) { return equals_ignoring_case(name, word); }))
-        return true;
+    if (mem_module_name_is_filtered(name)) return true;
     return begins_with_any(name, mem_filter_modules) || is_system_module(name);
 }
 

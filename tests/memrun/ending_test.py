@@ -9,9 +9,12 @@ from launcher import MEMRUN, PYTHON, SUBJECT, LauncherTest
 
 
 class Endings(LauncherTest):
-    def start(self, *command, **settings):
-        """Starts a tracked program, in a process group of its own, and waits for its first line."""
-        process = subprocess.Popen([MEMRUN, "-o", "reports", "--force", *command], cwd=self.folder, stdin=subprocess.PIPE,
+    def start(self, *command, around=(), **settings):
+        """Starts a tracked program, in a process group of its own, and waits for its first line.
+
+        A shell's script that is given as `around` starts it."""
+        shell = ["/bin/sh", "-c", *around, "sh"] if around else []
+        process = subprocess.Popen([*shell, MEMRUN, "-o", "reports", "--force", *command], cwd=self.folder, stdin=subprocess.PIPE,
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True, **settings)
         self.assertEqual(process.stdout.readline(), b"ready\n")
         return process
@@ -38,10 +41,14 @@ class Endings(LauncherTest):
                    "try: print('ready', flush=True); time.sleep(60)\n"
                    "except KeyboardInterrupt: print(found == signal.SIG_DFL); sys.exit(9)\n")
         ignores = "print('ready', flush=True); input(); print('alive')"
+        # Who is started in a script's background ignores SIGINT.
+        heeds = "import signal; signal.signal(signal.SIGINT, signal.default_int_handler)\n" + handles
+        in_background = "trap '' INT; exec \"$@\""
         table = ((signal.SIGINT, 9, b"True\n", (PYTHON, "-c", handles)),
+                 (signal.SIGINT, 9, b"True\n", (PYTHON, "-c", heeds), in_background),
                  (signal.SIGHUP, 0, b"alive\n", ("/bin/sh", "-c", "trap '' HUP; exec \"$@\"", "sh", PYTHON, "-c", ignores)))
-        for number, status, output, command in table:
-            process = self.start(*command)
+        for number, status, output, command, *around in table:
+            process = self.start(*command, around=around)
             os.kill(process.pid, number)
             process.stdin.write(b"\n")
             self.assertEqual(self.end(process)[:2], (status, output))
@@ -60,6 +67,16 @@ class Endings(LauncherTest):
         result = self.run_tracked(PYTHON, "-c", script)
         self.assertEqual((result.returncode, result.stdout), (0, b"15\n"))
         self.assertEqual(len(list(self.reports.glob("mem_tbb_fileline.*"))), 1)
+
+    def test_processes_that_go_on_are_told(self):
+        daemon = "import os, time\nif os.fork() == 0:\n  os.setsid()\n  if os.fork() == 0: os.close(1); os.close(2); time.sleep(5)\n  os._exit(0)\nos.wait()"
+        program = "import subprocess\nsubprocess.Popen(['sleep', '5'], stdout=-3, stderr=-3)"
+        for script, option, told in ((daemon, "--lines", "A forked child goes on untracked"),
+                                     (program, "--lines", "--follow-children tracks programs"),
+                                     (program, "--follow-children", "Their reports follow when they end")):
+            errors = self.run_tracked("--force", option, PYTHON, "-c", script).stderr.decode()
+            self.assertIn("Still running: ", errors)
+            self.assertIn(told, errors)
 
     def test_faults_and_memory_that_runs_out(self):
         table = (

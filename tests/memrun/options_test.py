@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import shutil
 import subprocess
 import unittest
 
@@ -117,6 +118,15 @@ class Speech(LauncherTest):
                                          env={"PATH": os.environ["PATH"], **settings})
             self.assertIn(b"ended with status 7", on_terminal.stdout)
             self.assertEqual(b"\033[" in on_terminal.stdout, coloured)
+
+    def test_what_has_no_call_site_is_told(self):
+        shutil.copy("/bin/ls", self.folder / "tbbsim")
+        for program, told in (("perl", "leave out --no-unknown-lines"), ("./tbbsim", "called 'tbbsim' are never held responsible")):
+            errors = self.run_tracked("--force", "--no-unknown-lines", program, "/dev/null").stderr.decode()
+            self.assertRegex(errors, "top at peak .* OTHER  [0-9]+ % have no call site")
+            self.assertIn(told, errors)
+        # An empty program holds nothing, and nothing of the tracker's either.
+        self.assertIn(b"not freed   0 bytes in 0 blocks", self.run_tracked("--force", SUBJECT, "nothing").stderr)
 
     def test_closed_and_broken_streams_change_nothing(self):
         for streams in (">&- 2>&-", "<&- 2>&-", "2> >(exec true)"):

@@ -1,6 +1,7 @@
 """Real programs behave under the tracker as they do without it, and leave sensible reports."""
 
 import os
+import shutil
 import unittest
 
 from launcher import PYTHON, LauncherTest
@@ -77,6 +78,21 @@ class Programs(LauncherTest):
             with self.subTest(script=script):
                 self.compare(shell(script), least_bytes, "--follow-children")
         self.assertEqual(len(list(self.reports.glob("mem_tbb_fileline.sh.cc1plus.*"))), 1)
+    def test_libraries_that_allocate_in_constructors(self):
+        script = ("import ctypes, os\n"
+                  "linked, opened = ctypes.CDLL(None), ctypes.CDLL('./copy.so', os.RTLD_NOW | os.RTLD_DEEPBIND)\n"
+                  "print(*(ctypes.c_int.in_dll(library, 'registry_arguments').value for library in (linked, opened)))\n"
+                  "linked.clear_registry()\n"
+                  "opened.registry_block.restype = ctypes.c_void_p\n"
+                  "linked.free(ctypes.c_void_p(opened.registry_block()))\n")
+        shutil.copy(os.environ["KTL_REGISTRY"], self.folder / "copy.so")
+        result = self.run_tracked(PYTHON, "-c", script, env={**os.environ, "LD_PRELOAD": os.environ["KTL_REGISTRY"]})
+        self.assertEqual((result.returncode, result.stdout), (0, b"3 3\n"), result.stderr)
+        # 20,000 blocks of 1024 bytes each: those of the linked one are gone at the end, the highest total is that of both.
+        rows = [row for row in self.rows("mem_tbb_fileline.python3.log") if row["Function"] == "fill_registry"]
+        self.assertEqual(sorted(int(row["Current blocks"]) for row in rows if row["Max blocks"] == "20000"), [0, 20000])
+        self.assertGreater(self.total("mem_tbb_fileline.python3.log", "Peak bytes"), 2 * 20_480_000 - 1_048_576)
+        self.assertIn(b"copy.so asked for its own symbols", result.stderr)
 
 
 if __name__ == "__main__":

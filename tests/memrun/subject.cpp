@@ -44,6 +44,7 @@ int load_without_end(const char* path) {
 
 int main(int argc, char** argv) {
     const std::map<std::string, std::function<int()>> behaviours = {
+        {"nothing", [] { return 0; }},
         {"leak", [] { return hold(1000), hold(1000), hold(1000), 7; }},
         {"busy", be_busy},
         {"wait", [] { return say_ready(), pause(); }},

@@ -65,12 +65,15 @@ inline constexpr std::array<std::string_view, 35> governed_variables = {
 
 // Notes lie in this folder below the output folder while the program runs, a file for each tracked process,
 // named as the middle word of its reports. A note is made of lines "KEY VALUE":
-//   program PATH     written at the start
+//   program PATH     written at the start, as the next one
+//   process PID
 //   allocator PATH   the object whose malloc serves the program, when it is not the tracked one
 //   alone            the launcher did not answer, so that nothing is shared with it
 //   silence          it stopped answering, so that code was named inside the program
+//   unbound PATH     the first object that was opened without the RTLD_DEEPBIND that it was to have
 //   failed BYTES     an allocation of that many bytes was refused, 0 when the size is not known
 //   stats CURRENT_BYTES CURRENT_BLOCKS PEAK_BYTES PEAK_BLOCKS
+//   child PID        a child that there was when the process ended
 //   ended HOW        "exit" or the number of the signal; written after the reports
 inline constexpr const char* notes_folder = ".memrun";
 

@@ -62,8 +62,8 @@ void add_agent_orders(Entries& entries, const Options& options, const Launch& la
 // The guard stands in front of the allocator. That comes next, so that it serves every later object; the
 // agent behind the tracker, since it stands on it. Where the early start lies makes no difference.
 std::string preload_list(const Entries& user, const Options& options, const Libraries& libraries) {
-    std::string list = libraries.allocator + ":" + libraries.tracker + ":" + libraries.agent + ":" +
-                       libraries.early_start;
+    std::string list =
+        libraries.allocator + ":" + libraries.tracker + ":" + libraries.agent + ":" + libraries.early_start;
     if (options.fill_new || options.fill_freed) list.insert(0, libraries.fill_guard + ":");
     for (const std::string& entry : user)
         if (name_of(entry) == "LD_PRELOAD" && entry.size() > sizeof "LD_PRELOAD")

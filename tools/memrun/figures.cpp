@@ -69,7 +69,8 @@ std::string place_of(const Fields& row) {
 class Sites {
   public:
     void add(const Fields& row) {
-        Sums& sums = sums_[{place_of(row), std::string(row[column_function])}];
+        const bool is_site = row[column_address] != "OTHER";
+        Sums& sums = is_site ? sums_[{place_of(row), std::string(row[column_function])}] : unattributed_;
         sums.peak_bytes += number(row[column_peak_bytes]);
         sums.peak_blocks += number(row[column_peak_blocks]);
         sums.cumulative_bytes += number(row[column_cumulative_bytes]);
@@ -78,10 +79,7 @@ class Sites {
 
     std::vector<CallSite> top(std::size_t most, bool at_peak) const {
         std::vector<CallSite> sites;
-        for (const auto& [key, sums] : sums_)
-            sites.push_back(
-                at_peak ? CallSite{sums.peak_bytes, sums.peak_blocks, key.first, key.second}
-                        : CallSite{sums.cumulative_bytes, sums.cumulative_blocks, key.first, key.second});
+        for (const auto& [key, sums] : sums_) sites.push_back(sums.site(at_peak, key.first, key.second));
         most = std::min(most, sites.size());
         std::partial_sort(sites.begin(), sites.begin() + static_cast<std::ptrdiff_t>(most), sites.end(),
                           [](const CallSite& a, const CallSite& b) { return a.bytes > b.bytes; });
@@ -89,11 +87,25 @@ class Sites {
         return sites;
     }
 
+    CallSite unattributed(bool at_peak) const { return unattributed_.site(at_peak, "OTHER", ""); }
+
+    std::int64_t whole(bool at_peak) const {
+        std::int64_t bytes = unattributed(at_peak).bytes;
+        for (const auto& [key, sums] : sums_) bytes += sums.site(at_peak, "", "").bytes;
+        return bytes;
+    }
+
   private:
     struct Sums {
         std::int64_t peak_bytes = 0, peak_blocks = 0, cumulative_bytes = 0, cumulative_blocks = 0;
+
+        CallSite site(bool at_peak, const std::string& place, const std::string& function) const {
+            return {at_peak ? peak_bytes : cumulative_bytes, at_peak ? peak_blocks : cumulative_blocks, place,
+                    function};
+        }
     };
     std::map<std::pair<std::string, std::string>, Sums> sums_;
+    Sums unattributed_;
 };
 
 void offer_peak(Figures& figures, std::int64_t bytes, std::uint64_t index, const std::string& word) {
@@ -110,10 +122,8 @@ void add_row(const Fields& row, Figures& figures, Sites& sites) {
     figures.cumulative_blocks += number(row[column_cumulative_blocks]);
     figures.current_bytes += number(row[column_current_bytes]);
     figures.current_blocks += number(row[column_current_blocks]);
-    if (row[column_address] == "OTHER")
-        figures.unattributed_bytes += number(row[column_cumulative_bytes]);
-    else
-        sites.add(row);
+    if (row[column_address] == "OTHER") figures.unattributed_bytes += number(row[column_cumulative_bytes]);
+    sites.add(row);
 }
 
 void read_fileline(const fs::path& path, const std::string& word, Figures& figures, Sites& sites) {
@@ -187,6 +197,8 @@ Figures read_figures(const std::string& folder, std::size_t most_sites) {
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
         read_report(entry.path(), figures, sites);
     figures.top_sites = sites.top(most_sites, figures.has_peak);
+    figures.unattributed = sites.unattributed(figures.has_peak);
+    figures.whole_bytes = sites.whole(figures.has_peak);
     if (figures.has_totals) return figures;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
         if (const std::string name = entry.path().filename().string(); name.starts_with(timeline_prefix))

@@ -23,8 +23,10 @@ struct Figures {
     std::int64_t cumulative_blocks = 0;
     std::int64_t current_bytes = 0;
     std::int64_t current_blocks = 0;
-    std::int64_t unattributed_bytes = 0;  // of the cumulative ones, those that no call site was found for
     std::vector<CallSite> top_sites;      // by bytes, highest first
+    CallSite unattributed;                // what no call site was found for
+    std::int64_t whole_bytes = 0;         // of these and of all call sites, at the peak or all in all as they
+    std::int64_t unattributed_bytes = 0;  // of the cumulative ones
     // The highest recorded peak of one process.
     bool has_peak = false;
     bool peak_is_sample = false;  // the highest sample of a run that records no peak

@@ -67,7 +67,8 @@ Ending track(const Options& options) {
     const Ending ending = run_program(program.path, options.command, steps);
     names.finish();
     const std::string output = folder_of(ending.pid);
-    const Run run{program_name, output, ending, take_notes(output, name)};
+    const std::vector<ProcessNote> notes = take_notes(output, name);
+    const Run run{program_name, output, ending, notes, find_survivors(ending.pid, notes)};
     if (!options.quiet) std::cerr << summary_text(run, options, takes_colour()) << std::flush;
     return ending;
 }

@@ -19,9 +19,12 @@ void read_line(const std::string& line, ProcessNote& note) {
     const std::string value = blank < line.size() ? line.substr(blank + 1) : "";
     std::istringstream numbers(value);
     if (key == "program") note.program = value;
+    if (key == "process") numbers >> note.pid;
     if (key == "allocator") note.foreign_allocator = value;
     if (key == "alone") note.was_alone = true;
     if (key == "silence") note.met_silence = true;
+    if (key == "unbound") note.unbound_object = value;
+    if (int child = 0; key == "child" && numbers >> child) note.children.push_back(child);
     if (key == "failed") note.has_refusal = static_cast<bool>(numbers >> note.refused_bytes);
     if (key == "ended") note.ended = value;
     if (key == "stats") {

@@ -8,18 +8,21 @@
 namespace memrun {
 
 struct ProcessNote {
-    std::string word;               // middle word of the process's report files
-    std::string program;            // path of its executable
+    std::string word;     // middle word of the process's report files
+    std::string program;  // path of its executable
+    int pid = 0;
     std::string foreign_allocator;  // object that serves malloc in place of the tracked allocator; else empty
     bool was_alone = false;         // no launcher answered
     bool met_silence = false;       // the launcher stopped answering
+    std::string unbound_object;     // first one that was opened without its RTLD_DEEPBIND; else empty
     bool has_refusal = false;       // an allocation failed
     std::uint64_t refused_bytes = 0;  // 0: not known
     bool has_stats = false;           // the process-wide counters moved
     std::int64_t current_bytes = 0;
     std::int64_t current_blocks = 0;
     std::int64_t peak_bytes = 0;
-    std::string ended;  // "exit", the number of a signal, or empty when no reports were written
+    std::vector<int> children;  // that there were when it ended
+    std::string ended;          // "exit", the number of a signal, or empty when no reports were written
 };
 
 // Reads the notes below the output folder and removes them. The launched program's comes first.

@@ -147,7 +147,8 @@ void declare_aids(CLI::App& app, Options& options) {
         ->type_name("BYTE")
         ->check(unnamed(CLI::Range(0, 255)))
         ->group(group);
-    app.add_flag("--log", options.log, "Write a line for each allocation and free to mem_allocations.NAME.log")
+    app.add_flag("--log", options.log,
+                 "Write a line for each allocation and free to mem_allocations.NAME.log")
         ->group(group);
 }
 

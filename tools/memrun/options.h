@@ -28,10 +28,10 @@ struct Options {
     bool follow_children = false;
     bool quiet = false;
 
-    std::uint64_t sample_period = 0;  // 0: the tracker's default
+    std::uint64_t sample_period = 0;    // 0: the tracker's default
     std::uint64_t peak_step = 1 << 20;  // bytes
-    std::optional<int> ignore_depth;  // absent: the tracker's default
-    std::string filters;              // empty: none
+    std::optional<int> ignore_depth;    // absent: the tracker's default
+    std::string filters;                // empty: none
     bool unknown_lines = true;
     bool name_cache = true;
     bool debuginfod = false;

@@ -2,9 +2,12 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 
+#include "mem/attribution/filtered_modules.h"
+#include "platform/module_name.h"
 #include "tools/memrun/units.h"
 
 namespace memrun {
@@ -51,6 +54,79 @@ std::string why_no_reports(const Ending& ending) {
            "too), left without its exit actions, or could no longer write to the folder.";
 }
 
+// Empty when there are figures to read.
+std::string why_no_figures(const Run& run, const Figures& figures) {
+    if (run.notes.empty())
+        return "No reports: the tracker was not loaded. Something between here and the program cleared "
+               "LD_PRELOAD.";
+    const ProcessNote& first = run.notes.front();
+    if (!figures.has_files && first.ended.empty()) return why_no_reports(run.ending);
+    if (!figures.cut_file.empty())
+        return figures.cut_file + " is cut, so that no figures are told. Was the disk full?";
+    if (!first.foreign_allocator.empty())
+        return "The program brings its own allocator (" + first.foreign_allocator +
+               "), which nobody can track.";
+    if (figures.has_totals && figures.cumulative_blocks == 0)
+        return "No allocation was seen: the program has an allocator of its own linked in, or what it "
+               "started did the work (--follow-children tracks that, too).";
+    return "";
+}
+
+bool is_over_half(std::int64_t part, std::int64_t whole) {
+    return part > whole / 2;
+}
+
+// Empty when most bytes have a call site.
+std::string why_no_call_sites(const Run& run, const Figures& figures, const Options& options) {
+    if (!is_over_half(figures.unattributed_bytes, figures.cumulative_bytes) &&
+        !is_over_half(figures.unattributed.bytes, figures.whole_bytes))
+        return "";
+    const std::string_view module = module_base_name(run.notes.front().program);
+    if (mem_module_name_is_filtered(module))
+        return "Frames of a module called '" + std::string(module) +
+               "' are never held responsible: run a copy of the program under another name.";
+    if (options.unknown_lines)
+        return "Most bytes have no call site, since the frames have not so much as a name: install the "
+               "symbols.";
+    return "Most bytes have no call site, since the frames have no debug information: leave out "
+           "--no-unknown-lines, or install the debug symbols.";
+}
+
+std::string survivors_text(const std::vector<Survivor>& survivors, const Options& options) {
+    if (survivors.empty()) return "";
+    constexpr std::size_t most = 3;
+    std::string text = "Still running: ";
+    for (std::size_t i = 0; i < survivors.size() && i < most; ++i)
+        text += (i > 0 ? ", " : "") + survivors[i].name + " (" + std::to_string(survivors[i].pid) + ")";
+    if (survivors.size() > most) text += " and " + std::to_string(survivors.size() - most) + " more";
+    text += ", whose memory is in no figure here.";
+    if (std::ranges::any_of(survivors, &Survivor::is_fork))
+        return text + " A forked child goes on untracked: run a daemon in the foreground.";
+    if (options.follow_children) return text + " Their reports follow when they end.";
+    return text + " --follow-children tracks programs that are started.";
+}
+
+std::string unbound_text(const std::vector<ProcessNote>& notes) {
+    for (const ProcessNote& note : notes)
+        if (!note.unbound_object.empty())
+            return note.unbound_object +
+                   " asked for its own symbols first (RTLD_DEEPBIND), which would have bound it to another "
+                   "allocator: it was loaded without that.";
+    return "";
+}
+
+std::string silence_text(const std::vector<ProcessNote>& notes) {
+    if (std::ranges::none_of(notes,
+                             [](const ProcessNote& note) { return note.was_alone || note.met_silence; }))
+        return "";
+    return "Code was named inside the program, since nobody answered it here for a second.";
+}
+
+std::string deficit_text(const Figures& figures) {
+    if (!figures.has_totals || (figures.current_bytes >= 0 && figures.current_blocks >= 0)) return "";
+    return "Less than nothing is not freed: blocks came off that the tracker had not seen allocated.";
+}
+
 }  // namespace
 
 std::string describe_ending(const Ending& ending, const std::vector<ProcessNote>& notes) {
@@ -61,26 +137,15 @@ std::string describe_ending(const Ending& ending, const std::vector<ProcessNote>
     return text;
 }
 
-std::string explain_emptiness(const Ending& ending, const std::vector<ProcessNote>& notes,
-                              const Figures& figures, const Options& options) {
-    if (notes.empty())
-        return "No reports: the tracker was not loaded. Something between here and the program cleared "
-               "LD_PRELOAD.";
-    if (!figures.has_files && notes.front().ended.empty()) return why_no_reports(ending);
-    if (!figures.cut_file.empty())
-        return figures.cut_file + " is cut, so that no figures are told. Was the disk full?";
-    if (!notes.front().foreign_allocator.empty())
-        return "The program brings its own allocator (" + notes.front().foreign_allocator +
-               "), which nobody can track.";
-    if (!figures.has_totals) return "";
-    if (figures.cumulative_blocks == 0)
-        return "No allocation was seen: the program has an allocator of its own linked in, or what it "
-               "started did "
-               "the work (--follow-children tracks that, too).";
-    if (figures.unattributed_bytes < figures.cumulative_bytes) return "";
-    if (options.unknown_lines)
-        return "No frame has so much as a name: the program is stripped; install its symbols.";
-    return "No frame has debug information: leave out --no-unknown-lines, or install the debug symbols.";
+std::vector<std::string> remarks(const Run& run, const Figures& figures, const Options& options) {
+    std::vector<std::string> all = {why_no_figures(run, figures)};
+    if (all.front().empty() && figures.has_totals)
+        all = {why_no_call_sites(run, figures, options), deficit_text(figures)};
+    all.push_back(unbound_text(run.notes));
+    all.push_back(silence_text(run.notes));
+    all.push_back(survivors_text(run.survivors, options));
+    std::erase(all, "");
+    return all;
 }
 
 }  // namespace memrun

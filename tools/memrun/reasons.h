@@ -1,13 +1,12 @@
-// Why a run ended as it did, and why its reports hold little or nothing.
+// Why a run ended as it did, and what a reader of its figures has to know.
 #pragma once
 
 #include <string>
 #include <vector>
 
 #include "tools/memrun/figures.h"
-#include "tools/memrun/notes.h"
+#include "tools/memrun/finished_run.h"
 #include "tools/memrun/options.h"
-#include "tools/memrun/run.h"
 
 namespace memrun {
 
@@ -15,8 +14,7 @@ namespace memrun {
 // allocation when the program seems to have run out of memory.
 std::string describe_ending(const Ending& ending, const std::vector<ProcessNote>& notes);
 
-// Empty when the reports are worth reading; else the reason, with what to try, as a sentence.
-std::string explain_emptiness(const Ending& ending, const std::vector<ProcessNote>& notes,
-                              const Figures& figures, const Options& options);
+// Why the reports hold little or nothing, and what they leave out; each a sentence, with what to try.
+std::vector<std::string> remarks(const Run& run, const Figures& figures, const Options& options);
 
 }  // namespace memrun

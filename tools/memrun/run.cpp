@@ -49,8 +49,8 @@ class SignalRelay {
         sigprocmask(SIG_SETMASK, &found_mask_, nullptr);
     }
 
-    // From here on signals that came since the start are passed on, too, also those that were ignored: what they
-    // mean is the program's to decide, which has the dispositions that were found.
+    // From here on signals that came since the start are passed on, too, also those that were ignored: what
+    // they mean is the program's to decide, which has the dispositions that were found.
     void begin(int pid) {
         program_pid = pid;
         struct sigaction action = {};

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 
 #include "tools/memrun/figures.h"
 #include "tools/memrun/reasons.h"
@@ -81,12 +82,23 @@ std::string shortened_place(const std::string& place) {
     return slash == std::string::npos ? place.substr(place.rfind('/') + 1) : "..." + place.substr(slash);
 }
 
+// Empty for less than a hundredth, which is not worth a line.
+std::string share_text(std::int64_t bytes, std::int64_t whole) {
+    const std::int64_t hundredth = whole / 100;
+    if (hundredth <= 0 || bytes < hundredth) return "";
+    return std::to_string(bytes / hundredth) + " % have no call site";
+}
+
 void add_sites(Lines& lines, const Figures& figures) {
+    std::vector<CallSite> sites = figures.top_sites;
+    CallSite unattributed = figures.unattributed;
+    unattributed.function = share_text(unattributed.bytes, figures.whole_bytes);
+    if (!unattributed.function.empty()) sites.push_back(unattributed);
+    std::ranges::stable_sort(sites, std::greater(), &CallSite::bytes);
     std::size_t width = 0;
-    for (const CallSite& site : figures.top_sites)
-        width = std::max(width, blocks_text(site.bytes, site.blocks).size());
+    for (const CallSite& site : sites) width = std::max(width, blocks_text(site.bytes, site.blocks).size());
     std::string label = figures.has_peak ? "top at peak" : "top";
-    for (const CallSite& site : figures.top_sites) {
+    for (const CallSite& site : sites) {
         std::string sizes = blocks_text(site.bytes, site.blocks);
         sizes.resize(width + 2, ' ');
         lines.add(label, sizes + shortened_place(site.place) + "  " + shortened_function(site.function));
@@ -114,11 +126,7 @@ std::string summary_text(const Run& run, const Options& options, bool with_colou
         add_peak(lines, figures, run.notes);
         add_sites(lines, figures);
     }
-    const std::string reason = explain_emptiness(run.ending, run.notes, figures, options);
-    if (!reason.empty()) lines.add("note", reason);
-    if (std::any_of(run.notes.begin(), run.notes.end(),
-                    [](const ProcessNote& note) { return note.was_alone || note.met_silence; }))
-        lines.add("note", "Code was named inside the program, since nobody answered it here for a second.");
+    for (const std::string& remark : remarks(run, figures, options)) lines.add("note", remark);
     if (figures.has_files)
         lines.add("next", "ktl_memview show " + quoted(run.output) + ", or ktl_memview html for the page");
     return lines.text();

@@ -76,9 +76,10 @@ class Check {
     static std::int64_t leaked_by_nobody(const Run& run) {
         const Table* sites = run.table("sites");
         if (sites == nullptr) {
-            throw ReportError({run.folder, 0,
-                               "holds no call sites, so that bytes without one are not known to --max-leaked: "
-                               "run with call sites, too"});
+            throw ReportError(
+                {run.folder, 0,
+                 "holds no call sites, so that bytes without one are not known to --max-leaked: "
+                 "run with call sites, too"});
         }
         const Cells& addresses = *sites->cells("address");
         const Cells& current = *sites->cells("current");

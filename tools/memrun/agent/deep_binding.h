@@ -6,8 +6,8 @@
 
 namespace memrun::agent {
 
-// From here on the first object that is opened without the flag that it asked for goes into the note. `orders`
-// must stay.
+// From here on the first object that is opened without the flag that it asked for goes into the note.
+// `orders` must stay.
 void note_deep_binding(const Orders& orders);
 
 }  // namespace memrun::agent

@@ -32,9 +32,10 @@ void begin_note(Orders& orders) {
     }
     if (fd >= 0) close(fd);
     append_note(orders, "program %s\n", orders.program);
+    append_note(orders, "process %d\n", static_cast<int>(orders.owner));
 }
 
-void append_note(const Orders& orders, const char* format, ...) {
+bool append_note(const Orders& orders, const char* format, ...) {
     char line[PATH_MAX + 64];
     std::va_list args;
     va_start(args, format);
@@ -42,10 +43,11 @@ void append_note(const Orders& orders, const char* format, ...) {
     const int size = std::vsnprintf(line, sizeof line, format, args);
     va_end(args);
     const int fd = open_note(orders, 0);
-    if (fd < 0) return;
+    if (fd < 0) return false;
     const ssize_t ignored = write(fd, line, std::min(static_cast<std::size_t>(size), sizeof line - 1));
     static_cast<void>(ignored);
     close(fd);
+    return true;
 }
 
 }  // namespace memrun::agent

@@ -8,7 +8,8 @@ namespace memrun::agent {
 // Makes the note of this process. When another process took the word already, the word gets a number.
 void begin_note(Orders& orders);
 
-// Appends one line to it.
-void append_note(const Orders& orders, const char* format, ...) __attribute__((format(printf, 2, 3)));
+// Appends one line to it. False when it cannot be opened, as in a process that gave up its rights to the
+// folder.
+bool append_note(const Orders& orders, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 }  // namespace memrun::agent

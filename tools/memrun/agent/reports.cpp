@@ -13,6 +13,7 @@
 #include "ktl_mem/out_of_memory.h"
 #include "ktl_mem/reports.h"
 #include "ktl_mem/statistics.h"
+#include "tools/memrun/agent/children.h"
 #include "tools/memrun/agent/launcher_link.h"
 #include "tools/memrun/agent/note.h"
 
@@ -65,9 +66,12 @@ void start_log(const Orders& orders) {
 
 void write_reports(const Orders& orders, const char* how) {
     const MEM_STATS stats = mem_get_stats();
-    append_note(orders, "stats %lld %lld %lld %lld\n", static_cast<long long>(stats.current.bytes),
-                static_cast<long long>(stats.current.blocks), static_cast<long long>(stats.peak.bytes),
-                static_cast<long long>(stats.peak.blocks));
+    const bool may_write =
+        append_note(orders, "stats %lld %lld %lld %lld\n", static_cast<long long>(stats.current.bytes),
+                    static_cast<long long>(stats.current.blocks), static_cast<long long>(stats.peak.bytes),
+                    static_cast<long long>(stats.peak.blocks));
+    if (!may_write) return;
+    note_children(orders);
     if (mem_is_out_of_memory()) append_note(orders, "failed 0\n");
     const WorkingFolder folder(orders.dir);
     if (!folder.entered()) return;

@@ -1,0 +1,21 @@
+// What is known of a run when it is over.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/memrun/notes.h"
+#include "tools/memrun/run.h"
+#include "tools/memrun/survivors.h"
+
+namespace memrun {
+
+struct Run {
+    std::string program_name;
+    std::string output;
+    Ending ending;
+    std::vector<ProcessNote> notes;
+    std::vector<Survivor> survivors;
+};
+
+}  // namespace memrun
