@@ -9,10 +9,11 @@
 // what they learned, so that code that is unloaded later still has its names. A file that is missing,
 // damaged or another build than the loaded one costs its names, never the process.
 //
-// The calls are not safe against each other: the caller holds one lock of its own around them. They may be
-// made in an allocator hook whose thread is marked as being inside the tracker. They throw nothing but
-// std::bad_alloc. Names and lines are looked up on a stack of the services' own, however small the
-// caller's is, and signals other than those of a fault wait meanwhile.
+// The calls are not safe against each other: the caller holds one lock of its own around them, and every
+// thread has called prepare_thread before it takes that lock. They may be made in an allocator hook whose
+// thread is marked as being inside the tracker. They throw nothing but std::bad_alloc. Names and lines are
+// looked up on a stack of the services' own, however small the caller's is, and signals other than those of a
+// fault wait meanwhile.
 #pragma once
 
 #include <cstdint>
@@ -46,6 +47,10 @@ struct CODE_ADDRESS {
     std::uint64_t in_file = 0;
     bool is_behind_call = false;
 };
+
+// Has the look-ups of all threads wait for the loader no more, not even for thread-local data. Once in the
+// process, before the first look-up.
+void detach_from_loader();
 
 // Whether modules that nobody has asked about yet may be taken into the list.
 enum class LISTING { KNOWN, CURRENT };

@@ -14,38 +14,33 @@ constinit MEM_PLAIN_WORD<bool> mem_tbb_any_frame_filtered;
 
 namespace {
 
-struct VERDICT {
-    MEM_STACK_FRAME frame;
-    bool is_filtered = true;
-};
-
 // When the frame itself is filtered, the innermost of the functions that it was inlined into and that is not
 // takes its place.
-void try_further_frames(VERDICT& verdict, const std::vector<MEM_STACK_FRAME>& further_frames) {
+void try_further_frames(MEM_CALL_SITE_TEXT& text, const std::vector<MEM_STACK_FRAME>& further_frames) {
     for (const MEM_STACK_FRAME& further : further_frames) {
         if (mem_frame_is_filtered(further.file, further.function)) continue;
-        verdict.frame = further;
-        verdict.is_filtered = false;
+        text.frame = further;
+        text.is_filtered = false;
         return;
     }
 }
 
-VERDICT judge(std::uint64_t pc) {
-    VERDICT verdict;
-    MEM_STACK_FRAME& frame = verdict.frame;
+}  // namespace
+
+MEM_CALL_SITE_TEXT mem_name_call_site(std::uint64_t pc) {
+    MEM_CALL_SITE_TEXT text;
+    MEM_STACK_FRAME& frame = text.frame;
     frame.pc = pc;
     mem_require(mem_tbb_symbolizer != nullptr, "symbolizer", __LINE__);
     mem_tbb_symbolizer->get_module_name(pc, frame);
-    if (mem_module_is_filtered(frame.module)) return verdict;
+    if (mem_module_is_filtered(frame.module)) return text;
     std::vector<MEM_STACK_FRAME> further_frames;
     mem_tbb_symbolizer->get_stack_frames(pc, frame, further_frames);
     if (mem_tbb_incomplete_fileline && frame.file[0] == '\0') std::strcpy(frame.file, "Unknown");
-    verdict.is_filtered = mem_frame_is_filtered(frame.file, frame.function);
-    if (verdict.is_filtered) try_further_frames(verdict, further_frames);
-    return verdict;
+    text.is_filtered = mem_frame_is_filtered(frame.file, frame.function);
+    if (text.is_filtered) try_further_frames(text, further_frames);
+    return text;
 }
-
-}  // namespace
 
 MEMORY_TRACKER_BASE MEM_CALL_SITE::counters() {
     MEMORY_TRACKER_BASE all = tally.read();
@@ -73,16 +68,14 @@ MEM_CALL_SITE& MEM_CALL_SITE_TABLE::number_anew(MEM_CALL_SITE& site) {
     return site;
 }
 
-MEM_CALL_SITE& MEM_CALL_SITE_TABLE::find_or_make(std::uint64_t pc) {
-    if (MEM_CALL_SITE* known = find(pc)) return *known;
-    const VERDICT verdict = judge(pc);
-    if (verdict.is_filtered) mem_tbb_any_frame_filtered = true;
+MEM_CALL_SITE& MEM_CALL_SITE_TABLE::find_or_make(std::uint64_t pc, const MEM_CALL_SITE_TEXT& text) {
+    if (text.is_filtered) mem_tbb_any_frame_filtered = true;
     const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
     const auto [entry, is_new] = map.try_emplace(pc);
     MEM_CALL_SITE& site = entry->second;
     if (is_new) {
-        site.frame = verdict.frame;
-        site.is_filtered = verdict.is_filtered;
+        site.frame = text.frame;
+        site.is_filtered = text.is_filtered;
         index.insert(pc, &number_anew(site));
     }
     return site;

@@ -32,6 +32,16 @@ struct MEM_CALL_SITE {
     MEM_ADDRESS_TRACKER copy();
 };
 
+// What a program counter stands for, before it has a record.
+struct MEM_CALL_SITE_TEXT {
+    MEM_STACK_FRAME frame;
+    bool is_filtered = true;
+};
+
+// Asks the symbolizer and the filters. It waits for other threads' look-ups and for the loader: outside of
+// the gate, and with no lock held that an allocation of another thread can wait for.
+MEM_CALL_SITE_TEXT mem_name_call_site(std::uint64_t pc);
+
 // Guards the table: held by whoever inserts a record or walks the records.
 extern MEM_SPIN_LOCK mem_call_site_lock;
 
@@ -42,9 +52,9 @@ class MEM_CALL_SITE_TABLE {
     // The record of a known program counter, or null. Inside the gate; takes no lock.
     MEM_CALL_SITE* find(std::uint64_t pc) const { return index.find(pc); }
 
-    // The record of a program counter: made when it is new, with the symbol look-up outside the lock. Of two
-    // threads that make it at once the first stays.
-    MEM_CALL_SITE& find_or_make(std::uint64_t pc);
+    // The record of a program counter: made when there is none. Of two threads that make it at once the first
+    // stays. Inside the gate.
+    MEM_CALL_SITE& find_or_make(std::uint64_t pc, const MEM_CALL_SITE_TEXT& text);
 
     // The OTHER record, key 0, which takes what no frame is responsible for.
     MEM_CALL_SITE& other();

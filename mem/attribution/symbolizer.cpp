@@ -37,6 +37,7 @@ void mem_choose_symbolizer(bool announce) {
         mem_msg_debug("Couldn't find symbolizer \"%s\".  Using default symbolizer \"%s\"\n", word.c_str(),
                       mem_tbb_symbolizer->get_name());
     }
+    symbols::detach_from_loader();
     if (!announce) return;
     mem_msg_debug("Using symbolizer %s", mem_tbb_symbolizer->get_name());
     const std::lock_guard guard(mem_tbb_symbolizer_lock);

@@ -1,5 +1,5 @@
 // The sources of a frame's text. A symbolizer is asked once for each program counter that is new, on the
-// allocating thread, inside an event, with no spin lock of the tracker held; it takes
+// allocating thread, inside an event, outside of the gate and with no lock of the tracker held; it takes
 // mem_tbb_symbolizer_lock by itself, never waits for the loader and may allocate. The names of code may come
 // from another process (code_names.h).
 #pragma once

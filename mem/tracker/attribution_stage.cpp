@@ -56,10 +56,9 @@ MEM_CALL_SITE* find_by_learnt_steps(const STACK_WALK_START& start, const SEARCH_
     return nullptr;
 }
 
-// The same by a walk. look_up(pc) gives a record, or null to end the search without one.
-template <class LOOK_UP>
-MEM_CALL_SITE* find_by_walk(const STACK_WALK_START& start, const SEARCH_WINDOW& window, bool fresh,
-                            LOOK_UP look_up) {
+// The same by a walk; null when it meets a program counter without a record.
+__attribute__((noinline)) MEM_CALL_SITE* find_by_walk(const STACK_WALK_START& start,
+                                                      const SEARCH_WINDOW& window, bool fresh) {
     STACK_WALK walk(start, fresh);
     std::uint64_t pc = 0;
     for (int i = -window.skip; i < window.frames && walk.next(&pc, 1) == 1; ++i) {
@@ -67,32 +66,29 @@ MEM_CALL_SITE* find_by_walk(const STACK_WALK_START& start, const SEARCH_WINDOW& 
             if (window.skip <= most_learnt_skips) skipped_steps[window.skip + i].learn(pc);
             continue;
         }
-        MEM_CALL_SITE* site = look_up(pc);
+        MEM_CALL_SITE* site = mem_tbb_call_sites->find(pc);
         if (site == nullptr || !site->is_filtered) return site;
         site->step.learn(pc);
     }
     return &mem_tbb_call_sites->other();
 }
 
-// A program counter is new: its stack is walked again with rules made from the unwind tables and not from the
-// walker's memory, which may stem from a module that was unloaded since.
-MEM_CALL_SITE& find_in_fresh_stack(const STACK_WALK_START& start, const SEARCH_WINDOW& window) {
-    const THREAD_NOT_CANCELLED symbol_files_are_read;
-    return *find_by_walk(start, window, true,
-                         [](std::uint64_t pc) { return &mem_tbb_call_sites->find_or_make(pc); });
-}
-
-__attribute__((noinline)) MEM_CALL_SITE& find_slowly(const STACK_WALK_START& start,
-                                                     const SEARCH_WINDOW& window) {
-    MEM_CALL_SITE* site =
-        find_by_walk(start, window, false, [](std::uint64_t pc) { return mem_tbb_call_sites->find(pc); });
-    return site != nullptr ? *site : find_in_fresh_stack(start, window);
-}
-
 // The event began before the hooks were detached, and the gate opened for it after the last report: nobody
 // will read it, and what it would use may be on its way out with the process.
 bool waited_for_the_end() {
     return mem_tbb_tracker_has_ended();
+}
+
+// Whether a search ends at the program counter, which has a record from then on, or has no need of one.
+bool name_and_see_if_it_ends(std::uint64_t pc) {
+    {
+        const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
+        if (waited_for_the_end()) return true;
+        if (const MEM_CALL_SITE* known = mem_tbb_call_sites->find(pc)) return !known->is_filtered;
+    }
+    const MEM_CALL_SITE_TEXT text = mem_name_call_site(pc);
+    const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
+    return waited_for_the_end() || !mem_tbb_call_sites->find_or_make(pc, text).is_filtered;
 }
 
 // The module of a call site: the one that its record points at, or the entry of its name while it points at
@@ -104,19 +100,8 @@ MEM_MODULE_ENTRY& module_of(const MEM_CALL_SITE& site) {
     return mem_tbb_module_trackers->find_or_create(name);
 }
 
-}  // namespace
-
-MEM_CALL_SITE& mem_find_call_site(const STACK_WALK_START& start) {
-    const SEARCH_WINDOW window = search_window();
-    MEM_CALL_SITE* site = find_by_learnt_steps(start, window);
-    return site != nullptr ? *site : find_slowly(start, window);
-}
-
-void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-                         std::uint32_t word, bool sampling_point, const STACK_WALK_START& start) {
-    const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
-    if (waited_for_the_end()) return;
-    MEM_CALL_SITE& site = mem_find_call_site(start);
+void charge(MEM_CALL_SITE& site, std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
+            std::uint32_t word, bool sampling_point) {
     if ((word & mem_call_site_counter_bits) != 0) site.tally.charge(requested, allocated);
     const std::uint32_t thread_id = (word & MEM_TRACKING_PER_FILELINE) != 0 ? _Thrd_id() : 0;
     mem_address_table->insert_or_assign(address, {site.number, thread_id});
@@ -127,6 +112,38 @@ void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::ui
         site.module_tracker.store(&module, std::memory_order_release);
     if (sampling_point) [[unlikely]]
         mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+}
+
+}  // namespace
+
+MEM_CALL_SITE* mem_find_call_site(const STACK_WALK_START& start) {
+    const SEARCH_WINDOW window = search_window();
+    MEM_CALL_SITE* site = find_by_learnt_steps(start, window);
+    return site != nullptr ? site : find_by_walk(start, window, false);
+}
+
+// A program counter is new: its stack is walked with rules made from the unwind tables and not from the
+// walker's memory, which may stem from a module that was unloaded since.
+__attribute__((noinline)) void mem_name_call_sites(const STACK_WALK_START& start) {
+    const THREAD_NOT_CANCELLED symbol_files_are_read;
+    const SEARCH_WINDOW window = search_window();
+    STACK_WALK walk(start, true);
+    std::uint64_t pc = 0;
+    for (int i = -window.skip; i < window.frames && walk.next(&pc, 1) == 1; ++i)
+        if (i >= 0 && name_and_see_if_it_ends(pc)) return;
+}
+
+void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
+                         std::uint32_t word, bool sampling_point, const STACK_WALK_START& start) {
+    for (;;) {
+        {
+            const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
+            if (waited_for_the_end()) return;
+            if (MEM_CALL_SITE* site = mem_find_call_site(start)) [[likely]]
+                return charge(*site, address, requested, allocated, word, sampling_point);
+        }
+        mem_name_call_sites(start);
+    }
 }
 
 void mem_attribute_dealloc(std::uint64_t address, std::uint64_t allocated, std::uint32_t word,

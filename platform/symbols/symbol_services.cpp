@@ -4,6 +4,7 @@
 #include "platform/symbols/function_names.h"
 #include "platform/symbols/module_list.h"
 #include "platform/symbols/own_stack.h"
+#include "platform/symbols/own_thread_data.h"
 
 namespace symbols {
 namespace {
@@ -15,6 +16,10 @@ MODULE_LIST& modules() {
 }
 
 }  // namespace
+
+void detach_from_loader() {
+    take_over_thread_data();
+}
 
 const MODULE* find_module(std::uint64_t address, LISTING listing) {
     const MODULE_ENTRY* entry = modules().find(address, listing);

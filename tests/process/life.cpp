@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdarg>
+#include <filesystem>
 #include <iostream>
 
 #include "ktl_mem/mem.h"
@@ -46,6 +47,20 @@ const BEHAVIOUR exit_on_a_thread("exit_on_a_thread", [](char**) {
     const Meanwhile busy(4, put_a_block);
     std::thread([] { std::exit(6); }).detach();
     for (;;) put_a_block();
+});
+
+// Copies of a module that has data for each thread, each with call sites that nobody has seen. The C library
+// makes room for that data, by an allocation and with a lock of the loader held, when it starts a thread.
+const BEHAVIOUR load_modules_and_start_threads("load_with_threads", [](char** arguments) {
+    constexpr int copies = 96;
+    std::vector<std::jthread> threads;
+    for (int copy = 0; copy < copies; ++copy) {
+        const std::string path = std::filesystem::current_path() / (std::to_string(copy) + ".so");
+        std::filesystem::copy_file(arguments[0], path);
+        void* const module = dlopen(path.c_str(), RTLD_NOW);
+        threads.emplace_back(reinterpret_cast<decltype(&module_thread)>(dlsym(module, "module_thread")));
+        if (copy % 16 == 15) threads.clear();
+    }
 });
 
 // The host's callback for messages ends the process; the tracker calls it inside an event.

@@ -48,11 +48,17 @@ TEST(Life, StartsAnewAfterAnExec) {
 TEST(Life, ChargesAModuleThatComesAndGoes) {
     const ENDING ending = expect({"tracked_host load " + module_path, sampled});
     const std::string& report = ending.files.at("mem_tbb_fileline.vii.log");
-    const std::regex row("\t([0-9]+)\tmodule\t[^\t]*module.cpp\t22\tmodule_block\n");
+    const std::regex row("\t([0-9]+)\tmodule\t[^\t]*module.cpp\t24\tmodule_block\n");
     int blocks = 0;
     for (std::sregex_iterator site(report.begin(), report.end(), row), end; site != end; ++site)
         blocks += std::stoi(site->str(1));
     EXPECT_EQ(blocks, 20);
+}
+
+TEST(Life, NamesWhatThreadsOfNewModulesDoWhileTheLoaderWorks) {
+    for (int round = 0; round < 10; ++round)
+        EXPECT_TRUE(
+            expect({"tracked_host load_with_threads " + module_path, track_all}).has_call_site("\t95\t"));
 }
 
 TEST(Life, ThatEndsInsideTheTrackerLeavesNoReportsAndSaysSo) {

@@ -10,4 +10,7 @@ extern MODULE_SHOWN __attribute__((weak)) void (*module_action)();
 
 MODULE_SHOWN void* module_block(unsigned long bytes);
 extern MODULE_SHOWN const unsigned module_block_line;
+
+// Lets a thread come and go that touches data which the module has for each thread.
+MODULE_SHOWN void module_thread();
 }
