@@ -12,6 +12,7 @@
 #include "ktl_mem/profile_bins.h"
 #include "ktl_mem/queries.h"
 #include "ktl_mem/reports.h"
+#include "ktl_mem/resident.h"
 #include "ktl_mem/services.h"
 #include "ktl_mem/statistics.h"
 #include "ktl_mem/timelines.h"

@@ -18,6 +18,7 @@ enum MEM_TRACKING_GRANULARITY : std::uint32_t {
     MEM_TRACKING_LEAKS = 16,               // call sites, and the full leak report
     MEM_TRACKING_LEAKS_FAST = 32,          // process-wide counters, and the short leak summary
     MEM_TRACKING_AUXILIARY_TIMELINE = 64,  // what the system says of the process, over time
+    MEM_TRACKING_RESIDENT = 256,           // the resident memory taken apart, over time (resident.h)
     MEM_TRACKING_ALL = 95                  // everything but the short leak summary
 };
 

@@ -19,6 +19,7 @@ constinit MEM_PLAIN_WORD<bool> mem_report_fileline;
 constinit MEM_PLAIN_WORD<bool> mem_report_library;
 constinit MEM_PLAIN_WORD<bool> mem_report_bin_tags;
 constinit MEM_PLAIN_WORD<bool> mem_report_auxiliary_timeline;
+constinit MEM_PLAIN_WORD<bool> mem_report_resident;
 constinit MEM_PLAIN_WORD<bool> mem_tbb_memory_tracking_enabled;
 constinit MEM_PLAIN_WORD<bool> mem_tbb_bin_tags_enabled;
 constinit MEM_PLAIN_WORD<bool> mem_tbb_no_msg_debug;
@@ -77,6 +78,13 @@ std::uint32_t bits_asked_for_one_by_one() {
     return bits;
 }
 
+// Not among those that "all" stands for.
+std::uint32_t resident_bit() {
+    if (!is_asked_for("VELDRIN_MEM_PROFILE_RESIDENT", "mem_profile_resident")) return 0;
+    mem_report_resident = true;
+    return MEM_TRACKING_RESIDENT;
+}
+
 // A divisor of the event path. The environment is read leniently, zero and text without digits leave what
 // stands; the configuration outranks it and is read strictly. No divisor may be zero or beyond `most`.
 std::uint64_t sampling_number(const char* variable, const char* key, std::uint64_t standing,
@@ -104,13 +112,14 @@ bool mem_env_switch_is_on(const char* name) {
 
 MEM_TRACKING_GRANULARITY mem_get_tracking_granularity_from_env() {
     if (another_executable_is_profiled()) return MEM_TRACKING_NONE;
+    const std::uint32_t beside_all = resident_bit();
     if (!is_asked_for("VELDRIN_MEM_PROFILE_ALL", "mem_profile_all"))
-        return static_cast<MEM_TRACKING_GRANULARITY>(bits_asked_for_one_by_one());
+        return static_cast<MEM_TRACKING_GRANULARITY>(bits_asked_for_one_by_one() | beside_all);
     mem_report_fileline = true;
     mem_report_library = true;
     mem_report_bin_tags = true;
     mem_report_auxiliary_timeline = true;
-    return MEM_TRACKING_ALL;
+    return static_cast<MEM_TRACKING_GRANULARITY>(MEM_TRACKING_ALL | beside_all);
 }
 
 MEM_TRACKING_SAMPLING mem_get_tracking_sampling_from_env() {

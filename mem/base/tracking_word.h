@@ -55,6 +55,7 @@ extern MEM_PLAIN_WORD<bool> mem_report_fileline;
 extern MEM_PLAIN_WORD<bool> mem_report_library;
 extern MEM_PLAIN_WORD<bool> mem_report_bin_tags;
 extern MEM_PLAIN_WORD<bool> mem_report_auxiliary_timeline;
+extern MEM_PLAIN_WORD<bool> mem_report_resident;
 
 // Whether bins measure, and whether they attribute.
 extern MEM_PLAIN_WORD<bool> mem_tbb_memory_tracking_enabled;

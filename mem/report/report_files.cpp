@@ -14,6 +14,7 @@
 #include "mem/report/clock_report.h"
 #include "mem/report/filters_file.h"
 #include "mem/report/leak_reports.h"
+#include "mem/report/resident_report.h"
 #include "mem/report/timeline_report.h"
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/module_timelines.h"
@@ -21,6 +22,7 @@
 #include "mem/timeline/tag_timeline.h"
 #include "mem/tracker/event_numbers.h"
 #include "mem/tracker/exe_string.h"
+#include "mem/tracker/resident_sampling.h"
 #include "platform/output_file.h"
 
 namespace {
@@ -75,6 +77,12 @@ void write_clock() {
     if (out) mem_dump_sample_clock(out);
 }
 
+void write_resident() {
+    mem_note_resident_now();
+    OUTPUT_STREAM out = open_report("mem_tbb_resident.");
+    if (out) mem_dump_resident_timeline(out);
+}
+
 void write_leaks() {
     const std::uint32_t word = mem_tracking_word;
     if ((word & MEM_TRACKING_LEAKS) != 0) {
@@ -98,6 +106,7 @@ void mem_write_report_files() {
     if (mem_report_library) write_modules();
     if (mem_report_bin_tags) write_bins_and_tags();
     if (mem_report_auxiliary_timeline || mem_report_library || mem_report_bin_tags) write_clock();
+    if (mem_report_resident) write_resident();
     write_leaks();
     if (mem_tbb_any_frame_filtered) mem_write_filters_file();
 }

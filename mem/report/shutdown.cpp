@@ -44,6 +44,7 @@ void clear_report_flags() {
     mem_report_library = false;
     mem_report_bin_tags = false;
     mem_report_auxiliary_timeline = false;
+    mem_report_resident = false;
 }
 
 void free_tables() {
@@ -84,7 +85,7 @@ void mem_shutdown_tbb_tracking() {
     const MEM_REPORT_GATE alone;
     mem_restore_flushed_peaks();
     mem_write_report_files();
-    mem_disable_tracking(MEM_TRACKING_ALL);
+    mem_disable_tracking(MEM_TRACKING_ALL | MEM_TRACKING_RESIDENT);
     clear_report_flags();
 }
 

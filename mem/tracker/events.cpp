@@ -19,6 +19,7 @@
 #include "mem/tracker/attribution_stage.h"
 #include "mem/tracker/event_numbers.h"
 #include "mem/tracker/peak_search.h"
+#include "mem/tracker/resident_sampling.h"
 #include "mem/tracker/tracker_state.h"
 #include "platform/kept_errno.h"
 #include "platform/thread.h"
@@ -64,6 +65,7 @@ MEM_COLD void sample_labels_and_process(std::uint32_t word) {
         mem_tbb_timeline_labels->sample();
     if ((word & MEM_TRACKING_AUXILIARY_TIMELINE) != 0) mem_tbb_auxiliary_timeline->capture();
     if ((word & mem_timeline_row_bits) != 0) mem_tbb_sample_clock->note(mem_events_numbered());
+    if ((word & MEM_TRACKING_RESIDENT) != 0) mem_sample_resident();
 }
 
 MEM_COLD void pass_sampling_point() {

@@ -4,6 +4,7 @@
 #include "mem/base/tracker_phase.h"
 #include "mem/base/tracking_word.h"
 #include "mem/tracker/events.h"
+#include "mem/tracker/resident_sampling.h"
 #include "mem/tracker/start.h"
 
 namespace {
@@ -32,6 +33,7 @@ __attribute__((noinline)) void add_mapping(const void* address, std::uint64_t si
         return;
     }
     const MEM_IN_TRACKER_SCOPE inside;
+    mem_tbb_announced_bytes.fetch_add(static_cast<std::int64_t>(size), std::memory_order_relaxed);
     mem_tbb_track_alloc(key_of(address), size, size, stack_walk_start(__builtin_frame_address(0)));
 }
 
@@ -41,6 +43,7 @@ void remove_mapping(const void* address, std::uint64_t size) {
         return;
     }
     const MEM_IN_TRACKER_SCOPE inside;
+    mem_tbb_announced_bytes.fetch_sub(static_cast<std::int64_t>(size), std::memory_order_relaxed);
     mem_tbb_track_dealloc(key_of(address), size);
 }
 

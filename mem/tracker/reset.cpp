@@ -11,6 +11,7 @@
 #include "mem/timeline/tag_timeline.h"
 #include "mem/tracker/event_numbers.h"
 #include "mem/tracker/peak_search.h"
+#include "mem/tracker/resident_sampling.h"
 #include "mem/tracker/tracker_state.h"
 #include "mem/tracker/whole_change.h"
 
@@ -23,6 +24,7 @@ void mem_reset_tracking_entries() {
         mem_tbb_call_sites->clear();
         mem_tbb_tag_timeline->reset();  // with the rows of the tag table
         mem_tbb_total_bytes.clear();
+        mem_tbb_announced_bytes = 0;
         mem_tbb_peak_search.restart();
     });
 }

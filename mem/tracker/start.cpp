@@ -10,6 +10,7 @@
 #include "mem/attribution/code_names.h"
 #include "mem/attribution/frame_filters.h"
 #include "mem/attribution/symbolizer.h"
+#include "mem/base/allocator_figures.h"
 #include "mem/base/configured_number.h"
 #include "mem/base/gate.h"
 #include "mem/base/internal_error.h"
@@ -22,6 +23,7 @@
 #include "mem/debug/debug_patterns.h"
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/module_timelines.h"
+#include "mem/timeline/resident_timeline.h"
 #include "mem/timeline/sample_clock.h"
 #include "mem/timeline/tag_timeline.h"
 #include "mem/tracker/exe_string.h"
@@ -47,6 +49,7 @@ void build_tables() {
     mem_tbb_module_timelines = new MEM_MODULE_TIMELINES;
     mem_tbb_auxiliary_timeline = new MEM_AUXILIARY_TIMELINE;
     mem_tbb_sample_clock = new MEM_SAMPLE_CLOCK;
+    mem_tbb_resident_timeline = new MEM_RESIDENT_TIMELINE;
     mem_tbb_timeline_labels = new MEM_TIMELINE_LABELS;
     mem_bin_tag_shards = new MEM_BIN_TAG_SHARDS(MEM_SHARD_SOURCE{});
     mem_tbb_bin_table = new MEM_PROFILE_BIN_TABLE;
@@ -74,6 +77,7 @@ void seed_catch_alls() {
 void build_and_go_live(MEM_TRACKING_GRANULARITY starting_word) {
     read_sampling();
     build_tables();
+    mem_bind_allocator_figures();
     choose_unwinder();
     mem_choose_symbolizer(starting_word != 0);
     if (starting_word != 0) mem_read_user_defined_filters();

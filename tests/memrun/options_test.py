@@ -16,6 +16,7 @@ class Options(LauncherTest):
     def test_switches_choose_the_reports(self):
         table = {
             (): {"fileline", "subsystem", "leak_warning"},
+            ("--no-resident",): {"fileline", "subsystem", "leak_warning"},
             ("--lines",): {"fileline", "subsystem"},
             ("--modules",): TIMELINES,
             ("--bins",): set(),
@@ -29,6 +30,8 @@ class Options(LauncherTest):
         }
         for switches, kinds in table.items():
             with self.subTest(switches=switches):
+                if not {"--no-resident", "--bins", "--fast-leaks"} & set(switches):
+                    kinds = kinds | {"resident"}
                 result = self.run_tracked("--force", *switches, "--", SUBJECT, "leak")
                 self.assertEqual((result.returncode, self.report_kinds()), (7, kinds), result.stderr)
 
@@ -131,7 +134,7 @@ class Speech(LauncherTest):
     def test_closed_and_broken_streams_change_nothing(self):
         for streams in (">&- 2>&-", "<&- 2>&-", "2> >(exec true)"):
             result = self.run_plain("bash", "-c", f"{MEMRUN} --force -o reports {SUBJECT} leak {streams}")
-            self.assertEqual((result.returncode, self.report_kinds()), (7, {"fileline", "subsystem", "leak_warning"}), streams)
+            self.assertEqual((result.returncode, self.report_kinds()), (7, {"fileline", "subsystem", "leak_warning", "resident"}), streams)
 
     def test_cut_reports_give_no_figures(self):
         errors = self.run_plain("bash", "-c", f"ulimit -f 1; {MEMRUN} --all -o reports {PYTHON} -c 1").stderr

@@ -25,7 +25,7 @@ inline constexpr std::string_view saved_prefix = "KTL_MEMRUN_SAVED_";
 // What the launcher's options decide. A value that the user's environment holds is put aside for the tracker
 // and put back for the program. "debug_msg" is among them because its lines would mix with the program's
 // output.
-inline constexpr std::array<std::string_view, 35> governed_variables = {
+inline constexpr auto governed_variables = std::to_array<std::string_view>({
     "LD_PRELOAD",
     "VELDRIN_MEM_PROFILE_ALL",
     "VELDRIN_MEM_PROFILE_PER_BIN",
@@ -35,6 +35,7 @@ inline constexpr std::array<std::string_view, 35> governed_variables = {
     "VELDRIN_MEM_CHECK_LEAKS",
     "VELDRIN_MEM_CHECK_LEAKS_FAST",
     "VELDRIN_MEM_PROFILE_AUXILIARY_TIMELINE",
+    "VELDRIN_MEM_PROFILE_RESIDENT",
     "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD",
     "VELDRIN_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD",
     "MEM_LEAK_TRACKING_IN_ZA_MODE",
@@ -49,6 +50,7 @@ inline constexpr std::array<std::string_view, 35> governed_variables = {
     "mem_check_leaks",
     "mem_check_leaks_fast",
     "mem_profile_auxiliary_timeline",
+    "mem_profile_resident",
     "mem_profile_library_snapshot_period",
     "mem_profile_fileline_peak_snapshot_threshold",
     "mem_profile_stack_trace_ignore_depth",
@@ -61,7 +63,7 @@ inline constexpr std::array<std::string_view, 35> governed_variables = {
     "mem_free_pattern_hex",
     "mem_print_allocations",
     "debug_msg",
-};
+});
 
 // Notes lie in this folder below the output folder while the program runs, a file for each tracked process,
 // named as the middle word of its reports. A note is made of lines "KEY VALUE":

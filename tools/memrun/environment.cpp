@@ -34,6 +34,7 @@ void add_tracking(Entries& entries, const Options& options) {
     add_switch(entries, options.leaks, "VELDRIN_MEM_CHECK_LEAKS");
     add_switch(entries, options.fast_leaks, "VELDRIN_MEM_CHECK_LEAKS_FAST");
     add_switch(entries, options.aux, "VELDRIN_MEM_PROFILE_AUXILIARY_TIMELINE");
+    add_switch(entries, options.resident.value_or(false), "VELDRIN_MEM_PROFILE_RESIDENT");
 }
 
 void add_settings(Entries& entries, const Options& options) {

@@ -87,6 +87,9 @@ void declare_tracking(CLI::App& app, Options& options) {
     app.add_flag("--fast-leaks", options.fast_leaks, "What was never freed, as two numbers, at little cost")
         ->group(group);
     app.add_flag("--aux", options.aux, "What the system says of the process, over time")->group(group);
+    app.add_flag("--resident,!--no-resident", options.resident,
+                 "The resident memory taken apart, over time; on unless only counted or --no-resident")
+        ->group(group);
     app.add_flag("--all", options.all, "Everything above but --fast-leaks")->group(group);
 }
 
@@ -194,6 +197,9 @@ void complete_options(const CLI::App& app, Options& options) {
     const bool any = options.lines || options.modules || options.bins || options.bin_tags || options.leaks ||
                      options.fast_leaks || options.aux || options.all;
     if (!any) options.lines = options.leaks = true;
+    const bool only_counts = !(options.lines || options.modules || options.bin_tags || options.leaks ||
+                               options.aux || options.all);
+    if (!options.resident) options.resident = !only_counts;
 }
 
 }  // namespace memrun

@@ -21,6 +21,7 @@ struct Options {
     bool fast_leaks = false;
     bool aux = false;
     bool all = false;
+    std::optional<bool> resident;  // complete_options decides where nobody did
 
     std::string output;  // empty: a folder named after program and process
     std::string name;    // empty: the program's
