@@ -10,14 +10,15 @@ std::int64_t bytes(std::uint64_t count) {
     return static_cast<std::int64_t>(count);
 }
 
-// The allocator takes memory in runs of its pages, each of which begins with a page that it knows; where the
-// kernel has made one mapping of several, any of some places inside tells.
+// The allocator knows the first page of each run of pages that it gave out. Where the kernel has made one
+// mapping of several, one of many places inside tells.
 bool belongs_to_allocator(const PROCESS_MAPPING& mapping) {
     constexpr int owned = 1;
-    constexpr std::uint64_t looks = 8;
-    const std::uint64_t step =
-        std::max<std::uint64_t>((mapping.end - mapping.begin) / looks & ~8191ULL, 8192);
-    for (std::uint64_t address = mapping.begin; address < mapping.end; address += step)
+    constexpr std::uint64_t page = 8192;
+    constexpr std::uint64_t looks = 256;
+    const std::uint64_t first = (mapping.begin + page - 1) & ~(page - 1);
+    const std::uint64_t step = std::max(((mapping.end - mapping.begin) / looks) & ~(page - 1), page);
+    for (std::uint64_t address = first; address < mapping.end; address += step)
         if (MallocExtension_GetOwnership(reinterpret_cast<const void*>(address)) == owned) return true;
     return false;
 }
@@ -38,7 +39,8 @@ std::int64_t& MEM_MAPPING_SORTER::place_of_private_memory(const PROCESS_MAPPING&
 }
 
 std::int64_t& MEM_MAPPING_SORTER::place_of(const PROCESS_MAPPING& mapping) {
-    if (mapping.name == "[heap]") return belongs_to_allocator(mapping) ? sums.allocator : sums.anonymous;
+    // With the allocator bound nobody else takes memory there.
+    if (mapping.name == "[heap]") return tc_set_new_mode != nullptr ? sums.allocator : sums.anonymous;
     if (mapping.name == "[stack]") return sums.stacks;
     if (mapping.name.starts_with("[v")) return sums.code;
     if (mapping.name.starts_with("/memfd:ktl_mem")) return sums.tracker;

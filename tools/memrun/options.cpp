@@ -87,8 +87,12 @@ void declare_tracking(CLI::App& app, Options& options) {
     app.add_flag("--fast-leaks", options.fast_leaks, "What was never freed, as two numbers, at little cost")
         ->group(group);
     app.add_flag("--aux", options.aux, "What the system says of the process, over time")->group(group);
-    app.add_flag("--resident,!--no-resident", options.resident,
-                 "The resident memory taken apart, over time; on unless only counted or --no-resident")
+    app.add_flag_callback(
+           "--resident", [&options] { options.resident = true; },
+           "The resident memory taken apart, over time; on unless no more than counters are asked for")
+        ->group(group);
+    app.add_flag_callback(
+           "--no-resident", [&options] { options.resident = false; }, "Leave it")
         ->group(group);
     app.add_flag("--all", options.all, "Everything above but --fast-leaks")->group(group);
 }
