@@ -5,8 +5,10 @@
 #include <sys/wait.h>
 
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "tests/memview/reports.h"
+#include "tools/memview/units.h"
 
 namespace {
 
@@ -232,6 +234,77 @@ TEST_F(Program, ExportsCallSitesInEveryForm) {
             {"export --format pprof -o p.gz r && gzip -dc p.gz | grep -c peak_space", 0, "1\n"},
             {"export --format csv --table bins r", 2, "holds no table \"bins\""},
             {"export --format xml r", 2, "--format"}});
+}
+
+// Sites that agree with the nodes of paths(): OTHER has 100, work() 1200 in 12 blocks.
+const std::string SITES_OF_PATHS =
+    SITES_HEAD + "0x1\t30\t800\t600\t1200\t1150\t0\t1\t8\t6\t12\tapp\t/src/a.cpp\t1\twork()\n" +
+    "OTHER\t0\t100\t50\t100\t90\t0\t0\t1\t1\t1\t\t\t0\t\n" + CLOSING;
+
+TEST_F(Program, CallPathsGiveTreeStacksAndTheExactPeak) {
+    m_scratch.write("r/" + FILELINE, SITES_OF_PATHS);
+    m_scratch.write("r/mem_tbb_call_paths.a.log", paths());
+    const std::string push = "std::vector<int, std::allocator<int> >::push_back(int)";
+    EXPECT_EQ(memview("export --format collapsed r").said,
+              "main 100\nmain;work();" + push + " 300\nwork();" + push + " 500\n");
+    const json scope = exported("speedscope r");
+    EXPECT_EQ(scope["profiles"][0]["weights"], json({100, 300, 500}));
+    EXPECT_EQ(scope["profiles"][0]["samples"][1], json({0, 1, 2}));
+    EXPECT_EQ(scope["shared"]["frames"][2]["line"], 7);
+    EXPECT_EQ(exported("json r")["processes"][0]["totals"]["exact_peak"], 900);
+    EXPECT_EQ(memview("show --tree --top 3 r").said,
+              "a: Peak bytes by who called for them  (3 of 4 places)\n"
+              "           SHARE  PATH      PLACE\n"
+              "  900 B  100.0 %  all\n"
+              "  500 B   55.6 %  ├ work()  /src/a.cpp:1\n"
+              "  400 B   44.4 %  └ main    /src/m.cpp:3\n");
+    expect({{"show r", 0, "Recorded peak           650 B"},
+            {"show r", 0, "\n  800 B     30 B     1.2 KiB"},
+            {"show --tree --sort max r", 2, "call paths have no figure \"max\""},
+            {"show --tree --match x r", 2, "excludes"},
+            {"export --format collapsed --measure max r", 0, "app;/src/a.cpp;work():1 800\n"},
+            {"check --max-peak 900 r", 0, "ok      a: peak 900 bytes (900 B), allowed"},
+            {"check r", 0, " 0 disagree"}});
+    m_scratch.write("r/" + FILELINE,
+                    std::regex_replace(SITES_OF_PATHS, std::regex("\t12\tapp"), "\t13\tapp"));
+    expect({{"check r", 1, "cumulative_blocks of call site 0x1: call paths 12, call site 13 (-1 apart)"}});
+}
+
+// At the peak work() called by main has 50 more, and main itself nothing any more.
+TEST_F(Program, DiffComparesPaths) {
+    m_scratch.write("a/mem_tbb_call_paths.a.log", paths());
+    m_scratch.write(
+        "b/mem_tbb_call_paths.a.log",
+        paths(FRAME_ROWS,
+              std::regex_replace(std::regex_replace(NODE_ROWS, std::regex("\t100\t1\t100"), "\t0\t0\t100"),
+                                 std::regex("\t300\t3"), "\t350\t3")));
+    for (const char* folder : {"a/", "b/"}) m_scratch.write(folder + FILELINE, SITES_OF_PATHS);
+    const json rows = json::parse(memview("diff a b --json").said)["processes"][0]["paths"];
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[0], json({{"name", "main"}, {"before", 100}, {"after", 0}, {"change", -100}}));
+    EXPECT_EQ(rows[1], json({{"name", "main;work()"}, {"before", 300}, {"after", 350}, {"change", 50}}));
+    expect({{"diff a b", 1, "+16.7 %  main > work()"}, {"diff a b --html", 1, "\"comparison\":true"}});
+}
+
+// No row is wider than the terminal, however narrow it is and however long the names are.
+TEST_F(Program, RowsFitTheTerminal) {
+    m_scratch.write("r/" + FILELINE, sites(site(1, 1024, "a::" + std::string(300, 'x') + "()") +
+                                           site(2, 5, "std::vector<int, std::allocator<int> >::f()")));
+    m_scratch.write("r/mem_tbb_call_paths.a.log", paths());
+    m_scratch.write("b/" + FILELINE, sites(site(1, 2000, "a::" + std::string(300, 'x') + "()")));
+    for (const char* columns : {"20", "60", "100", "200"}) {
+        for (const char* command : {"show r", "show --tree r", "diff r b"}) {
+            std::istringstream lines(
+                run(std::string("COLUMNS=") + columns + " " KTL_MEMVIEW " " + command).said);
+            for (std::string line; std::getline(lines, line);) {
+                const bool is_row = line.starts_with("  ") && line.find("Tracked:") == std::string::npos;
+                EXPECT_LE(memview::display_width(line), is_row ? std::stoul(columns) : 400) << command << "\n"
+                                                                                            << line;
+            }
+        }
+    }
+    expect({{"show r", 0, "std::vector<int>::f()"},
+            {"show --full-names r", 0, "std::vector<int, std::allocator<int> >::f()"}});
 }
 
 TEST_F(Program, AgreesWithARealRunOfSeveralThreads) {

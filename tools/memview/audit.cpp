@@ -5,6 +5,7 @@
 #include <cmath>
 #include <map>
 #include <numeric>
+#include <unordered_map>
 
 #include "tools/memview/places.h"
 #include "tools/memview/report_kinds.h"
@@ -49,6 +50,7 @@ class Auditor {
         audit_last_sample(TAG_TIMELINE, tags);
         audit_forms(MODULE_TIMELINE, MODULE_TIMELINE_DETAILED);
         audit_forms(BLOCKS_TIMELINE, BLOCKS_TIMELINE_DETAILED);
+        if (m_run.paths) audit_paths(*m_run.paths, sites);
         return std::move(m_audit);
     }
 
@@ -215,6 +217,39 @@ class Auditor {
             compare(std::string(plain_kind) + ", sum of sample " + std::to_string(i), "plain form", left[i],
                     "detailed form", right[i]);
         }
+    }
+
+    // Paths and call sites count the same blocks.
+    void audit_paths(const Paths& paths, const Table* sites) {
+        for (const Column& column : paths.nodes.columns) {
+            const auto told = paths.totals.find(column.spec.title);
+            if (told == paths.totals.end()) continue;
+            compare(std::string(column.spec.title) + " of the call paths", "head", told->second, "nodes",
+                    column.cells.sum());
+        }
+        if (sites == nullptr) return;
+        for (const char* column :
+             {"current", "current_blocks", "cumulative", "cumulative_blocks", "requested"}) {
+            const std::map<std::int64_t, std::int64_t> of_paths =
+                sums_by_address(paths.nodes, "site", column);
+            std::map<std::int64_t, std::int64_t> of_sites = sums_by_address(*sites, "address", column);
+            for (const auto& [address, sum] : of_paths) of_sites.try_emplace(address, 0);
+            for (const auto& [address, sum] : of_sites) {
+                const auto found = of_paths.find(address);
+                compare(std::string(column) + " of call site " + hex_address(address), "call paths",
+                        found == of_paths.end() ? 0 : found->second, "call site", sum);
+            }
+        }
+    }
+
+    static std::map<std::int64_t, std::int64_t> sums_by_address(const Table& table,
+                                                                const char* address_column,
+                                                                const char* column) {
+        const Cells& address = *table.cells(address_column);
+        const Cells& cells = *table.cells(column);
+        std::unordered_map<std::int64_t, std::int64_t> sums;
+        for (std::size_t row = 0; row < table.rows; ++row) sums[address[row]] += cells[row];
+        return {sums.begin(), sums.end()};
     }
 
     const Run& m_run;

@@ -1,6 +1,7 @@
 #include "tools/memview/diff.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <span>
 
@@ -12,6 +13,8 @@
 
 namespace memview {
 namespace {
+
+constexpr std::size_t MOST_PATHS = 100'000;
 
 struct DiffRow {
     Place place;
@@ -134,11 +137,49 @@ class Comparison {
             add_sums(*new_table, new_column, Side::after, sums);
             result.tables.push_back(make_table(key, compared_rows(sums), m_tolerance));
         }
+        compare_paths(before, after, result);
         result.tables.insert(result.tables.begin(), make_table("totals", std::move(totals), m_tolerance));
         return result;
     }
 
   private:
+    void compare_paths(const Run& before, const Run& after, ProcessDiff& result) {
+        if (!before.paths && !after.paths) return;
+        const bool is_before = before.paths && has_measure(&before.paths->nodes);
+        const bool is_after = after.paths && has_measure(&after.paths->nodes);
+        if (!is_before || !is_after) {
+            result.notes.push_back(result.name +
+                                   ": the paths were not compared: " + who_has_them(is_before, is_after));
+            return;
+        }
+        result.paths_before = &*before.paths;
+        result.paths_after = &*after.paths;
+        result.tables.push_back(make_table("paths", path_rows(result), m_tolerance));
+    }
+
+    // Those beyond the tolerance, each with the names from the outermost caller to the place that is charged.
+    std::vector<DiffRow> path_rows(const ProcessDiff& process) {
+        const TreeForm form{.with_lines = false, .with_filtered = false, .most_nodes = MOST_PATHS};
+        const PathTree tree = compared_paths(process, m_diff.measure, m_names, form);
+        std::vector<DiffRow> rows;
+        for (std::size_t node = 1; node < tree.nodes().size(); ++node) {
+            const Pair pair{tree.own(node, 0), tree.own(node, 1), true, true};
+            if (is_beyond(pair, m_tolerance)) rows.push_back({{m_names.id_of(path_text(tree, node))}, pair});
+        }
+        return rows;
+    }
+
+    std::string path_text(const PathTree& tree, std::size_t node) const {
+        std::vector<std::size_t> trail;
+        for (; node != 0; node = tree.nodes()[node].parent) trail.push_back(node);
+        std::string text;
+        for (auto at = trail.rbegin(); at != trail.rend(); ++at) {
+            if (!text.empty()) text += ";";
+            text += frame_name(tree.frames()[tree.nodes()[*at].frame].place, m_names);
+        }
+        return text;
+    }
+
     bool has_measure(const Table* table) const {
         return table != nullptr && table->column(m_diff.measure) >= 0;
     }
@@ -195,6 +236,15 @@ bool ProcessDiff::different() const {
 bool Diff::different() const {
     return !notes.empty() || std::any_of(processes.begin(), processes.end(),
                                          [](const ProcessDiff& process) { return process.different(); });
+}
+
+PathTree compared_paths(const ProcessDiff& process, const std::string& measure, Names& names, TreeForm form) {
+    form.with_lines = false;
+    const std::array column = {measure.c_str()};
+    PathTree tree(names, 2);
+    tree.add(*process.paths_before, column, 0, form);
+    tree.add(*process.paths_after, column, 1, form);
+    return tree;
 }
 
 std::unique_ptr<Diff> make_diff(const Folder& before, const Folder& after, const std::string& measure,

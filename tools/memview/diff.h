@@ -9,6 +9,7 @@
 
 #include "tools/memview/model.h"
 #include "tools/memview/options.h"
+#include "tools/memview/path_tree.h"
 
 namespace memview {
 
@@ -16,14 +17,20 @@ namespace memview {
 // change is beyond the tolerance, and have the greatest change first.
 struct ProcessDiff {
     std::string name;
-    std::vector<Table> tables;       // "totals", "sites", "modules", "bins", "tags"
+    std::vector<Table> tables;       // "totals", "sites", "modules", "bins", "tags", "paths"
     std::vector<std::string> notes;  // what only one of the two runs has
+    // Both, or none of them; they are those of the folders that were compared.
+    const Paths* paths_before = nullptr;
+    const Paths* paths_after = nullptr;
 
     bool different() const;
 };
 
+// The paths of both runs as one tree with the figures before and after, by function, since lines move.
+PathTree compared_paths(const ProcessDiff& process, const std::string& measure, Names& names, TreeForm form);
+
 struct Diff {
-    std::shared_ptr<const Names> names;
+    std::shared_ptr<Names> names;
     std::string measure;
     std::vector<ProcessDiff> processes;
     std::vector<std::string> notes;  // processes that only one folder has

@@ -11,8 +11,21 @@
 namespace memview {
 namespace {
 
+// The names of a path, each as people read it.
+std::string path_name(const std::string& path, bool full_names) {
+    if (full_names) return path;
+    std::string out;
+    for (std::size_t begin = 0; begin <= path.size();) {
+        const std::size_t end = std::min(path.find(';', begin), path.size());
+        out += (out.empty() ? "" : " > ") + readable::name(std::string_view(path).substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return out;
+}
+
 std::string row_name(const Table& table, std::size_t row, const Names& names, bool full_names) {
     const Place place = PlaceReader(table)[row];
+    if (table.key == "paths") return path_name(harmless(names.text(place.module)), full_names);
     if (table.key != "sites") return harmless(names.text(place.module));
     const std::string function = harmless(names.text(place.function));
     return full_names ? function : readable::name(function);
@@ -38,12 +51,13 @@ void print_table(const Table& table, const Names& names, const Options& options,
     if (table.rows == 0) return;
     out << "\n" << bold(table.key, terminal) << "  (" << shown << " of " << table.rows << " changed)\n";
     const bool are_places = table.column("function") >= 0;
+    const auto cut = table.key == "paths" ? TextTable::Cut::start : TextTable::Cut::end;
     std::vector<TextTable::Heading> headings = {{"BEFORE", TextTable::Align::right},
                                                 {"AFTER", TextTable::Align::right},
                                                 {"CHANGE", TextTable::Align::right},
                                                 {"", TextTable::Align::right}};
     if (are_places) headings.push_back({"PLACE", TextTable::Align::left, TextTable::Cut::start});
-    headings.push_back({"NAME", TextTable::Align::left, TextTable::Cut::end});
+    headings.push_back({table.key == "paths" ? "PATH" : "NAME", TextTable::Align::left, cut});
     TextTable text(std::move(headings));
     for (std::size_t row = 0; row < shown; ++row) {
         const std::int64_t before = (*table.cells("before"))[row];
@@ -88,7 +102,7 @@ void write_diff_json(const Diff& diff, std::ostream& out) {
 }
 
 std::string diff_page(const Diff& diff) {
-    return make_page([&diff](const PageLimits&) {
+    return make_page([&diff](const PageLimits& limits) {
         Page page{"Difference in " + diff.measure + " bytes", *diff.names, {}, {}};
         for (const ProcessDiff& process : diff.processes) {
             PageProcess shown;
@@ -96,6 +110,12 @@ std::string diff_page(const Diff& diff) {
             shown.folder = process.name + (process.different() ? ": different" : ": no difference");
             for (const Table& table : process.tables) {
                 if (table.rows > 0) shown.tables.push_back(&table);
+            }
+            if (process.paths_before != nullptr) {
+                shown.flame.emplace(FlameData{
+                    compared_paths(process, diff.measure, *diff.names, {.most_nodes = limits.nodes}),
+                    {{"before", "Before", Unit::bytes}, {"after", "After", Unit::bytes}},
+                    true});
             }
             page.processes.push_back(std::move(shown));
         }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tools/memview/exact_peak.h"
+#include "tools/memview/path_stacks.h"
 #include "tools/memview/units.h"
 
 namespace memview {
@@ -107,26 +108,61 @@ void export_csv(const Folder& folder, const std::string& table_key, std::ostream
     if (!headed) throw ReportError({folder.runs.front().folder, 0, "holds no table " + in_quotes(table_key)});
 }
 
+namespace {
+
+void append_figure(std::string& line, std::int64_t value, std::ostream& out) {
+    line += ' ';
+    append_number(line, value);
+    out << (line += '\n');
+}
+
+void write_collapsed_sites(const Run& run, const std::string& measure, Names& names, const std::string& first,
+                           std::ostream& out) {
+    const Table& sites = sites_of(run);
+    const Cells& values = *sites.cells(meant_column(sites, measure));
+    const SiteFrames frames(sites, names);
+    std::string line;
+    for (std::size_t row = 0; row < sites.rows; ++row) {
+        if (values[row] <= 0) continue;
+        const Place site = frames[row];
+        line = first;
+        for (const std::int64_t name : {site.module, site.file, site.function}) {
+            if (!line.empty()) line += ';';
+            append_frame(line, names.text(name));
+        }
+        line += ':';
+        append_number(line, site.line);
+        append_figure(line, values[row], out);
+    }
+}
+
+void write_collapsed_paths(const Paths& paths, const Cells& values, Names& names, const std::string& first,
+                           std::ostream& out) {
+    PathStacks stacks(paths, names);
+    std::string line;
+    for (std::size_t node = 1; node <= paths.nodes.rows; ++node) {
+        if (values[node - 1] <= 0) continue;
+        line = first;
+        for (const std::uint32_t row : stacks.rows(node)) {
+            if (!line.empty()) line += ';';
+            append_frame(line, names.text(stacks.place(row).function));
+        }
+        append_figure(line, values[node - 1], out);
+    }
+}
+
+}  // namespace
+
+// Paths have no maximum of their own.
 void export_collapsed(const Folder& folder, const std::string& measure, std::ostream& out) {
     for (const Run& run : folder.runs) {
-        const Table& sites = sites_of(run);
-        const Cells& values = *sites.cells(meant_column(sites, measure));
-        const SiteFrames frames(sites, *folder.names);
-        std::string line;
-        for (std::size_t row = 0; row < sites.rows; ++row) {
-            if (values[row] <= 0) continue;
-            const Place site = frames[row];
-            line.clear();
-            if (folder.runs.size() > 1) append_frame(line, run.name);
-            for (const std::int64_t name : {site.module, site.file, site.function}) {
-                if (!line.empty()) line += ';';
-                append_frame(line, folder.names->text(name));
-            }
-            line += ':';
-            append_number(line, site.line);
-            line += ' ';
-            append_number(line, values[row]);
-            out << (line += '\n');
+        std::string first;
+        if (folder.runs.size() > 1) append_frame(first, run.name);
+        const Cells* of_nodes = run.paths ? run.paths->nodes.cells(measure) : nullptr;
+        if (of_nodes != nullptr) {
+            write_collapsed_paths(*run.paths, *of_nodes, *folder.names, first, out);
+        } else {
+            write_collapsed_sites(run, measure, *folder.names, first, out);
         }
     }
 }
@@ -134,7 +170,9 @@ void export_collapsed(const Folder& folder, const std::string& measure, std::ost
 void export_reports(const Folder& folder, const Options& options, std::ostream& out) {
     if (options.format == "json") return export_json(folder, out);
     if (options.format == "csv") return export_csv(folder, options.table, out);
-    for (const Run& run : folder.runs) sites_of(run);
+    for (const Run& run : folder.runs) {
+        if (!run.paths) sites_of(run);
+    }
     if (options.format == "pprof") export_pprof(folder, out);
     if (options.format == "collapsed") export_collapsed(folder, options.sort, out);
     if (options.format == "speedscope") export_speedscope(folder, out);

@@ -29,6 +29,13 @@ void write_process(const Run& run, const Names& names, std::ostream& out) {
         out << ",\n";
         write_rows(table, names, out);
     }
+    if (run.paths) {
+        out << ",\n\"paths\": {\"totals\": " << json_text(run.paths->totals) << ",\n";
+        write_rows(run.paths->frames, names, out);
+        out << ",\n";
+        write_rows(run.paths->nodes, names, out);
+        out << "}";
+    }
     out << "}";
 }
 

@@ -1,8 +1,12 @@
 #include <algorithm>
+#include <array>
+#include <span>
 #include <unordered_map>
 
+#include "tools/memview/exact_peak.h"
 #include "tools/memview/export.h"
 #include "tools/memview/gzip.h"
+#include "tools/memview/path_stacks.h"
 #include "tools/memview/profile.pb.h"
 
 namespace memview {
@@ -39,23 +43,11 @@ class Profile {
     }
 
     void add(const Run& run) {
-        const Table& sites = sites_of(run);
-        const SiteFrames frames(sites, m_names);
-        const Cells& address = *sites.cells("address");
-        std::vector<const Cells*> figures;
-        for (const SampleType& type : TYPES) figures.push_back(sites.cells(type.column));
-        const std::int64_t key = literal("process");
-        const std::int64_t process = literal(run.name);
-        for (std::size_t row = 0; row < sites.rows; ++row) {
-            const auto is_zero = [row](const Cells* cells) { return (*cells)[row] == 0; };
-            if (std::all_of(figures.begin(), figures.end(), is_zero)) continue;
-            pprof::Sample& sample = *m_part.add_sample();
-            for (const Cells* cells : figures) sample.add_value((*cells)[row]);
-            sample.add_location_id(add_location(frames[row], address[row]));
-            pprof::Label* label = sample.add_label();
-            label->set_key(key);
-            label->set_str(process);
-            if (m_part.sample_size() == SAMPLES_IN_A_PART) write_part();
+        m_process = literal(run.name);
+        if (run.paths) {
+            add_paths(*run.paths);
+        } else {
+            add_sites(sites_of(run));
         }
     }
 
@@ -65,6 +57,52 @@ class Profile {
     }
 
   private:
+    void add_sites(const Table& sites) {
+        const SiteFrames frames(sites, m_names);
+        const Cells& address = *sites.cells("address");
+        add_samples(sites, [&](std::size_t row, pprof::Sample& sample) {
+            sample.add_location_id(add_location(address[row], std::array{frames[row]}));
+        });
+    }
+
+    // A location for each frame, the leaf first; its lines are the functions that it was inlined into.
+    void add_paths(const Paths& paths) {
+        PathStacks stacks(paths, m_names);
+        const Cells& address = *paths.frames.cells("address");
+        std::vector<std::uint64_t> locations(paths.first_level.size());  // by frame; 0 is not yet there
+        add_samples(paths.nodes, [&](std::size_t row, pprof::Sample& sample) {
+            for (const std::uint32_t frame : stacks.frames(row + 1)) {
+                std::uint64_t& location = locations[frame];
+                if (location == 0) {
+                    std::vector<Place> levels;
+                    for (const std::uint32_t level : stacks.levels(frame))
+                        levels.push_back(stacks.place(level));
+                    location = add_location(frame == 0 ? 0 : address[paths.first_level[frame]], levels);
+                }
+                sample.add_location_id(location);
+            }
+        });
+    }
+
+    // Of each row that has a figure; `add_stack` gives the sample its locations.
+    template <class ADD_STACK>
+    void add_samples(const Table& table, const ADD_STACK& add_stack) {
+        std::vector<const Cells*> figures;
+        for (const SampleType& type : TYPES) figures.push_back(table.cells(meant_column(table, type.column)));
+        const std::int64_t key = literal("process");
+        for (std::size_t row = 0; row < table.rows; ++row) {
+            const auto is_zero = [row](const Cells* cells) { return (*cells)[row] == 0; };
+            if (std::all_of(figures.begin(), figures.end(), is_zero)) continue;
+            pprof::Sample& sample = *m_part.add_sample();
+            for (const Cells* cells : figures) sample.add_value((*cells)[row]);
+            add_stack(row, sample);
+            pprof::Label* label = sample.add_label();
+            label->set_key(key);
+            label->set_str(m_process);
+            if (m_part.sample_size() == SAMPLES_IN_A_PART) write_part();
+        }
+    }
+
     // Strings of the format are UTF-8; bytes that are none become question marks.
     static std::string utf8(const std::string& text) {
         std::string out = text;
@@ -132,14 +170,17 @@ class Profile {
         return found->second;
     }
 
-    std::uint64_t add_location(const Place& site, std::int64_t address) {
+    // The innermost place first.
+    std::uint64_t add_location(std::int64_t address, std::span<const Place> places) {
         pprof::Location* location = m_part.add_location();
         location->set_id(++m_locations);
-        location->set_mapping_id(mapping_number(site.module));
+        location->set_mapping_id(mapping_number(places.front().module));
         location->set_address(static_cast<std::uint64_t>(address));
-        pprof::Line* line = location->add_line();
-        line->set_function_id(function_number(site));
-        line->set_line(site.line);
+        for (const Place& place : places) {
+            pprof::Line* line = location->add_line();
+            line->set_function_id(function_number(place));
+            line->set_line(place.line);
+        }
         return m_locations;
     }
 
@@ -147,6 +188,7 @@ class Profile {
     Gzip m_gzip;
     pprof::Profile m_part;
     std::string m_serialised;
+    std::int64_t m_process = 0;
     std::uint64_t m_locations = 0;
     std::unordered_map<std::int64_t, std::size_t> m_strings;  // by number of Names
     std::unordered_map<std::int64_t, std::size_t> m_mappings;

@@ -1,5 +1,9 @@
+#include <functional>
+#include <memory>
+
 #include "tools/memview/export.h"
 #include "tools/memview/json_rows.h"
+#include "tools/memview/path_stacks.h"
 #include "tools/memview/units.h"
 
 namespace memview {
@@ -48,7 +52,8 @@ struct Measure {
 constexpr Measure MEASURES[] = {{"peak", "peak bytes", "bytes"},
                                 {"cumulative", "cumulative bytes", "bytes"},
                                 {"peak_blocks", "peak blocks", "none"},
-                                {"cumulative_blocks", "cumulative blocks", "none"}};
+                                {"cumulative_blocks", "cumulative blocks", "none"},
+                                {"temporary_blocks", "temporary blocks", "none"}};
 
 // An array with what `append` writes of each row of which the measure says something.
 template <typename Append>
@@ -64,30 +69,55 @@ void write_array(const Cells& values, std::size_t rows, const Append& append, st
     out << "]";
 }
 
-void write_profile(const Run& run, const Measure& measure, Names& names, SharedFrames& frames,
+// What a profile is made of: rows with a figure and a stack each.
+struct Samples {
+    std::size_t rows;
+    std::function<const Cells*(const char* column)> figures;                       // null when there is none
+    std::function<void(std::size_t row, std::vector<std::size_t>& frames)> stack;  // from the outside in
+};
+
+Samples samples_of_paths(const Paths& paths, Names& names, SharedFrames& frames) {
+    const auto stacks = std::make_shared<PathStacks>(paths, names);
+    return {paths.nodes.rows, [&paths](const char* column) { return paths.nodes.cells(column); },
+            [stacks, &frames](std::size_t row, std::vector<std::size_t>& stack) {
+                for (const std::uint32_t level : stacks->rows(row + 1))
+                    stack.push_back(frames.of_function(stacks->place(level)));
+            }};
+}
+
+Samples samples_of_sites(const Table& sites, Names& names, SharedFrames& frames) {
+    const auto places = std::make_shared<SiteFrames>(sites, names);
+    return {sites.rows, [&sites](const char* column) { return sites.cells(column); },
+            [places, &frames](std::size_t row, std::vector<std::size_t>& stack) {
+                const Place site = (*places)[row];
+                stack = {frames.of_name(site.module), frames.of_name(site.file), frames.of_function(site)};
+            }};
+}
+
+void write_profile(const std::string& name, const Measure& measure, const Samples& samples,
                    std::ostream& out) {
-    const Table& sites = sites_of(run);
-    const SiteFrames places(sites, names);
-    const Cells& values = *sites.cells(measure.column);
+    const Cells& values = *samples.figures(measure.column);
     std::int64_t total = 0;
-    out << "{\"type\": \"sampled\", \"name\": " << json_text(run.name + ": " + measure.title)
-        << ", \"unit\": \"" << measure.unit << "\",\n\"samples\": ";
+    std::vector<std::size_t> stack;
+    out << "{\"type\": \"sampled\", \"name\": " << json_text(name + ": " + measure.title) << ", \"unit\": \""
+        << measure.unit << "\",\n\"samples\": ";
     write_array(
-        values, sites.rows,
+        values, samples.rows,
         [&](std::size_t row, std::string& element) {
-            const Place site = places[row];
-            element += '[';
-            append_number(element, static_cast<std::int64_t>(frames.of_name(site.module)));
-            element += ',';
-            append_number(element, static_cast<std::int64_t>(frames.of_name(site.file)));
-            element += ',';
-            append_number(element, static_cast<std::int64_t>(frames.of_function(site)));
+            stack.clear();
+            samples.stack(row, stack);
+            const char* before = "[";
+            for (const std::size_t frame : stack) {
+                element += before;
+                append_number(element, static_cast<std::int64_t>(frame));
+                before = ",";
+            }
             element += ']';
         },
         out);
     out << ",\n\"weights\": ";
     write_array(
-        values, sites.rows,
+        values, samples.rows,
         [&](std::size_t row, std::string& element) {
             append_number(element, values[row]);
             total += values[row];
@@ -105,9 +135,12 @@ void export_speedscope(const Folder& folder, std::ostream& out) {
         << ", \"activeProfileIndex\": 0,\n\"profiles\": [";
     const char* before = "\n";
     for (const Run& run : folder.runs) {
+        const Samples samples = run.paths ? samples_of_paths(*run.paths, *folder.names, frames)
+                                          : samples_of_sites(sites_of(run), *folder.names, frames);
         for (const Measure& measure : MEASURES) {
+            if (samples.figures(measure.column) == nullptr) continue;
             out << before;
-            write_profile(run, measure, *folder.names, frames, out);
+            write_profile(run.name, measure, samples, out);
             before = ",\n";
         }
     }

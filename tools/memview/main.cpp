@@ -20,6 +20,7 @@
 #include "tools/memview/page.h"
 #include "tools/memview/report_kinds.h"
 #include "tools/memview/show.h"
+#include "tools/memview/show_tree.h"
 
 namespace fs = std::filesystem;
 
@@ -39,7 +40,11 @@ std::unique_ptr<Folder> read(const Options& options) {
 
 int run_show(const Options& options) {
     const auto folder = read(options);
-    show(*folder, options, standard_terminal(), std::cout);
+    const Terminal terminal = standard_terminal();
+    if (!options.as_tree) show(*folder, options, terminal, std::cout);
+    for (const Run& run : folder->runs) {
+        if (options.as_tree) show_tree(run, *folder->names, options, terminal, std::cout);
+    }
     say_left_out(*folder);
     return 0;
 }
@@ -111,7 +116,7 @@ int run_diff(const Options& options) {
     } else if (options.as_json) {
         write_output(options, [&](std::ostream& out) { write_diff_json(*diff, out); });
     } else {
-        const Terminal terminal = options.output.empty() ? standard_terminal() : Terminal{false, 0};
+        const Terminal terminal = options.output.empty() ? standard_terminal() : Terminal{false, 0, 0};
         write_output(options, [&](std::ostream& out) { print_diff(*diff, options, terminal, out); });
     }
     for (const std::string& note : diff->notes) std::cerr << "ktl_memview: " << note << "\n";

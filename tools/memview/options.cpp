@@ -45,8 +45,15 @@ CLI::Option* add_bytes(CLI::App& command, const char* name, std::optional<Amount
 }
 
 void add_top(CLI::App& command, Options& options) {
-    command.add_option("--top", options.top, "Rows of each table; 0 for all")
-        ->capture_default_str()
+    command
+        .add_option_function<std::size_t>(
+            "--top",
+            [&options](std::size_t rows) {
+                options.top = rows;
+                options.is_top_given = true;
+            },
+            "Rows of each table; 0 for all")
+        ->default_str(std::to_string(options.top))
         ->type_name("N");
 }
 
@@ -64,8 +71,9 @@ void add_measure(CLI::App& command, Options& options, const char* text) {
 
 void add_selection(CLI::App& command, Options& options) {
     command.add_option("--sort", options.sort, std::string("Sort by this figure, or \"name\""))
-        ->check(CLI::IsMember({"peak", "max", "current", "cumulative", "requested", "mismatched",
-                               "peak_blocks", "current_blocks", "cumulative_blocks", "name"}))
+        ->check(
+            CLI::IsMember({"peak", "max", "current", "cumulative", "requested", "mismatched", "peak_blocks",
+                           "current_blocks", "cumulative_blocks", "temporary_blocks", "name"}))
         ->capture_default_str()
         ->type_name("COLUMN");
     add_top(command, options);
@@ -81,6 +89,10 @@ void add_show(CLI::App& app, Options& options) {
     add_folders(*command, options);
     add_selection(*command, options);
     add_full_names(*command, options);
+    command
+        ->add_flag("--tree", options.as_tree,
+                   "Show who called for the memory as a tree with shares, by the figure of --sort")
+        ->excludes(command->get_option("--match"));
 }
 
 void add_html(CLI::App& app, Options& options) {

@@ -35,6 +35,8 @@ struct Options {
 
     std::string sort = "peak";
     std::size_t top = 10;
+    bool is_top_given = false;
+    bool as_tree = false;
     std::string match;
     bool full_names = false;
     std::string output;

@@ -31,6 +31,7 @@ Terminal standard_terminal() {
     winsize size{};
     if (is_terminal && ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
         terminal.width = size.ws_col;
+    terminal.height = is_terminal ? size.ws_row : 0;
     std::size_t columns = 0;
     if (parse_number(environment("COLUMNS"), columns)) terminal.width = columns;
     return terminal;

@@ -11,6 +11,7 @@ namespace memview {
 struct Terminal {
     bool colour = false;
     std::size_t width = 120;  // 0: rows may be as long as they like
+    std::size_t height = 0;   // 0: there may be as many rows as there are
 };
 
 // Of standard output. A pipe or file has no colour and no need to shorten.

@@ -3,7 +3,7 @@ const ROWS_AT_A_TIME = 100;
 
 const TABLE_TITLES = {
   sites: 'Call sites', modules: 'Modules', bins: 'Bins', tags: 'Tags', leaks: 'Leaks', fast_leaks: 'Fast leak summaries',
-  filtered: 'Filtered frames', totals: 'Totals',
+  filtered: 'Filtered frames', totals: 'Totals', paths: 'Paths',
 };
 
 const csvCell = (value) => (/[",\r\n]/.test(value) ? '"' + String(value).replaceAll('"', '""') + '"' : String(value));

@@ -1,0 +1,43 @@
+#pragma once
+
+// The stacks that the nodes of call paths stand for.
+
+#include <span>
+#include <vector>
+
+#include "tools/memview/model.h"
+#include "tools/memview/places.h"
+
+namespace memview {
+
+class PathStacks {
+  public:
+    static constexpr std::uint32_t DEEPER_ROW =
+        UINT32_MAX;  // of what lay beyond the depth that the tracker looks to
+
+    // The names are those of the paths, which must outlive this.
+    PathStacks(const Paths& paths, Names& names);
+
+    // Frames of the report, from the leaf outwards; 0 is what lay deeper. Valid until the next call.
+    std::span<const std::uint32_t> frames(std::size_t node);
+    // Rows of the frames' table, from the outside in, with a row for each inlined function. Valid until the
+    // next call.
+    std::span<const std::uint32_t> rows(std::size_t node);
+    // The rows of one frame, the innermost function first.
+    std::span<const std::uint32_t> levels(std::uint32_t frame);
+    // What a row is called, with file and line.
+    Place place(std::uint32_t row) const;
+
+  private:
+    const Paths& m_paths;
+    const Cells& m_parents;
+    const Cells& m_frames;
+    PlaceReader m_places;
+    Place m_deeper;
+    Names& m_names;
+    std::vector<std::uint32_t> m_stack;
+    std::vector<std::uint32_t> m_rows;
+    std::vector<std::uint32_t> m_levels;
+};
+
+}  // namespace memview
