@@ -5,7 +5,7 @@ install(TARGETS ktl_mem EXPORT ktl_mem-targets LIBRARY DESTINATION ${CMAKE_INSTA
 install(DIRECTORY include/ktl_mem DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 # The suite's libraries that a host may meet: its thread start, its notifier, its answers about faults.
 install(FILES platform/ktl_thr.h platform/rvm_barebones.h platform/ktl_main_globals.h
-              platform/structured_exceptions.h
+              platform/exception_pointers.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/platform)
 
 install(EXPORT ktl_mem-targets NAMESPACE ktl_mem:: FILE ktl_mem-targets.cmake

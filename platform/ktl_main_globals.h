@@ -7,8 +7,7 @@
 #include <atomic>
 
 #include "ktl_mem/export.h"
-
-struct EXCEPTION_POINTERS;
+#include "platform/exception_pointers.h"
 
 extern "C" {
 // Whether exception handling is enabled in this process. Asked once, while the library loads.

@@ -1,4 +1,5 @@
 #include "platform/ktl_thr.h"
+#include "platform/thread_wrappers.h"
 
 #include <pthread.h>
 

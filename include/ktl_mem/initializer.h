@@ -8,7 +8,9 @@
 
 // A module of the host holds one object with static lifetime. The library owns one itself, named "MEM", so
 // the library is up before any code of the host runs. The last object to die ends tracking, writes the
-// reports and frees the tables; after that the library answers calls and tracks nothing.
+// reports and frees the tables; after that the library answers calls and tracks nothing. An object that never
+// dies, as one on the heap that nobody deletes, keeps that from happening: the process ends without reports
+// unless the host calls mem_shutdown_tbb_tracking (ktl_mem/reports.h).
 //
 // Construction and destruction are safe from any thread and must not happen in an allocator hook.
 class KTL_MEM_API MEM_INITIALIZER {

@@ -19,7 +19,9 @@
 
 // An empty tag leaves the current tag as it is. While modules are tracked, a tag that is not empty also
 // becomes the timeline label (ktl_mem/timelines.h). Any text is taken; a tab in it breaks the columns of the
-// reports. At most 65,536 different full names may be in use as current bins.
+// reports. At most 65,536 different full names may be in use as current bins. Only the samples of the
+// tag timeline test that: one that is taken while a bin past the limit is current is an internal error and
+// ends the process.
 KTL_MEM_API void mem_open_profile_bin(const std::string& name, const std::string& tag);
 
 // Closes the latest open bin. `tag` is the tag of its open. The three results must not be null. In bytes of

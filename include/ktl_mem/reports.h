@@ -3,6 +3,8 @@
 //
 // Streams stay open and belong to the caller. What is set on them (base, width, locale) does not change a
 // report. A stream in a failed state costs the text and nothing else. What a stream throws passes through.
+// What a stream allocates meanwhile is not tracked, while the free of that is, if tracking is on by then: it
+// comes off OTHER, which so falls below zero. A stream with a buffer of its own before the call avoids that.
 //
 // The calls are safe from any thread while others allocate, sample, flush and reset; events that reach a
 // sample point of the data being written wait for the end. A stream must therefore not need another thread

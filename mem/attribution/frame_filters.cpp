@@ -25,6 +25,10 @@ constexpr std::array<std::string_view, 3> filtered_files = {"my_utils.cpp", "plr
 constexpr std::array<std::string_view, 5> system_modules = {"c", "stdc++", "gcc_s", "ld-linux-x86-64",
                                                             "linux-vdso"};
 
+// Where the C library has functions that are inlined into the program, such as getline.
+constexpr std::array<std::string_view, 2> header_folders = {"/usr/include/x86_64-linux-gnu/bits/",
+                                                            "/usr/include/bits/"};
+
 bool begins_with_any(std::string_view text, const auto& prefixes) {
     return std::ranges::any_of(prefixes,
                                [text](std::string_view prefix) { return text.starts_with(prefix); });
@@ -70,7 +74,7 @@ bool mem_frame_is_filtered(const char* file, const char* function) {
     const std::string_view name = function;
     if (path.empty() || name.empty()) return true;
     if (begins_with_any(name, filtered_functions) || begins_with_any(name, mem_filter_functions)) return true;
-    if (is_bare_name_of_library(name, path)) return true;
+    if (is_bare_name_of_library(name, path) || begins_with_any(path, header_folders)) return true;
     const std::size_t separator = path.find_last_of("/\\");
     if (separator == std::string_view::npos) return false;
     const std::string_view base = path.substr(separator + 1);

@@ -3,57 +3,55 @@
 #include <fstream>
 #include <iterator>
 #include <limits>
-#include <sstream>
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "ktl_mem/services.h"
+#include "mem/attribution/filter_line.h"
 #include "mem/attribution/frame_filters.h"
 #include "mem/base/messages.h"
 
 namespace {
 
-struct FILTER_COMMAND {
-    std::string_view word;
-    std::vector<std::string>* list;
-    const char* name;  // as the messages call it
-};
+void accept(std::vector<std::string>& list, const char* name, const std::string& argument) {
+    list.push_back(argument);
+    mem_msg_debug("accepting %s filter: \"%s\"", name, argument.c_str());
+}
 
-const FILTER_COMMAND* find_command(const std::string& word) {
-    static const std::array<FILTER_COMMAND, 3> commands = {{
-        {"filter_module", &mem_filter_modules, "module"},
-        {"filter_file_basename", &mem_filter_file_basenames, "file basename"},
-        {"filter_function", &mem_filter_functions, "function"},
-    }};
-    for (const FILTER_COMMAND& command : commands) {
-        if (command.word == word) return &command;
+void tell(const MEM_FILTER_LINE& line, int number) {
+    switch (line.fault) {
+        case MEM_FILTER_FAULT::unexpected_command:
+            mem_msg_debug("line %d: unexpected filter command: \"%s\"", number, line.argument.c_str());
+            break;
+        case MEM_FILTER_FAULT::missing_argument:
+            mem_msg_debug("lineno %d: missing filter argument", number);
+            break;
+        case MEM_FILTER_FAULT::text_behind_argument:
+            mem_msg_debug("lineno %d: unexpected text following filter argument", number);
+            break;
+        case MEM_FILTER_FAULT::none:
+            break;
     }
-    return nullptr;
 }
 
 enum class LINE { EMPTY, ACCEPTED, ERROR };
 
 LINE read_line(const std::string& text, int number) {
-    std::istringstream words(text);
-    std::string command_word;
-    if (!(words >> command_word) || command_word == "#") return LINE::EMPTY;
-    const FILTER_COMMAND* command = find_command(command_word);
-    if (command == nullptr) {
-        mem_msg_debug("line %d: unexpected filter command: \"%s\"", number, command_word.c_str());
-        return LINE::ERROR;
+    const MEM_FILTER_LINE line = mem_parse_filter_line(text);
+    tell(line, number);
+    switch (line.command) {
+        case MEM_FILTER_COMMAND::module:
+            accept(mem_filter_modules, "module", line.argument);
+            break;
+        case MEM_FILTER_COMMAND::file_basename:
+            accept(mem_filter_file_basenames, "file basename", line.argument);
+            break;
+        case MEM_FILTER_COMMAND::function:
+            accept(mem_filter_functions, "function", line.argument);
+            break;
+        case MEM_FILTER_COMMAND::none:
+            return line.fault == MEM_FILTER_FAULT::none ? LINE::EMPTY : LINE::ERROR;
     }
-    std::string argument;
-    if (!(words >> argument) || argument == "#") {
-        mem_msg_debug("lineno %d: missing filter argument", number);
-        return LINE::ERROR;
-    }
-    std::string more;
-    if (words >> more && more != "#") {
-        mem_msg_debug("lineno %d: unexpected text following filter argument", number);
-        return LINE::ERROR;
-    }
-    command->list->push_back(argument);
-    mem_msg_debug("accepting %s filter: \"%s\"", command->name, argument.c_str());
     return LINE::ACCEPTED;
 }
 

@@ -10,10 +10,10 @@
 #include "mem/base/thread_state.h"
 #include "mem/frame/process_end.h"
 #include "mem/frame/reserves.h"
-#include "platform/ktl_thr.h"
 #include "platform/new_mode.h"
 #include "platform/process_memory.h"
 #include "platform/standard_streams.h"
+#include "platform/thread_wrappers.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include "mem/base/counted_lock.h"
 #include "mem/frame/out_of_memory.h"
 #include "mem/frame/reserves.h"
-#include "platform/ktl_thr.h"
+#include "platform/thread_wrappers.h"
 
 namespace {
 

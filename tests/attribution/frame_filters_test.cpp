@@ -88,10 +88,11 @@ TEST_F(FRAME_FILTERS, files) {
                             "/a/my_utils.cpp",
                             "/a/plr_mem_interface.cpp",
                             "/a/tbb_concurrent_hash_map_sys.h",
+                            "/usr/include/x86_64-linux-gnu/bits/stdio.h",
                             "/a/gen_code.cpp"};
     // No base name without a separator.
-    const WORDS kept = {"mem_pool.cpp",     "/mem_a/run.cpp",   "/a/my_utils.h",
-                        "/a/my_utils.cppm", "/a/code_gen_.cpp", "Unknown"};
+    const WORDS kept = {"mem_pool.cpp",     "/mem_a/run.cpp",  "/a/my_utils.h", "/a/my_utils.cppm",
+                        "/a/code_gen_.cpp", "/a/bits/stdio.h", "Unknown"};
     for (const char* file : filtered) EXPECT_TRUE(mem_frame_is_filtered(file, "run()")) << file;
     for (const char* file : kept) EXPECT_FALSE(mem_frame_is_filtered(file, "run()")) << file;
     EXPECT_TRUE(mem_frame_is_filtered("Unknown", "std::run()"));

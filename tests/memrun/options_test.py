@@ -49,8 +49,9 @@ class Options(LauncherTest):
         self.assertEqual(sum("size=1000, type=alloc" in line for line in lines), 3)
 
     def test_settings_reach_the_tracker(self):
-        (self.folder / "filters").write_text("filter_function (anonymous\n")
-        self.run_tracked("--filters", "filters", SUBJECT, "leak")
+        (self.folder / "filters").write_text("filter_function (anonymous\nfilter_modul x\n\nfilter_module\n")
+        wrong = self.run_tracked("--filters", "filters", SUBJECT, "leak").stderr
+        self.assertIn(b"2 lines of 'filters' have no effect: 2 (no filter command), 4 (no argument)", wrong)
         sites = self.rows("mem_tbb_fileline.memrun_subject.log")
         self.assertTrue(any(row["Function"].startswith("main") for row in sites), sites)
         self.assertFalse(any("hold(" in row["Function"] for row in sites), sites)
@@ -191,6 +192,12 @@ class Refusals(LauncherTest):
                                         (126, "No such file", self.patched("no-loader", b"/lib64/ld-linux", 0x2E)),
                                         (126, "another architecture", self.patched("foreign", 18, 0xB7))):
             self.refuse(status, reason, program)
+
+    def test_sanitized_programs_are_refused(self):
+        (self.folder / "main.c").write_text("int main(void) { return 5; }")
+        for option, name in (("address", "AddressSanitizer"), ("thread", "ThreadSanitizer"), ("leak", "LeakSanitizer")):
+            self.assertEqual(self.run_plain("gcc", "-fsanitize=" + option, "main.c", "-o", option).returncode, 0)
+            self.refuse(126, f"is built with {name}", self.folder / option)
 
     def test_folders_with_reports_are_kept(self):
         self.run_tracked("--name", "old", SUBJECT, "leak")

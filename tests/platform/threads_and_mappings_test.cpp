@@ -2,6 +2,7 @@
 
 #include "platform/ktl_thr.h"
 #include "platform/rvm_barebones.h"
+#include "platform/thread_wrappers.h"
 
 namespace {
 

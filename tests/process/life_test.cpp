@@ -26,6 +26,15 @@ TEST(Life, LeavesItsReportsWhateverTurnItTakes) {
         EXPECT_TRUE(expect(life).has_call_site(call_site)) << life.command;
 }
 
+// The library outranks the environment, and is found by its name when somebody else has loaded it.
+TEST(Life, TakesItsKeysFromTheConfigurationLibrary) {
+    const std::string settings = "debug_msg=on mem_profile_stack_trace_ignore_depth=6 ";
+    const std::string preloaded = settings + "LD_PRELOAD=" TCMALLOC_MINIMAL ":" KTL_MEM;
+    const std::string beside_it = preloaded + ":" BUILT "/libktl_cfg_ini.so";
+    EXPECT_TRUE(expect({"plain_host", beside_it, "(.|\n)* to 4\n(.|\n)*"}).has_call_site("plain_host.cpp"));
+    EXPECT_TRUE(expect({"plain_host", preloaded, "(.|\n)* to 6\n(.|\n)*"}).files.empty());
+}
+
 TEST(Life, EndsAsItWouldWithoutStandardStreamsAndWithFilesThatMayNotGrow) {
     const ENDING ending =
         expect({"sh -c 'ulimit -f 1; exec tracked_host exit <&- >&- 2>&-'", sampled, "", "exit 5"});

@@ -9,6 +9,7 @@
 #include "tools/memrun/contract.h"
 #include "tools/memrun/environment.h"
 #include "tools/memrun/failure.h"
+#include "tools/memrun/filters.h"
 #include "tools/memrun/libraries.h"
 #include "tools/memrun/link/event_loop.h"
 #include "tools/memrun/link/server.h"
@@ -24,10 +25,11 @@ namespace memrun {
 
 namespace {
 
-void require_readable_filters(const Options& options) {
+void look_at_filters(const Options& options) {
     if (options.filters.empty()) return;
-    if (std::filesystem::is_directory(options.filters) || !std::ifstream(options.filters))
-        throw Failure(status_launcher_fault, "the filters file '" + options.filters + "' cannot be read");
+    require_readable_filters(options.filters);
+    const std::string wrong = wrong_filter_lines(options.filters);
+    if (!wrong.empty() && !options.quiet) std::cerr << "ktl_memrun: " << wrong << std::endl;
 }
 
 std::vector<std::string> own_environment() {
@@ -46,7 +48,7 @@ std::vector<std::string> prepare(const Options& options, const Libraries& librar
 }
 
 Ending track(const Options& options) {
-    require_readable_filters(options);
+    look_at_filters(options);
     const Program program = find_program(options.command);
     const Libraries libraries = find_libraries();
     // Cut, so that the names of folder and files that are made of it stay possible.
