@@ -4,6 +4,7 @@
 
 #include "mem/base/atomic_maximum.h"
 #include "mem/base/profiler_counters.h"
+#include "mem/base/thread_state.h"
 #include "mem/base/undestroyed.h"
 
 MEM_PROFILER_COUNTERS mem_tbb_profiler_counters;
@@ -20,8 +21,11 @@ std::int64_t greater(const std::atomic<std::int64_t>& word, std::int64_t value) 
 
 constinit MEM_STATS_COUNTS& mem_stats = counts.object;
 
-MEM_BASE_STATS MEM_STATS_COUNTS::current() const {
-    return {tally.current_bytes(), tally.current_blocks()};
+MEM_BASE_STATS MEM_STATS_COUNTS::current() {
+    // A signal may have come in the middle of an event of this thread, whose locks can't be waited for.
+    if (mem_thread_state.in_tracker) return {tally.peek_at_current_bytes(), tally.peek_at_current_blocks()};
+    const MEM_TALLY_FIGURES now = tally.read();
+    return {now.current_bytes, now.current_blocks};
 }
 
 MEM_BASE_STATS MEM_STATS_COUNTS::peak() const {
@@ -67,7 +71,7 @@ MEM_BASE_STATS mem_enter_local_region() {
     // Ahead of it as far as possible, so that nobody sees the peak fall meanwhile.
     mem_raise(mem_stats.peak_bytes, mem_stats.tally.highest_bytes());
     mem_raise(mem_stats.peak_blocks, mem_stats.tally.highest_blocks());
-    const MEMORY_TRACKER_BASE before = mem_stats.tally.restart_highest();
+    const MEM_TALLY_FIGURES before = mem_stats.tally.restart_highest();
     mem_raise(mem_stats.peak_bytes, before.max_bytes);
     mem_raise(mem_stats.peak_blocks, before.max_blocks);
     mem_stats.local_peak_bytes.store(before.current_bytes, std::memory_order_relaxed);

@@ -16,7 +16,7 @@ struct MEM_STATS_COUNTS {
     std::atomic<std::int64_t> local_peak_bytes;
     std::atomic<std::int64_t> local_peak_blocks;
 
-    MEM_BASE_STATS current() const;
+    MEM_BASE_STATS current();
     MEM_BASE_STATS peak() const;
     MEM_BASE_STATS local_peak() const;
 };

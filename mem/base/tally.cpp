@@ -1,92 +1,146 @@
 #include "mem/base/tally.h"
 
+#include <bit>
 #include <memory>
 #include <mutex>
 #include <new>
-#include <span>
 
-#include "mem/base/stripes.h"
 #include "platform/kept_errno.h"
 
 namespace {
 
+using COUNTS = MEM_TALLY_COUNTS;
 using SHARE = MEM_TALLY_SHARE;
-
-constexpr std::uint32_t share_count = 16;
 
 // A settlement costs about as much as that many charges at a crowded home. When a number of them was not
 // worth it, threads meet at home again for a number of charges, which doubles from time to time.
-constexpr std::int64_t charges_worth_a_settlement = 8;
+constexpr std::int64_t charges_worth_a_settlement = 12;
 constexpr int settlements_a_look = 64;
-constexpr std::int64_t shortest_stay = 1024;
+constexpr std::int64_t shortest_stay = 4096;
 constexpr int most_doublings = 10;
 
 // As the highest number of blocks, this is out of reach.
-constexpr std::int32_t ignored_blocks = std::numeric_limits<std::int32_t>::max();
+constexpr std::int64_t ignored_blocks = std::numeric_limits<std::int64_t>::max();
 
 // to - from, or the nearest value there is.
-template <class T>
-T distance(T from, T to) {
-    T result = 0;
+std::int64_t distance(std::int64_t from, std::int64_t to) {
+    std::int64_t result = 0;
     if (!__builtin_sub_overflow(to, from, &result)) return result;
-    return to > from ? std::numeric_limits<T>::max() : std::numeric_limits<T>::min();
+    return to > from ? std::numeric_limits<std::int64_t>::max() : std::numeric_limits<std::int64_t>::min();
 }
 
-template <class T>
-T sum_at_most(T count, T room) {
-    T sum = 0;
-    return __builtin_add_overflow(count, room, &sum) ? std::numeric_limits<T>::max() : sum;
+std::int64_t sum_at_most(std::int64_t count, std::int64_t room) {
+    std::int64_t sum = 0;
+    return __builtin_add_overflow(count, room, &sum) ? std::numeric_limits<std::int64_t>::max() : sum;
 }
 
-// The highest sum of a count over all shares, and what each of them may rise to. All locks are held for
+std::int32_t nearest_in_32_bits(std::int64_t value) {
+    using LIMITS = std::numeric_limits<std::int32_t>;
+    return static_cast<std::int32_t>(std::clamp<std::int64_t>(value, LIMITS::min(), LIMITS::max()));
+}
+
+// The shares of the groups that threads have had turns in; the others are empty.
+class SHARES_IN_USE {
+  public:
+    explicit SHARES_IN_USE(SHARE* every_share) : all(every_share) {}
+
+    template <class VISIT>
+    void for_each(VISIT visit) const {
+        for (std::uint32_t left = mem_share_groups_in_use(); left != 0; left &= left - 1)
+            visit(all[std::countr_zero(left)]);
+    }
+
+  private:
+    SHARE* all;
+};
+
+// The highest sum of a count over all shares, and what each of them may rise to. All shares are held for
 // changes; the maximum is atomic for those who only peek.
-template <class T, std::atomic<T> SHARE::*COUNT, std::atomic<T> SHARE::*LIMIT>
+template <std::atomic<std::int64_t> COUNTS::*COUNT, std::atomic<std::int64_t> SHARE::*LIMIT>
 struct MAXIMUM {
-    std::atomic<T> highest{0};
+    std::atomic<std::int64_t> highest{0};
 
     // After a charge to a share. The sum is the present one.
-    void settle(SHARE& charged, std::span<SHARE> shares, T sum) {
-        if (take_room(charged, shares)) return;
+    void settle(SHARE& charged, const SHARES_IN_USE& shares, std::int64_t sum) {
+        if (even_out(charged, shares)) return;
         SHARE::set(highest, std::max(SHARE::get(highest), sum));
         give_all_room_to(charged, shares, sum);
     }
 
     // Where the sum is above the highest value already, every share settles at its next charge.
-    void give_all_room_to(SHARE& owner, std::span<SHARE> shares, T sum) const {
-        const T all_room = distance(sum, SHARE::get(highest));
-        for (SHARE& share : shares)
-            SHARE::set(share.*LIMIT, all_room < 0 ? std::numeric_limits<T>::min() : SHARE::get(share.*COUNT));
+    void give_all_room_to(SHARE& owner, const SHARES_IN_USE& shares, std::int64_t sum) const {
+        const std::int64_t all_room = distance(sum, SHARE::get(highest));
+        shares.for_each([&](SHARE& share) {
+            const bool is_above = all_room < 0;
+            SHARE::set(share.*LIMIT,
+                       is_above ? std::numeric_limits<std::int64_t>::min() : SHARE::get(share.*COUNT));
+        });
         if (all_room > 0) give_room(owner, all_room);
     }
 
   private:
-    static T room(const SHARE& share) { return distance(SHARE::get(share.*COUNT), SHARE::get(share.*LIMIT)); }
-    static void give_room(SHARE& share, T more) {
+    static std::int64_t room(const SHARE& share) {
+        return distance(SHARE::get(share.*COUNT), SHARE::get(share.*LIMIT));
+    }
+    static void give_room(SHARE& share, std::int64_t more) {
         SHARE::set(share.*LIMIT, sum_at_most(SHARE::get(share.*LIMIT), more));
     }
 
-    // Until the share is within its limit. False when the others have not enough.
-    static bool take_room(SHARE& taker, std::span<SHARE> shares) {
-        while (room(taker) < 0) {
-            const auto richest =
-                std::max_element(shares.begin(), shares.end(),
-                                 [](const SHARE& a, const SHARE& b) { return room(a) < room(b); });
-            const T most = room(*richest);
-            if (most <= 0) return false;
-            const auto taken = static_cast<T>(most - most / 2);
-            SHARE::move(*richest.*LIMIT, -taken);
-            give_room(taker, taken);
-        }
-        return true;
+    // Gives the share as much room as the one that has most, and more until it is within its limit. False
+    // when the others have not enough. A share that settles for want of one count is evened out in both, so
+    // that it does not come again at once for want of the other.
+    static bool even_out(SHARE& taker, const SHARES_IN_USE& shares) {
+        do {
+            SHARE* richest = &taker;
+            shares.for_each([&](SHARE& share) {
+                if (room(share) > room(*richest)) richest = &share;
+            });
+            const std::int64_t most = room(*richest), mine = room(taker);
+            if (most <= 0) break;
+            const std::int64_t half = mine < 0 ? most - most / 2 : (most - mine) / 2;
+            SHARE::move(*richest.*LIMIT, -half);
+            give_room(taker, half);
+        } while (room(taker) < 0);
+        return room(taker) >= 0;
     }
 };
 
 }  // namespace
 
+MEM_TALLY_FIGURES::operator MEMORY_TRACKER_BASE() const {
+    MEMORY_TRACKER_BASE record;
+    record.current_blocks = nearest_in_32_bits(current_blocks);
+    record.max_blocks = nearest_in_32_bits(max_blocks);
+    record.cumulative_blocks = cumulative_blocks;
+    record.current_bytes = current_bytes;
+    record.max_bytes = max_bytes;
+    record.cumulative_bytes = cumulative_bytes;
+    record.cumulative_requested_bytes = cumulative_requested_bytes;
+    record.cumulative_mismatched_bytes = cumulative_mismatched_bytes;
+    return record;
+}
+
+namespace {
+
+constexpr std::atomic<std::int64_t> COUNTS::*every_count[] = {
+    &COUNTS::blocks, &COUNTS::bytes, &COUNTS::cumulative_blocks, &COUNTS::cumulative_bytes,
+    &COUNTS::cumulative_requested_bytes};
+
+}  // namespace
+
+void MEM_TALLY_COUNTS::clear() {
+    for (const auto count : every_count) set(this->*count, 0);
+}
+
+void MEM_TALLY_COUNTS::take_over(MEM_TALLY_COUNTS& from) {
+    for (const auto count : every_count) move(this->*count, get(from.*count));
+    from.clear();
+}
+
 struct MEM_TALLY::SHARES {
-    SHARE all[share_count];
-    MAXIMUM<std::int32_t, &SHARE::blocks, &SHARE::blocks_limit> blocks;
-    MAXIMUM<std::int64_t, &SHARE::bytes, &SHARE::bytes_limit> bytes;
+    SHARE all[mem_share_groups];
+    MAXIMUM<&COUNTS::blocks, &SHARE::blocks_limit> blocks;
+    MAXIMUM<&COUNTS::bytes, &SHARE::bytes_limit> bytes;
 
     // Guarded by all locks of the tally together.
     int settlements = 0;              // since the latest look back
@@ -94,96 +148,98 @@ struct MEM_TALLY::SHARES {
     int stays = 0;                    // at home, since settlements were last worth it
     std::int64_t stay_ends_at = 0;    // by the charges that came home
 
-    SHARE& own() { return all[mem_thread_stripe().index % share_count]; }
+    SHARE& own() { return all[mem_thread_stripe().index % mem_share_groups]; }
+    SHARES_IN_USE in_use() { return SHARES_IN_USE(all); }
 };
 
 MEM_TALLY::~MEM_TALLY() {
     delete shares.load(std::memory_order_relaxed);
 }
 
-template <class VISIT>
-void MEM_TALLY::for_each_share(VISIT&& visit) const {
+std::int64_t MEM_TALLY::sum(std::atomic<std::int64_t> COUNTS::*counter) const {
+    std::int64_t sum = COUNTS::get(home.*counter);
     // Acquire: who sees the shares sees them made.
     if (SHARES* made = shares.load(std::memory_order_acquire))
-        for (SHARE& share : made->all) visit(share);
-}
-
-template <class T>
-T MEM_TALLY::sum(std::atomic<T> SHARE::*counter) const {
-    T sum = SHARE::get(home.*counter);
-    for_each_share([&](const SHARE& share) { sum += SHARE::get(share.*counter); });
+        made->in_use().for_each([&](const SHARE& share) { sum += COUNTS::get(share.*counter); });
     return sum;
 }
 
-std::int64_t MEM_TALLY::current_bytes() const {
-    return sum(&SHARE::bytes);
-}
-std::int32_t MEM_TALLY::current_blocks() const {
-    return sum(&SHARE::blocks);
-}
 std::int64_t MEM_TALLY::highest_bytes() const {
     const SHARES* made = is_spread() ? shares.load(std::memory_order_acquire) : nullptr;
-    return made != nullptr ? SHARE::get(made->bytes.highest) : SHARE::get(home.bytes_limit);
+    return COUNTS::get(made != nullptr ? made->bytes.highest : home.highest_bytes);
 }
-std::int32_t MEM_TALLY::highest_blocks() const {
+std::int64_t MEM_TALLY::highest_blocks() const {
     const SHARES* made = is_spread() ? shares.load(std::memory_order_acquire) : nullptr;
-    return made != nullptr ? SHARE::get(made->blocks.highest) : SHARE::get(home.blocks_limit);
+    return COUNTS::get(made != nullptr ? made->blocks.highest : home.highest_blocks);
 }
 
 void MEM_TALLY::hold() {
+    mem_hold_shares();
     home.lock.lock();
-    for_each_share([](SHARE& share) { share.lock.lock(); });
 }
 
-MEMORY_TRACKER_BASE MEM_TALLY::held() const {
-    MEMORY_TRACKER_BASE now;
-    now.current_blocks = current_blocks();
-    now.current_bytes = current_bytes();
+MEM_TALLY_FIGURES MEM_TALLY::held() const {
+    MEM_TALLY_FIGURES now;
+    now.current_blocks = sum(&COUNTS::blocks);
+    now.current_bytes = sum(&COUNTS::bytes);
     now.max_blocks = highest_blocks();
     now.max_bytes = highest_bytes();
-    now.cumulative_blocks = sum(&SHARE::cumulative_blocks);
-    now.cumulative_bytes = sum(&SHARE::cumulative_bytes);
-    now.cumulative_requested_bytes = sum(&SHARE::cumulative_requested_bytes);
-    now.cumulative_mismatched_bytes = sum(&SHARE::cumulative_mismatched_bytes);
+    now.cumulative_blocks = sum(&COUNTS::cumulative_blocks);
+    now.cumulative_bytes = sum(&COUNTS::cumulative_bytes);
+    now.cumulative_requested_bytes = sum(&COUNTS::cumulative_requested_bytes);
+    now.cumulative_mismatched_bytes = COUNTS::get(mismatched_at_home);
+    if (SHARES* made = shares.load(std::memory_order_relaxed))
+        made->in_use().for_each([&](const SHARE& share) {
+            now.cumulative_mismatched_bytes += SHARE::get(share.cumulative_mismatched_bytes);
+        });
     return now;
 }
 
 void MEM_TALLY::release() {
-    for_each_share([](SHARE& share) { share.lock.unlock(); });
     home.lock.unlock();
+    mem_release_shares();
 }
 
 void MEM_TALLY::renew_locks() {
-    release();
+    mem_renew_share_locks();
+    home.lock.unlock();
 }
 
-MEMORY_TRACKER_BASE MEM_TALLY::read() {
+MEM_TALLY_FIGURES MEM_TALLY::read() {
+    {
+        const std::lock_guard<MEM_SPIN_LOCK> guard(home.lock);
+        if (!is_spread()) return held();
+    }
     hold();
-    const MEMORY_TRACKER_BASE now = held();
+    const MEM_TALLY_FIGURES now = held();
     release();
     return now;
 }
 
 void MEM_TALLY::charge_share(std::uint64_t requested, std::uint64_t allocated) {
-    SHARES* made = shares.load(std::memory_order_acquire);
-    if (made != nullptr) {
-        SHARE& own = made->own();
-        const std::lock_guard<MEM_SPIN_LOCK> guard(own.lock);
-        if (own.is_open.load(std::memory_order_relaxed) && own.has_room_for(allocated)) [[likely]] {
-            own.add(requested, allocated);
-            return;
+    {
+        const MEM_SHARE_TURN turn;
+        // Whoever spreads or gathers holds all shares, so that a turn sees a tally whole.
+        if (is_spread()) [[likely]] {
+            SHARE& own = shares.load(std::memory_order_relaxed)->all[turn.group];
+            if (own.has_room_for(allocated)) [[likely]] {
+                own.add(requested, allocated);
+                return;
+            }
         }
     }
     // Whoever spreads or gathers meanwhile sends this thread round again.
-    if (made == nullptr || !settle(requested, allocated)) charge(requested, allocated);
+    if (!settle(requested, allocated)) charge(requested, allocated);
 }
 
 void MEM_TALLY::discharge_share(std::uint64_t allocated, std::uint64_t mismatched) {
-    if (SHARES* made = shares.load(std::memory_order_acquire)) {
-        SHARE& own = made->own();
-        const std::lock_guard<MEM_SPIN_LOCK> guard(own.lock);
-        if (own.is_open.load(std::memory_order_relaxed)) [[likely]] {
-            own.remove(allocated, mismatched);
+    {
+        const MEM_SHARE_TURN turn;
+        if (is_spread()) [[likely]] {
+            SHARE& own = shares.load(std::memory_order_relaxed)->all[turn.group];
+            own.remove(allocated);
+            if (mismatched != 0) [[unlikely]]
+                SHARE::move(own.cumulative_mismatched_bytes, static_cast<std::int64_t>(mismatched));
             return;
         }
     }
@@ -198,8 +254,8 @@ bool MEM_TALLY::settle(std::uint64_t requested, std::uint64_t allocated) {
         SHARES& made = *shares.load(std::memory_order_relaxed);
         SHARE& own = made.own();
         own.add(requested, allocated);
-        made.blocks.settle(own, made.all, current_blocks());
-        made.bytes.settle(own, made.all, current_bytes());
+        made.blocks.settle(own, made.in_use(), sum(&COUNTS::blocks));
+        made.bytes.settle(own, made.in_use(), sum(&COUNTS::bytes));
         if (++made.settlements == settlements_a_look) look_back();
     }
     release();
@@ -209,7 +265,7 @@ bool MEM_TALLY::settle(std::uint64_t requested, std::uint64_t allocated) {
 // Whether the latest settlements were worth it.
 void MEM_TALLY::look_back() {
     SHARES& made = *shares.load(std::memory_order_relaxed);
-    const std::int64_t charges = sum(&SHARE::cumulative_blocks);
+    const std::int64_t charges = sum(&COUNTS::cumulative_blocks);
     const bool is_worth_it = charges - made.charges_before >= settlements_a_look * charges_worth_a_settlement;
     made.settlements = 0;
     made.charges_before = charges;
@@ -222,76 +278,67 @@ void MEM_TALLY::look_back() {
 
 void MEM_TALLY::give_all_room_to(SHARE& owner) {
     SHARES& made = *shares.load(std::memory_order_relaxed);
-    made.blocks.give_all_room_to(owner, made.all, current_blocks());
-    made.bytes.give_all_room_to(owner, made.all, current_bytes());
+    made.blocks.give_all_room_to(owner, made.in_use(), sum(&COUNTS::blocks));
+    made.bytes.give_all_room_to(owner, made.in_use(), sum(&COUNTS::bytes));
 }
 
-// Threads have met at home again and again. Without memory for shares they go on to.
+// Threads have taken turns at home again and again. Without memory for shares they go on to.
 void MEM_TALLY::spread_out() {
     const KEPT_ERRNO errno_is_kept;
     // Made outside the locks, since the allocator may take its time.
     std::unique_ptr<SHARES> fresh(
         shares.load(std::memory_order_relaxed) != nullptr ? nullptr : new (std::nothrow) SHARES);
-    const std::lock_guard<MEM_SPIN_LOCK> guard(home.lock);
-    home.waits = 0;
+    hold();
+    home.crowd = 0;
     if (shares.load(std::memory_order_relaxed) == nullptr)
         shares.store(fresh.release(), std::memory_order_release);
     SHARES* made = shares.load(std::memory_order_relaxed);
-    if (made == nullptr || is_spread() || SHARE::get(home.cumulative_blocks) < made->stay_ends_at) return;
-    for_each_share([](SHARE& share) { share.lock.lock(); });
-    SHARE::set(made->blocks.highest, highest_blocks());
-    SHARE::set(made->bytes.highest, highest_bytes());
-    made->settlements = 0;
-    made->charges_before = sum(&SHARE::cumulative_blocks);
-    home.is_open.store(false, std::memory_order_relaxed);
-    give_all_room_to(made->own());
-    for_each_share([](SHARE& share) {
-        share.is_open.store(true, std::memory_order_relaxed);
-        share.lock.unlock();
-    });
+    if (made != nullptr && !is_spread() && COUNTS::get(home.cumulative_blocks) >= made->stay_ends_at) {
+        COUNTS::set(made->blocks.highest, COUNTS::get(home.highest_blocks));
+        COUNTS::set(made->bytes.highest, COUNTS::get(home.highest_bytes));
+        made->settlements = 0;
+        made->charges_before = sum(&COUNTS::cumulative_blocks);
+        home.is_spread.store(true, std::memory_order_relaxed);
+        give_all_room_to(made->own());
+    }
+    release();
 }
 
 void MEM_TALLY::gather() {
     SHARES& made = *shares.load(std::memory_order_relaxed);
-    SHARE::set(home.blocks, current_blocks());
-    SHARE::set(home.bytes, current_bytes());
-    SHARE::set(home.blocks_limit, highest_blocks());
-    SHARE::set(home.bytes_limit, highest_bytes());
-    for_each_share([](SHARE& share) {
-        SHARE::set(share.blocks, 0);
-        SHARE::set(share.bytes, 0);
-        share.is_open.store(false, std::memory_order_relaxed);
-    });
-    made.stay_ends_at = SHARE::get(home.cumulative_blocks) + (shortest_stay << made.stays);
+    COUNTS::set(home.highest_blocks, highest_blocks());
+    COUNTS::set(home.highest_bytes, highest_bytes());
+    made.in_use().for_each([&](SHARE& share) { home.take_over(share); });
+    made.stay_ends_at = COUNTS::get(home.cumulative_blocks) + (shortest_stay << made.stays);
     made.stays = std::min(made.stays + 1, most_doublings);
-    home.is_open.store(true, std::memory_order_relaxed);
+    home.is_spread.store(false, std::memory_order_relaxed);
 }
 
-// With all locks held.
-void MEM_TALLY::put_highest(std::int64_t bytes, std::int32_t blocks) {
+// While held.
+void MEM_TALLY::put_highest(std::int64_t bytes, std::int64_t blocks) {
     if (is_spread()) {
         SHARES& made = *shares.load(std::memory_order_relaxed);
-        SHARE::set(made.bytes.highest, bytes);
-        SHARE::set(made.blocks.highest, blocks);
+        COUNTS::set(made.bytes.highest, bytes);
+        COUNTS::set(made.blocks.highest, blocks);
         give_all_room_to(made.own());
     } else {
-        SHARE::set(home.bytes_limit, bytes);
-        SHARE::set(home.blocks_limit, blocks);
+        COUNTS::set(home.highest_bytes, bytes);
+        COUNTS::set(home.highest_blocks, blocks);
     }
 }
 
-MEMORY_TRACKER_BASE MEM_TALLY::restart_highest(std::int64_t floor) {
+MEM_TALLY_FIGURES MEM_TALLY::restart_highest(std::int64_t floor) {
     hold();
-    const MEMORY_TRACKER_BASE before = held();
+    const MEM_TALLY_FIGURES before = held();
     put_highest(std::max(std::min(before.current_bytes, before.max_bytes), floor),
                 before.max_blocks == ignored_blocks ? ignored_blocks : before.current_blocks);
     release();
     return before;
 }
 
-MEMORY_TRACKER_BASE MEM_TALLY::set_highest_bytes(std::int64_t bytes) {
+MEM_TALLY_FIGURES MEM_TALLY::set_highest_bytes(std::int64_t bytes) {
     hold();
-    const MEMORY_TRACKER_BASE before = held();
+    const MEM_TALLY_FIGURES before = held();
     put_highest(bytes, before.max_blocks);
     release();
     return before;
@@ -304,18 +351,15 @@ void MEM_TALLY::ignore_highest_blocks() {
 }
 
 void MEM_TALLY::clear() {
-    const auto clear_share = [](SHARE& share) {
-        for (auto counter :
-             {&SHARE::bytes, &SHARE::bytes_limit, &SHARE::cumulative_blocks, &SHARE::cumulative_bytes,
-              &SHARE::cumulative_requested_bytes, &SHARE::cumulative_mismatched_bytes})
-            SHARE::set(share.*counter, 0);
-        SHARE::set(share.blocks, 0);
-        SHARE::set(share.blocks_limit, 0);
-    };
     hold();
-    if (is_spread()) gather();
-    for_each_share(clear_share);
-    clear_share(home);
-    if (SHARES* made = shares.load(std::memory_order_relaxed)) made->stay_ends_at = 0;
+    if (SHARES* made = shares.load(std::memory_order_relaxed)) {
+        if (is_spread()) gather();
+        made->in_use().for_each([](SHARE& share) { SHARE::set(share.cumulative_mismatched_bytes, 0); });
+        made->stay_ends_at = 0;
+    }
+    home.clear();
+    COUNTS::set(home.highest_blocks, 0);
+    COUNTS::set(home.highest_bytes, 0);
+    COUNTS::set(mismatched_at_home, 0);
     release();
 }

@@ -36,7 +36,7 @@ void MEM_PROFILE_BIN_TABLE::change_all(CHANGE change) {
 }
 
 void MEM_PROFILE_BIN_TABLE::take_peak() {
-    change_all([](MEM_PROFILE_BIN& row) { row.peak = row.tally.current_bytes(); });
+    change_all([](MEM_PROFILE_BIN& row) { row.peak = row.tally.read().current_bytes; });
 }
 
 void MEM_PROFILE_BIN_TABLE::flush_peak() {

@@ -33,9 +33,10 @@ struct LEAK {
 
 std::vector<LEAK> leaks_by_size() {
     std::vector<LEAK> leaks;
-    for (const auto& [pc, site] : mem_tbb_call_sites->records())
-        if (site.tally.current_bytes() > 0)
-            leaks.push_back({&site.frame, site.tally.current_bytes(), site.tally.current_blocks()});
+    for (auto& [pc, site] : mem_tbb_call_sites->records()) {
+        const MEMORY_TRACKER_BASE now = site.tally.read();
+        if (now.current_bytes > 0) leaks.push_back({&site.frame, now.current_bytes, now.current_blocks});
+    }
     std::sort(leaks.begin(), leaks.end(), [](const LEAK& a, const LEAK& b) { return a.bytes > b.bytes; });
     return leaks;
 }

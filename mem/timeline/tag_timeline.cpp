@@ -28,7 +28,7 @@ void MEM_TAG_TIMELINE::sample() {
     for (std::uint32_t id = 0; id < new_num_tags; ++id) {
         MEM_TIMELINE& tag = series.tag_series[id];
         tag.fill_to(series.num_samples);
-        tag.append(tags.row(id).tally.current_bytes());
+        tag.append(tags.row(id).tally.read().current_bytes);
     }
     ++series.num_samples;
 }

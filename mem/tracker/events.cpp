@@ -40,15 +40,17 @@ MEM_COLD void record_peak(std::int64_t total) {
         static_cast<long long>(mem_next_peak_at_least(total, threshold)));
     const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
     const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_SHARES_AT_REST at_rest;
     for (auto& [pc, site] : mem_tbb_call_sites->records()) {
-        site.peak_blocks = site.tally.current_blocks();
-        site.peak_bytes = site.tally.current_bytes();
+        const MEMORY_TRACKER_BASE now = site.tally.read();
+        site.peak_blocks = now.current_blocks;
+        site.peak_bytes = now.current_bytes;
     }
     mem_tbb_peak_timeline_index = mem_tbb_timeline_index.read();
 }
 
 MEM_COLD bool record_if_peak() {
-    const std::int64_t total = mem_tbb_total_bytes.current_bytes();
+    const std::int64_t total = mem_tbb_total_bytes.read().current_bytes;
     if (!mem_tbb_peak_search.is_due(total)) return false;
     record_peak(total);
     return true;
@@ -73,7 +75,7 @@ MEM_COLD void pass_sampling_point() {
     if (index % 8 != 0) return;
     const THREAD_NOT_CANCELLED message_is_written;
     const auto shown_index = static_cast<unsigned long long>(index);
-    const auto shown_total = static_cast<long long>(mem_tbb_total_bytes.current_bytes());
+    const auto shown_total = static_cast<long long>(mem_tbb_total_bytes.read().current_bytes);
     if (mem_tbb_no_msg_debug) {
         std::printf("Debug: MEM: Memory tracking: at timeline index %llu with total memory %lld\n",
                     shown_index, shown_total);

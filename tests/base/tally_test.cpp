@@ -132,6 +132,13 @@ TEST_F(Tally, MaximaBeginAnewWhereverTheyArePut) {
     expect_equal(tally.read(), {});
 }
 
+TEST(TallyFigures, OfMoreBlocksThanARecordHoldsStayPositive) {
+    const MEMORY_TRACKER_BASE record =
+        MEM_TALLY_FIGURES{.current_blocks = 3'000'000'000, .max_blocks = -(1LL << 40)};
+    EXPECT_EQ(record.current_blocks, 2'147'483'647);
+    EXPECT_EQ(record.max_blocks, -2'147'483'648);
+}
+
 TEST_F(Tally, LosesNothingWhenThreadsMeet) {
     constexpr int threads = 8;
     constexpr int pairs = 30000;

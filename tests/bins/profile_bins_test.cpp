@@ -171,7 +171,7 @@ TEST_F(BinObjects, RowsStayWhereTheyAreWhileTheTableGrows) {
         rows.push_back(&table.row(id));
         EXPECT_EQ(table.size(), id + 1);
         for (MEM_PROFILE_BIN* row : rows)
-            EXPECT_EQ(&table.row(static_cast<std::uint32_t>(row->tally.current_bytes())), row);
+            EXPECT_EQ(&table.row(static_cast<std::uint32_t>(row->tally.read().current_bytes)), row);
     }
 }
 
@@ -184,7 +184,7 @@ TEST_F(BinObjects, ThreadsThatGrowTheTableAtOnceGetTheSameRows) {
             table.add_bytes(1, 64);
         }
     });
-    for (const MEM_PROFILE_BIN_TABLE& table : tables) ASSERT_EQ(table.row(64).tally.current_bytes(), 2);
+    for (const MEM_PROFILE_BIN_TABLE& table : tables) ASSERT_EQ(table.row(64).tally.read().current_bytes, 2);
 }
 
 TEST_F(BinObjects, BinsSetTheLabelWhileModulesAreTracked) {

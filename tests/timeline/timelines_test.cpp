@@ -119,12 +119,12 @@ TEST_F(TagTimeline, ResetsExcludeSamplersAndEvents) {
     const Meanwhile allocating(2, [&] { mem_tbb_tag_table->add_bytes(1, ++events % 5000 == 0 ? 50 : 0); });
     const Meanwhile sampling(1, [this] { timeline.sample(); });
     for (int i = 0; i < 3000; ++i) {
-        while (tags.row(0).tally.current_bytes() < 20) {
+        while (tags.row(0).tally.peek_at_current_bytes() < 20) {
         }
         timeline.reset();
         const MEM_GATE_SCOPE alone(mem_tbb_tag_table->gate, MEM_CAT);
         for (std::uint32_t id = 0; id < tags.size(); ++id)
-            ASSERT_EQ(tags.row(id).tally.current_bytes(), tags.row(id).tally.read().cumulative_bytes);
+            ASSERT_EQ(tags.row(id).tally.read().current_bytes, tags.row(id).tally.read().cumulative_bytes);
     }
 }
 

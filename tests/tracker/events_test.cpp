@@ -30,10 +30,10 @@ TEST_F(TrackedEvents, HaveANumberAndMoveWhatTheWordNames) {
         const std::uint64_t before = numbers_given();
         allocate_at<1>(0x1000, 700);
         EXPECT_EQ(mem_stats.current().bytes, in_stats);
-        EXPECT_EQ(mem_tbb_total_bytes.current_bytes(), in_total);
+        EXPECT_EQ(mem_tbb_total_bytes.read().current_bytes, in_total);
         release(0x1000, 700);
         EXPECT_EQ(mem_stats.current().bytes, 0);
-        EXPECT_EQ(mem_tbb_total_bytes.current_bytes(), 0);
+        EXPECT_EQ(mem_tbb_total_bytes.read().current_bytes, 0);
         EXPECT_EQ(numbers_given(), before + 2);
     }
 }

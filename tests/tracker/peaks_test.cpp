@@ -111,11 +111,11 @@ TEST_F(TrackedEvents, WithTheFastLeakCheckAloneAFlushResetsThePeakOfTheProcess) 
 }
 
 TEST_F(TrackedEvents, AResetForgetsWhoHoldsWhat) {
-    const MEM_TALLY& root_bin = mem_tbb_bin_table->row(0).tally;
+    MEM_TALLY& root_bin = mem_tbb_bin_table->row(0).tally;
     allocate_at<1>(0x1000, 3000);
     allocate_at<1>(0x2000, 400);
     release(0x2000, 400);  // a peak at 3400
-    const std::int64_t in_bin = root_bin.current_bytes();
+    const std::int64_t in_bin = root_bin.read().current_bytes;
     const std::uint64_t index = mem_tbb_timeline_index.read();
     const auto highest_blocks = mem_tbb_total_bytes.highest_blocks();
     MEMORY_TRACKER_BASE module;
@@ -125,21 +125,21 @@ TEST_F(TrackedEvents, AResetForgetsWhoHoldsWhat) {
 
     EXPECT_FALSE(mem_get_address_tracker(reinterpret_cast<void*>(0x1000), record));
     EXPECT_FALSE(mem_get_module_tracker("OTHER", module));
-    EXPECT_EQ(mem_tbb_total_bytes.current_bytes(), 0);
+    EXPECT_EQ(mem_tbb_total_bytes.read().current_bytes, 0);
     EXPECT_EQ(mem_tbb_total_bytes.highest_blocks(), highest_blocks) << "they cost something from now on";
     EXPECT_EQ(mem_tbb_peak_search.recorded(), 0);
     EXPECT_EQ(mem_tbb_timeline_index.read(), index);
     EXPECT_EQ(mem_tbb_tag_table->size(), 0u);
 
     release(0x1000, 3000);  // nobody's any more
-    EXPECT_EQ(mem_tbb_total_bytes.current_bytes(), -3000);
+    EXPECT_EQ(mem_tbb_total_bytes.read().current_bytes, -3000);
     EXPECT_TRUE(mem_get_address_tracker(nullptr, record));
     EXPECT_EQ(record.current_bytes, -3000);
     EXPECT_EQ(record.current_blocks, -1);
     EXPECT_TRUE(mem_get_module_tracker("OTHER", module));
     EXPECT_EQ(module.current_bytes, -3000);
-    EXPECT_EQ(mem_tbb_tag_table->row(0).tally.current_bytes(), -3000);
-    EXPECT_EQ(root_bin.current_bytes(), in_bin - 3000);  // bins are not reset
+    EXPECT_EQ(mem_tbb_tag_table->row(0).tally.read().current_bytes, -3000);
+    EXPECT_EQ(root_bin.read().current_bytes, in_bin - 3000);  // bins are not reset
 
     allocate_at<1>(0x3000, 50);
     EXPECT_TRUE(mem_get_address_tracker(reinterpret_cast<void*>(0x3000), record));

@@ -96,7 +96,7 @@ class Storm : public TrackedEvents {
     static SUMS current_and_ever(const MEM_PROFILE_BIN_TABLE& table) {
         SUMS sums;
         for (std::uint32_t id = 0; id < table.size(); ++id)
-            sums = {sums.first + table.row(id).tally.current_bytes(),
+            sums = {sums.first + table.row(id).tally.read().current_bytes,
                     sums.second + table.row(id).tally.read().cumulative_bytes};
         return sums;
     }
@@ -148,7 +148,7 @@ TEST_F(Storm, AllSumsAgreeWithTheTotal) {
         });
     }
     const auto expected = std::pair(exchange.live(), exchange.allocated.load());
-    EXPECT_EQ(mem_tbb_total_bytes.current_bytes(), expected.first);
+    EXPECT_EQ(mem_tbb_total_bytes.read().current_bytes, expected.first);
     EXPECT_EQ(current_and_ever(*mem_tbb_tag_table), expected);
     EXPECT_EQ(current_and_ever_of_call_sites(), expected);
     EXPECT_EQ(current_of_modules(), expected.first);

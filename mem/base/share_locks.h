@@ -1,0 +1,96 @@
+// The locks of the shares of all tallies (mem/base/tally.h). A thread moves its shares under the lock of its
+// group, which nearly always is the thread alone; who needs shares at rest takes all locks.
+//
+// What a lock costs is mostly its locked instruction. So a lock that one thread takes again and again becomes
+// its own: that thread says that it is inside, and looks whether the lock is still its own, by plain
+// accesses. Whoever else needs the lock takes the ownership away and has the system run a barrier on all
+// threads; then either the owner finds its ownership gone and steps back, or it is seen inside and waited
+// for. Why this excludes is the reasoning of the gate (mem/base/gate.h), with the owner as a mouse and the
+// other as a cat. The barrier costs about as much as some hundred locked instructions, so that many turns in
+// a row make an owner.
+//
+// Nobody takes another lock, allocates or waits within a turn. Safe in an allocator hook, not in a signal
+// handler.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "mem/base/spin_lock.h"
+#include "mem/base/stripes.h"
+
+inline constexpr std::uint32_t mem_share_groups = 16;
+
+struct alignas(64) MEM_SHARE_LOCK {
+    static constexpr std::uint32_t nobody = UINT32_MAX;
+
+    std::atomic<std::uint32_t> owner{nobody};  // a thread's stripe; set by that thread alone
+    std::atomic<bool> owner_is_inside{false};
+    MEM_SPIN_LOCK lock;  // of those who are not the owner; guards the following and what owner says
+    std::uint32_t latest = nobody;  // the stripe that had it last
+    std::uint32_t turns = 0;        // of that stripe in a row
+
+    // As the owner; false when the lock must be taken.
+    bool enter(std::uint32_t stripe) {
+        if (owner.load(std::memory_order_relaxed) != stripe) return false;
+        owner_is_inside.store(true, std::memory_order_relaxed);
+        // The order that the other's barrier relies on.
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        if (owner.load(std::memory_order_relaxed) == stripe) [[likely]]
+            return true;
+        leave();
+        return false;
+    }
+    void leave() { owner_is_inside.store(false, std::memory_order_release); }
+
+    void take(const MEM_THREAD_STRIPE& stripe);
+};
+extern constinit MEM_SHARE_LOCK mem_share_locks[mem_share_groups];
+
+// A thread's turn at its shares.
+class MEM_SHARE_TURN {
+  public:
+    MEM_SHARE_TURN() : MEM_SHARE_TURN(mem_thread_stripe()) {}
+    ~MEM_SHARE_TURN() {
+        if (is_owner) [[likely]] {
+            share_lock.leave();
+        } else {
+            share_lock.lock.unlock();
+        }
+    }
+    MEM_SHARE_TURN(const MEM_SHARE_TURN&) = delete;
+    MEM_SHARE_TURN& operator=(const MEM_SHARE_TURN&) = delete;
+
+    const std::uint32_t group;
+
+  private:
+    explicit MEM_SHARE_TURN(const MEM_THREAD_STRIPE& stripe)
+        : group(stripe.index % mem_share_groups),
+          share_lock(mem_share_locks[group]),
+          is_owner(share_lock.enter(stripe.index)) {
+        if (!is_owner) [[unlikely]]
+            share_lock.take(stripe);
+    }
+
+    MEM_SHARE_LOCK& share_lock;
+    const bool is_owner;
+};
+
+// Between the two no share of any tally moves. A thread may hold them several times over.
+void mem_hold_shares();
+void mem_release_shares();
+
+// The same for a scope: many tallies are read faster within one.
+class MEM_SHARES_AT_REST {
+  public:
+    MEM_SHARES_AT_REST() { mem_hold_shares(); }
+    ~MEM_SHARES_AT_REST() { mem_release_shares(); }
+    MEM_SHARES_AT_REST(const MEM_SHARES_AT_REST&) = delete;
+    MEM_SHARES_AT_REST& operator=(const MEM_SHARES_AT_REST&) = delete;
+};
+
+// A bit for each group that threads have had a turn in. Stands still while shares are held.
+std::uint32_t mem_share_groups_in_use();
+
+// In a forked child, where nobody releases what other threads of the parent held.
+void mem_renew_share_locks();
