@@ -14,6 +14,8 @@ struct STACK_WALK_START {
     std::uint64_t pc;
     std::uint64_t sp;
     std::uint64_t bp;
+
+    bool operator==(const STACK_WALK_START&) const = default;
 };
 
 // The caller of the function whose __builtin_frame_address(0) is given. Asking for that address makes the
@@ -30,6 +32,9 @@ class STACK_WALK {
     // for that when a walk has met a program counter that was never seen before: it may be new, or a rule
     // may have outlived the module that it was made for. Finding such a rule empties the table.
     explicit STACK_WALK(const STACK_WALK_START& start, bool fresh = false);
+    // Goes on from a frame that an earlier walk of the same stack has come to, with its answers to is_exact
+    // and has_seen_loader.
+    STACK_WALK(const STACK_WALK_START& frame, bool exact, bool loader_seen);
 
     // Stores the next return addresses, innermost first, at most max_frames of them, and returns how many.
     // The first one ever stored is that of the start. Fewer than max_frames means that the stack has ended;
@@ -40,6 +45,12 @@ class STACK_WALK {
     // Whether frames that were already given turned out to be wrong, because a rule had outlived its module.
     // The stack has then ended early; a new walk is right.
     bool went_astray() const { return astray_; }
+
+    // Of the frame that was given last: its state, whether a signal interrupted it, and whether the walk has
+    // found the loader at work.
+    const STACK_WALK_START& frame() const { return frame_; }
+    bool is_exact() const { return exact_; }
+    bool has_seen_loader() const { return loader_seen_; }
 
   private:
     void find_readable();

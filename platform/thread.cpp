@@ -24,10 +24,29 @@ long membarrier(int command) {
     return syscall(SYS_membarrier, command, 0, 0);
 }
 
-// A key's destructor runs on the ending thread with the value that was set there: the action.
+// What the ends of threads run. A bit for each action is set in the value of a thread's key, whose destructor
+// runs on the ending thread.
+using ACTION = void (*)();
+constexpr std::uintptr_t most_actions = 4;
+constinit std::atomic<ACTION> exit_actions[most_actions]{};
+
+void run_exit_actions(void* bits) {
+    for (std::uintptr_t i = 0; i < most_actions; ++i)
+        if ((reinterpret_cast<std::uintptr_t>(bits) >> i & 1) != 0) exit_actions[i].load()();
+}
+
+// Its number, given at its first call; none for one too many.
+std::uintptr_t number_of(ACTION action) {
+    std::uintptr_t number = 0;
+    for (; number < most_actions; ++number) {
+        ACTION there = nullptr;
+        if (exit_actions[number].compare_exchange_strong(there, action) || there == action) break;
+    }
+    return number;
+}
+
 pthread_key_t exit_key;
-const bool has_exit_key =
-    pthread_key_create(&exit_key, [](void* action) { reinterpret_cast<void (*)()>(action)(); }) == 0;
+const bool has_exit_key = pthread_key_create(&exit_key, run_exit_actions) == 0;
 
 }  // namespace
 
@@ -72,5 +91,8 @@ void barrier_on_all_threads() {
 }
 
 bool run_at_thread_exit(void (*action)()) {
-    return has_exit_key && pthread_setspecific(exit_key, reinterpret_cast<void*>(action)) == 0;
+    const std::uintptr_t number = number_of(action);
+    if (!has_exit_key || number == most_actions) return false;
+    const auto bits = reinterpret_cast<std::uintptr_t>(pthread_getspecific(exit_key));
+    return pthread_setspecific(exit_key, reinterpret_cast<void*>(bits | std::uintptr_t{1} << number)) == 0;
 }

@@ -38,7 +38,7 @@ bool can_run_barrier_on_all_threads();
 void barrier_on_all_threads();
 
 // Has the action run when the calling thread ends; a call in the course of that end has it run again, a few
-// times at most. There is one action, the same for all callers. False when it cannot be had.
+// times at most. There are four actions at most, for all threads together. False when it cannot be had.
 bool run_at_thread_exit(void (*action)());
 
 // True while the process has never had a second thread, as far as the C library knows: nobody else can write

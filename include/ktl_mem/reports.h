@@ -23,6 +23,10 @@ KTL_MEM_API bool mem_dump_tbb_fileline_tracking(std::ostream& out);
 // The call sites summed up by module, in the same order. Always true.
 KTL_MEM_API bool mem_dump_tbb_subsystem_tracking(std::ostream& out);
 
+// The call paths: the tree of callers with the figures of each path, and everybody's share at the exact peak,
+// the highest total that the tracked blocks ever had. Always true.
+KTL_MEM_API bool mem_dump_tbb_call_paths_tracking(std::ostream& out);
+
 // Current bytes of each module, sample by sample. `plain` gets the 18 modules with the highest values, and
 // the sum of the others; `detailed` gets all. False, and nothing written, when a stream has failed already.
 KTL_MEM_API bool mem_dump_tbb_module_tracking(std::ostream& plain, std::ostream& detailed);

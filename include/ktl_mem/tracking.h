@@ -18,8 +18,9 @@ enum MEM_TRACKING_GRANULARITY : std::uint32_t {
     MEM_TRACKING_LEAKS = 16,               // call sites, and the full leak report
     MEM_TRACKING_LEAKS_FAST = 32,          // process-wide counters, and the short leak summary
     MEM_TRACKING_AUXILIARY_TIMELINE = 64,  // what the system says of the process, over time
+    MEM_TRACKING_CALL_PATHS = 128,         // a path of calls for each block, and the exact peak
     MEM_TRACKING_RESIDENT = 256,           // the resident memory taken apart, over time (resident.h)
-    MEM_TRACKING_ALL = 95                  // everything but the short leak summary
+    MEM_TRACKING_ALL = 95                  // all but the short leak summary, call paths and resident memory
 };
 
 constexpr MEM_TRACKING_GRANULARITY operator|(MEM_TRACKING_GRANULARITY a, MEM_TRACKING_GRANULARITY b) {

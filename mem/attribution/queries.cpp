@@ -2,24 +2,9 @@
 
 #include "mem/attribution/address_table.h"
 #include "mem/base/gate.h"
-#include "mem/base/thread_state.h"
 #include "mem/base/tracker_phase.h"
 
 MEM_ADDRESS_TABLE* mem_address_table = nullptr;
-
-bool mem_get_address_tracker(const void* address, MEM_ADDRESS_TRACKER& out) {
-    if (!mem_tbb_tracker_serves(2514)) return false;
-    const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
-    if (address == nullptr) {
-        // Making the record may allocate, inside the gate: that event must not wait at the gate.
-        const MEM_BLOCK_TRACKING_SCOPE blocked;
-        out = mem_tbb_call_sites->other().copy();
-        return true;
-    }
-    return mem_address_table->inspect(
-        reinterpret_cast<std::uint64_t>(address),
-        [&](const MEM_ADDRESS_ENTRY& entry) { out = mem_tbb_call_sites->by_number(entry.call_site).copy(); });
-}
 
 bool mem_get_module_tracker(const std::string& module, MEMORY_TRACKER_BASE& out) {
     if (!mem_tbb_tracker_serves(2545)) return false;

@@ -20,6 +20,7 @@ constinit MEM_PLAIN_WORD<bool> mem_report_library;
 constinit MEM_PLAIN_WORD<bool> mem_report_bin_tags;
 constinit MEM_PLAIN_WORD<bool> mem_report_auxiliary_timeline;
 constinit MEM_PLAIN_WORD<bool> mem_report_resident;
+constinit MEM_PLAIN_WORD<bool> mem_report_call_paths;
 constinit MEM_PLAIN_WORD<bool> mem_tbb_memory_tracking_enabled;
 constinit MEM_PLAIN_WORD<bool> mem_tbb_bin_tags_enabled;
 constinit MEM_PLAIN_WORD<bool> mem_tbb_no_msg_debug;
@@ -78,15 +79,23 @@ std::uint32_t bits_asked_for_one_by_one() {
     return bits;
 }
 
-// Not among those that "all" stands for.
-std::uint32_t resident_bit() {
-    if (!is_asked_for("VELDRIN_MEM_PROFILE_RESIDENT", "mem_profile_resident")) return 0;
-    mem_report_resident = true;
-    return MEM_TRACKING_RESIDENT;
+// These are not among those that "all" stands for.
+std::uint32_t bits_beside_all() {
+    std::uint32_t bits = 0;
+    if (is_asked_for("VELDRIN_MEM_PROFILE_CALL_PATHS", "mem_profile_call_paths")) {
+        bits |= MEM_TRACKING_CALL_PATHS;
+        mem_report_call_paths = true;
+    }
+    if (is_asked_for("VELDRIN_MEM_PROFILE_RESIDENT", "mem_profile_resident")) {
+        bits |= MEM_TRACKING_RESIDENT;
+        mem_report_resident = true;
+    }
+    return bits;
 }
 
-// A divisor of the event path. The environment is read leniently, zero and text without digits leave what
-// stands; the configuration outranks it and is read strictly. No divisor may be zero or beyond `most`.
+// A number that the event path goes by. The environment is read leniently, zero and text without digits leave
+// what stands; the configuration outranks it and is read strictly. None may be zero, since some are divisors,
+// or beyond `most`.
 std::uint64_t sampling_number(const char* variable, const char* key, std::uint64_t standing,
                               std::uint64_t most) {
     if (const char* text = std::getenv(variable)) {
@@ -112,7 +121,7 @@ bool mem_env_switch_is_on(const char* name) {
 
 MEM_TRACKING_GRANULARITY mem_get_tracking_granularity_from_env() {
     if (another_executable_is_profiled()) return MEM_TRACKING_NONE;
-    const std::uint32_t beside_all = resident_bit();
+    const std::uint32_t beside_all = bits_beside_all();
     if (!is_asked_for("VELDRIN_MEM_PROFILE_ALL", "mem_profile_all"))
         return static_cast<MEM_TRACKING_GRANULARITY>(bits_asked_for_one_by_one() | beside_all);
     mem_report_fileline = true;
@@ -132,6 +141,12 @@ MEM_TRACKING_SAMPLING mem_get_tracking_sampling_from_env() {
         "VELDRIN_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD",
         "mem_profile_fileline_peak_snapshot_threshold", sampling.fileline_peak_snapshot_threshold, INT64_MAX);
     return sampling;
+}
+
+std::uint32_t mem_get_most_call_path_nodes_from_env() {
+    return static_cast<std::uint32_t>(
+        sampling_number("VELDRIN_MEM_PROFILE_CALL_PATH_NODES", "mem_profile_call_path_nodes",
+                        mem_default_call_path_nodes, mem_default_call_path_nodes));
 }
 
 bool mem_tracking_is_enabled(MEM_TRACKING_GRANULARITY bits) {

@@ -26,7 +26,7 @@ class MEM_PLAIN_WORD {
 };
 
 inline constexpr std::uint32_t mem_stack_walk_bits =
-    MEM_TRACKING_PER_LIBRARY | MEM_TRACKING_PER_FILELINE | MEM_TRACKING_LEAKS;
+    MEM_TRACKING_PER_LIBRARY | MEM_TRACKING_PER_FILELINE | MEM_TRACKING_LEAKS | MEM_TRACKING_CALL_PATHS;
 inline constexpr std::uint32_t mem_call_site_counter_bits = MEM_TRACKING_PER_FILELINE | MEM_TRACKING_LEAKS;
 inline constexpr std::uint32_t mem_timeline_mask =
     MEM_TRACKING_PROFILE_BIN_TAGS | MEM_TRACKING_PER_LIBRARY | MEM_TRACKING_PER_FILELINE;
@@ -56,6 +56,7 @@ extern MEM_PLAIN_WORD<bool> mem_report_library;
 extern MEM_PLAIN_WORD<bool> mem_report_bin_tags;
 extern MEM_PLAIN_WORD<bool> mem_report_auxiliary_timeline;
 extern MEM_PLAIN_WORD<bool> mem_report_resident;
+extern MEM_PLAIN_WORD<bool> mem_report_call_paths;
 
 // Whether bins measure, and whether they attribute.
 extern MEM_PLAIN_WORD<bool> mem_tbb_memory_tracking_enabled;
@@ -66,6 +67,10 @@ extern MEM_PLAIN_WORD<bool> mem_tbb_no_msg_debug;
 
 // Reads the two numbers. A bad one, or zero, costs one debug line and leaves the default.
 MEM_TRACKING_SAMPLING mem_get_tracking_sampling_from_env();
+
+// How many paths of calls may be told apart, read likewise.
+inline constexpr std::uint32_t mem_default_call_path_nodes = std::uint32_t{4} << 20;
+std::uint32_t mem_get_most_call_path_nodes_from_env();
 
 // True when an environment switch is on: set, not empty, and not exactly "0".
 bool mem_env_switch_is_on(const char* name);

@@ -39,6 +39,11 @@ void write_call_sites() {
     mem_dump_tbb_subsystem_tracking(subsystem);
 }
 
+void write_call_paths() {
+    OUTPUT_STREAM out = open_report("mem_tbb_call_paths.");
+    if (out) mem_dump_tbb_call_paths_tracking(out);
+}
+
 void write_auxiliary() {
     mem_tbb_auxiliary_timeline->capture();
     OUTPUT_STREAM out = open_report("mem_tbb_auxiliary_timeline.");
@@ -101,6 +106,7 @@ std::string mem_report_file_name(const char* prefix) {
 
 void mem_write_report_files() {
     if (mem_report_fileline) write_call_sites();
+    if (mem_report_call_paths) write_call_paths();
     if (mem_report_library || mem_report_bin_tags) mem_tbb_timeline_labels->sample();
     if (mem_report_auxiliary_timeline) write_auxiliary();
     if (mem_report_library) write_modules();

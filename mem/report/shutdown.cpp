@@ -14,6 +14,7 @@
 #include "mem/bins/profile_bins.h"
 #include "mem/bins/timeline_labels.h"
 #include "mem/debug/allocation_log.h"
+#include "mem/paths/call_paths.h"
 #include "mem/report/report_files.h"
 #include "mem/report/report_gate.h"
 #include "mem/timeline/module_timelines.h"
@@ -45,6 +46,7 @@ void clear_report_flags() {
     mem_report_bin_tags = false;
     mem_report_auxiliary_timeline = false;
     mem_report_resident = false;
+    mem_report_call_paths = false;
 }
 
 void free_tables() {
@@ -58,6 +60,7 @@ void free_tables() {
     delete_and_clear(mem_bin_tag_shards);
     delete_and_clear(mem_tbb_module_timelines);
     delete_and_clear(mem_address_table);
+    delete_and_clear(mem_tbb_call_paths);
     delete_and_clear(mem_tracker_pool);
     delete_and_clear(mem_tbb_call_sites);
     delete_and_clear(mem_tbb_module_trackers);
@@ -85,7 +88,7 @@ void mem_shutdown_tbb_tracking() {
     const MEM_REPORT_GATE alone;
     mem_restore_flushed_peaks();
     mem_write_report_files();
-    mem_disable_tracking(MEM_TRACKING_ALL | MEM_TRACKING_RESIDENT);
+    mem_disable_tracking(MEM_TRACKING_ALL | MEM_TRACKING_CALL_PATHS | MEM_TRACKING_RESIDENT);
     clear_report_flags();
 }
 

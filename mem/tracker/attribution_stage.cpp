@@ -7,7 +7,9 @@
 #include "mem/base/gate.h"
 #include "mem/base/internal_error.h"
 #include "mem/base/tracker_phase.h"
+#include "mem/paths/call_paths.h"
 #include "mem/timeline/module_timelines.h"
+#include "mem/tracker/event_numbers.h"
 #include "mem/tracker/tracker_state.h"
 #include "platform/thread.h"
 
@@ -100,18 +102,72 @@ MEM_MODULE_ENTRY& module_of(const MEM_CALL_SITE& site) {
     return mem_tbb_module_trackers->find_or_create(name);
 }
 
-void charge(MEM_CALL_SITE& site, std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-            std::uint32_t word, bool sampling_point) {
-    if ((word & mem_call_site_counter_bits) != 0) site.tally.charge(requested, allocated);
-    const std::uint32_t thread_id = (word & MEM_TRACKING_PER_FILELINE) != 0 ? _Thrd_id() : 0;
-    mem_address_table->insert_or_assign(address, {site.number, thread_id});
-    if ((word & MEM_TRACKING_PER_LIBRARY) == 0) return;
+// An allocation as it is charged. node: of its path; none without one.
+struct ALLOCATION {
+    MEM_PATH_BLOCK block;
+    std::uint32_t word;
+    std::uint32_t node;
+    bool sampling_point;
+};
+
+bool asks_for_path(std::uint32_t word) {
+    return (word & MEM_TRACKING_CALL_PATHS) != 0 && mem_tbb_call_paths != nullptr;
+}
+
+// The record that a path is charged to is searched for once.
+MEM_CALL_SITE* find_call_site_of(std::uint32_t node, const STACK_WALK_START& start) {
+    if (node == MEM_CALL_PATHS::none) return mem_find_call_site(start);
+    const std::uint32_t known = mem_tbb_call_paths->site_of(node);
+    if (known != 0) [[likely]]
+        return &mem_tbb_call_sites->by_number(known - 1);
+    MEM_CALL_SITE* site = mem_find_call_site(start);
+    if (site != nullptr) mem_tbb_call_paths->note_site(node, site->number, site->frame.pc);
+    return site;
+}
+
+// A path for which no node could be made is cut to its call site.
+std::uint32_t node_of_cut_path(const MEM_CALL_SITE& site) {
+    const std::uint32_t node = mem_tbb_call_paths->find_for_cut_path(site.frame.pc);
+    if (node != MEM_CALL_PATHS::none) mem_tbb_call_paths->note_site(node, site.number, site.frame.pc);
+    return node;
+}
+
+// The entry of the block, after its path was charged, if it has one.
+MEM_ADDRESS_ENTRY charge_path(const MEM_CALL_SITE& site, const ALLOCATION& made, std::uint32_t thread_id) {
+    std::uint32_t node = made.node;
+    if (asks_for_path(made.word) && node == MEM_CALL_PATHS::none) [[unlikely]]
+        node = node_of_cut_path(site);
+    if (node == MEM_CALL_PATHS::none) return MEM_ADDRESS_ENTRY::of_call_site(site.number, thread_id);
+    if (mem_tbb_call_paths->charge(node, made.block)) mem_tbb_call_paths->note_peak(mem_events_numbered());
+    const std::uint64_t asked_for = std::min(made.block.requested, made.block.allocated);
+    return MEM_ADDRESS_ENTRY::of_path(node, thread_id, made.block.allocated - asked_for);
+}
+
+void charge(MEM_CALL_SITE& site, const ALLOCATION& made) {
+    const auto& [address, requested, allocated] = made.block;
+    if ((made.word & mem_call_site_counter_bits) != 0) site.tally.charge(requested, allocated);
+    const std::uint32_t thread_id = (made.word & MEM_TRACKING_PER_FILELINE) != 0 ? _Thrd_id() : 0;
+    mem_address_table->insert_or_assign(address, charge_path(site, made, thread_id));
+    if ((made.word & MEM_TRACKING_PER_LIBRARY) == 0) return;
     MEM_MODULE_ENTRY& module = module_of(site);
     module.tally.charge(requested, allocated);
     if (site.module_tracker.load(std::memory_order_relaxed) == nullptr) [[unlikely]]
         site.module_tracker.store(&module, std::memory_order_release);
-    if (sampling_point) [[unlikely]]
+    if (made.sampling_point) [[unlikely]]
         mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+}
+
+// Takes a freed block off its path, if it has one, and returns its call site. A block whose allocation was
+// not seen counts against what could not be attributed, among the paths, too.
+MEM_CALL_SITE& discharge_path(const MEM_ADDRESS_ENTRY* entry, std::uint64_t address, std::uint64_t allocated,
+                              std::uint32_t word) {
+    if (entry == nullptr) {
+        if (asks_for_path(word)) mem_tbb_call_paths->discharge(mem_path_unseen, {address, 0, allocated});
+        return mem_tbb_call_sites->other();
+    }
+    if (entry->is_path())
+        mem_tbb_call_paths->discharge(entry->node(), {address, allocated - entry->spare_bytes(), allocated});
+    return mem_call_site_of(*entry);
 }
 
 }  // namespace
@@ -133,14 +189,22 @@ __attribute__((noinline)) void mem_name_call_sites(const STACK_WALK_START& start
         if (i >= 0 && name_and_see_if_it_ends(pc)) return;
 }
 
+MEM_CALL_SITE& mem_call_site_of(const MEM_ADDRESS_ENTRY& entry) {
+    return mem_tbb_call_sites->by_number(entry.is_path() ? mem_tbb_call_paths->site_of(entry.node()) - 1
+                                                         : entry.call_site());
+}
+
 void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
                          std::uint32_t word, bool sampling_point, const STACK_WALK_START& start) {
+    const auto skip = static_cast<std::uint32_t>(search_window().skip);
+    const std::uint32_t node =
+        asks_for_path(word) ? mem_tbb_call_paths->find(start, skip) : MEM_CALL_PATHS::none;
     for (;;) {
         {
             const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
             if (waited_for_the_end()) return;
-            if (MEM_CALL_SITE* site = mem_find_call_site(start)) [[likely]]
-                return charge(*site, address, requested, allocated, word, sampling_point);
+            if (MEM_CALL_SITE* site = find_call_site_of(node, start)) [[likely]]
+                return charge(*site, {{address, requested, allocated}, word, node, sampling_point});
         }
         mem_name_call_sites(start);
     }
@@ -150,12 +214,11 @@ void mem_attribute_dealloc(std::uint64_t address, std::uint64_t allocated, std::
                            bool sampling_point) {
     const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
     if (waited_for_the_end()) return;
-    MEM_ADDRESS_ENTRY entry{};
+    MEM_ADDRESS_ENTRY entry;
     const bool known = mem_address_table->retire(address, entry);
-    MEM_CALL_SITE& site =
-        known ? mem_tbb_call_sites->by_number(entry.call_site) : mem_tbb_call_sites->other();
+    MEM_CALL_SITE& site = discharge_path(known ? &entry : nullptr, address, allocated, word);
     const bool is_mismatched = known && (word & MEM_TRACKING_PER_FILELINE) != 0 &&
-                               allocated <= largest_mismatched_block && entry.thread_id != _Thrd_id();
+                               allocated <= largest_mismatched_block && entry.thread_id() != _Thrd_id();
     if ((word & mem_call_site_counter_bits) != 0)
         site.tally.discharge(allocated, is_mismatched ? allocated : 0);
     if ((word & MEM_TRACKING_PER_LIBRARY) == 0) return;

@@ -1,14 +1,16 @@
 // The stage of an event that charges a call site and a module: the one place where a stack is walked.
 //
-// Lock order: the gate first; then one at a time a part of the address table, the tally of the call site, the
-// tally of its module. No lock is held across a walk, and neither a lock nor the gate across a symbol
-// look-up: that waits for other look-ups and for the loader, whose own allocations come here, too.
+// Lock order: the gate first; then one at a time a part of the address table, the figures of the path's node,
+// the tally of the call site, the tally of its module. No lock is held across a walk, and neither a lock nor
+// the gate across a symbol look-up: that waits for other look-ups and for the loader, whose own allocations
+// come here, too.
 #pragma once
 
 #include <cstdint>
 
 #include "platform/stack_walk.h"
 
+class MEM_ADDRESS_ENTRY;
 struct MEM_CALL_SITE;
 
 // The record of the first frame that is not filtered, or the OTHER record; null when the way there leads
@@ -17,6 +19,9 @@ MEM_CALL_SITE* mem_find_call_site(const STACK_WALK_START& start);
 
 // Gives each program counter on the way there a record. Outside of the gate.
 void mem_name_call_sites(const STACK_WALK_START& start);
+
+// The record that a block is charged to. Inside the gate.
+MEM_CALL_SITE& mem_call_site_of(const MEM_ADDRESS_ENTRY& entry);
 
 void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
                          std::uint32_t word, bool sampling_point, const STACK_WALK_START& start);

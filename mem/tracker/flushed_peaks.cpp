@@ -50,7 +50,7 @@ void keep_best_peak() {
 }
 
 void announce_reset() {
-    const std::uint32_t word = mem_tracking_word;
+    const std::uint32_t word = mem_tracking_word & ~MEM_TRACKING_CALL_PATHS;
     if ((word & mem_timeline_mask) != 0) {
         mem_msg_debug("Memory tracking: memory threshold peak was reset from %lld",
                       static_cast<long long>(mem_tbb_peak_search.recorded()));
@@ -74,7 +74,8 @@ void mem_tbb_tracking_flush_peak() {
 }
 
 void mem_restore_flushed_peaks() {
-    if (mem_tracking_word == MEM_TRACKING_LEAKS_FAST) mem_stats_raise_peak_bytes(mem_tbb_flushed_peak);
+    if ((mem_tracking_word & ~MEM_TRACKING_CALL_PATHS) == MEM_TRACKING_LEAKS_FAST)
+        mem_stats_raise_peak_bytes(mem_tbb_flushed_peak);
     if (!has_kept_peaks() || mem_tbb_flushed_peak < mem_tbb_peak_search.recorded()) return;
     mem_tbb_bin_table->restore_peak();
     mem_tbb_tag_table->restore_peak();

@@ -5,6 +5,7 @@
 #include "mem/base/gate.h"
 #include "mem/base/tracker_phase.h"
 #include "mem/bins/timeline_labels.h"
+#include "mem/paths/call_paths.h"
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/module_timelines.h"
 #include "mem/timeline/sample_clock.h"
@@ -20,6 +21,7 @@ void mem_reset_tracking_entries() {
     mem_change_wholly([] {
         const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
         mem_address_table->clear();
+        if (mem_tbb_call_paths != nullptr) mem_tbb_call_paths->clear();
         mem_tbb_module_trackers->clear();
         mem_tbb_call_sites->clear();
         mem_tbb_tag_timeline->reset();  // with the rows of the tag table

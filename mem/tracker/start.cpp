@@ -1,5 +1,6 @@
 #include "mem/tracker/start.h"
 
+#include <memory>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -11,6 +12,7 @@
 #include "mem/attribution/frame_filters.h"
 #include "mem/attribution/symbolizer.h"
 #include "mem/base/allocator_figures.h"
+#include "mem/base/allocator_slots.h"
 #include "mem/base/configured_number.h"
 #include "mem/base/gate.h"
 #include "mem/base/internal_error.h"
@@ -21,6 +23,7 @@
 #include "mem/bins/profile_bin_table.h"
 #include "mem/bins/timeline_labels.h"
 #include "mem/debug/debug_patterns.h"
+#include "mem/paths/call_paths.h"
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/module_timelines.h"
 #include "mem/timeline/resident_timeline.h"
@@ -41,10 +44,21 @@ void read_sampling() {
     mem_tbb_peak_search.start(static_cast<std::int64_t>(sampling.fileline_peak_snapshot_threshold));
 }
 
+// Also for a word without their bit, which may come later: until then they take a few pages. Without memory
+// there are none.
+MEM_CALL_PATHS* make_call_paths() {
+    const bool are_shared = mem_cfg_is_on("mem_profile_share_call_paths", false);
+    auto paths = std::make_unique<MEM_CALL_PATHS>(
+        reinterpret_cast<const void*>(MallocExtension_GetOwnership), mem_get_most_call_path_nodes_from_env(),
+        are_shared ? MEM_PATH_PLACE::shared_memory : MEM_PATH_PLACE::private_memory);
+    return paths->is_made() ? paths.release() : nullptr;
+}
+
 void build_tables() {
     mem_tbb_call_sites = new MEM_CALL_SITE_TABLE;
     mem_tracker_pool = new MEM_TRACKER_POOL;
     mem_address_table = new MEM_ADDRESS_TABLE(MEM_POOL_SOURCE{mem_tracker_pool});
+    mem_tbb_call_paths = make_call_paths();
     mem_tbb_module_trackers = new MEM_MODULE_TABLE;
     mem_tbb_module_timelines = new MEM_MODULE_TIMELINES;
     mem_tbb_auxiliary_timeline = new MEM_AUXILIARY_TIMELINE;

@@ -54,6 +54,9 @@ class RULE_TABLE {
 
     void store(std::uint64_t pc, bool exact, FRAME_RULE rule);
 
+    // Differs from what it was whenever rules have been found wrong, or may be, because modules came or went.
+    std::uint64_t generation() const { return generation_.load(std::memory_order_relaxed); }
+
     // Makes every rule that is there unknown again.
     void start_new_generation();
 

@@ -42,6 +42,11 @@ STACK_WALK::STACK_WALK(const STACK_WALK_START& start, bool fresh)
     find_readable();
 }
 
+STACK_WALK::STACK_WALK(const STACK_WALK_START& frame, bool exact, bool loader_seen) : STACK_WALK(frame) {
+    exact_ = exact;
+    loader_seen_ = loader_seen;
+}
+
 inline void STACK_WALK::find_readable() {
     readable_begin_ = frame_.sp;
     readable_end_ = known_stack.holds(frame_.sp) ? known_stack.end : end_of_stack_around(frame_.sp);

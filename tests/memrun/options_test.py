@@ -15,17 +15,19 @@ BINS = {"clock", "pbin_tag_timeline_detailed", "pbin_tag_stats", "pbin_tag_stats
 class Options(LauncherTest):
     def test_switches_choose_the_reports(self):
         table = {
-            (): {"fileline", "subsystem", "leak_warning"},
-            ("--no-resident",): {"fileline", "subsystem", "leak_warning"},
-            ("--lines",): {"fileline", "subsystem"},
-            ("--modules",): TIMELINES,
+            (): {"fileline", "subsystem", "leak_warning", "call_paths"},
+            ("--no-resident",): {"fileline", "subsystem", "leak_warning", "call_paths"},
+            ("--no-paths",): {"fileline", "subsystem", "leak_warning"},
+            ("--fast-leaks", "--paths"): {"fast_leak_warning", "call_paths"},
+            ("--lines",): {"fileline", "subsystem", "call_paths"},
+            ("--modules",): TIMELINES | {"call_paths"},
             ("--bins",): set(),
             ("--bin-tags",): BINS,
-            ("--leaks",): {"leak_warning"},
+            ("--leaks",): {"leak_warning", "call_paths"},
             ("--fast-leaks",): {"fast_leak_warning"},
             ("--aux",): {"auxiliary_timeline", "clock"},
-            ("--lines", "--aux"): {"fileline", "subsystem", "auxiliary_timeline", "clock"},
-            ("--all",): {"fileline", "subsystem", "leak_warning", "auxiliary_timeline"} | TIMELINES | BINS,
+            ("--lines", "--aux"): {"fileline", "subsystem", "call_paths", "auxiliary_timeline", "clock"},
+            ("--all",): {"fileline", "subsystem", "leak_warning", "auxiliary_timeline", "call_paths"} | TIMELINES | BINS,
             ("--fast-leaks", "--log"): {"fast_leak_warning", "mem_allocations"},
         }
         for switches, kinds in table.items():
@@ -135,7 +137,7 @@ class Speech(LauncherTest):
     def test_closed_and_broken_streams_change_nothing(self):
         for streams in (">&- 2>&-", "<&- 2>&-", "2> >(exec true)"):
             result = self.run_plain("bash", "-c", f"{MEMRUN} --force -o reports {SUBJECT} leak {streams}")
-            self.assertEqual((result.returncode, self.report_kinds()), (7, {"fileline", "subsystem", "leak_warning", "resident"}), streams)
+            self.assertEqual((result.returncode, self.report_kinds()), (7, {"fileline", "subsystem", "leak_warning", "call_paths", "resident"}), streams)
 
     def test_cut_reports_give_no_figures(self):
         errors = self.run_plain("bash", "-c", f"ulimit -f 1; {MEMRUN} --all -o reports {PYTHON} -c 1").stderr

@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 #include <unwind.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <vector>
 
+#include "platform/kept_stack.h"
 #include "platform/ktl_err.h"
 #include "platform/stack_walk.h"
 
@@ -38,11 +40,23 @@ inline PCS walked(const STACK_WALK_START& start, bool fresh) {
     return pcs;
 }
 
+// By the walk that keeps the frames of the thread's last one, wherever that was.
+inline PCS walked_and_kept(const STACK_WALK_START& start) {
+    thread_local KEPT_STACK stack;
+    stack.walk(start);
+    PCS pcs;
+    for (std::uint32_t at = stack.size(); at-- > 0;) pcs.push_back(stack.frame(at).pc);
+    return pcs;
+}
+
 // Compares the callers of this function as both walkers see them, with and without the table of rules.
 __attribute__((noinline)) inline void compare_stacks() {
     const STACK_WALK_START start = stack_walk_start(__builtin_frame_address(0));
     const PCS expected = callers_by_the_runtime();
     ASSERT_GE(expected.size(), 3U);
+    const PCS innermost(expected.begin(),
+                        expected.begin() + std::min<std::ptrdiff_t>(std::ssize(expected), KEPT_STACK::depth));
+    EXPECT_EQ(walked_and_kept(start), innermost) << "with the frames of the last walk";
     EXPECT_EQ(walked(start, false), expected) << "with the table";
     EXPECT_EQ(walked(start, true), expected) << "without the table";
 }

@@ -3,6 +3,8 @@
 #include <ucontext.h>
 
 #include <algorithm>
+#include <csetjmp>
+#include <random>
 #include <thread>
 
 #include "platform/ktl_err.h"
@@ -39,6 +41,43 @@ TEST(StackWalk, AgreesInACoroutine) {
     coroutine.uc_link = &host;
     makecontext(&coroutine, compare_in_all_shapes, 0);
     ASSERT_EQ(swapcontext(&host, &coroutine), 0);
+}
+
+// Goes up and down at random, and leaves by return, by an exception or by a jump. Frames are of many sizes,
+// so that a frame seldom lies where another one was; equal calls in a row make it lie there again.
+class Wanderer {
+  public:
+    void wander() {
+        for (int i = 0; i < 60; ++i) {
+            steps_left = 40;
+            try {
+                if (setjmp(start) == 0) go(static_cast<int>(random() % 8 == 0 ? 180 : random() % 20));
+            } catch (int) {
+            }
+        }
+    }
+
+  private:
+    __attribute__((noinline)) void go(int down) {
+        auto* const moved = static_cast<volatile char*>(__builtin_alloca(16 + 16 * (random() % 3)));
+        moved[0] = 0;
+        if (down > 0) go(down - 1);
+        if (--steps_left < 0) return;
+        compare_stacks();
+        if (random() % 4 == 0) go(static_cast<int>(random() % 4));
+        if (random() % 64 == 0) throw 0;
+        if (random() % 64 == 0) longjmp(start, 1);
+        compare_stacks();
+    }
+
+    std::minstd_rand random;
+    std::jmp_buf start;
+    int steps_left = 0;
+};
+
+TEST(KeptStack, AgreesWhereverTheStackHasBeen) {
+    Wanderer().wander();
+    std::thread([] { Wanderer().wander(); }).join();
 }
 
 TEST(Unwinder, SkipsFramesAndGoesOnBehindThem) {

@@ -35,6 +35,8 @@ void add_tracking(Entries& entries, const Options& options) {
     add_switch(entries, options.fast_leaks, "VELDRIN_MEM_CHECK_LEAKS_FAST");
     add_switch(entries, options.aux, "VELDRIN_MEM_PROFILE_AUXILIARY_TIMELINE");
     add_switch(entries, options.resident.value_or(false), "VELDRIN_MEM_PROFILE_RESIDENT");
+    add_switch(entries, options.paths, "VELDRIN_MEM_PROFILE_CALL_PATHS");
+    add_switch(entries, options.paths, "mem_profile_share_call_paths");
 }
 
 void add_settings(Entries& entries, const Options& options) {

@@ -75,7 +75,7 @@ std::string failure_text(const CLI::App*, const CLI::Error& error) {
 }
 
 void declare_tracking(CLI::App& app, Options& options) {
-    const char* group = "What is tracked (default: --lines --leaks)";
+    const char* group = "What is tracked (default: --lines --leaks --paths)";
     app.add_flag("--lines", options.lines, "Bytes and blocks of every call site, by file and line")
         ->group(group);
     app.add_flag("--modules", options.modules, "Bytes and blocks of every module, over time")->group(group);
@@ -95,6 +95,10 @@ void declare_tracking(CLI::App& app, Options& options) {
            "--no-resident", [&options] { options.resident = false; }, "Leave it")
         ->group(group);
     app.add_flag("--all", options.all, "Everything above but --fast-leaks")->group(group);
+    app.add_flag(
+           "--paths,!--no-paths", options.paths,
+           "Who called: figures for every path of calls, and the exact peak; on wherever stacks are walked")
+        ->group(group);
 }
 
 void declare_output(CLI::App& app, Options& options) {
@@ -200,9 +204,10 @@ void complete_options(const CLI::App& app, Options& options) {
     require_sense(options);
     const bool any = options.lines || options.modules || options.bins || options.bin_tags || options.leaks ||
                      options.fast_leaks || options.aux || options.all;
-    if (!any) options.lines = options.leaks = true;
-    const bool only_counts = !(options.lines || options.modules || options.bin_tags || options.leaks ||
-                               options.aux || options.all);
+    if (!any && !options.paths) options.lines = options.leaks = true;
+    const bool walks = options.lines || options.modules || options.leaks || options.all;
+    if (app.count("--paths") == 0) options.paths = walks;
+    const bool only_counts = !(walks || options.bin_tags || options.aux);
     if (!options.resident) options.resident = !only_counts;
 }
 

@@ -22,6 +22,7 @@ struct Options {
     bool aux = false;
     bool all = false;
     std::optional<bool> resident;  // complete_options decides where nobody did
+    bool paths = false;            // unless the command line says so: wherever stacks are walked anyway
 
     std::string output;  // empty: a folder named after program and process
     std::string name;    // empty: the program's

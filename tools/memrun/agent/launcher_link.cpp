@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "mem/paths/shared_region.h"
 #include "platform/symbols/asked_names.h"
 #include "tools/memrun/agent/note.h"
 #include "tools/memrun/contract.h"
@@ -38,6 +39,8 @@ void join_launcher(const Orders& orders) {
     mine.pid = orders.owner;
     std::snprintf(mine.word, sizeof mine.word, "%s", orders.word);
     share_names(mine);
+    if (const int paths = mem_take_call_path_region(); paths >= 0)
+        mine.add(link::ShareKind::call_paths, paths);
     if (!link::greet_launcher(folder, mine, take_shares)) append_note(orders, "alone\n");
 }
 

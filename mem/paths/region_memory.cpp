@@ -1,0 +1,116 @@
+#include "mem/paths/region_memory.h"
+
+#include <mutex>
+#include <utility>
+
+#include "platform/kept_stack.h"
+#include "platform/mapped_memory.h"
+
+namespace {
+
+// More than all pieces together can take.
+constexpr std::size_t shared_bytes = std::size_t{1} << 30;
+
+template <class LAYOUT>
+constexpr std::size_t all_pieces() {
+    using PIECES = MEM_PATH_PIECES<LAYOUT>;
+    return std::size_t{PIECES::start_of(LAYOUT::most_pieces)} * LAYOUT::element_bytes;
+}
+static_assert(mem_path_header_bytes + all_pieces<MEM_PATH_NODE_LAYOUT>() +
+                  all_pieces<MEM_PATH_LOAD_LAYOUT>() + all_pieces<MEM_PATH_SITE_LAYOUT>() <=
+              shared_bytes);
+
+}  // namespace
+
+MEM_PATH_MEMORY::~MEM_PATH_MEMORY() {
+    const auto give_back = [](const PIECE& piece) {
+        if (piece.memory != nullptr) unmap_memory(piece.memory, piece.bytes);
+    };
+    for (const PIECE& piece : nodes) give_back(piece);
+    for (const PIECE& piece : loads) give_back(piece);
+    for (const PIECE& piece : sites) give_back(piece);
+    give_back(head);
+    if (descriptor >= 0) close_shared_memory(descriptor);
+}
+
+bool MEM_PATH_MEMORY::take_head() {
+    if (place == MEM_PATH_PLACE::shared_memory) {
+        descriptor = make_shared_memory("ktl_mem_paths", shared_bytes);
+        void* memory = descriptor >= 0 ? map_shared_memory(descriptor, mem_path_header_bytes) : nullptr;
+        latest = {static_cast<std::byte*>(memory), mem_path_header_bytes};
+        if (memory == nullptr) place = MEM_PATH_PLACE::private_memory;
+    }
+    if (place == MEM_PATH_PLACE::private_memory)
+        latest = {static_cast<std::byte*>(map_memory(mem_path_header_bytes)), mem_path_header_bytes};
+    head = latest;
+    region.header = reinterpret_cast<MEM_PATH_HEADER*>(head.memory);
+    if (head.memory != nullptr) region.header->bytes.set(mem_path_header_bytes);
+    return head.memory != nullptr;
+}
+
+MEM_PATH_MEMORY::PIECE MEM_PATH_MEMORY::take(std::size_t bytes) {
+    void* memory = place == MEM_PATH_PLACE::private_memory
+                       ? map_memory(bytes)
+                       : map_shared_memory_behind(latest.memory, latest.bytes, bytes);
+    if (memory == nullptr) return {};
+    latest = {static_cast<std::byte*>(memory), bytes};
+    return latest;
+}
+
+template <class LAYOUT, class PUBLISH>
+bool MEM_PATH_MEMORY::reserve(PIECE (&pieces)[LAYOUT::most_pieces], MEM_PATH_WORD<std::uint64_t>* places,
+                              std::uint32_t number, PUBLISH publish) {
+    using LINE = MEM_PATH_PIECES<LAYOUT>;
+    const std::uint32_t at = LINE::piece_of(number);
+    if (at >= LAYOUT::most_pieces) return false;
+    if (pieces[at].memory != nullptr) return true;
+    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    pieces[at] = take(LINE::bytes_of(at));
+    if (pieces[at].memory == nullptr) return false;
+    publish(at, pieces[at].memory);
+    places[at].set(region.header->bytes.get());
+    region.header->bytes.publish(region.header->bytes.get() + pieces[at].bytes);
+    return true;
+}
+
+bool MEM_PATH_MEMORY::reserve_node(std::uint32_t number) {
+    return reserve<MEM_PATH_NODE_LAYOUT>(
+        nodes, region.header->node_pieces, number,
+        [this](std::uint32_t at, const std::byte* memory) { region.set_node_piece(at, memory); });
+}
+bool MEM_PATH_MEMORY::reserve_load(std::uint32_t number) {
+    return reserve<MEM_PATH_LOAD_LAYOUT>(
+        loads, region.header->load_pieces, number,
+        [this](std::uint32_t at, const std::byte* memory) { region.set_load_piece(at, memory); });
+}
+bool MEM_PATH_MEMORY::reserve_site(std::uint32_t number) {
+    return reserve<MEM_PATH_SITE_LAYOUT>(
+        sites, region.header->site_pieces, number,
+        [this](std::uint32_t at, const std::byte* memory) { region.set_site_piece(at, memory); });
+}
+
+bool MEM_PATH_MEMORY::create(std::uint32_t most_nodes) {
+    if (!take_head() || !reserve_node(0) || !reserve_load(0) || !reserve_site(0)) return false;
+    MEM_PATH_HEADER& header = *region.header;
+    header.version = mem_path_version;
+    header.header_bytes = sizeof header;
+    header.node_bytes = MEM_PATH_NODE_LAYOUT::element_bytes;
+    header.load_bytes = sizeof(MEM_PATH_LOAD);
+    header.depth = KEPT_STACK::depth;
+    header.most_nodes = most_nodes;
+    seed();
+    header.magic = mem_path_magic;
+    return true;
+}
+
+// The first nodes and the first load, whose memory is zeroed.
+void MEM_PATH_MEMORY::seed() {
+    region.node(mem_path_deeper).pc = mem_path_pc_deeper;
+    region.node(mem_path_unseen).pc = mem_path_pc_unseen;
+    region.header->nodes.publish(mem_path_first_node);
+    region.header->loads.publish(1);
+}
+
+int MEM_PATH_MEMORY::take_descriptor() {
+    return std::exchange(descriptor, -1);
+}

@@ -1,0 +1,252 @@
+#include "mem/paths/region_report.h"
+
+#include <algorithm>
+#include <charconv>
+#include <concepts>
+#include <ostream>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+
+namespace {
+
+constexpr std::int64_t MEM_PATH_ROW::*all_figures[] = {&MEM_PATH_ROW::bytes,
+                                                       &MEM_PATH_ROW::blocks,
+                                                       &MEM_PATH_ROW::requested_bytes,
+                                                       &MEM_PATH_ROW::peak_bytes,
+                                                       &MEM_PATH_ROW::peak_blocks,
+                                                       &MEM_PATH_ROW::cumulative_bytes,
+                                                       &MEM_PATH_ROW::cumulative_blocks,
+                                                       &MEM_PATH_ROW::cumulative_requested_bytes,
+                                                       &MEM_PATH_ROW::temporary_blocks};
+constexpr const char* figure_titles[] = {
+    "Current bytes",    "Current blocks",    "Current requested bytes",    "Peak bytes",      "Peak blocks",
+    "Cumulative bytes", "Cumulative blocks", "Cumulative requested bytes", "Temporary blocks"};
+
+void add(MEM_PATH_ROW& sum, const MEM_PATH_ROW& row) {
+    for (const auto figure : all_figures) sum.*figure += row.*figure;
+}
+
+bool is_zero(const MEM_PATH_ROW& row) {
+    return std::ranges::all_of(all_figures, [&](auto figure) { return row.*figure == 0; });
+}
+
+MEM_PATH_ROW row_of(const MEM_PATH_REGION& region, std::uint32_t number, std::int64_t peak) {
+    const MEM_PATH_COUNTS& counts = region.counts(number);
+    const MEM_PATH_NODE& node = region.node(number);
+    MEM_PATH_ROW row;
+    row.node = number;
+    row.site = node.site.get();
+    row.bytes = counts.bytes.get();
+    row.blocks = counts.blocks.get();
+    row.requested_bytes = counts.requested_bytes.get();
+    // A node that has not changed since the peak still has its figures.
+    const bool changed_since = counts.peak_mark.get() == peak;
+    row.peak_bytes = changed_since ? node.peak_bytes.get() : row.bytes;
+    row.peak_blocks = changed_since ? node.peak_blocks.get() : row.blocks;
+    row.cumulative_bytes = counts.cumulative_bytes.get();
+    row.cumulative_blocks = counts.cumulative_blocks.get();
+    row.cumulative_requested_bytes = counts.cumulative_requested_bytes.get();
+    row.temporary_blocks = node.temporary_blocks.get();
+    return row;
+}
+
+class TEXT {
+  public:
+    explicit TEXT(std::ostream& stream) : out(stream) {}
+    ~TEXT() { flush(); }
+    TEXT(const TEXT&) = delete;
+    TEXT& operator=(const TEXT&) = delete;
+
+    TEXT& text(std::string_view more) {
+        pending += more;
+        return *this;
+    }
+    // In a column, whose bounds are tabs and line ends.
+    TEXT& column(std::string_view more) {
+        pending += '\t';
+        const std::size_t begin = pending.size();
+        pending += more;
+        std::replace_if(
+            pending.begin() + static_cast<std::ptrdiff_t>(begin), pending.end(),
+            [](char c) { return c == '\t' || c == '\n' || c == '\r'; }, ' ');
+        return *this;
+    }
+    TEXT& column(std::integral auto value) {
+        pending += '\t';
+        return number(value);
+    }
+    TEXT& number(std::integral auto value, int base = 10) {
+        char digits[32];
+        pending.append(digits, std::to_chars(digits, digits + sizeof digits, value, base).ptr);
+        return *this;
+    }
+    TEXT& address(std::uint64_t value) { return text("\t0x").number(value, 16); }
+    void end_row() {
+        pending += '\n';
+        if (pending.size() > (std::size_t{1} << 16)) flush();
+    }
+
+  private:
+    void flush() {
+        out.write(pending.data(), static_cast<std::streamsize>(pending.size()));
+        pending.clear();
+    }
+
+    std::ostream& out;
+    std::string pending;
+};
+
+void write_head(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHOT& snapshot,
+                std::uint32_t rows) {
+    const auto line = [&](const char* key, auto value) { out.text(key).column(value).end_row(); };
+    const MEM_PATH_ROW& sums = snapshot.sums;
+    out.text("MEM: Call Paths.\n\nKey\tValue\n");
+    line("Version", mem_path_version);
+    line("Events", 2 * sums.cumulative_blocks - sums.blocks);
+    line("Depth", region.header->depth);
+    line("Nodes", rows);
+    line("Shortened events", snapshot.shortened_events);
+    line("Peak event", snapshot.peak_event);
+    line("Peak milliseconds", snapshot.peak_ms);
+    for (std::size_t i = 0; i < std::size(all_figures); ++i) line(figure_titles[i], sums.*all_figures[i]);
+    out.end_row();
+}
+
+// Parents come before children, also in a region that something else has written into.
+std::uint32_t parent_of(const MEM_PATH_REGION& region, std::uint32_t number) {
+    const std::uint32_t parent = region.node(number).parent;
+    return parent < number ? parent : mem_path_root;
+}
+
+// Which nodes and frames are written, and their numbers in the report; 0 for none.
+class NUMBERS {
+  public:
+    NUMBERS(const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHOT& snapshot)
+        : of_node(snapshot.nodes), frame_of_node(snapshot.nodes) {
+        for (const MEM_PATH_ROW& row : snapshot.rows)
+            for (std::uint32_t at = row.node; at != mem_path_root && of_node[at] == 0;
+                 at = parent_of(region, at))
+                of_node[at] = 1;
+        for (std::uint32_t at = 1; at < snapshot.nodes; ++at) {
+            if (of_node[at] == 0) continue;
+            of_node[at] = ++node_count;
+            if (at != mem_path_deeper) frame_of_node[at] = number_frame(region.node(at));
+        }
+    }
+
+    std::vector<MEM_PATH_FRAME> frames;  // by number, less 1
+    std::vector<std::uint32_t> of_node;
+    std::vector<std::uint32_t> frame_of_node;
+    std::uint32_t node_count = 0;
+
+  private:
+    struct HASH {
+        std::size_t operator()(const MEM_PATH_FRAME& frame) const {
+            return (frame.pc ^ std::uint64_t{frame.load} << 48) * 0x9e3779b97f4a7c15U >> 16;
+        }
+    };
+    std::uint32_t number_frame(const MEM_PATH_NODE& node) {
+        const MEM_PATH_FRAME frame{node.pc, node.load};
+        const auto [at, is_new] = numbers.try_emplace(frame, static_cast<std::uint32_t>(frames.size()) + 1);
+        if (is_new) frames.push_back(frame);
+        return at->second;
+    }
+    std::unordered_map<MEM_PATH_FRAME, std::uint32_t, HASH> numbers;
+};
+
+std::vector<std::vector<MEM_PATH_LEVEL>> name_frames(const NUMBERS& numbers, const MEM_PATH_NAMER& name) {
+    std::vector<std::vector<MEM_PATH_LEVEL>> named = name(numbers.frames);
+    for (std::size_t i = 0; i < named.size(); ++i) {
+        if (numbers.frames[i].pc != mem_path_pc_unseen) continue;
+        named[i].assign(1, {});
+        named[i][0].function = "(allocation not seen)";
+    }
+    return named;
+}
+
+void write_frames(TEXT& out, const NUMBERS& numbers, const MEM_PATH_NAMER& name) {
+    out.text("Frame\tLevel\tAddress\tFiltered\tModule\tFile\tLine\tFunction\n");
+    const std::vector<std::vector<MEM_PATH_LEVEL>> named = name_frames(numbers, name);
+    for (std::size_t i = 0; i < named.size(); ++i) {
+        const std::uint64_t pc = numbers.frames[i].pc;
+        std::size_t level = 0;
+        for (const MEM_PATH_LEVEL& text : named[i]) {
+            out.number(i + 1).column(level++).address(pc == mem_path_pc_unseen ? 0 : pc);
+            out.column(text.is_filtered ? 1 : 0).column(std::string_view(text.module));
+            out.column(std::string_view(text.file)).column(text.line).column(std::string_view(text.function));
+            out.end_row();
+        }
+    }
+    out.end_row();
+}
+
+void write_site(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_ROW& row) {
+    if (row.node == mem_path_unseen) {
+        out.text("\tOTHER");
+    } else if (row.site == 0 || row.site > region.room_for_sites() || is_zero(row)) {
+        out.text("\t-");
+    } else if (const std::uint64_t pc = region.site(row.site - 1); pc == 0) {
+        out.text("\tOTHER");
+    } else {
+        out.address(pc);
+    }
+}
+
+void write_nodes(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHOT& snapshot,
+                 const NUMBERS& numbers) {
+    out.text("Node\tParent\tFrame\tSite");
+    for (const char* title : figure_titles) out.column(std::string_view(title));
+    out.end_row();
+    auto next = snapshot.rows.begin();
+    for (std::uint32_t at = 1; at < snapshot.nodes; ++at) {
+        if (numbers.of_node[at] == 0) continue;
+        const bool has_figures = next != snapshot.rows.end() && next->node == at;
+        const MEM_PATH_ROW row = has_figures ? *next++ : MEM_PATH_ROW{};
+        out.number(numbers.of_node[at]).column(numbers.of_node[parent_of(region, at)]);
+        out.column(numbers.frame_of_node[at]);
+        write_site(out, region, row);
+        for (const auto figure : all_figures) out.column(row.*figure);
+        out.end_row();
+    }
+    out.end_row();
+}
+
+}  // namespace
+
+MEM_PATH_SNAPSHOT mem_copy_call_paths(const MEM_PATH_REGION& region) {
+    MEM_PATH_SNAPSHOT copy;
+    const MEM_PATH_HEADER& header = *region.header;
+    copy.nodes = std::min(header.nodes.get_published(), region.room_for_nodes());
+    copy.shortened_events = header.shortened_events.get();
+    copy.peak_event = header.peak_event.get();
+    copy.peak_ms = header.peak_ms.get();
+    const std::int64_t peak = header.peak_bytes.get();
+    std::vector<MEM_PATH_ROW> shares;
+    for (std::uint32_t number = 1; number < copy.nodes; ++number) {
+        MEM_PATH_ROW row = row_of(region, number, peak);
+        if (is_zero(row)) continue;
+        add(copy.sums, row);
+        const bool is_share = mem_path_is_share(region.node(number).pc);
+        if (is_share) row.node = region.node(number).parent;
+        (is_share ? shares : copy.rows).push_back(row);
+    }
+    for (const MEM_PATH_ROW& share : shares) {
+        const auto whole = std::ranges::lower_bound(copy.rows, share.node, {}, &MEM_PATH_ROW::node);
+        if (whole != copy.rows.end() && whole->node == share.node) {
+            add(*whole, share);
+        } else {
+            copy.rows.insert(whole, share);
+        }
+    }
+    return copy;
+}
+
+void mem_write_call_paths(std::ostream& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHOT& snapshot,
+                          const MEM_PATH_NAMER& name) {
+    const NUMBERS numbers(region, snapshot);
+    TEXT text(out);
+    write_head(text, region, snapshot, numbers.node_count);
+    write_frames(text, numbers, name);
+    write_nodes(text, region, snapshot, numbers);
+}

@@ -1,0 +1,126 @@
+#include "mem/paths/trie.h"
+
+#include <mutex>
+#include <new>
+
+#include "platform/mapped_memory.h"
+
+namespace {
+
+constexpr std::uint32_t first_buckets = 1024;
+constexpr std::size_t first_pcs = 1024;
+
+std::size_t home_of(std::uint64_t pc, std::size_t mask) {
+    return static_cast<std::size_t>((pc * 0x9e3779b97f4a7c15U) >> 32) & mask;
+}
+
+}  // namespace
+
+MEM_PATH_TRIE::~MEM_PATH_TRIE() {
+    for (BUCKETS* buckets = current.load(std::memory_order_relaxed); buckets != nullptr;) {
+        BUCKETS* outgrown = buckets->outgrown;
+        unmap_memory(buckets, buckets->bytes());
+        buckets = outgrown;
+    }
+    if (pcs.slots != nullptr) unmap_memory(pcs.slots, (pcs.mask + 1) * sizeof *pcs.slots);
+}
+
+bool MEM_PATH_TRIE::create() {
+    current.store(make_buckets(first_buckets, nullptr), std::memory_order_release);
+    return current.load(std::memory_order_relaxed) != nullptr;
+}
+
+MEM_PATH_TRIE::BUCKETS* MEM_PATH_TRIE::make_buckets(std::uint32_t count, BUCKETS* outgrown) {
+    void* bytes = map_memory(BUCKETS::bytes_for(count));
+    return bytes == nullptr ? nullptr : new (bytes) BUCKETS{outgrown, count - 1};
+}
+
+std::uint32_t MEM_PATH_TRIE::find_or_make(std::uint32_t parent, std::uint64_t pc, std::uint16_t generation,
+                                          std::uint32_t limit) {
+    const std::uint16_t load = mem_path_is_share(pc) ? 0 : loads.find(pc, generation);
+    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    const std::uint32_t same = find_same(parent, pc, load);
+    if (same != none) {
+        memory.region.node(same).generation.set(generation);
+        return same;
+    }
+    return memory.region.header->nodes.get() < limit ? make(parent, pc, load, generation) : none;
+}
+
+std::uint32_t MEM_PATH_TRIE::find_same(std::uint32_t parent, std::uint64_t pc, std::uint16_t load) const {
+    std::uint32_t at = current.load(std::memory_order_relaxed)->head(parent, pc).get();
+    while (at != none) {
+        const MEM_PATH_NODE& node = memory.region.node(at);
+        if (node.pc == pc && node.parent == parent && node.load == load) break;
+        at = node.next.get();
+    }
+    return at;
+}
+
+std::uint32_t MEM_PATH_TRIE::make(std::uint32_t parent, std::uint64_t pc, std::uint16_t load,
+                                  std::uint16_t generation) {
+    MEM_PATH_WORD<std::uint32_t>& count = memory.region.header->nodes;
+    const std::uint32_t number = count.get();
+    if (!memory.reserve_node(number)) return none;
+    MEM_PATH_NODE& node = memory.region.node(number);
+    node.pc = pc;
+    node.parent = parent;
+    node.load = load;
+    node.generation.set(generation);
+    count.publish(number + 1);
+    add_buckets();
+    chain(*current.load(std::memory_order_relaxed), number);
+    return number;
+}
+
+void MEM_PATH_TRIE::chain(BUCKETS& buckets, std::uint32_t number) {
+    MEM_PATH_NODE& node = memory.region.node(number);
+    MEM_PATH_WORD<std::uint32_t>& head = buckets.head(node.parent, node.pc);
+    node.next.publish(head.get());
+    head.publish(number);
+}
+
+// Without memory for more the chains grow longer.
+void MEM_PATH_TRIE::add_buckets() {
+    BUCKETS* outgrown = current.load(std::memory_order_relaxed);
+    const std::uint32_t nodes = memory.region.header->nodes.get();
+    if (nodes <= outgrown->mask + 1) return;
+    BUCKETS* more = make_buckets(2 * (outgrown->mask + 1), outgrown);
+    if (more == nullptr) return;
+    // All but the one that is being made. In the order of the numbers, so that a search in an old chain that
+    // comes to a node of the new ones goes on to nodes with lower numbers, and ends.
+    for (std::uint32_t number = mem_path_first_node; number + 1 < nodes; ++number) chain(*more, number);
+    current.store(more, std::memory_order_release);
+}
+
+bool MEM_PATH_TRIE::note_pc(std::uint64_t pc) {
+    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    return pcs.insert(pc);
+}
+
+// True when it was there. Without memory everything counts as new.
+bool MEM_PATH_TRIE::PC_SET::insert(std::uint64_t pc) {
+    if (2 * (used + 1) > (slots == nullptr ? 0 : mask + 1)) grow();
+    if (slots == nullptr || used == mask) return false;
+    std::size_t at = home_of(pc, mask);
+    while (slots[at] != 0 && slots[at] != pc) at = (at + 1) & mask;
+    if (slots[at] == pc) return true;
+    slots[at] = pc;
+    ++used;
+    return false;
+}
+
+void MEM_PATH_TRIE::PC_SET::grow() {
+    const std::size_t count = slots == nullptr ? first_pcs : 2 * (mask + 1);
+    auto* more = static_cast<std::uint64_t*>(map_memory(count * sizeof *slots));
+    if (more == nullptr) return;
+    for (std::size_t i = 0; slots != nullptr && i <= mask; ++i) {
+        if (slots[i] == 0) continue;
+        std::size_t at = home_of(slots[i], count - 1);
+        while (more[at] != 0) at = (at + 1) & (count - 1);
+        more[at] = slots[i];
+    }
+    if (slots != nullptr) unmap_memory(slots, (mask + 1) * sizeof *slots);
+    slots = more;
+    mask = count - 1;
+}

@@ -1,0 +1,87 @@
+// MEM_PATH_TRIE: from the path of a caller and a return address to the path of the frame. A path that is
+// known is found without a lock; one that is new is entered under one.
+//
+// Nodes of one bucket are chained by their numbers. When there are more nodes than buckets, twice as many
+// buckets take over. A search that runs meanwhile may then miss a node, and looks again with the lock held;
+// it never finds a wrong one, and it ends, since a chain leads at any moment to nodes that were chained
+// before.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "mem/base/spin_lock.h"
+#include "mem/paths/loads.h"
+#include "mem/paths/region_memory.h"
+
+class MEM_PATH_TRIE {
+  public:
+    static constexpr std::uint32_t none = mem_path_root;  // no child
+
+    explicit MEM_PATH_TRIE(MEM_PATH_MEMORY& memory_of_region) : memory(memory_of_region), loads(memory) {}
+    ~MEM_PATH_TRIE();
+    MEM_PATH_TRIE(const MEM_PATH_TRIE&) = delete;
+    MEM_PATH_TRIE& operator=(const MEM_PATH_TRIE&) = delete;
+
+    // False when there is no memory.
+    bool create();
+
+    // A known child; one that was not seen since the modules may have changed counts as unknown.
+    std::uint32_t find(std::uint32_t parent, std::uint64_t pc, std::uint16_t generation) const {
+        const BUCKETS* buckets = current.load(std::memory_order_acquire);
+        std::uint32_t at = buckets->head(parent, pc).get_published();
+        while (at != none) {
+            const MEM_PATH_NODE& node = memory.region.node(at);
+            if (node.pc == pc && node.parent == parent && node.generation.get() == generation) break;
+            at = node.next.get_published();
+        }
+        return at;
+    }
+
+    // The child, made when it is new; none when it can't be made, for lack of memory or because there are
+    // limit nodes already. With no lock held.
+    std::uint32_t find_or_make(std::uint32_t parent, std::uint64_t pc, std::uint16_t generation,
+                               std::uint32_t limit);
+
+    // Whether the program counter is that of a node; from now on it counts as one.
+    bool note_pc(std::uint64_t pc);
+
+  private:
+    // In memory of its own, the heads behind it.
+    struct BUCKETS {
+        BUCKETS* outgrown;
+        std::uint32_t mask;
+
+        MEM_PATH_WORD<std::uint32_t>& head(std::uint32_t parent, std::uint64_t pc) const {
+            const std::uint64_t mixed = (pc ^ std::uint64_t{parent} << 40) * 0x9e3779b97f4a7c15U + parent;
+            auto* heads = const_cast<MEM_PATH_WORD<std::uint32_t>*>(
+                reinterpret_cast<const MEM_PATH_WORD<std::uint32_t>*>(this + 1));
+            return heads[static_cast<std::uint32_t>((mixed * 0x9e3779b97f4a7c15U) >> 32) & mask];
+        }
+        std::size_t bytes() const { return bytes_for(mask + 1); }
+        static std::size_t bytes_for(std::size_t count) {
+            return sizeof(BUCKETS) + count * sizeof(MEM_PATH_WORD<std::uint32_t>);
+        }
+    };
+    // A set of program counters; in memory of its own, too.
+    struct PC_SET {
+        std::uint64_t* slots = nullptr;
+        std::size_t mask = 0;
+        std::size_t used = 0;
+
+        bool insert(std::uint64_t pc);
+        void grow();
+    };
+
+    static BUCKETS* make_buckets(std::uint32_t count, BUCKETS* outgrown);
+    std::uint32_t find_same(std::uint32_t parent, std::uint64_t pc, std::uint16_t load) const;
+    std::uint32_t make(std::uint32_t parent, std::uint64_t pc, std::uint16_t load, std::uint16_t generation);
+    void chain(BUCKETS& buckets, std::uint32_t number);
+    void add_buckets();
+
+    MEM_PATH_MEMORY& memory;
+    MEM_PATH_LOADS loads;
+    MEM_SPIN_LOCK lock;
+    std::atomic<BUCKETS*> current{nullptr};
+    PC_SET pcs;
+};

@@ -1,0 +1,20 @@
+#include "ktl_mem/queries.h"
+#include "mem/attribution/address_table.h"
+#include "mem/base/gate.h"
+#include "mem/base/thread_state.h"
+#include "mem/base/tracker_phase.h"
+#include "mem/tracker/attribution_stage.h"
+
+bool mem_get_address_tracker(const void* address, MEM_ADDRESS_TRACKER& out) {
+    if (!mem_tbb_tracker_serves(2514)) return false;
+    const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
+    if (address == nullptr) {
+        // Making the record may allocate, inside the gate: that event must not wait at the gate.
+        const MEM_BLOCK_TRACKING_SCOPE blocked;
+        out = mem_tbb_call_sites->other().copy();
+        return true;
+    }
+    return mem_address_table->inspect(
+        reinterpret_cast<std::uint64_t>(address),
+        [&](const MEM_ADDRESS_ENTRY& entry) { out = mem_call_site_of(entry).copy(); });
+}

@@ -1,0 +1,22 @@
+// Whole pages of memory straight from the system, away from every heap. Safe in an allocator hook; errno is
+// kept.
+#pragma once
+
+#include <cstddef>
+
+// Zeroed pages, at least that many bytes. Null when the system gives none.
+void* map_memory(std::size_t bytes);
+void unmap_memory(void* memory, std::size_t bytes);
+
+// A descriptor of that much zeroed memory, which takes only the pages that are touched, belongs to no file
+// and can't shrink, so that who maps it never faults in it; -1 when there is none.
+int make_shared_memory(const char* name, std::size_t bytes);
+void close_shared_memory(int descriptor);
+
+// Its first bytes, for all who map them; null when that can't be. The descriptor may be closed behind it.
+void* map_shared_memory(int descriptor, std::size_t bytes);
+const void* map_shared_memory_to_read(int descriptor, std::size_t bytes);
+
+// The bytes that lie behind a mapped part in the same shared memory, which must have them; null when there is
+// no room. No descriptor is needed.
+void* map_shared_memory_behind(void* mapped, std::size_t bytes, std::size_t more);
