@@ -2,7 +2,11 @@
 // blocks a thread, ten frames deep, from sixteen places in the code. Prints nanoseconds of processor time for
 // a pair, and millions of pairs a second over all threads.
 //
-//   bench_pair_loop [THREADS [PAIRS [LIVE_BLOCKS]]]      pairs and blocks of each thread
+//   bench_pair_loop [THREADS [PAIRS [LIVE_BLOCKS [DEPTH]]]]      pairs and blocks of each thread
+//
+// With depth 0 every pair has another stack than the one before: a recursive descent that goes down and up at
+// random.
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -17,7 +21,7 @@
 namespace {
 
 constexpr int places = 16;
-constexpr int depth = 10;
+int depth = 10;
 
 // A place of its own in the code for each PLACE; the empty statement keeps the compiler from removing the
 // pair.
@@ -53,14 +57,30 @@ class LOAD {
             asm volatile("" : : : "memory");
             return;
         }
+        constexpr int descent_depth = 14;
+        if (depth == 0)
+            for (std::uint64_t done = 0; done < pairs;) descend(descent_depth, done);
+        else
+            replace_all(pairs);
+    }
+
+  private:
+    void replace_all(std::uint64_t pairs) {
         static constexpr auto replacers = all_places(std::make_integer_sequence<int, places>());
         for (std::uint64_t i = 0; i < pairs; ++i) {
             const std::uint32_t number = next_number();
             replacers[number % places](blocks[(number >> 4) % blocks.size()], next_size());
         }
     }
-
-  private:
+    __attribute__((noinline)) void descend(int frames_to_go, std::uint64_t& done) {
+        const std::uint32_t number = next_number();
+        replace<0>(blocks[(number >> 4) % blocks.size()], next_size());
+        ++done;
+        if (frames_to_go == 0) return;
+        descend(frames_to_go - 1, done);
+        if ((number & 4) != 0) descend(std::max(frames_to_go - 2, 0), done);
+        asm volatile("" : : : "memory");
+    }
     std::uint32_t next_number() {
         random ^= random << 13;
         random ^= random >> 17;
@@ -129,6 +149,7 @@ int main(int argc, char** argv) {
     const int threads = argc > 1 ? std::atoi(argv[1]) : 1;
     const std::uint64_t pairs = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 2000000;
     const std::size_t live_blocks = argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 100000;
+    if (argc > 4) depth = std::atoi(argv[4]);
     const RESULT result =
         threads == 1 ? time_one_thread(pairs, live_blocks) : time_threads(threads, pairs, live_blocks);
     const double all_pairs = static_cast<double>(pairs) * threads;

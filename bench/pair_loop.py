@@ -17,6 +17,7 @@ FLOOR = "ownership and size asked"
 WORDS = {
     "word 1": ["PROFILE_PER_BIN"],
     "word 8": ["PROFILE_PER_FILELINE"],
+    "word 8 and call paths": ["PROFILE_PER_FILELINE", "PROFILE_CALL_PATHS"],
     "word 12": ["PROFILE_PER_FILELINE", "PROFILE_PER_LIBRARY"],
     "word 16": ["CHECK_LEAKS"],
     "word 95": ["PROFILE_ALL"],
@@ -66,8 +67,8 @@ class Bench:
             if not os.path.exists(needed):
                 sys.exit(f"{sys.argv[0]}: {needed} is missing; run scripts/setup and build the release preset first")
 
-    def run_once(self, setting, threads):
-        command = [self.program, str(threads), str(self.arguments.pairs), str(self.arguments.live)]
+    def run_once(self, setting, threads, depth=10):
+        command = [self.program, *map(str, (threads, self.arguments.pairs, self.arguments.live, depth))]
         with tempfile.TemporaryDirectory() as folder:
             run = subprocess.run(command, env=os.environ | self.settings[setting], cwd=folder, check=True,
                                  capture_output=True, text=True)
@@ -75,7 +76,7 @@ class Bench:
         return Figures(*map(float, figures.groups()))
 
     def medians(self, kinds):
-        """Of all kinds, each a pair of a setting and a number of threads."""
+        """Of all kinds, each a setting, a number of threads, and perhaps how many frames deep."""
         runs = {kind: [] for kind in kinds}
         for _ in range(self.arguments.repeat):
             for kind in kinds:

@@ -59,6 +59,11 @@ enum class LISTING { KNOWN, CURRENT };
 // there is none. KNOWN looks only among those listed before. The result lives as long as the process.
 const MODULE* find_module(std::uint64_t address, LISTING listing);
 
+// The module of an image that was found loaded, now or before, from the file at path; it is listed from then
+// on.
+struct LOADED_IMAGE;
+const MODULE* find_module(const LOADED_IMAGE& image, const std::string& path);
+
 // Lists all modules that are loaded now.
 void refresh_modules();
 
@@ -68,6 +73,8 @@ CODE_ADDRESS locate(std::uint64_t address, const MODULE& module);
 // The levels of the address, innermost first: the innermost inlined function, then its callers outwards,
 // each at its own place. Empty when nothing is known. Lists new modules by itself.
 std::vector<FRAME> find_frames(std::uint64_t address);
+// The same in a module that the address lay in, whatever is loaded there now.
+std::vector<FRAME> find_frames(std::uint64_t address, const MODULE& module);
 
 // The place of the innermost level alone. False when there is no line information.
 struct PLACE {

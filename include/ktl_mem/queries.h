@@ -25,3 +25,11 @@ KTL_MEM_API void mem_tbb_tracking_flush_peak();
 // Forgets all that is charged to call sites, modules and tags. Blocks that are alive stay alive; their frees
 // are booked against what could not be attributed.
 KTL_MEM_API void mem_reset_tracking_entries();
+
+// The path of calls that holds the most bytes, with MEM_TRACKING_CALL_PATHS: now, or at the exact peak, when
+// all tracked blocks together held the most bytes ever. A line "N bytes in N blocks", and a line for each
+// function, innermost first: its name, its file and line in round brackets, its module in square ones, as far
+// as they are known; no line end behind the last. Empty when no path holds anything, and before the tracker's
+// start. Others may allocate meanwhile; the call reads the figures of all paths and may take milliseconds.
+enum class MEM_CALL_PATH_MOMENT { NOW, PEAK };
+KTL_MEM_API std::string mem_get_largest_call_path(MEM_CALL_PATH_MOMENT moment);

@@ -69,12 +69,15 @@ void complete(std::uint64_t pc, const symbols::MODULE& module, std::vector<symbo
 }  // namespace
 
 std::vector<MEM_NAMED_CODE> mem_name_code(const std::vector<std::uint64_t>& pcs) {
-    const MODULES modules = find_modules(pcs);
+    return mem_name_code(pcs, find_modules(pcs));
+}
+
+std::vector<MEM_NAMED_CODE> mem_name_code(const std::vector<std::uint64_t>& pcs, const MODULES& modules) {
     std::vector<MEM_NAMED_CODE> named(pcs.size());
     if (!QUESTIONS(pcs, modules).ask(named)) {
         const std::lock_guard guard(mem_tbb_symbolizer_lock);
         for (std::size_t i = 0; i < pcs.size(); ++i)
-            if (modules[i] != nullptr) named[i].levels = symbols::find_frames(pcs[i]);
+            if (modules[i] != nullptr) named[i].levels = symbols::find_frames(pcs[i], *modules[i]);
     }
     for (std::size_t i = 0; i < pcs.size(); ++i) {
         if (modules[i] == nullptr) continue;

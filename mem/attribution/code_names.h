@@ -22,3 +22,7 @@ extern MEM_PLAIN_WORD<bool> mem_tbb_best_names;
 // mem_tbb_symbolizer_lock by itself, never waits for the loader, and may wait for another process: no lock of
 // the tracker may be held.
 std::vector<MEM_NAMED_CODE> mem_name_code(const std::vector<std::uint64_t>& pcs);
+
+// The same where it is known in which module each of the addresses lay, null for none.
+std::vector<MEM_NAMED_CODE> mem_name_code(const std::vector<std::uint64_t>& pcs,
+                                          const std::vector<const symbols::MODULE*>& modules);

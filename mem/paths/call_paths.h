@@ -33,6 +33,8 @@ class MEM_CALL_PATHS {
     // False when there was no memory: then nothing else may be called.
     bool is_made() const { return made; }
     const MEM_PATH_REGION& region() const { return memory.region; }
+    // What the load with that number above 0 had in memory.
+    symbols::LOADED_IMAGE image(std::uint16_t load) { return trie.image(load); }
     int take_descriptor() { return memory.take_descriptor(); }
 
     // The node of the stack's path without its skip innermost frames, and without those of the allocator and

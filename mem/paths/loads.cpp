@@ -62,3 +62,8 @@ std::uint16_t MEM_PATH_LOADS::enter(const symbols::LOADED_IMAGE& image, std::uin
     memory.region.header->loads.publish(number + 1);
     return number;
 }
+
+symbols::LOADED_IMAGE MEM_PATH_LOADS::image(std::uint16_t number) {
+    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    return known[number - 1U].image;
+}

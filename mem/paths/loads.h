@@ -18,6 +18,9 @@ class MEM_PATH_LOADS {
     // lock held; allocates when it sees a module for the first time.
     std::uint16_t find(std::uint64_t pc, std::uint16_t generation);
 
+    // What lay there, of a number above 0 that find has given.
+    symbols::LOADED_IMAGE image(std::uint16_t number);
+
   private:
     struct KNOWN {
         symbols::LOADED_IMAGE image;

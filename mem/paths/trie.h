@@ -46,6 +46,8 @@ class MEM_PATH_TRIE {
     // Whether the program counter is that of a node; from now on it counts as one.
     bool note_pc(std::uint64_t pc);
 
+    symbols::LOADED_IMAGE image(std::uint16_t load) { return loads.image(load); }
+
   private:
     // In memory of its own, the heads behind it.
     struct BUCKETS {

@@ -21,12 +21,12 @@ std::string path_of(const LOADED_IMAGE& image) {
     return mapped_file_at(image.begin);
 }
 
-MODULE describe(const LOADED_IMAGE& image) {
+MODULE describe(const LOADED_IMAGE& image, const std::string& path) {
     MODULE module{.begin = image.begin,
                   .end = image.end,
                   .bias = image.bias,
                   .name = {},
-                  .path = path_of(image),
+                  .path = path.empty() ? path_of(image) : path,
                   .build_id = image.build_id,
                   .is_executable = image.loader_name.empty()};
     module.name = module_base_name(image.loader_name.empty() ? module.path : image.loader_name);
@@ -35,8 +35,8 @@ MODULE describe(const LOADED_IMAGE& image) {
 
 }  // namespace
 
-MODULE_ENTRY::MODULE_ENTRY(LOADED_IMAGE loaded)
-    : loaded_image(std::move(loaded)), description(describe(loaded_image)) {}
+MODULE_ENTRY::MODULE_ENTRY(LOADED_IMAGE loaded, const std::string& path)
+    : loaded_image(std::move(loaded)), description(describe(loaded_image, path)) {}
 
 MODULE_SYMBOLS& MODULE_ENTRY::symbols() {
     // Asked again where nothing could be opened, as while the process has no descriptor left.
@@ -76,11 +76,25 @@ MODULE_ENTRY* MODULE_LIST::find(std::uint64_t address, LISTING listing) {
         return at == entries.rend() ? nullptr : at->get();
     }
     MODULE_ENTRY* known = find_image(*image);
-    if (known != nullptr || listing == LISTING::KNOWN) return known;
+    return known != nullptr || listing == LISTING::KNOWN ? known : &add(*image, {});
+}
+
+MODULE_ENTRY& MODULE_LIST::of(const LOADED_IMAGE& image, const std::string& path) {
+    const auto at = std::ranges::find_if(entries, [&](const auto& entry) { return entry->image() == image; });
+    return at != entries.end() ? **at : add(image, path);
+}
+
+MODULE_ENTRY* MODULE_LIST::of(const MODULE& module) {
+    const auto at =
+        std::ranges::find_if(entries, [&](const auto& entry) { return &entry->module() == &module; });
+    return at != entries.end() ? at->get() : nullptr;
+}
+
+MODULE_ENTRY& MODULE_LIST::add(const LOADED_IMAGE& image, const std::string& path) {
     // A plug-in that comes back, as a rule at another place, must not have its files read once more.
-    auto added = std::make_unique<MODULE_ENTRY>(*image);
+    auto added = std::make_unique<MODULE_ENTRY>(image, path);
     for (const auto& entry : entries) added->share_symbols_of(*entry);
-    return entries.emplace_back(std::move(added)).get();
+    return *entries.emplace_back(std::move(added));
 }
 
 void MODULE_LIST::refresh() {

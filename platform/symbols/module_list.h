@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "platform/symbol_services.h"
@@ -14,7 +15,8 @@ namespace symbols {
 
 class MODULE_ENTRY {
   public:
-    explicit MODULE_ENTRY(LOADED_IMAGE loaded);
+    // path: of its file, where it is known; else it is looked for.
+    explicit MODULE_ENTRY(LOADED_IMAGE loaded, const std::string& path = {});
 
     const MODULE& module() const { return description; }
     const LOADED_IMAGE& image() const { return loaded_image; }
@@ -35,9 +37,14 @@ class MODULE_LIST {
   public:
     // As find_module in symbol_services.h.
     MODULE_ENTRY* find(std::uint64_t address, LISTING listing);
+    // As find_module in symbol_services.h.
+    MODULE_ENTRY& of(const LOADED_IMAGE& image, const std::string& path);
+    // That of a module of this list; null for another one.
+    MODULE_ENTRY* of(const MODULE& module);
     void refresh();
 
   private:
+    MODULE_ENTRY& add(const LOADED_IMAGE& image, const std::string& path);
     MODULE_ENTRY* find_image(const LOADED_IMAGE& image);
 
     std::vector<std::unique_ptr<MODULE_ENTRY>> entries;  // in the order in which they were seen

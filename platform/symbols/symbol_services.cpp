@@ -26,6 +26,10 @@ const MODULE* find_module(std::uint64_t address, LISTING listing) {
     return entry == nullptr ? nullptr : &entry->module();
 }
 
+const MODULE* find_module(const LOADED_IMAGE& image, const std::string& path) {
+    return &modules().of(image, path).module();
+}
+
 void refresh_modules() {
     modules().refresh();
 }
@@ -38,6 +42,15 @@ std::vector<FRAME> find_frames(std::uint64_t address) {
     std::vector<FRAME> frames;
     run_on_own_stack([&] {
         MODULE_ENTRY* entry = modules().find(address, LISTING::CURRENT);
+        if (entry != nullptr) frames = entry->symbols().find_frames(entry->instruction(address));
+    });
+    return frames;
+}
+
+std::vector<FRAME> find_frames(std::uint64_t address, const MODULE& module) {
+    std::vector<FRAME> frames;
+    run_on_own_stack([&] {
+        MODULE_ENTRY* entry = modules().of(module);
         if (entry != nullptr) frames = entry->symbols().find_frames(entry->instruction(address));
     });
     return frames;
