@@ -24,6 +24,29 @@ WORDS = {
 }
 
 
+class Load(typing.NamedTuple):
+    """What bench_pair_loop does, and with how many pairs and live blocks of each thread."""
+
+    name: str
+    live: int = 0
+    kind: str = "pairs"
+    pairs: int = 1000000
+    depth: int = 10
+
+
+WARM = Load("1,000 live blocks", live=1000, pairs=2000000)
+COLD = Load("100,000 live blocks", live=100000, pairs=500000)
+LOADS = {
+    "warm": WARM,
+    "cold": COLD,
+    "grow": Load("only allocations", kind="grow"),
+    "shrink": Load("only frees", kind="shrink"),
+    "pass": Load("allocated here, freed there", kind="pass"),
+    "one-place": Load("one call site, 1,000 live blocks", live=1000, kind="one-place"),
+    "many-places": Load("10,000 call sites, 10,000 live blocks", live=10000, kind="many-places"),
+}
+
+
 class Figures(typing.NamedTuple):
     """Of a pair, or of several runs."""
 
@@ -48,12 +71,15 @@ def settings(build):
     }
 
 
-def parser(description, pairs):
+def parser(description, loads=()):
     result = argparse.ArgumentParser(description=description, formatter_class=argparse.RawDescriptionHelpFormatter)
     result.add_argument("build", nargs="?", type=pathlib.Path, default=ROOT / "build/release",
                         help="build folder (default: build/release)")
-    result.add_argument("--pairs", type=int, default=pairs, help=f"of each thread (default: {pairs})")
-    result.add_argument("--live", type=int, default=100000, help="live blocks of each thread (default: 100000)")
+    if loads:
+        result.add_argument("--loads", nargs="+", choices=list(LOADS), default=loads, metavar="LOAD",
+                            help=f"of {', '.join(LOADS)} (default: {' '.join(loads)})")
+    result.add_argument("--settings", nargs="+", metavar="SETTING", help="those alone, by their names in the table")
+    result.add_argument("--pairs", type=int, help="of each thread (default: as many as fit the load)")
     result.add_argument("--repeat", type=int, default=7, help="runs of each kind (default: 7)")
     return result
 
@@ -61,14 +87,19 @@ def parser(description, pairs):
 class Bench:
     def __init__(self, arguments):
         self.program = (arguments.build / "bin/bench_pair_loop").resolve()
-        self.settings = settings(arguments.build.resolve())
+        known = settings(arguments.build.resolve())
+        for name in arguments.settings or ():
+            if name not in known:
+                sys.exit(f"{sys.argv[0]}: no setting \"{name}\"; there are: {', '.join(known)}")
+        self.settings = {name: known[name] for name in arguments.settings or known}
         self.arguments = arguments
         for needed in (ALLOCATOR, self.program):
             if not os.path.exists(needed):
                 sys.exit(f"{sys.argv[0]}: {needed} is missing; run scripts/setup and build the release preset first")
 
-    def run_once(self, setting, threads, depth=10):
-        command = [self.program, *map(str, (threads, self.arguments.pairs, self.arguments.live, depth))]
+    def run_once(self, setting, threads, load):
+        pairs = self.arguments.pairs or load.pairs
+        command = [self.program, str(threads), str(pairs), str(load.live), load.kind, str(load.depth)]
         with tempfile.TemporaryDirectory() as folder:
             run = subprocess.run(command, env=os.environ | self.settings[setting], cwd=folder, check=True,
                                  capture_output=True, text=True)
@@ -76,7 +107,7 @@ class Bench:
         return Figures(*map(float, figures.groups()))
 
     def medians(self, kinds):
-        """Of all kinds, each a setting, a number of threads, and perhaps how many frames deep."""
+        """Of all kinds, each of a setting, a number of threads and a load."""
         runs = {kind: [] for kind in kinds}
         for _ in range(self.arguments.repeat):
             for kind in kinds:

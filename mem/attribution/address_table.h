@@ -1,17 +1,14 @@
-// MEM_ADDRESS_TABLE: from the address of a live block to the call site and the thread that it is charged to.
-// Used inside the gate, and cleared by a cat. The block's size is not kept: the allocator tells it at the
-// free.
+// What the table by address keeps of a block's charge.
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 #include "mem/attribution/call_sites.h"
-#include "mem/base/address_map.h"
-#include "mem/base/pool_turn.h"
-#include "mem/base/tracker_pool.h"
+#include "mem/base/address_table.h"
 
 // What a block is charged to: the node of its path (mem/paths), which knows its call site, or a call site.
-// With the address an entry is 16 bytes. So the bytes that the allocator gave beyond those that were asked
+// It has 8 bytes. So the bytes that the allocator gave beyond those that were asked
 // for, which belong to the figures of a path, share the words with the numbers, and are cut where there are
 // more.
 class MEM_ADDRESS_ENTRY {
@@ -34,6 +31,9 @@ class MEM_ADDRESS_ENTRY {
         return (place & ~path_bit) >> node_bits << spare_bits_beside_thread | thread >> thread_bits;
     }
 
+    std::uint64_t as_word() const { return std::bit_cast<std::uint64_t>(*this); }
+    static MEM_ADDRESS_ENTRY of_word(std::uint64_t word) { return std::bit_cast<MEM_ADDRESS_ENTRY>(word); }
+
     MEM_ADDRESS_ENTRY() = default;
 
   private:
@@ -48,21 +48,3 @@ class MEM_ADDRESS_ENTRY {
     std::uint32_t place = 0;
     std::uint32_t thread = 0;
 };
-
-struct MEM_POOL_SOURCE {
-    MEM_TRACKER_POOL* pool;
-
-    void* allocate(std::size_t bytes) {
-        const std::lock_guard<MEM_SPIN_LOCK> turn(mem_pool_turn);
-        void* memory = pool->malloc(bytes);
-        if (memory == nullptr) throw std::bad_alloc();
-        return memory;
-    }
-    void release(void* memory, std::size_t) {
-        const std::lock_guard<MEM_SPIN_LOCK> turn(mem_pool_turn);
-        pool->free(memory);
-    }
-};
-
-using MEM_ADDRESS_TABLE = MEM_ADDRESS_MAP<MEM_ADDRESS_ENTRY, MEM_POOL_SOURCE>;
-extern MEM_ADDRESS_TABLE* mem_address_table;

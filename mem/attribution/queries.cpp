@@ -1,10 +1,8 @@
 #include "ktl_mem/queries.h"
 
-#include "mem/attribution/address_table.h"
+#include "mem/attribution/module_trackers.h"
 #include "mem/base/gate.h"
 #include "mem/base/tracker_phase.h"
-
-MEM_ADDRESS_TABLE* mem_address_table = nullptr;
 
 bool mem_get_module_tracker(const std::string& module, MEMORY_TRACKER_BASE& out) {
     if (!mem_tbb_tracker_serves(2545)) return false;

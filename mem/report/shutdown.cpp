@@ -9,7 +9,7 @@
 #include "mem/attribution/call_sites.h"
 #include "mem/base/tracker_phase.h"
 #include "mem/base/tracking_word.h"
-#include "mem/bins/bin_tag_shards.h"
+#include "mem/bins/bin_tag_numbers.h"
 #include "mem/bins/profile_bin_table.h"
 #include "mem/bins/profile_bins.h"
 #include "mem/bins/timeline_labels.h"
@@ -57,7 +57,7 @@ void free_tables() {
     delete_and_clear(mem_tbb_bin_table);
     delete_and_clear(mem_tbb_timeline_labels);
     delete_and_clear(mem_tbb_sample_clock);
-    delete_and_clear(mem_bin_tag_shards);
+    delete_and_clear(mem_bin_tag_numbers);
     delete_and_clear(mem_tbb_module_timelines);
     delete_and_clear(mem_address_table);
     delete_and_clear(mem_tbb_call_paths);

@@ -107,6 +107,7 @@ struct ALLOCATION {
     MEM_PATH_BLOCK block;
     std::uint32_t word;
     std::uint32_t node;
+    std::uint32_t bins;
     bool sampling_point;
 };
 
@@ -147,7 +148,8 @@ void charge(MEM_CALL_SITE& site, const ALLOCATION& made) {
     const auto& [address, requested, allocated] = made.block;
     if ((made.word & mem_call_site_counter_bits) != 0) site.tally.charge(requested, allocated);
     const std::uint32_t thread_id = (made.word & MEM_TRACKING_PER_FILELINE) != 0 ? _Thrd_id() : 0;
-    mem_address_table->insert_or_assign(address, charge_path(site, made, thread_id));
+    const std::uint64_t charged = charge_path(site, made, thread_id).as_word();
+    mem_address_table->put(address, MEM_BLOCK_MARK::of_charge(charged, made.bins));
     if ((made.word & MEM_TRACKING_PER_LIBRARY) == 0) return;
     MEM_MODULE_ENTRY& module = module_of(site);
     module.tally.charge(requested, allocated);
@@ -195,7 +197,8 @@ MEM_CALL_SITE& mem_call_site_of(const MEM_ADDRESS_ENTRY& entry) {
 }
 
 void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-                         std::uint32_t word, bool sampling_point, const STACK_WALK_START& start) {
+                         std::uint32_t word, bool sampling_point, std::uint32_t bins,
+                         const STACK_WALK_START& start) {
     const auto skip = static_cast<std::uint32_t>(search_window().skip);
     const std::uint32_t node =
         asks_for_path(word) ? mem_tbb_call_paths->find(start, skip) : MEM_CALL_PATHS::none;
@@ -204,25 +207,29 @@ void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::ui
             const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
             if (waited_for_the_end()) return;
             if (MEM_CALL_SITE* site = find_call_site_of(node, start)) [[likely]]
-                return charge(*site, {{address, requested, allocated}, word, node, sampling_point});
+                return charge(*site, {{address, requested, allocated}, word, node, bins, sampling_point});
         }
         mem_name_call_sites(start);
     }
 }
 
-void mem_attribute_dealloc(std::uint64_t address, std::uint64_t allocated, std::uint32_t word,
-                           bool sampling_point) {
+std::uint32_t mem_attribute_dealloc(std::uint64_t address, std::uint64_t allocated, std::uint32_t word,
+                                    bool sampling_point) {
     const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
-    if (waited_for_the_end()) return;
-    MEM_ADDRESS_ENTRY entry;
-    const bool known = mem_address_table->retire(address, entry);
+    if (waited_for_the_end()) return 0;
+    const MEM_BLOCK_MARK mark = mem_address_table->take(address, (word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0
+                                                                     ? MEM_BLOCK_MARK::both_halves
+                                                                     : MEM_BLOCK_MARK::charge_half);
+    const bool known = mark.has_charge();
+    const auto entry = MEM_ADDRESS_ENTRY::of_word(mark.charge);
     MEM_CALL_SITE& site = discharge_path(known ? &entry : nullptr, address, allocated, word);
     const bool is_mismatched = known && (word & MEM_TRACKING_PER_FILELINE) != 0 &&
                                allocated <= largest_mismatched_block && entry.thread_id() != _Thrd_id();
     if ((word & mem_call_site_counter_bits) != 0)
         site.tally.discharge(allocated, is_mismatched ? allocated : 0);
-    if ((word & MEM_TRACKING_PER_LIBRARY) == 0) return;
+    if ((word & MEM_TRACKING_PER_LIBRARY) == 0) return mark.bins();
     module_of(site).tally.discharge(allocated);
     if (sampling_point) [[unlikely]]
         mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+    return mark.bins();
 }

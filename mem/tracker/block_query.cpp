@@ -14,7 +14,10 @@ bool mem_get_address_tracker(const void* address, MEM_ADDRESS_TRACKER& out) {
         out = mem_tbb_call_sites->other().copy();
         return true;
     }
-    return mem_address_table->inspect(
-        reinterpret_cast<std::uint64_t>(address),
-        [&](const MEM_ADDRESS_ENTRY& entry) { out = mem_call_site_of(entry).copy(); });
+    bool is_charged = false;
+    mem_address_table->inspect(reinterpret_cast<std::uint64_t>(address), [&](const MEM_BLOCK_MARK& mark) {
+        is_charged = mark.has_charge();
+        if (is_charged) out = mem_call_site_of(MEM_ADDRESS_ENTRY::of_word(mark.charge)).copy();
+    });
+    return is_charged;
 }

@@ -10,7 +10,6 @@
 #include "mem/base/messages.h"
 #include "mem/base/stats.h"
 #include "mem/bins/bin_attribution.h"
-#include "mem/bins/bin_tag_shards.h"
 #include "mem/bins/profile_bin_table.h"
 #include "mem/bins/timeline_labels.h"
 #include "mem/timeline/auxiliary_timeline.h"
@@ -93,10 +92,15 @@ void mem_track_alloc_fully(std::uint64_t address, std::uint64_t requested, std::
                            std::uint32_t word, const STACK_WALK_START& start) try {
     const KEPT_ERRNO errno_is_kept;
     const bool sampling_point = mem_take_event_number();
-    if ((word & mem_stack_walk_bits) != 0)
-        mem_attribute_alloc(address, requested, allocated, word, sampling_point, start);
-    if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) {
-        mem_charge_bin_and_tag(address, allocated);
+    const bool has_bins = (word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0;
+    const std::uint32_t bins = has_bins ? mem_current_bin_and_tag() : 0;
+    if ((word & mem_stack_walk_bits) != 0) {
+        mem_attribute_alloc(address, requested, allocated, word, sampling_point, bins, start);
+    } else if (has_bins) {
+        mem_address_table->put(address, MEM_BLOCK_MARK::of_bins(bins));
+    }
+    if (has_bins) {
+        mem_charge_bin_and_tag(bins, allocated);
         if (sampling_point) [[unlikely]]
             mem_tbb_tag_timeline->sample();
     }
@@ -116,16 +120,22 @@ void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated, std
     const bool peak_hit = is_new_peak(word);
     // A peak is a sampling point too, but takes its number like every event.
     const bool sampling_point = mem_take_event_number() || peak_hit;
-    if ((word & mem_stack_walk_bits) != 0) mem_attribute_dealloc(address, allocated, word, sampling_point);
+    const bool has_bins = (word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0;
+    std::uint32_t bins = 0;
+    if ((word & mem_stack_walk_bits) != 0) {
+        bins = mem_attribute_dealloc(address, allocated, word, sampling_point);
+    } else if (has_bins) {
+        bins = mem_address_table->take(address, MEM_BLOCK_MARK::bins_half).bins();
+    }
     if ((word & mem_stats_bits) != 0) mem_stats_remove_block(allocated);
-    if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) {
+    if (has_bins) {
         if (peak_hit) [[unlikely]] {
             mem_tbb_bin_table->take_peak();
             mem_tbb_tag_table->take_peak();
         }
         if (sampling_point) [[unlikely]]
             mem_tbb_tag_timeline->sample();
-        mem_discharge_bin_and_tag(address, allocated);
+        mem_discharge_bin_and_tag(bins, allocated);
     }
     if (sampling_point) [[unlikely]]
         sample_labels_and_process(word);
@@ -139,8 +149,8 @@ void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated, std
 
 void mem_expect_alloc(std::uint64_t address) {
     const std::uint32_t word = mem_tracking_word;
-    if ((word & mem_stack_walk_bits) != 0) mem_address_table->prefetch(address);
-    if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) mem_bin_tag_shards->prefetch(address);
+    if ((word & (mem_stack_walk_bits | MEM_TRACKING_PROFILE_BIN_TAGS)) != 0)
+        mem_address_table->prefetch(address);
 }
 
 void mem_expect_dealloc(std::uint64_t address) {

@@ -20,7 +20,7 @@ void mem_reset_tracking_entries() {
     if (!mem_tbb_tracker_serves(2474)) return;
     mem_change_wholly([] {
         const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
-        mem_address_table->clear();
+        mem_address_table->forget_charges();
         if (mem_tbb_call_paths != nullptr) mem_tbb_call_paths->clear();
         mem_tbb_module_trackers->clear();
         mem_tbb_call_sites->clear();

@@ -19,7 +19,7 @@
 #include "mem/base/messages.h"
 #include "mem/base/thread_state.h"
 #include "mem/base/tracker_phase.h"
-#include "mem/bins/bin_tag_shards.h"
+#include "mem/bins/bin_tag_numbers.h"
 #include "mem/bins/profile_bin_table.h"
 #include "mem/bins/timeline_labels.h"
 #include "mem/debug/debug_patterns.h"
@@ -57,7 +57,7 @@ MEM_CALL_PATHS* make_call_paths() {
 void build_tables() {
     mem_tbb_call_sites = new MEM_CALL_SITE_TABLE;
     mem_tracker_pool = new MEM_TRACKER_POOL;
-    mem_address_table = new MEM_ADDRESS_TABLE(MEM_POOL_SOURCE{mem_tracker_pool});
+    mem_address_table = new MEM_ADDRESS_TABLE(MEM_ARRAY_SOURCE{mem_tracker_pool});
     mem_tbb_call_paths = make_call_paths();
     mem_tbb_module_trackers = new MEM_MODULE_TABLE;
     mem_tbb_module_timelines = new MEM_MODULE_TIMELINES;
@@ -65,7 +65,7 @@ void build_tables() {
     mem_tbb_sample_clock = new MEM_SAMPLE_CLOCK;
     mem_tbb_resident_timeline = new MEM_RESIDENT_TIMELINE;
     mem_tbb_timeline_labels = new MEM_TIMELINE_LABELS;
-    mem_bin_tag_shards = new MEM_BIN_TAG_SHARDS(MEM_SHARD_SOURCE{});
+    mem_bin_tag_numbers = new MEM_BIN_TAG_NUMBERS;
     mem_tbb_bin_table = new MEM_PROFILE_BIN_TABLE;
     mem_tbb_tag_table = new MEM_PROFILE_BIN_TABLE;
     mem_tbb_tag_timeline = new MEM_TAG_TIMELINE(*mem_tbb_tag_table);

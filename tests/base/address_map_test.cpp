@@ -25,33 +25,57 @@ struct COUNTING_SOURCE {
 };
 
 // Two parts make long probes and many wrapped ones.
-using MAP = MEM_ADDRESS_MAP<std::uint64_t, COUNTING_SOURCE, 2>;
+using MAP = MEM_ADDRESS_MAP<COUNTING_SOURCE, 1>;
+
+bool operator==(const MEM_BLOCK_MARK& a, const MEM_BLOCK_MARK& b) {
+    return a.halves == b.halves && (!a.has_charge() || a.charge == b.charge);
+}
+
+// Addresses of blocks near and far from each other, and some that lie anywhere, 0 among them.
+std::uint64_t any_address(std::uint64_t number) {
+    switch (number % 16) {
+        case 0:
+            return number / 16 * 0x123456789abcd1;
+        case 1:
+            return (number / 16) << 30;
+        default:
+            return 8 * number;
+    }
+}
 
 TEST(AddressMap, AgreesWithAModelOverManyChanges) {
     MAP map{COUNTING_SOURCE{}};
-    std::unordered_map<std::uint64_t, std::uint64_t> model;
+    std::unordered_map<std::uint64_t, MEM_BLOCK_MARK> model;
     std::mt19937_64 random(42);
     for (int i = 0; i < 200000; ++i) {
-        const std::uint64_t address = 16 * (1 + random() % 3000);
-        const std::uint64_t value = random();
-        switch (random() % 4) {
-            case 0:
-                map.insert_or_assign(address, value);
-                model[address] = value;
-                break;
-            case 1:
-                map.insert(address, value);
-                model.emplace(address, value);
-                break;
-            default: {
-                std::uint64_t seen = 7;
-                const bool known = model.contains(address), retires = random() % 2 == 0;
-                const bool found = retires ? map.retire(address, seen)
-                                           : map.inspect(address, [&](std::uint64_t v) { seen = v; });
-                ASSERT_EQ(found, known);
-                ASSERT_EQ(seen, known ? model[address] : 7);
-                if (retires) model.erase(address);
-            }
+        const std::uint64_t address = any_address(random() % 4000);
+        const std::uint32_t all_bins[] = {0, 1, MEM_BLOCK_MARK::bins_half};
+        const std::uint32_t bins = all_bins[random() % 3];
+        const auto mark =
+            random() % 4 != 0 ? MEM_BLOCK_MARK::of_charge(random(), bins) : MEM_BLOCK_MARK::of_bins(bins);
+        MEM_BLOCK_MARK there = model.contains(address) ? model[address] : MEM_BLOCK_MARK{};
+        if (i % 50000 == 49999) {
+            map.forget_charges();
+            for (auto& [where, left] : model) left.halves &= MEM_BLOCK_MARK::bins_half;
+            std::erase_if(model, [](const auto& entry) { return entry.second.is_empty(); });
+        } else if (random() % 2 == 0 && !mark.is_empty()) {
+            map.put(address, mark);
+            model[address] = {mark.has_charge() ? mark.charge : there.charge,
+                              ((mark.halves | there.halves) & MEM_BLOCK_MARK::charge_half) |
+                                  (there.bins() != 0 ? there.bins() : mark.bins())};
+        } else if (random() % 4 == 0) {
+            MEM_BLOCK_MARK seen;
+            ASSERT_EQ(map.inspect(address, [&](const MEM_BLOCK_MARK& found) { seen = found; }),
+                      !there.is_empty());
+            ASSERT_TRUE(seen == there);
+        } else {
+            const std::uint32_t halves[] = {MEM_BLOCK_MARK::charge_half, MEM_BLOCK_MARK::bins_half,
+                                            MEM_BLOCK_MARK::both_halves};
+            const std::uint32_t asked = halves[random() % 3];
+            ASSERT_TRUE(map.take(address, asked) == (MEM_BLOCK_MARK{there.charge, there.halves & asked}));
+            there.halves &= ~asked;
+            model[address] = there;
+            if (there.is_empty()) model.erase(address);
         }
         ASSERT_EQ(map.size(), model.size());
     }
@@ -61,16 +85,16 @@ TEST(AddressMap, AgreesWithAModelOverManyChanges) {
 }
 
 TEST(AddressMap, AFailedGrowthLeavesTheMapAsItWas) {
-    MAP map{COUNTING_SOURCE{.limit = 16 * 16}};
+    MAP map{COUNTING_SOURCE{.limit = std::size_t{16} * 64}};
     std::size_t stored = 0;
     try {
-        for (std::uint64_t address = 16;; address += 16, ++stored) map.insert_or_assign(address, address);
+        for (std::uint64_t address = 16;; address += 16, ++stored)
+            map.put(address, MEM_BLOCK_MARK::of_charge(address));
     } catch (const std::bad_alloc&) {
     }
     EXPECT_EQ(map.size(), stored);
-    std::uint64_t value = 0;
     for (std::uint64_t address = 16; address <= 16 * stored; address += 16)
-        EXPECT_TRUE(map.retire(address, value) && value == address) << address;
+        EXPECT_EQ(map.take(address, MEM_BLOCK_MARK::both_halves).charge, address);
 }
 
 }  // namespace

@@ -6,10 +6,11 @@
 #include <array>
 #include <bit>
 
+#include "mem/base/address_table.h"
 #include "mem/base/stats.h"
 #include "mem/base/tracking_word.h"
 #include "mem/bins/bin_attribution.h"
-#include "mem/bins/bin_tag_shards.h"
+#include "mem/bins/bin_tag_numbers.h"
 #include "mem/bins/label_stack.h"
 #include "mem/bins/profile_bin_table.h"
 #include "mem/bins/profile_bins.h"
@@ -21,7 +22,8 @@ class BinObjects : public testing::Test {
     BinObjects() {
         mem_tbb_bin_table = new MEM_PROFILE_BIN_TABLE;
         mem_tbb_tag_table = new MEM_PROFILE_BIN_TABLE;
-        mem_bin_tag_shards = new MEM_BIN_TAG_SHARDS(MEM_SHARD_SOURCE{});
+        mem_bin_tag_numbers = new MEM_BIN_TAG_NUMBERS;
+        mem_address_table = new MEM_ADDRESS_TABLE(MEM_ARRAY_SOURCE{&pool});
         mem_tbb_timeline_labels = new MEM_TIMELINE_LABELS;
         mem_tbb_memory_tracking_enabled = true;
         mem_tbb_bin_tags_enabled = true;
@@ -35,11 +37,21 @@ class BinObjects : public testing::Test {
         mem_tbb_label_stack.clear();
         delete mem_tbb_profile_bins.exchange(nullptr);
         delete mem_tbb_timeline_labels;
-        delete mem_bin_tag_shards;
+        delete mem_address_table;
+        delete mem_bin_tag_numbers;
         delete mem_tbb_tag_table;
         delete mem_tbb_bin_table;
     }
 
+    // As the event path does.
+    static void charge_bin_and_tag(std::uint64_t address, std::uint64_t bytes) {
+        const std::uint32_t bins = mem_current_bin_and_tag();
+        mem_address_table->put(address, MEM_BLOCK_MARK::of_bins(bins));
+        mem_charge_bin_and_tag(bins, bytes);
+    }
+    static void discharge_bin_and_tag(std::uint64_t address, std::uint64_t bytes) {
+        mem_discharge_bin_and_tag(mem_address_table->take(address, MEM_BLOCK_MARK::bins_half).bins(), bytes);
+    }
     static void open(const char* name, const char* tag) { mem_open_profile_bin(name, tag); }
     // Start, end and peak.
     static std::array<std::uint64_t, 3> close(const char* tag) {
@@ -51,6 +63,8 @@ class BinObjects : public testing::Test {
         const MEM_PROFILE_BINS& all = mem_get_profile_bins();
         return all.bins.get_curr_name() + " " + all.tags.get_curr_name();
     }
+
+    MEM_TRACKER_POOL pool;
 };
 
 // Current, max, cumulative, peak and flushed peak.

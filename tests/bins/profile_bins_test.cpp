@@ -129,15 +129,15 @@ TEST_F(BinObjects, NamesAreReadWhileOthersAreMade) {
 
 TEST_F(BinObjects, ABlockComesOffTheBinThatItWasChargedTo) {
     open("X", "T");
-    mem_charge_bin_and_tag(0x5000, 100);
+    charge_bin_and_tag(0x5000, 100);
     open("Y", "U");
-    mem_charge_bin_and_tag(0x5000, 7);  // the address is taken: the first entry wins
-    mem_charge_bin_and_tag(0x6000, 50);
-    mem_charge_bin_and_tag(0x6010, 20);
+    charge_bin_and_tag(0x5000, 7);  // the address is taken: the first entry wins
+    charge_bin_and_tag(0x6000, 50);
+    charge_bin_and_tag(0x6010, 20);
     on_threads(1, [](int) {
-        mem_discharge_bin_and_tag(0x5000, 100);
-        mem_discharge_bin_and_tag(0x6000, 50);
-        mem_discharge_bin_and_tag(0x6000, 3);  // unknown by now: off "Root"
+        discharge_bin_and_tag(0x5000, 100);
+        discharge_bin_and_tag(0x6000, 50);
+        discharge_bin_and_tag(0x6000, 3);  // unknown by now: off "Root"
     });
     for (const MEM_PROFILE_BIN_TABLE* table : {mem_tbb_bin_table, mem_tbb_tag_table}) {
         ASSERT_EQ(table->size(), 3u);
@@ -150,13 +150,13 @@ TEST_F(BinObjects, ABlockComesOffTheBinThatItWasChargedTo) {
 TEST_F(BinObjects, AFreeAfterAClearGoesBelowZeroWithoutMemory) {
     open("X", "T");
     for (std::uint32_t i = 0; i < 200; ++i) mem_tbb_tag_table->add_bytes(8, i);
-    mem_charge_bin_and_tag(0x7000, 100);
+    charge_bin_and_tag(0x7000, 100);
     mem_tbb_tag_table->clear_at_rest();
     EXPECT_EQ(mem_tbb_tag_table->size(), 0u);
     const int before = allocations;
     mem_tbb_tag_table->remove_bytes(8, 199);
     EXPECT_EQ(allocations, before);
-    mem_discharge_bin_and_tag(0x7000, 100);
+    discharge_bin_and_tag(0x7000, 100);
     EXPECT_EQ(mem_tbb_tag_table->size(), 200u);
     EXPECT_EQ(counters(*mem_tbb_tag_table, 1), (std::array<std::int64_t, 5>{-100, 0, 0, 0, 0}));
     EXPECT_EQ(counters(*mem_tbb_tag_table, 199), (std::array<std::int64_t, 5>{-8, 0, 0, 0, 0}));

@@ -155,7 +155,7 @@ class Reports : public BinObjects {
 
 TEST_F(Reports, StatsKeepTheirFormBelowZero) {
     std::ostringstream out;
-    mem_discharge_bin_and_tag(0x3000, 1048576);
+    discharge_bin_and_tag(0x3000, 1048576);
     mem_dump_tag_stats(out << std::scientific, MEM_STATS_UNIT::MEBIBYTES);
     EXPECT_THAT(out.str(), testing::EndsWith("Current MiB\nRoot\t0.000\t0.000\t0.000\t-1.000\n"));
 }

@@ -76,11 +76,11 @@ class TagTimeline : public BinObjects {
 TEST_F(TagTimeline, TagsJoinLateAndBinsOutliveAReset) {
     timeline.sample();
     open("X", "T");
-    mem_charge_bin_and_tag(0x1000, 30);
+    charge_bin_and_tag(0x1000, 30);
     timeline.sample();
     open("passing", "");
     close("");
-    mem_discharge_bin_and_tag(0x1000, 30);
+    discharge_bin_and_tag(0x1000, 30);
     timeline.sample();
     timeline.read([](const MEM_TAG_SERIES& series) {
         EXPECT_EQ(series.num_samples, 3u);
@@ -89,7 +89,7 @@ TEST_F(TagTimeline, TagsJoinLateAndBinsOutliveAReset) {
     });
     timeline.reset();
     EXPECT_EQ(mem_tbb_tag_table->size(), 0u);
-    mem_charge_bin_and_tag(0x2000, 4);
+    charge_bin_and_tag(0x2000, 4);
     timeline.sample();
     timeline.read([](const MEM_TAG_SERIES& series) {
         EXPECT_EQ(series.num_samples, 1u);
