@@ -1,14 +1,17 @@
 #include "tools/memrun/figures.h"
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 #include "tools/common/closing_line.h"
+#include "tools/memrun/exact_peak.h"
 #include "tools/memrun/output_folder.h"
+#include "tools/memrun/report_row.h"
 
 namespace fs = std::filesystem;
 
@@ -18,6 +21,7 @@ namespace {
 
 constexpr std::string_view fileline_prefix = "mem_tbb_fileline.";
 constexpr std::string_view timeline_prefix = "mem_tbb_timeline.";
+constexpr std::string_view paths_prefix = "mem_tbb_call_paths.";
 constexpr std::string_view leaks_prefix = "mem_tbb_leak_warning.";
 constexpr std::string_view fast_leaks_name = "mem_tbb_fast_leak_warning.log";
 
@@ -37,24 +41,6 @@ enum Column : std::size_t {
     column_count = 15
 };
 
-using Fields = std::vector<std::string_view>;
-
-Fields split(std::string_view line) {
-    Fields fields;
-    for (std::size_t begin = 0; begin <= line.size();) {
-        const std::size_t end = std::min(line.find('\t', begin), line.size());
-        fields.push_back(line.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return fields;
-}
-
-std::int64_t number(std::string_view text) {
-    std::int64_t value = 0;
-    std::from_chars(text.data(), text.data() + text.size(), value);
-    return value;
-}
-
 std::string word_of(const std::string& file_name, std::string_view prefix) {
     constexpr std::string_view suffix = ".log";
     return file_name.substr(prefix.size(), file_name.size() - prefix.size() - suffix.size());
@@ -68,11 +54,11 @@ std::string place_of(const Fields& row) {
 // Call sites at one line are one to the reader, whatever their addresses.
 class Sites {
   public:
-    void add(const Fields& row) {
+    void add(const Fields& row, const Held& at_peak) {
         const bool is_site = row[column_address] != "OTHER";
         Sums& sums = is_site ? sums_[{place_of(row), std::string(row[column_function])}] : unattributed_;
-        sums.peak_bytes += number(row[column_peak_bytes]);
-        sums.peak_blocks += number(row[column_peak_blocks]);
+        sums.peak_bytes += at_peak.bytes;
+        sums.peak_blocks += at_peak.blocks;
         sums.cumulative_bytes += number(row[column_cumulative_bytes]);
         sums.cumulative_blocks += number(row[column_cumulative_blocks]);
     }
@@ -108,25 +94,55 @@ class Sites {
     Sums unattributed_;
 };
 
+using ExactPeaks = std::map<std::string, ExactPeak>;  // by process
+
+ExactPeaks read_exact_peaks(const std::string& folder) {
+    ExactPeaks peaks;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
+        const std::string name = entry.path().filename().string();
+        if (!name.starts_with(paths_prefix)) continue;
+        if (auto peak = read_exact_peak(entry.path()))
+            peaks.emplace(word_of(name, paths_prefix), std::move(*peak));
+    }
+    return peaks;
+}
+
 void offer_peak(Figures& figures, std::int64_t bytes, std::uint64_t index, const std::string& word) {
     if (bytes <= figures.peak_bytes) return;
     figures.has_peak = true;
+    figures.peak_milliseconds.reset();
     figures.peak_bytes = bytes;
     figures.peak_index = index;
     figures.peak_word = word;
 }
 
-void add_row(const Fields& row, Figures& figures, Sites& sites) {
+void offer_exact_peaks(Figures& figures, const ExactPeaks& peaks) {
+    for (const auto& [word, peak] : peaks) {
+        offer_peak(figures, peak.all.bytes, 0, word);
+        if (figures.peak_word == word) figures.peak_milliseconds = peak.milliseconds;
+    }
+}
+
+// What a call site held at the exact peak, once; where that is not known, at the recorded one.
+Held share_at_peak(const Fields& row, ExactPeak* exact) {
+    if (exact == nullptr) return {number(row[column_peak_bytes]), number(row[column_peak_blocks])};
+    const auto site = exact->by_site.find(row[column_address]);
+    return site == exact->by_site.end() ? Held() : std::exchange(site->second, Held());
+}
+
+void add_row(const Fields& row, const Held& at_peak, Figures& figures, Sites& sites) {
     figures.has_totals = true;
     figures.cumulative_bytes += number(row[column_cumulative_bytes]);
     figures.cumulative_blocks += number(row[column_cumulative_blocks]);
     figures.current_bytes += number(row[column_current_bytes]);
     figures.current_blocks += number(row[column_current_blocks]);
     if (row[column_address] == "OTHER") figures.unattributed_bytes += number(row[column_cumulative_bytes]);
-    sites.add(row);
+    sites.add(row, at_peak);
 }
 
-void read_fileline(const fs::path& path, const std::string& word, Figures& figures, Sites& sites) {
+void read_fileline(const fs::path& path, const std::string& word, ExactPeak* exact, Figures& figures,
+                   Sites& sites) {
     std::ifstream file(path);
     std::string line;
     std::getline(file, line);
@@ -140,11 +156,12 @@ void read_fileline(const fs::path& path, const std::string& word, Figures& figur
         const Fields row = split(line);
         is_whole = is_closing_line(line);
         if (row.size() != column_count) continue;
-        add_row(row, figures, sites);
-        peak += number(row[column_peak_bytes]);
+        const Held at_peak = share_at_peak(row, exact);
+        add_row(row, at_peak, figures, sites);
+        peak += at_peak.bytes;
     }
     if (!is_whole) figures.cut_file = path.filename().string();
-    offer_peak(figures, peak, at, word);
+    if (exact == nullptr) offer_peak(figures, peak, at, word);
 }
 
 // The highest sample over all modules; only for a run without call sites, which know their own peak.
@@ -178,12 +195,15 @@ bool ends_with_a_line(const fs::path& path) {
     return file.tellg() > 0 && file.seekg(-1, std::ios::end).get() == '\n';
 }
 
-void read_report(const fs::path& path, Figures& figures, Sites& sites) {
+void read_report(const fs::path& path, ExactPeaks& peaks, Figures& figures, Sites& sites) {
     const std::string name = path.filename().string();
     figures.has_files = figures.has_files || is_report_name(name);
     if (name.starts_with("mem_tbb_") && !ends_with_a_line(path)) figures.cut_file = name;
-    if (name.starts_with(fileline_prefix))
-        read_fileline(path, word_of(name, fileline_prefix), figures, sites);
+    if (name.starts_with(fileline_prefix)) {
+        const std::string word = word_of(name, fileline_prefix);
+        const auto exact = peaks.find(word);
+        read_fileline(path, word, exact == peaks.end() ? nullptr : &exact->second, figures, sites);
+    }
     if (name.starts_with(leaks_prefix)) read_leaks(path, "Total leaked bytes: ", figures);
     if (name == fast_leaks_name) read_leaks(path, "Leaked bytes:", figures);
 }
@@ -193,13 +213,15 @@ void read_report(const fs::path& path, Figures& figures, Sites& sites) {
 Figures read_figures(const std::string& folder, std::size_t most_sites) {
     Figures figures;
     Sites sites;
+    ExactPeaks peaks = read_exact_peaks(folder);
+    offer_exact_peaks(figures, peaks);
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
-        read_report(entry.path(), figures, sites);
+        read_report(entry.path(), peaks, figures, sites);
     figures.top_sites = sites.top(most_sites, figures.has_peak);
     figures.unattributed = sites.unattributed(figures.has_peak);
     figures.whole_bytes = sites.whole(figures.has_peak);
-    if (figures.has_totals) return figures;
+    if (figures.has_totals || figures.has_peak) return figures;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
         if (const std::string name = entry.path().filename().string(); name.starts_with(timeline_prefix))
             read_timeline(entry.path(), word_of(name, timeline_prefix), figures);

@@ -1,5 +1,6 @@
 #include "tools/memrun/summary.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include <cstring>
 #include <functional>
 
+#include "tools/common/readable_names.h"
 #include "tools/memrun/figures.h"
 #include "tools/memrun/reasons.h"
 #include "tools/memrun/units.h"
@@ -18,14 +20,19 @@ namespace {
 constexpr std::size_t most_sites = 3;
 constexpr std::size_t widest_function = 60;
 constexpr std::size_t widest_place = 40;
+constexpr std::size_t widest_text = 200;
+constexpr std::size_t least_width = 40;
+constexpr std::size_t least_names = 20;  // for place and function together
 
 class Lines {
   public:
+    static constexpr std::size_t indent = 12;
+
     explicit Lines(bool with_colour) : with_colour_(with_colour) {}
 
     void add(const std::string& label, const std::string& text) {
         const std::string shown = with_colour_ ? "\033[1m" + label + "\033[0m" : label;
-        text_ += shown + std::string(label.size() < 12 ? 12 - label.size() : 1, ' ') + text + "\n";
+        text_ += shown + std::string(label.size() < indent ? indent - label.size() : 1, ' ') + text + "\n";
     }
     const std::string& text() const { return text_; }
 
@@ -60,26 +67,40 @@ void add_totals(Lines& lines, const Figures& figures, const std::vector<ProcessN
         lines.add("not freed", blocks_text(notes.front().current_bytes, notes.front().current_blocks));
 }
 
+std::string moment_of_peak(const Figures& figures) {
+    if (figures.peak_milliseconds)
+        return " after " + seconds_text(static_cast<double>(*figures.peak_milliseconds) / 1000);
+    return " at sampling index " + std::to_string(figures.peak_index);
+}
+
 void add_peak(Lines& lines, const Figures& figures, const std::vector<ProcessNote>& notes) {
     if (figures.has_peak)
         lines.add(figures.peak_is_sample ? "top sample" : "peak",
-                  bytes_text(figures.peak_bytes) + " at sampling index " +
-                      std::to_string(figures.peak_index) +
+                  bytes_text(figures.peak_bytes) + moment_of_peak(figures) +
                       (notes.size() > 1 ? " of " + figures.peak_word : ""));
     else if (!notes.empty() && notes.front().has_stats)
         lines.add("peak", bytes_text(notes.front().peak_bytes));
 }
 
-std::string shortened_function(const std::string& function) {
-    if (function.size() <= widest_function) return function;
-    return function.substr(0, widest_function - 3) + "...";
+std::string shortened_function(const std::string& whole, std::size_t most) {
+    const std::string function = readable::name(whole);
+    if (function.size() <= most) return function;
+    return function.substr(0, most - 3) + "...";
+}
+
+// Columns that standard error has for what stands behind the label; many when it is no terminal.
+std::size_t room_for_text() {
+    winsize size{};
+    const bool is_terminal = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return is_terminal ? std::max<std::size_t>(size.ws_col, least_width) - Lines::indent : widest_text;
 }
 
 // The end of a path tells more than its beginning.
-std::string shortened_place(const std::string& place) {
-    if (place.size() <= widest_place) return place;
-    const std::size_t slash = place.find('/', place.size() - widest_place + 3);
-    return slash == std::string::npos ? place.substr(place.rfind('/') + 1) : "..." + place.substr(slash);
+std::string shortened_place(const std::string& place, std::size_t most) {
+    if (place.size() <= most) return place;
+    const std::size_t tail = place.size() - most + 3;
+    const std::size_t slash = place.find('/', tail);
+    return "..." + place.substr(slash == std::string::npos ? tail : slash);
 }
 
 // Empty for less than a hundredth, which is not worth a line.
@@ -98,10 +119,15 @@ void add_sites(Lines& lines, const Figures& figures) {
     std::size_t width = 0;
     for (const CallSite& site : sites) width = std::max(width, blocks_text(site.bytes, site.blocks).size());
     std::string label = figures.has_peak ? "top at peak" : "top";
+    const std::size_t room = room_for_text();
     for (const CallSite& site : sites) {
         std::string sizes = blocks_text(site.bytes, site.blocks);
         sizes.resize(width + 2, ' ');
-        lines.add(label, sizes + shortened_place(site.place) + "  " + shortened_function(site.function));
+        const std::size_t left = std::max(room, sizes.size() + least_names) - sizes.size();
+        const std::string place = shortened_place(site.place, std::min(widest_place, left / 2)) + "  ";
+        lines.add(label,
+                  sizes + place +
+                      shortened_function(site.function, std::min(widest_function, left - place.size())));
         label.clear();
     }
 }
