@@ -192,8 +192,9 @@ cli_doc::Page manual_page() {
     page.synopsis = {"COMMAND [OPTIONS] DIR..."};
     page.sections = {
         {"FIGURES",
-         "Peak is a row's share at the recorded peak of the whole process; max is the row's own highest "
-         "value, whenever "
+         "Peak is a row's share at the peak of the whole process: the exact one in a run with call paths, "
+         "else "
+         "the one that was recorded in steps; max is the row's own highest value, whenever "
          "it was; current is what was held at the end; cumulative is all that was ever allocated."},
         {"EXIT STATUS",
          "0: done; diff: no difference beyond the tolerance; check: passed.\n\n"
@@ -202,6 +203,7 @@ cli_doc::Page manual_page() {
         {"ENVIRONMENT", "NO_COLOR: set and not empty, no colour. COLUMNS: the width of the terminal."},
         {"EXAMPLES",
          "    ktl_memview show ktl_mem.python3.4711\n"
+         "    ktl_memview show --tree ktl_mem.python3.4711\n"
          "    ktl_memview html -o run.html ktl_mem.python3.4711\n"
          "    ktl_memview diff before after --tolerance 1%\n"
          "    ktl_memview check --max-peak 2G --max-leaked 0 --allow known.txt reports\n"
