@@ -9,6 +9,7 @@ namespace memview {
 namespace {
 
 constexpr std::int64_t VERSION = 1;
+constexpr std::uint16_t DEEPEST = 4096;  // far more than the tracker keeps of a stack
 
 class PathReader {
   public:
@@ -106,6 +107,8 @@ class PathReader {
         if (node != ++m_nodes) return "nodes are not numbered in their order";
         if (row[1] >= node) return "the parent of a node does not come before it";
         if (row[2] > m_frame_count) return "the frame of a node is not listed";
+        m_depths.push_back(m_depths[static_cast<std::size_t>(row[1])] + 1);
+        if (m_depths.back() > DEEPEST) return "the path to this node has more frames than any path";
         return nullptr;
     }
 
@@ -123,6 +126,7 @@ class PathReader {
     std::int64_t m_level = 0;
     std::int64_t m_frame_count = 0;
     std::int64_t m_nodes = 0;
+    std::vector<std::uint16_t> m_depths = {0};  // by node
 };
 
 }  // namespace
