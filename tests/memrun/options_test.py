@@ -92,7 +92,7 @@ class Options(LauncherTest):
         self.assertEqual(tracked.stdout, plain.stdout)
         head = (self.reports / "mem_tbb_fileline.python3.log").read_text().splitlines()[0]
         index = head.split("[at index ")[1].rstrip("]")
-        self.assertIn(f" at sampling index {index}\n", tracked.stderr.decode())
+        self.assertRegex(tracked.stderr.decode(), rf"\npeak +[0-9.]+ [KM]iB (at sampling index {index}|after [0-9.]+ s)\n")
         self.assertEqual(os.listdir(self.folder), ["reports"])
 
     def test_scripts_are_tracked_in_their_interpreter(self):
