@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""The page of a run in a real browser, opened from disk with the network cut: page_test.py MEMVIEW"""
+"""The page of a run in a real browser, opened from disk with the network cut: page_test.py MEMVIEW MEMRUN
+TWENTY_PLACES"""
 
 import csv
 import os
@@ -11,9 +12,8 @@ import unittest
 
 from browser import Browser
 from make_reports import CALLERS, CLOSING, Run
-from path_report import PathReport, level
 
-MEMVIEW = os.path.abspath(sys.argv[1])
+MEMVIEW, MEMRUN, TWENTY_PLACES = (os.path.abspath(argument) for argument in sys.argv[1:])
 RANGES = "charts.graphs.map((graph) => graph.xAxisRange())"
 
 
@@ -25,21 +25,13 @@ def make_page(folder, modules, sites, samples):
 
 
 def make_twenty_places(folder):
-    """One helper, called from twenty places of one function and once from a library; the 13th place holds 90 %."""
+    """The page of a real run, the line of the place that holds what it gets, and that in bytes."""
     reports, page = os.path.join(folder, "twenty"), os.path.join(folder, "twenty.html")
-    os.makedirs(reports)
-    paths = PathReport()
-    helper = [level("Pool::duplicate(std::__cxx11::basic_string<char, std::char_traits<char>, std::allocator<char> > const&)",
-                    "/src/pool.cpp", 9), level("operator new(unsigned long)", "", 0, "libtcmalloc_minimal.so.4", 1)]
-    for place in range(20):
-        held = 900 if place == 12 else 5
-        paths.add([[level("main", line=3)], [level("load()", line=100 + place)], [helper[0]], [helper[1]]], "0x9",
-                  [0, 0, 0, held, 1, 1000, 2, 1000, 0])
-    paths.add([[level("main", line=3)], [level("load()", line=100)], [level("load()", line=140)], [helper[0]]], "0x9",
-              [0, 0, 0, 5, 1, 5, 1, 5, 0])
-    paths.write(reports, "vii")
+    subprocess.run([MEMRUN, "--quiet", "-o", reports, "--", TWENTY_PLACES], check=True)
     subprocess.run([MEMVIEW, "html", "-o", page, reports], check=True)
-    return page
+    source = os.path.join(os.path.dirname(os.path.abspath(__file__)), "twenty_places.cpp")
+    with open(source) as lines:
+        return page, next(number for number, line in enumerate(lines, 1) if "the one" in line and "keep(" in line)
 
 
 def report_rows(folder, kind):
@@ -180,22 +172,32 @@ class Page(unittest.TestCase):
         self.assertIn(f"{100 * share:.1f} % of what is shown", self.browser.run("flames.graph.found.textContent"))
 
     def test_finds_the_one_place_of_twenty_by_clicks(self):
-        self.browser.open(make_twenty_places(self.folder.name))
+        page, line = make_twenty_places(self.folder.name)
+        self.browser.open(page)
+        helper = "(anonymous namespace)::make_buffer()"
         self.click_on("Allocators at the root")
-        self.assertEqual(self.boxes(1), [["Pool::duplicate(std::string const&)", 9, 1000]])
+        self.assertEqual(self.boxes(1)[0][0], helper)
         self.click_box(1)
         self.click_on("Who calls this?")
-        self.assertEqual(self.boxes(2)[0], ["load()", 112, 900])
-        self.assertEqual(len(self.boxes(2)), 21)
+        self.assertEqual(self.boxes(1)[0][0], helper)
+        places = self.boxes(2)
+        self.assertEqual(len(places), 20)
+        self.assertEqual(places[0][1:], [line, 2000 * 1024])
+        # At the peak the place behind it has a block in hand, too.
+        self.assertEqual(places[1][1:], [line + 1, 3 * 1024])
+        self.assertEqual([value for _, _, value in places[2:]], [2 * 1024] * 18)
         self.click_box(2)
-        self.assertIn("/src/a.cpp:112", self.browser.run("document.querySelector('.flame-detail').textContent"))
-        self.assertIn("900 B, 90.0 % of all", self.browser.run("document.querySelector('.flame-detail').textContent"))
+        detail = self.browser.run("document.querySelector('.flame-detail').textContent")
+        self.assertIn(f"twenty_places.cpp:{line}", detail)
+        self.assertIn("2.0 MiB, 98.1 % of all", detail)
         self.browser.run("document.querySelector('.chip button').click()")
         self.click_on("Callers at the root")
-        self.assertEqual([name for name, _, _ in self.boxes(3)], ["Pool::duplicate(std::string const&)", "load()"])
+        depth = self.browser.run("flames.graph.rows.findIndex((row) => row[0].node.frame.name.includes('work('))")
+        work = self.boxes(depth)[0][0]
+        self.assertEqual(work, "(anonymous namespace)::work(std::vector<std::unique_ptr<char []>>&, bool, int)")
+        self.assertEqual(sorted(name for name, _, _ in self.boxes(depth + 1)), [helper, work])
         self.click_on("Fold recursion")
-        self.assertEqual([row[0][0] for row in map(self.boxes, range(4))], ["all", "main", "load()", "Pool::duplicate(std::string const&)"])
-        self.assertEqual(len(self.boxes(3)), 1)
+        self.assertEqual([name for name, _, _ in self.boxes(depth + 1)], [helper])
 
     def test_leads_from_a_row_to_its_part_of_the_graph(self):
         first = report_rows(self.reports, "fileline")[1:]

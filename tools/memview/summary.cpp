@@ -51,7 +51,7 @@ void add_path_figures(const Paths& paths, std::vector<Figure>& figures) {
                        "Blocks held at that moment."});
     const auto after = paths.totals.find("Peak milliseconds");
     if (after == paths.totals.end()) return;
-    figures.push_back({"peak_milliseconds", "Peak after milliseconds", after->second, Unit::blocks,
+    figures.push_back({"peak_milliseconds", "Peak after (ms)", after->second, Unit::blocks,
                        "When it was, counted from the start of the process."});
 }
 

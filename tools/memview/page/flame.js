@@ -224,7 +224,7 @@ class FlameGraph {
       return d3.hsl(change > 0 ? 8 : 212, 0.35 + 0.4 * share, dark ? 0.26 + 0.12 * share : 0.86 - 0.18 * share).toString();
     }
     const shade = (node.frame.func * 2654435761 % 997) / 997;
-    return d3.hsl(this.hue(node.frame.module) + 14 * shade, node.frame.filtered ? 0.18 : 0.62,
+    return d3.hsl(this.hue(node.frame.module) + 34 * shade, node.frame.filtered ? 0.18 : 0.62,
       dark ? 0.27 + 0.1 * shade : 0.68 + 0.1 * shade).toString();
   }
 
