@@ -83,7 +83,7 @@ class TreeText {
         return {
             m_unit == Unit::bytes ? human_bytes(m_sums[node]) : grouped(m_sums[node]), share,
             mark + (m_options.full_names ? whole : readable::name(whole)),
-            file.empty() ? harmless(m_names.text(place.module)) : file + ":" + std::to_string(place.line)};
+            place.line == 0 ? harmless(m_names.text(place.module)) : file + ":" + std::to_string(place.line)};
     }
 
     const PathTree& m_tree;

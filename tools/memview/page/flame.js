@@ -5,7 +5,8 @@ const LETTER_WIDTH = 6.4;      // about, at 12 pixels
 const flames = { graph: null };
 
 const shareText = (part, whole) => (whole > 0 ? (100 * part / whole).toFixed(1) + ' %' : '');
-const placeText = (frame, line) => frame.file && frame.file + (line ? ':' + line : '');
+// Empty where the reports do not know it.
+const placeText = ({ file }, line) => (file === 'Unknown' ? '' : file && file + (line ? ':' + line : ''));
 
 class FlameGraph {
   constructor(flame, holder) {
