@@ -2,7 +2,7 @@
 const ROW_HEIGHT = 19;
 const LEAST_WIDTH = 0.6;       // of a box, in pixels
 const LETTER_WIDTH = 6.4;      // about, at 12 pixels
-const flames = { graph: null };
+const flames = { graph: null, made: 0 };
 
 const shareText = (part, whole) => (whole > 0 ? (100 * part / whole).toFixed(1) + ' %' : '');
 // Empty where the reports do not know it.
@@ -12,6 +12,7 @@ class FlameGraph {
   constructor(flame, holder) {
     this.trees = new PathTrees(flame);
     this.comparison = flame.comparison;
+    this.number = ++flames.made;  // steps of another process are not ours to take back
     const filled = this.trees.measures.find((measure) => measure.own.some((value) => value > 0)) || this.trees.measures[0];
     this.view = { measure: filled.key, mode: 'callers', only: null, zoom: [], lines: false, foldFiltered: true, foldRecursion: false };
     this.selected = null;
@@ -75,7 +76,7 @@ class FlameGraph {
 
   remember(first) {
     const depth = first ? 0 : (history.state?.depth || 0) + 1;
-    history[first ? 'replaceState' : 'pushState']({ depth, view: this.view }, '');
+    history[first ? 'replaceState' : 'pushState']({ depth, view: this.view, graph: this.number }, '');
   }
 
   // A step that can be taken back.
@@ -115,7 +116,8 @@ class FlameGraph {
   // Only a part of the paths, line by line until all are shown again.
   restrict(only, mode) {
     const lines = this.view.only ? this.view.only.lines : this.view.lines;
-    this.go({ only: { ...only, lines }, mode, lines: mode === 'allocators', zoom: [] });
+    const measure = only.measure || this.view.measure;
+    this.go({ only: { ...only, lines }, mode, measure, lines: mode === 'allocators', zoom: [] });
   }
 
   // Everything that leads to a function, its own callers at the root.
@@ -135,6 +137,7 @@ class FlameGraph {
       const whole = value('function') || '[' + module + ']';
       only = { kind: 'site', file, line, module, whole, title: (file ? baseName(file) + ':' + line : module) };
     }
+    if (only && table.key === 'leaks') only.measure = 'current';
     return only && this.trees.has(only) ? only : null;
   }
 
@@ -351,5 +354,5 @@ function drawFlame(process, holder) {
   if (process.flame) flames.graph = new FlameGraph(process.flame, holder);
 }
 
-window.addEventListener('popstate', (event) => { if (flames.graph && event.state?.view) flames.graph.restore(event.state.view); });
+window.addEventListener('popstate', (event) => { if (flames.graph && event.state?.graph === flames.graph.number) flames.graph.restore(event.state.view); });
 matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => flames.graph?.draw());
