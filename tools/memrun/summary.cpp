@@ -83,7 +83,7 @@ void add_peak(Lines& lines, const Figures& figures, const std::vector<ProcessNot
 }
 
 std::string shortened_function(const std::string& whole, std::size_t most) {
-    const std::string function = readable::name(whole);
+    std::string function = readable::name(whole);
     if (function.size() <= most) return function;
     return function.substr(0, most - 3) + "...";
 }
