@@ -319,7 +319,8 @@ TEST_F(Program, AgreesWithARealRunOfSeveralThreads) {
         run(KTL_MEMRUN " --all --quiet --sample-period 500 -o r -- /usr/bin/python3 threads.py");
     ASSERT_EQ(tracked.status, 0) << tracked.said;
     expect({{"check r --max-peak 1T --max-leaked 1T", 0, " 0 disagree"},
-            {"show r", 0, "Tracked: call sites, modules over time, bins and tags, leaks, call paths, process figures"},
+            {"show r", 0,
+             "Tracked: call sites, modules over time, bins and tags, leaks, call paths, process figures"},
             {"diff r r", 0, "no difference"},
             {"html -o page.html r", 0, ""},
             {"export --format pprof -o p.gz r && gzip -t p.gz", 0, ""}});
