@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -51,10 +50,38 @@ std::string place_of(const Fields& row) {
     return std::string(row[column_file]) + ":" + std::string(row[column_line]);
 }
 
+using ExactPeaks = std::map<std::string, ExactPeak>;  // by process
+
+ExactPeaks read_exact_peaks(const std::string& folder) {
+    ExactPeaks peaks;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
+        const std::string name = entry.path().filename().string();
+        if (!name.starts_with(paths_prefix)) continue;
+        if (auto peak = read_exact_peak(entry.path()))
+            peaks.emplace(word_of(name, paths_prefix), std::move(*peak));
+    }
+    return peaks;
+}
+
+void offer_exact_peaks(Figures& figures, const ExactPeaks& peaks) {
+    for (const auto& [word, peak] : peaks) {
+        if (peak.all.bytes <= figures.peak_bytes) continue;
+        figures.has_peak = figures.peak_is_exact = true;
+        figures.peak_bytes = peak.all.bytes;
+        figures.peak_milliseconds = peak.milliseconds;
+        figures.peak_word = word;
+    }
+}
+
 // Call sites at one line are one to the reader, whatever their addresses.
 class Sites {
   public:
-    void add(const Fields& row, const Held& at_peak) {
+    // Of the process whose rows follow; null where only the recorded peak is known. Must outlive them.
+    void begin_process(ExactPeak* exact) { exact_ = exact; }
+
+    void add(const Fields& row) {
+        const Held at_peak = share_at_peak(row);
         const bool is_site = row[column_address] != "OTHER";
         Sums& sums = is_site ? sums_[{place_of(row), std::string(row[column_function])}] : unattributed_;
         sums.peak_bytes += at_peak.bytes;
@@ -82,6 +109,13 @@ class Sites {
     }
 
   private:
+    // Two rows of one address share what the paths of both have, which goes to the first.
+    Held share_at_peak(const Fields& row) {
+        if (exact_ == nullptr) return {number(row[column_peak_bytes]), number(row[column_peak_blocks])};
+        const auto site = exact_->by_site.find(row[column_address]);
+        return site == exact_->by_site.end() ? Held() : std::exchange(site->second, Held());
+    }
+
     struct Sums {
         std::int64_t peak_bytes = 0, peak_blocks = 0, cumulative_bytes = 0, cumulative_blocks = 0;
 
@@ -92,57 +126,29 @@ class Sites {
     };
     std::map<std::pair<std::string, std::string>, Sums> sums_;
     Sums unattributed_;
+    ExactPeak* exact_ = nullptr;
 };
-
-using ExactPeaks = std::map<std::string, ExactPeak>;  // by process
-
-ExactPeaks read_exact_peaks(const std::string& folder) {
-    ExactPeaks peaks;
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
-        const std::string name = entry.path().filename().string();
-        if (!name.starts_with(paths_prefix)) continue;
-        if (auto peak = read_exact_peak(entry.path()))
-            peaks.emplace(word_of(name, paths_prefix), std::move(*peak));
-    }
-    return peaks;
-}
 
 void offer_peak(Figures& figures, std::int64_t bytes, std::uint64_t index, const std::string& word) {
     if (bytes <= figures.peak_bytes) return;
     figures.has_peak = true;
-    figures.peak_milliseconds.reset();
+    figures.peak_is_exact = false;
     figures.peak_bytes = bytes;
     figures.peak_index = index;
     figures.peak_word = word;
 }
 
-void offer_exact_peaks(Figures& figures, const ExactPeaks& peaks) {
-    for (const auto& [word, peak] : peaks) {
-        offer_peak(figures, peak.all.bytes, 0, word);
-        if (figures.peak_word == word) figures.peak_milliseconds = peak.milliseconds;
-    }
-}
-
-// What a call site held at the exact peak, once; where that is not known, at the recorded one.
-Held share_at_peak(const Fields& row, ExactPeak* exact) {
-    if (exact == nullptr) return {number(row[column_peak_bytes]), number(row[column_peak_blocks])};
-    const auto site = exact->by_site.find(row[column_address]);
-    return site == exact->by_site.end() ? Held() : std::exchange(site->second, Held());
-}
-
-void add_row(const Fields& row, const Held& at_peak, Figures& figures, Sites& sites) {
+void add_row(const Fields& row, Figures& figures, Sites& sites) {
     figures.has_totals = true;
     figures.cumulative_bytes += number(row[column_cumulative_bytes]);
     figures.cumulative_blocks += number(row[column_cumulative_blocks]);
     figures.current_bytes += number(row[column_current_bytes]);
     figures.current_blocks += number(row[column_current_blocks]);
     if (row[column_address] == "OTHER") figures.unattributed_bytes += number(row[column_cumulative_bytes]);
-    sites.add(row, at_peak);
+    sites.add(row);
 }
 
-void read_fileline(const fs::path& path, const std::string& word, ExactPeak* exact, Figures& figures,
-                   Sites& sites) {
+void read_fileline(const fs::path& path, const std::string& word, Figures& figures, Sites& sites) {
     std::ifstream file(path);
     std::string line;
     std::getline(file, line);
@@ -156,12 +162,11 @@ void read_fileline(const fs::path& path, const std::string& word, ExactPeak* exa
         const Fields row = split(line);
         is_whole = is_closing_line(line);
         if (row.size() != column_count) continue;
-        const Held at_peak = share_at_peak(row, exact);
-        add_row(row, at_peak, figures, sites);
-        peak += at_peak.bytes;
+        add_row(row, figures, sites);
+        peak += number(row[column_peak_bytes]);
     }
     if (!is_whole) figures.cut_file = path.filename().string();
-    if (exact == nullptr) offer_peak(figures, peak, at, word);
+    offer_peak(figures, peak, at, word);
 }
 
 // The highest sample over all modules; only for a run without call sites, which know their own peak.
@@ -202,7 +207,8 @@ void read_report(const fs::path& path, ExactPeaks& peaks, Figures& figures, Site
     if (name.starts_with(fileline_prefix)) {
         const std::string word = word_of(name, fileline_prefix);
         const auto exact = peaks.find(word);
-        read_fileline(path, word, exact == peaks.end() ? nullptr : &exact->second, figures, sites);
+        sites.begin_process(exact == peaks.end() ? nullptr : &exact->second);
+        read_fileline(path, word, figures, sites);
     }
     if (name.starts_with(leaks_prefix)) read_leaks(path, "Total leaked bytes: ", figures);
     if (name == fast_leaks_name) read_leaks(path, "Leaked bytes:", figures);

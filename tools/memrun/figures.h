@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,13 +27,14 @@ struct Figures {
     CallSite unattributed;                // what no call site was found for
     std::int64_t whole_bytes = 0;         // of these and of all call sites, at the peak or all in all as they
     std::int64_t unattributed_bytes = 0;  // of the cumulative ones
-    // The highest peak of one process: the exact one of its call paths, else the recorded one.
+    // The highest recorded peak of one process.
     bool has_peak = false;
     bool peak_is_sample = false;  // the highest sample of a run that records no peak
     std::int64_t peak_bytes = 0;
-    std::uint64_t peak_index = 0;                   // number of the sampling point
-    std::optional<std::int64_t> peak_milliseconds;  // of an exact peak, since the start of its process
-    std::string peak_word;                          // the process
+    std::uint64_t peak_index = 0;        // number of the sampling point
+    bool peak_is_exact = false;          // from the call paths, which know no sampling point
+    std::int64_t peak_milliseconds = 0;  // of an exact peak, since the start of its process
+    std::string peak_word;               // the process
     // From the leak reports.
     bool has_leaks = false;
     std::int64_t leaked_bytes = 0;

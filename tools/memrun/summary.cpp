@@ -68,8 +68,8 @@ void add_totals(Lines& lines, const Figures& figures, const std::vector<ProcessN
 }
 
 std::string moment_of_peak(const Figures& figures) {
-    if (figures.peak_milliseconds)
-        return " after " + seconds_text(static_cast<double>(*figures.peak_milliseconds) / 1000);
+    if (figures.peak_is_exact)
+        return " after " + seconds_text(static_cast<double>(figures.peak_milliseconds) / 1000);
     return " at sampling index " + std::to_string(figures.peak_index);
 }
 
