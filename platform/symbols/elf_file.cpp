@@ -10,6 +10,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "platform/symbols/decoded_sections.h"
+
 namespace symbols {
 namespace {
 
@@ -37,6 +39,8 @@ std::unique_ptr<ELF_FILE> ELF_FILE::open(const std::string& path) {
     std::unique_ptr<ELF_FILE> file;
     if (elf != nullptr && elf_kind(elf) == ELF_K_ELF) {
         file.reset(new ELF_FILE(path, elf));
+        file->decode_sections();
+        elf = file->handle;
         // While the descriptor is open: libdw notes the folder of the file by it.
         file->debug_info = dwarf_begin_elf(elf, DWARF_C_READ, nullptr);
         elf_cntl(elf, ELF_C_FDREAD);
@@ -51,6 +55,15 @@ std::unique_ptr<ELF_FILE> ELF_FILE::open(const std::string& path) {
 ELF_FILE::~ELF_FILE() {
     if (debug_info != nullptr) dwarf_end(debug_info);
     elf_end(handle);
+}
+
+void ELF_FILE::decode_sections() {
+    decoded_image = image_with_decoded_sections(handle);
+    if (decoded_image.empty()) return;
+    Elf* decoded = elf_memory(decoded_image.data(), decoded_image.size());
+    if (decoded == nullptr) return;
+    elf_end(handle);
+    handle = decoded;
 }
 
 bool ELF_FILE::has_units() const {

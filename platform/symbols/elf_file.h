@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace symbols {
 
@@ -37,9 +38,11 @@ class ELF_FILE {
 
   private:
     ELF_FILE(std::string path, Elf* elf) : file_path(std::move(path)), handle(elf) {}
+    void decode_sections();
     void attach_shared_debug_file();
 
     std::string file_path;
+    std::vector<char> decoded_image;  // what the handle stands on where sections had to be decoded
     Elf* handle = nullptr;
     Dwarf* debug_info = nullptr;
     bool lacks_shared_debug_file = false;

@@ -3,6 +3,7 @@
 #include <dwarf.h>
 
 #include "platform/symbols/debug_file.h"
+#include "platform/symbols/file_helpers.h"
 #include "platform/symbols/function_names.h"
 #include "platform/symbols/inline_levels.h"
 
@@ -77,7 +78,7 @@ void add_levels(UNIT& unit, std::uint64_t address, PLACE innermost, const TABLE_
 MODULE_SYMBOLS::MODULE_SYMBOLS(const std::string& path, const std::string& build_id, DETAIL detail)
     : file(ELF_FILE::open(path)) {
     if (file != nullptr && !build_id.empty() && file->build_id() != build_id) file.reset();
-    if (detail == DETAIL::ALL) find_debug_information(build_id);
+    if (detail == DETAIL::ALL) find_debug_information(path, build_id);
     if (file != nullptr) {
         table.add(file->elf());
         mini_symbols = MINI_SYMBOLS::find(file->elf());
@@ -90,13 +91,18 @@ MODULE_SYMBOLS::MODULE_SYMBOLS(const std::string& path, const std::string& build
         units = std::make_unique<UNIT_INDEX>(described->dwarf(), *described);
 }
 
-void MODULE_SYMBOLS::find_debug_information(const std::string& build_id) {
+void MODULE_SYMBOLS::find_debug_information(const std::string& path, const std::string& build_id) {
     if (file == nullptr) {
         // The module's own file is gone or replaced; a debug file of its build is as good.
         debug_file = open_by_build_id(build_id);
     } else if (!file->has_units()) {
         debug_file = find_debug_file(*file);
     }
+    const bool is_described = debug_file != nullptr || (file != nullptr && file->has_units());
+    if (is_described || build_id.empty() || file_helpers.fetch_debug_file == nullptr) return;
+    const std::string fetched = file_helpers.fetch_debug_file(build_id, path);
+    if (!fetched.empty()) debug_file = ELF_FILE::open(fetched);
+    if (debug_file != nullptr && debug_file->build_id() != build_id) debug_file.reset();
 }
 
 std::uint64_t MODULE_SYMBOLS::instruction(const CODE_ADDRESS& address) const {

@@ -42,7 +42,7 @@ class MODULE_SYMBOLS {
     bool find_symbol(std::uint64_t address, SYMBOL& symbol);
 
   private:
-    void find_debug_information(const std::string& build_id);
+    void find_debug_information(const std::string& path, const std::string& build_id);
     UNIT* find_unit(std::uint64_t address) { return units == nullptr ? nullptr : units->find(address); }
 
     std::unique_ptr<ELF_FILE> file;

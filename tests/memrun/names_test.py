@@ -2,7 +2,9 @@
 
 import os
 import pathlib
+import shutil
 import signal
+import socket
 import subprocess
 import time
 import unittest
@@ -64,6 +66,8 @@ class Names(LauncherTest):
                 ("lines", "-g", (), "holder.c", "hold"),
                 ("linked", "-g", LINK, "holder.c", "hold"),
                 ("zlib", "-g -gz", (), "holder.c", "hold"),
+                ("zstd", "-g", (("objcopy", "--compress-debug-sections=zstd", "NAME"),), "holder.c", "hold"),
+                ("shared", "-g", (("cp", "holder", "twin"), ("dwz", "-m", "common", "NAME", "twin")), "holder.c", "hold"),
                 ("split", "-g -gsplit-dwarf", (), "holder.c", "hold"),
                 ("table", "", (), "Unknown", "hold+0x"),
                 ("mini", "", mini, "Unknown", "hold+0x"),
@@ -77,6 +81,34 @@ class Names(LauncherTest):
                 self.assertEqual((site[0], site[1][:len(function)]), (file, function), result.stderr)
                 other = [row for row in self.rows(f"mem_tbb_fileline.{name}.log") if row["Address"] == "OTHER"]
                 self.assertLessEqual(sum(int(row["Cumulative bytes"]) for row in other), 40)
+
+    @unittest.skipUnless(shutil.which("debuginfod"), "no debuginfod server is installed")
+    def test_debug_files_come_from_a_server(self):
+        for command in LINK[:2]:
+            self.run_checked(*(word.replace("NAME", "holder") for word in command))
+        served = self.folder / "served"
+        served.mkdir()
+        (self.folder / "holder.debug").rename(served / "holder.debug")
+        with socket.create_server(("127.0.0.1", 0)) as free:
+            port = free.getsockname()[1]
+        server = subprocess.Popen(["debuginfod", "-d", ":memory:", "-p", str(port), "-F", str(served)],
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(server.wait)
+        self.addCleanup(server.terminate)
+        world = {**os.environ, "DEBUGINFOD_URLS": f"http://127.0.0.1:{port}", "no_proxy": "127.0.0.1",
+                 "DEBUGINFOD_CACHE_PATH": str(self.folder / "fetched"), "DEBUGINFOD_RETRY_LIMIT": "1"}
+        for attempt in range(50):  # until the server has looked through its folder
+            self.run_tracked("--force", "--debuginfod", "./holder", env=world)
+            if self.site(1000, "holder") == ("holder.c", "hold"):
+                break
+            shutil.rmtree(self.folder / "fetched", ignore_errors=True)
+            time.sleep(0.1)
+        self.assertEqual(self.site(1000, "holder"), ("holder.c", "hold"))
+        self.run_tracked("--force", "--no-name-cache", "./holder", env=world)
+        self.assertEqual(self.site(1000, "holder")[0], "Unknown")
+        result = self.run_tracked("--force", "--debuginfod", "./holder", env={**world, "DEBUGINFOD_URLS": ""})
+        self.assertEqual(result.returncode, 125)
+        self.assertIn(b"DEBUGINFOD_URLS", result.stderr)
 
     def test_the_cache_names_what_it_knows(self):
         self.run_tracked("--no-name-cache", "./holder")

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -32,6 +33,15 @@ void look_at_filters(const Options& options) {
     if (!wrong.empty() && !options.quiet) std::cerr << "ktl_memrun: " << wrong << std::endl;
 }
 
+void require_debug_servers(const Options& options) {
+    const char* servers = std::getenv("DEBUGINFOD_URLS");
+    if (options.debuginfod && (servers == nullptr || *servers == 0))
+        throw Failure(
+            status_launcher_fault,
+            "--debuginfod asks the servers that DEBUGINFOD_URLS names, and it names none: set it to the "
+            "address of your distribution's server");
+}
+
 std::vector<std::string> own_environment() {
     std::vector<std::string> entries;
     for (char** entry = environ; *entry != nullptr; ++entry) entries.emplace_back(*entry);
@@ -49,6 +59,7 @@ std::vector<std::string> prepare(const Options& options, const Libraries& librar
 
 Ending track(const Options& options) {
     look_at_filters(options);
+    require_debug_servers(options);
     const Program program = find_program(options.command);
     const Libraries libraries = find_libraries();
     // Cut, so that the names of folder and files that are made of it stay possible.
@@ -59,7 +70,8 @@ Ending track(const Options& options) {
     const FolderClaim claim(options.output);
     link::EventLoop loop;
     link::Server server(loop);
-    names::NameService names(loop, options.name_cache ? names::default_cache_folder() : std::string());
+    names::NameService names(loop, options.name_cache ? names::default_cache_folder() : std::string(),
+                             options.debuginfod);
     server.add(names);
     const StartSteps steps = {
         [&](int pid) {

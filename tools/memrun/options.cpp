@@ -143,6 +143,9 @@ void declare_tuning(CLI::App& app, Options& options) {
 
 void declare_names(CLI::App& app, Options& options) {
     const char* group = "How code is named";
+    app.add_flag("--debuginfod", options.debuginfod,
+                 "Fetch missing debug files from the servers in DEBUGINFOD_URLS")
+        ->group(group);
     app.add_flag("--name-cache,!--no-name-cache", options.name_cache,
                  "Keep the names that were found in ~/.cache/ktl_mem for the next run; default")
         ->group(group);

@@ -34,9 +34,10 @@ void close_and_forget(int& fd) {
 
 }  // namespace
 
-NameService::NameService(link::EventLoop& loop, std::string cache_folder)
+NameService::NameService(link::EventLoop& loop, std::string cache_folder, bool fetches)
     : loop_(loop), bell_fd_(link::make_shared_memory("ktl_mem_bell", sizeof(symbols::NAME_BELL))) {
     seat_.cache_folder = std::move(cache_folder);
+    seat_.fetches = fetches;
     seat_.bell =
         static_cast<symbols::NAME_BELL*>(link::map_shared_memory(bell_fd_, sizeof(symbols::NAME_BELL)));
     void* work = anonymous_memory(sizeof(WorkTable));

@@ -12,7 +12,8 @@ namespace memrun::names {
 
 class NameService : public link::Service {
   public:
-    explicit NameService(link::EventLoop& loop, std::string cache_folder);
+    // No folder: no cache. `fetches`: debuginfod servers are asked, too.
+    NameService(link::EventLoop& loop, std::string cache_folder, bool fetches);
     ~NameService() override;
 
     void on_arrival(const link::Guest& guest, link::Greeting& answer) override;

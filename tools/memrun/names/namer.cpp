@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <zstd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -14,8 +15,10 @@
 #include <memory>
 #include <optional>
 
+#include "platform/symbols/file_helpers.h"
 #include "tools/memrun/link/message.h"
 #include "tools/memrun/link/shared_memory.h"
+#include "tools/memrun/names/debug_server.h"
 #include "tools/memrun/names/module_names.h"
 
 namespace memrun::names {
@@ -229,6 +232,17 @@ void bound_resources() {
     close(score);
 }
 
+bool decompress_zstd(const char* data, std::size_t data_size, char* target, std::size_t size) {
+    return ZSTD_decompress(target, size, data, data_size) == size;
+}
+
+void set_helpers(const NamerSeat& seat) {
+    symbols::file_helpers.decompress_zstd = decompress_zstd;
+    if (!seat.fetches) return;
+    prepare_fetching([] { beats = 0; });
+    symbols::file_helpers.fetch_debug_file = fetch_debug_file;
+}
+
 // What the terminal sends is the program's and the launcher's business: names are wanted to the end.
 void set_signals() {
     for (const int signo : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGXFSZ}) std::signal(signo, SIG_IGN);
@@ -249,6 +263,7 @@ void run_namer(const NamerSeat& seat) {
     close_others(seat);
     set_signals();
     bound_resources();
+    set_helpers(seat);
     try {
         Namer(seat).serve();
     } catch (...) {

@@ -16,6 +16,7 @@ struct NamerSeat {
     symbols::NAME_BELL* bell = nullptr;
     WorkTable* work = nullptr;
     std::string cache_folder;  // empty: no cache
+    bool fetches = false;      // asks debuginfod servers
 };
 
 // Serves until the launcher's end.
