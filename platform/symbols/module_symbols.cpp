@@ -41,7 +41,7 @@ PLACE place_of_call(UNIT& unit, Dwarf_Die& inlined) {
     Dwarf_Files* files = nullptr;
     std::size_t count = 0;
     if (dwarf_hasattr(&inlined, DW_AT_call_file) == 0 ||
-        dwarf_getsrcfiles(&unit.contents(), &files, &count) != 0)
+        dwarf_getsrcfiles(&unit.files(), &files, &count) != 0)
         return place;
     const std::uint64_t number = number_of(inlined, DW_AT_call_file);
     if (number < count)

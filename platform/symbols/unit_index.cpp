@@ -2,6 +2,8 @@
 
 #include <dwarf.h>
 
+#include <utility>
+
 namespace symbols {
 namespace {
 
@@ -38,10 +40,18 @@ bool can_hold_functions(int tag) {
 Dwarf_Die* UNIT::find_function(std::uint64_t address) {
     if (!is_indexed) {
         is_indexed = true;
-        index_functions(contents_die);
+        index_functions(contents());
         functions.finish();
     }
     return functions.find(address);
+}
+
+void UNIT::unpack() {
+    if (package == nullptr) return;
+    const PACKAGE_UNIT unit = std::exchange(package, nullptr)->open(id, frame_die);
+    if (unit.contents.addr == nullptr) return;
+    contents_die = unit.contents;
+    files_die = unit.files.addr != nullptr ? unit.files : frame_die;
 }
 
 void UNIT::index_functions(Dwarf_Die scope) {
@@ -62,13 +72,24 @@ UNIT_INDEX::UNIT_INDEX(Dwarf* dwarf, const ELF_FILE& code) {
     Dwarf_Die split;
     std::uint8_t type = 0;
     for (; dwarf_get_units(dwarf, unit, &next, nullptr, &type, &frame, &split) == 0; unit = next) {
-        if (type == DW_UT_skeleton && split.addr == nullptr) lacks_units = true;
         UNIT& added = units.emplace_back(frame, split.addr != nullptr ? split : frame);
+        if (type == DW_UT_skeleton && split.addr == nullptr) find_in_package(next, code, added);
         for_each_range(frame, [&](Dwarf_Addr begin, Dwarf_Addr end) {
             if (code.holds_code_at(begin)) ranges.add(begin, end, &added);
         });
     }
     ranges.finish();
+}
+
+void UNIT_INDEX::find_in_package(Dwarf_CU* skeleton, const ELF_FILE& code, UNIT& unit) {
+    std::uint64_t id = 0;
+    dwarf_cu_info(skeleton, nullptr, nullptr, nullptr, nullptr, &id, nullptr, nullptr);
+    if (!has_looked_for_package) package = PACKAGE_FILE::find(code);
+    has_looked_for_package = true;
+    if (package != nullptr && package->has(id))
+        unit.find_contents_in(*package, id);
+    else
+        lacks_units = true;
 }
 
 UNIT* UNIT_INDEX::find(std::uint64_t address) {

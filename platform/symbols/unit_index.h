@@ -10,9 +10,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <vector>
 
 #include "platform/symbols/elf_file.h"
+#include "platform/symbols/package_file.h"
 
 namespace symbols {
 
@@ -49,20 +51,39 @@ class RANGE_INDEX {
 
 class UNIT {
   public:
-    UNIT(const Dwarf_Die& frame, const Dwarf_Die& contents) : frame_die(frame), contents_die(contents) {}
+    UNIT(const Dwarf_Die& frame, const Dwarf_Die& contents)
+        : frame_die(frame), contents_die(contents), files_die(contents) {}
+
+    // The contents lie in a package under that id. They are read when they are first asked for.
+    void find_contents_in(PACKAGE_FILE& packed, std::uint64_t unit_id) {
+        package = &packed;
+        id = unit_id;
+    }
 
     // The entry with the unit's ranges, lines and folder; the same as contents unless the unit is split.
     Dwarf_Die& frame() { return frame_die; }
     // The entry that holds the functions.
-    Dwarf_Die& contents() { return contents_die; }
+    Dwarf_Die& contents() {
+        unpack();
+        return contents_die;
+    }
+    // The entry whose table of files the calls within the contents refer to.
+    Dwarf_Die& files() {
+        unpack();
+        return files_die;
+    }
     // The entry of the function that holds the address; null when there is none.
     Dwarf_Die* find_function(std::uint64_t address);
 
   private:
     void index_functions(Dwarf_Die scope);
+    void unpack();
 
     Dwarf_Die frame_die;
     Dwarf_Die contents_die;
+    Dwarf_Die files_die;
+    PACKAGE_FILE* package = nullptr;
+    std::uint64_t id = 0;
     bool is_indexed = false;
     RANGE_INDEX<Dwarf_Die> functions;
 };
@@ -76,7 +97,11 @@ class UNIT_INDEX {
     bool is_complete() const { return !lacks_units; }
 
   private:
+    void find_in_package(Dwarf_CU* skeleton, const ELF_FILE& code, UNIT& unit);
+
     bool lacks_units = false;
+    bool has_looked_for_package = false;
+    std::unique_ptr<PACKAGE_FILE> package;
     std::deque<UNIT> units;
     RANGE_INDEX<UNIT*> ranges;
 };
