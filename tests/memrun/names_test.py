@@ -79,8 +79,18 @@ class Names(LauncherTest):
                 result = self.run_tracked("--force", f"./{name}")
                 site = self.site(1000, name)
                 self.assertEqual((site[0], site[1][:len(function)]), (file, function), result.stderr)
+                note = b"of the bytes have file and line" in result.stderr
+                self.assertEqual(note, file == "Unknown", result.stderr)
                 other = [row for row in self.rows(f"mem_tbb_fileline.{name}.log") if row["Address"] == "OTHER"]
                 self.assertLessEqual(sum(int(row["Cumulative bytes"]) for row in other), 40)
+
+    @unittest.skipUnless(shutil.which("dpkg-query"), "packages are not dpkg's here")
+    def test_the_summary_tells_what_names_are_missing(self):
+        self.run_checked("strip", "holder")
+        stripped = self.run_tracked("./holder").stderr
+        self.assertIn(b"0 % of the bytes have file and line, 100 % only a module. No debug information: ", stripped)
+        packaged = self.run_tracked("--force", "perl", "-e", "my @a = map { 'x' x 1000 } 1 .. 1000").stderr
+        self.assertIn(b"install the debug symbols: perl-base-dbgsym", packaged)
 
     @unittest.skipUnless(shutil.which("debuginfod"), "no debuginfod server is installed")
     def test_debug_files_come_from_a_server(self):

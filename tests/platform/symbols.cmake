@@ -30,11 +30,11 @@ probed_library(gcc_dwarf4 GCC "-gdwarf-4 -O2")
 probed_library(gcc_compressed GCC "-g -gz -O2")
 probed_library(gcc_lto GCC "-g -O2 -flto")
 probed_library(gcc_split GCC "-g -gsplit-dwarf -O2")
-# binutils packs the older form alone, LLVM the newer.
+# binutils 2.40 packs the older form alone, LLVM 14 what its own compiler makes.
 find_program(DWP NAMES dwp REQUIRED)
 find_program(LLVM_DWP NAMES llvm-dwp-14 llvm-dwp REQUIRED)
 set(packed -e libprobed_NAME.so -o libprobed_NAME.so.dwp COMMAND rm NAME_probed.dwo NAME_plain.dwo)
-probed_library(gcc_packed GCC "-g -gsplit-dwarf -O2" COMMAND ${LLVM_DWP} ${packed})
+probed_library(clang_packed CLANG "-g -gsplit-dwarf -O2" COMMAND ${LLVM_DWP} ${packed})
 probed_library(gcc_packed4 GCC "-gdwarf-4 -gsplit-dwarf -O2" COMMAND ${DWP} ${packed})
 probed_library(clang_O0 CLANG "-g -O0")
 probed_library(clang_O2 CLANG "-g -O2")

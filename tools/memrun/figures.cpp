@@ -138,13 +138,28 @@ void offer_peak(Figures& figures, std::int64_t bytes, std::uint64_t index, const
     figures.peak_word = word;
 }
 
+void add_names(const Fields& row, Figures& figures) {
+    const std::int64_t bytes = number(row[column_cumulative_bytes]);
+    if (row[column_line] != "0") {
+        figures.bytes_with_lines += bytes;
+        return;
+    }
+    const std::string module(row[column_module]);
+    const bool is_named = !row[column_function].starts_with(module + "+0x");
+    (is_named ? figures.bytes_with_functions : figures.bytes_with_modules) += bytes;
+    figures.bytes_without_lines[module] += bytes;
+}
+
 void add_row(const Fields& row, Figures& figures, Sites& sites) {
     figures.has_totals = true;
     figures.cumulative_bytes += number(row[column_cumulative_bytes]);
     figures.cumulative_blocks += number(row[column_cumulative_blocks]);
     figures.current_bytes += number(row[column_current_bytes]);
     figures.current_blocks += number(row[column_current_blocks]);
-    if (row[column_address] == "OTHER") figures.unattributed_bytes += number(row[column_cumulative_bytes]);
+    if (row[column_address] == "OTHER")
+        figures.unattributed_bytes += number(row[column_cumulative_bytes]);
+    else
+        add_names(row, figures);
     sites.add(row);
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,11 @@ struct Figures {
     CallSite unattributed;                // what no call site was found for
     std::int64_t whole_bytes = 0;         // of these and of all call sites, at the peak or all in all as they
     std::int64_t unattributed_bytes = 0;  // of the cumulative ones
+    // How well the cumulative bytes with a call site are named.
+    std::int64_t bytes_with_lines = 0;
+    std::int64_t bytes_with_functions = 0;
+    std::int64_t bytes_with_modules = 0;
+    std::map<std::string, std::int64_t> bytes_without_lines;  // by module
     // The highest recorded peak of one process.
     bool has_peak = false;
     bool peak_is_sample = false;  // the highest sample of a run that records no peak

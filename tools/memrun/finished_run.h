@@ -16,6 +16,7 @@ struct Run {
     Ending ending;
     std::vector<ProcessNote> notes;
     std::vector<Survivor> survivors;
+    std::vector<std::string> modules;  // paths of those whose code was named
 };
 
 }  // namespace memrun

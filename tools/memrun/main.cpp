@@ -82,7 +82,7 @@ Ending track(const Options& options) {
     names.finish();
     const std::string output = folder_of(ending.pid);
     const std::vector<ProcessNote> notes = take_notes(output, name);
-    const Run run{program_name, output, ending, notes, find_survivors(ending.pid, notes)};
+    const Run run{program_name, output, ending, notes, find_survivors(ending.pid, notes), names.modules()};
     if (!options.quiet) std::cerr << summary_text(run, options, takes_colour()) << std::flush;
     return ending;
 }

@@ -8,6 +8,7 @@
 
 #include "mem/attribution/filtered_modules.h"
 #include "platform/module_name.h"
+#include "tools/memrun/names/package_hint.h"
 #include "tools/memrun/units.h"
 
 namespace memrun {
@@ -92,6 +93,54 @@ std::string why_no_call_sites(const Run& run, const Figures& figures, const Opti
            "--no-unknown-lines, or install the debug symbols.";
 }
 
+std::string percent_text(std::int64_t part, std::int64_t whole) {
+    const std::int64_t percent = (part * 200 + whole) / (2 * whole);
+    return part > 0 && percent == 0 ? "less than 1 %" : std::to_string(percent) + " %";
+}
+
+// The files of the modules that hold at least a twentieth of the bytes without lines, largest first.
+std::vector<std::string> files_without_lines(const Run& run, const Figures& figures) {
+    std::vector<std::pair<std::int64_t, std::string>> found;
+    const std::int64_t all = figures.bytes_with_functions + figures.bytes_with_modules;
+    for (const std::string& path : run.modules) {
+        const auto module = figures.bytes_without_lines.find(std::string(module_base_name(path)));
+        if (module != figures.bytes_without_lines.end() && module->second * 20 >= all)
+            found.emplace_back(-module->second, path);
+    }
+    std::ranges::sort(found);
+    std::vector<std::string> paths;
+    for (auto& [bytes, path] : found) paths.push_back(std::move(path));
+    return paths;
+}
+
+std::string joined(const std::vector<std::string>& words, const std::string& ending) {
+    constexpr std::size_t most = 3;
+    std::string text;
+    for (std::size_t i = 0; i < std::min(words.size(), most); ++i)
+        text += (i > 0 ? ", " : "") + words[i] + ending;
+    return words.size() > most ? text + " and others" : text;
+}
+
+std::string remedy_for(const std::vector<std::string>& files) {
+    if (files.empty()) return "";
+    const std::vector<std::string> packages = names::packages_of(files);
+    if (packages.empty()) return " No debug information: " + joined(files, "") + ".";
+    return " For the rest install the debug symbols: " + joined(packages, "-dbgsym") + " (or -dbg).";
+}
+
+// Empty when next to all bytes have lines.
+std::string names_text(const Run& run, const Figures& figures) {
+    const std::int64_t whole =
+        figures.bytes_with_lines + figures.bytes_with_functions + figures.bytes_with_modules;
+    if (whole <= 0 || (whole - figures.bytes_with_lines) * 100 < whole) return "";
+    std::string text = percent_text(figures.bytes_with_lines, whole) + " of the bytes have file and line";
+    if (figures.bytes_with_functions > 0)
+        text += ", " + percent_text(figures.bytes_with_functions, whole) + " only a function";
+    if (figures.bytes_with_modules > 0)
+        text += ", " + percent_text(figures.bytes_with_modules, whole) + " only a module";
+    return text + "." + remedy_for(files_without_lines(run, figures));
+}
+
 std::string survivors_text(const std::vector<Survivor>& survivors, const Options& options) {
     if (survivors.empty()) return "";
     constexpr std::size_t most = 3;
@@ -140,7 +189,7 @@ std::string describe_ending(const Ending& ending, const std::vector<ProcessNote>
 std::vector<std::string> remarks(const Run& run, const Figures& figures, const Options& options) {
     std::vector<std::string> all = {why_no_figures(run, figures)};
     if (all.front().empty() && figures.has_totals)
-        all = {why_no_call_sites(run, figures, options), deficit_text(figures)};
+        all = {why_no_call_sites(run, figures, options), deficit_text(figures), names_text(run, figures)};
     all.push_back(unbound_text(run.notes));
     all.push_back(silence_text(run.notes));
     all.push_back(survivors_text(run.survivors, options));

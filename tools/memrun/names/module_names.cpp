@@ -13,9 +13,8 @@ std::string path_through(pid_t process, const symbols::NAME_QUESTION& question) 
     return question.is_executable ? folder + "/exe" : folder + "/root" + question.path;
 }
 
-Quality quality_of(const MODULE_SYMBOLS& symbols) {
-    if (symbols.has_units()) return Quality::lines;
-    return symbols.has_functions() ? Quality::functions : Quality::nothing;
+bool names_anything(const MODULE_SYMBOLS& symbols) {
+    return symbols.has_units() || symbols.has_functions();
 }
 
 }  // namespace
@@ -28,10 +27,7 @@ ModuleNames::ModuleNames(const symbols::NAME_QUESTION& question, pid_t asker, Wo
       name_in_work_(path_ + build_id_),
       work_(work),
       cache_(build_id_.empty() ? nullptr : cache) {
-    if (cache_ == nullptr) return;
-    cached_ = cache_->load(build_id_);
-    // Only names with lines are kept there.
-    if (!cached_.empty()) quality_ = Quality::lines;
+    if (cache_ != nullptr) cached_ = cache_->load(build_id_);
 }
 
 std::vector<symbols::FRAME> ModuleNames::find(const symbols::CODE_ADDRESS& address) {
@@ -54,9 +50,8 @@ void ModuleNames::read_files() {
     if (trust == Trust::nothing) return;
     const auto detail = trust == Trust::everything ? symbols::DETAIL::ALL : symbols::DETAIL::FUNCTIONS;
     symbols_ = std::make_unique<MODULE_SYMBOLS>(path_, build_id_, detail);
-    if (quality_of(*symbols_) == Quality::nothing)
+    if (!names_anything(*symbols_))
         symbols_ = std::make_unique<MODULE_SYMBOLS>(asker_path_, build_id_, detail);
-    quality_ = quality_of(*symbols_);
 }
 
 void ModuleNames::save() {

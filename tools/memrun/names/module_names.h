@@ -14,16 +14,12 @@
 
 namespace memrun::names {
 
-// How well a module's code can be named.
-enum class Quality { nothing, functions, lines };
-
 class ModuleNames {
   public:
     // Reads nothing yet, but for the cache; `cache` may be null.
     ModuleNames(const symbols::NAME_QUESTION& question, pid_t asker, WorkTable& work, DiskCache* cache);
 
     std::vector<symbols::FRAME> find(const symbols::CODE_ADDRESS& address);
-    Quality quality() const { return quality_; }
     const std::string& path() const { return path_; }
 
     // Hands what is new to the cache.
@@ -41,7 +37,6 @@ class ModuleNames {
     CachedNames cached_;
     bool is_new_ = false;
     bool is_read_ = false;
-    Quality quality_ = Quality::nothing;
     std::unique_ptr<symbols::MODULE_SYMBOLS> symbols_;
 };
 

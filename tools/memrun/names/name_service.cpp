@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <fstream>
 #include <new>
 #include <utility>
 
@@ -133,6 +134,13 @@ void NameService::finish() {
     waitpid(std::exchange(namer_, 0), nullptr, 0);
     loop_.forget(namer_end_);
     close_and_forget(namer_end_);
+}
+
+std::vector<std::string> NameService::modules() const {
+    std::vector<std::string> paths;
+    std::ifstream list("/proc/self/fd/" + std::to_string(seat_.module_list));
+    for (std::string path; std::getline(list, path);) paths.push_back(path);
+    return paths;
 }
 
 }  // namespace memrun::names

@@ -22,6 +22,9 @@ class NameService : public link::Service {
     // Has the namer put its names on the disk and end. Nobody is answered from here on.
     void finish();
 
+    // The paths of the modules that were asked for, once that is over.
+    std::vector<std::string> modules() const;
+
   private:
     void start_namer();
     void on_namer_end();

@@ -196,8 +196,7 @@ ModuleNames& Namer::module_of(const symbols::NAME_QUESTION& question, pid_t aske
 
 void Namer::list_modules() const {
     std::string list;
-    for (const auto& [key, module] : modules_)
-        list += "nfl"[static_cast<int>(module.quality())] + ('\t' + module.path()) + '\n';
+    for (const auto& [key, module] : modules_) list += module.path() + '\n';
     const ssize_t ignored = write(seat_.module_list, list.data(), list.size());
     static_cast<void>(ignored);
 }
