@@ -4,6 +4,8 @@
 #include <elf.h>
 #include <link.h>
 
+#include <array>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -19,8 +21,8 @@ constexpr std::size_t padded(std::size_t size) {
     return (size + 3) & ~std::size_t{3};
 }
 
-// The build-id within the notes of one segment; empty when it is not among them.
-std::string build_id_in_notes(const std::vector<char>& notes) {
+// The build-id within the notes of one segment; nothing when it is not among them.
+std::string_view build_id_in_notes(const std::vector<char>& notes) {
     std::size_t at = 0;
     while (at + sizeof(Elf64_Nhdr) <= notes.size()) {
         Elf64_Nhdr header;
@@ -36,23 +38,26 @@ std::string build_id_in_notes(const std::vector<char>& notes) {
     return {};
 }
 
-// The build-id by the program headers of the image, whose file header lies at its start.
-std::string build_id_in_memory(const LOADED_IMAGE& image) {
+// Takes the build-id by the program headers of the image, whose file header lies at its start.
+void take_build_id(LOADED_IMAGE& image) {
     Elf64_Ehdr file;
     if (!read_own_memory(image.begin, &file, sizeof file) ||
         std::memcmp(file.e_ident, ELFMAG, SELFMAG) != 0 || file.e_phentsize != sizeof(Elf64_Phdr))
-        return {};
+        return;
     std::vector<Elf64_Phdr> segments(file.e_phnum);
     if (!read_own_memory(image.begin + file.e_phoff, segments.data(), segments.size() * sizeof(Elf64_Phdr)))
-        return {};
+        return;
     for (const Elf64_Phdr& segment : segments) {
         if (segment.p_type != PT_NOTE || segment.p_memsz > 65536) continue;
         std::vector<char> notes(segment.p_memsz);
         if (!read_own_memory(image.bias + segment.p_vaddr, notes.data(), notes.size())) continue;
-        std::string id = build_id_in_notes(notes);
-        if (!id.empty()) return id;
+        const std::string_view id = build_id_in_notes(notes);
+        if (id.empty()) continue;
+        image.build_id = id;
+        image.build_id_at =
+            image.bias + segment.p_vaddr + static_cast<std::uint64_t>(id.data() - notes.data());
+        return;
     }
-    return {};
 }
 
 struct MAPPING {
@@ -94,8 +99,34 @@ std::optional<LOADED_IMAGE> loaded_image_at(std::uint64_t address) {
         return std::nullopt;
     image.bias = record.l_addr;
     image.loader_name = read_own_text(reinterpret_cast<std::uint64_t>(record.l_name));
-    image.build_id = build_id_in_memory(image);
+    image.record_at = reinterpret_cast<std::uint64_t>(found.dlfo_link_map);
+    image.name_at = reinterpret_cast<std::uint64_t>(record.l_name);
+    take_build_id(image);
     return image;
+}
+
+bool still_holds(const LOADED_IMAGE& image, std::uint64_t address) {
+    dl_find_object found;
+    if (image.build_id.empty() || _dl_find_object(reinterpret_cast<void*>(address), &found) != 0)
+        return false;
+    if (reinterpret_cast<std::uint64_t>(found.dlfo_map_start) != image.begin ||
+        reinterpret_cast<std::uint64_t>(found.dlfo_map_end) != image.end ||
+        reinterpret_cast<std::uint64_t>(found.dlfo_link_map) != image.record_at)
+        return false;
+    const std::size_t name_size = image.loader_name.size() + 1;
+    const std::string& id = image.build_id;
+    constexpr std::size_t head_size = offsetof(link_map, l_ld);
+    std::array<char, 4096 + head_size + 64> now;
+    if (head_size + name_size + id.size() > now.size() ||
+        !read_own_pieces(
+            {{image.record_at, head_size}, {image.name_at, name_size}, {image.build_id_at, id.size()}},
+            now.data()))
+        return false;
+    link_map record{};
+    std::memcpy(&record, now.data(), head_size);
+    return record.l_addr == image.bias && reinterpret_cast<std::uint64_t>(record.l_name) == image.name_at &&
+           std::memcmp(now.data() + head_size, image.loader_name.c_str(), name_size) == 0 &&
+           std::memcmp(now.data() + head_size + name_size, id.data(), id.size()) == 0;
 }
 
 std::string mapped_file_at(std::uint64_t address) {

@@ -15,11 +15,23 @@ struct LOADED_IMAGE {
     std::string loader_name;  // as the loader was asked for it; empty for the executable
     std::string build_id;     // raw bytes; empty when the image has none
 
-    bool operator==(const LOADED_IMAGE&) const = default;
+    // Where the loader's record, its name and the build-id were read.
+    std::uint64_t record_at = 0;
+    std::uint64_t name_at = 0;
+    std::uint64_t build_id_at = 0;
+
+    bool operator==(const LOADED_IMAGE& other) const {
+        return begin == other.begin && end == other.end && bias == other.bias &&
+               loader_name == other.loader_name && build_id == other.build_id;
+    }
 };
 
 // The image that holds the address now.
 std::optional<LOADED_IMAGE> loaded_image_at(std::uint64_t address);
+
+// Whether the image that was found before is, beyond doubt, what holds the address now. Costs one system
+// call; an image without a build-id leaves doubt.
+bool still_holds(const LOADED_IMAGE& image, std::uint64_t address);
 
 // The file that is mapped at the address; empty when there is none.
 std::string mapped_file_at(std::uint64_t address);

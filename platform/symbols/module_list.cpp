@@ -60,14 +60,20 @@ std::uint64_t MODULE_ENTRY::instruction(std::uint64_t address) {
 }
 
 // What is loaded now goes behind all others: once it is unloaded, it was the last at its addresses.
-MODULE_ENTRY* MODULE_LIST::find_image(const LOADED_IMAGE& image) {
-    const auto at = std::ranges::find_if(entries, [&](const auto& entry) { return entry->image() == image; });
+template <class CONDITION>
+MODULE_ENTRY* MODULE_LIST::find_loaded(CONDITION is_wanted) {
+    const auto at =
+        std::ranges::find_if(entries, [&](const auto& entry) { return is_wanted(entry->image()); });
     if (at == entries.end()) return nullptr;
     std::rotate(at, at + 1, entries.end());
     return entries.back().get();
 }
 
 MODULE_ENTRY* MODULE_LIST::find(std::uint64_t address, LISTING listing) {
+    MODULE_ENTRY* unchanged = find_loaded([address](const LOADED_IMAGE& image) {
+        return address >= image.begin && address < image.end && still_holds(image, address);
+    });
+    if (unchanged != nullptr) return unchanged;
     const std::optional<LOADED_IMAGE> image = loaded_image_at(address);
     if (!image) {
         const auto at = std::find_if(entries.rbegin(), entries.rend(), [address](const auto& entry) {
@@ -75,7 +81,7 @@ MODULE_ENTRY* MODULE_LIST::find(std::uint64_t address, LISTING listing) {
         });
         return at == entries.rend() ? nullptr : at->get();
     }
-    MODULE_ENTRY* known = find_image(*image);
+    MODULE_ENTRY* known = find_loaded([&image](const LOADED_IMAGE& seen) { return seen == *image; });
     return known != nullptr || listing == LISTING::KNOWN ? known : &add(*image, {});
 }
 

@@ -45,7 +45,8 @@ class MODULE_LIST {
 
   private:
     MODULE_ENTRY& add(const LOADED_IMAGE& image, const std::string& path);
-    MODULE_ENTRY* find_image(const LOADED_IMAGE& image);
+    template <class CONDITION>
+    MODULE_ENTRY* find_loaded(CONDITION is_wanted);
 
     std::vector<std::unique_ptr<MODULE_ENTRY>> entries;  // in the order in which they were seen
 };

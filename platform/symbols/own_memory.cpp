@@ -4,19 +4,34 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
 namespace symbols {
 
 bool read_own_memory(std::uint64_t address, void* target, std::size_t size) {
+    return read_own_pieces({{address, size}}, target);
+}
+
+bool read_own_pieces(std::initializer_list<OWN_PIECE> pieces, void* target) {
+    std::array<iovec, 8> remote;
+    std::size_t count = 0;
+    std::size_t size = 0;
+    for (const OWN_PIECE& piece : pieces) {
+        remote[count++] = {.iov_base = reinterpret_cast<void*>(piece.address), .iov_len = piece.size};
+        size += piece.size;
+    }
     const iovec local{.iov_base = target, .iov_len = size};
-    const iovec remote{.iov_base = reinterpret_cast<void*>(address), .iov_len = size};
-    const ssize_t got = process_vm_readv(getpid(), &local, 1, &remote, 1, 0);
+    const ssize_t got = process_vm_readv(getpid(), &local, 1, remote.data(), count, 0);
     if (got >= 0 || errno == EFAULT) return got == static_cast<ssize_t>(size);
-    // A sandbox forbids the call. The address comes from the loader's tables, so it is all but certainly
+    // A sandbox forbids the call. The addresses come from the loader's tables, so they are all but certainly
     // good.
-    std::memcpy(target, reinterpret_cast<const void*>(address), size);
+    auto* to = static_cast<char*>(target);
+    for (const OWN_PIECE& piece : pieces) {
+        std::memcpy(to, reinterpret_cast<const void*>(piece.address), piece.size);
+        to += piece.size;
+    }
     return true;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <string>
 
 namespace symbols {
@@ -11,6 +12,13 @@ namespace symbols {
 // Copies size bytes at address into target. False, and target undefined, when they cannot be read.
 // Allocates nothing, takes no lock.
 bool read_own_memory(std::uint64_t address, void* target, std::size_t size);
+
+// Several pieces of it, one behind the other into target, in one system call. At most eight.
+struct OWN_PIECE {
+    std::uint64_t address;
+    std::size_t size;
+};
+bool read_own_pieces(std::initializer_list<OWN_PIECE> pieces, void* target);
 
 // The zero-terminated text at address, at most 4,095 characters of it; empty when it cannot be read.
 std::string read_own_text(std::uint64_t address);

@@ -78,6 +78,11 @@ void NameService::tell_namer(pid_t pid, int channel) const {
     greeting.add(link::ShareKind::names, channel);
     if (to_namer_ < 0) return;
     link::send_greeting(to_namer_, greeting);
+    rouse_namer();
+}
+
+void NameService::rouse_namer() const {
+    ++seat_.work->words_to_namer;
     ++seat_.bell->rings;
     symbols::wake_waiting(&seat_.bell->rings);
 }
@@ -127,8 +132,7 @@ void NameService::finish() {
     is_finished_ = true;
     if (namer_ == 0) return;
     close_and_forget(to_namer_);
-    ++seat_.bell->rings;
-    symbols::wake_waiting(&seat_.bell->rings);
+    rouse_namer();
     pollfd ended = {namer_end_, POLLIN, 0};
     if (poll(&ended, 1, longest_farewell_ms) == 0) kill(namer_, SIGKILL);
     waitpid(std::exchange(namer_, 0), nullptr, 0);

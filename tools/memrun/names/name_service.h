@@ -29,6 +29,7 @@ class NameService : public link::Service {
     void start_namer();
     void on_namer_end();
     void tell_namer(pid_t pid, int channel) const;
+    void rouse_namer() const;
     [[noreturn]] void become_namer(int launcher);
 
     link::EventLoop& loop_;

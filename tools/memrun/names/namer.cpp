@@ -10,6 +10,7 @@
 #include <zstd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <map>
 #include <memory>
@@ -37,33 +38,22 @@ constexpr int longest_answer_s = 60;
 constexpr int quiet_ms = 2000;
 
 symbols::NAME_BELL* pulsing_bell = nullptr;
-volatile std::sig_atomic_t beats = 0;
+volatile std::sig_atomic_t is_busy = 0;
+volatile std::sig_atomic_t beats = 0;  // in the answer in work
 
 // Waiting processes take the pulse for a sign of life.
 void beat(int) {
     ++pulsing_bell->pulse;
-    beats = beats + 1;
+    beats = is_busy != 0 ? beats + 1 : 0;
     if (beats > longest_answer_s * 1000 / pulse_ms) _exit(1);
 }
 
-// While it lives the pulse goes on.
-class Pulse {
-  public:
-    Pulse() {
-        beats = 0;
-        set(pulse_ms);
-    }
-    ~Pulse() { set(0); }
-    Pulse(const Pulse&) = delete;
-    Pulse& operator=(const Pulse&) = delete;
-
-  private:
-    static void set(int milliseconds) {
-        const timeval step = {0, milliseconds * 1000};
-        const itimerval timer = {step, step};
-        setitimer(ITIMER_REAL, &timer, nullptr);
-    }
-};
+// 0: no pulse.
+void set_pulse(int milliseconds) {
+    const timeval step = {0, milliseconds * 1000};
+    const itimerval timer = {step, step};
+    setitimer(ITIMER_REAL, &timer, nullptr);
+}
 
 struct Unmap {
     void operator()(NAME_CHANNEL* channel) const { munmap(channel, sizeof *channel); }
@@ -81,15 +71,14 @@ class Namer {
             const std::uint32_t rings = seat_.bell->rings.load();
             if (!hear_launcher()) break;
             if (answer_all()) continue;
-            const bool is_quiet =
-                symbols::wait_for_change(&seat_.bell->rings, rings, has_news_ ? quiet_ms : -1);
-            if (is_quiet) save();
+            rest(rings);
         }
         save();
         list_modules();
     }
 
   private:
+    void rest(std::uint32_t rings);
     bool hear_launcher();
     bool answer_all();
     void answer(pid_t asker, NAME_SLOT& slot);
@@ -103,11 +92,28 @@ class Namer {
     std::optional<DiskCache> cache_;
     std::map<pid_t, MappedChannel> channels_;
     std::map<std::string, ModuleNames> modules_;  // by path and build-id
-    bool has_news_ = false;
+    std::uint32_t heard_ = 0;                     // of the launcher's words
+    bool has_pulse_ = false;
 };
+
+// Until somebody rings. When nobody has for a while, what is new goes to the disk and the pulse stops.
+void Namer::rest(std::uint32_t rings) {
+    const auto begin = std::chrono::steady_clock::now();
+    while (has_pulse_ && seat_.bell->rings.load() == rings) {
+        symbols::wait_for_change(&seat_.bell->rings, rings, quiet_ms);
+        if (std::chrono::steady_clock::now() - begin < std::chrono::milliseconds(quiet_ms)) continue;
+        save();
+        set_pulse(0);
+        has_pulse_ = false;
+    }
+    if (!has_pulse_) symbols::wait_for_change(&seat_.bell->rings, rings, -1);
+}
 
 // False at the launcher's end.
 bool Namer::hear_launcher() {
+    const std::uint32_t words = seat_.work->words_to_namer.load();
+    if (words == heard_) return true;
+    heard_ = words;
     pollfd ready = {seat_.launcher, POLLIN, 0};
     while (poll(&ready, 1, 0) > 0) {
         link::Greeting greeting;
@@ -137,7 +143,8 @@ bool Namer::answer_all() {
 }
 
 void Namer::answer(pid_t asker, NAME_SLOT& slot) {
-    const Pulse pulse;
+    if (!has_pulse_) set_pulse(pulse_ms);
+    has_pulse_ = true;
     const std::string asked(slot.text, std::min<std::size_t>(slot.size, sizeof slot.text));
     symbols::TEXT_READER reader(asked);
     symbols::NAME_QUESTION question;
@@ -171,7 +178,9 @@ void Namer::answer_question(pid_t asker, const symbols::NAME_QUESTION& question,
     std::uint32_t count = 0;
     for (const symbols::CODE_ADDRESS& address : question.addresses) {
         beats = 0;
+        is_busy = 1;
         std::vector<symbols::FRAME> levels = module.find(address);
+        is_busy = 0;
         make_fit(levels, room - 64);
         const std::size_t before = answers.size();
         symbols::write_levels(levels, answers);
@@ -183,7 +192,6 @@ void Namer::answer_question(pid_t asker, const symbols::NAME_QUESTION& question,
     }
     writer.number(count);
     writer.append(answers.get());
-    has_news_ = has_news_ || cache_.has_value();
 }
 
 ModuleNames& Namer::module_of(const symbols::NAME_QUESTION& question, pid_t asker) {
@@ -203,7 +211,6 @@ void Namer::list_modules() const {
 
 void Namer::save() {
     for (auto& [key, module] : modules_) module.save();
-    has_news_ = false;
 }
 
 // The launcher's descriptors are not the namer's, and would keep memory and pipes alive.

@@ -28,8 +28,8 @@ class WorkTable {
 
     Trust trust_in(const std::string& module) const;
 
-    // Whether something is in work, and since when, for the namer's own alarm.
-    bool is_busy() const { return in_work_.load() != 0; }
+    // Counts what the launcher told the namer, its end included: the namer looks only when it has changed.
+    std::atomic<std::uint32_t> words_to_namer;
 
   private:
     struct Entry {
