@@ -131,6 +131,10 @@ class Speech(LauncherTest):
             errors = self.run_tracked("--force", "--no-unknown-lines", program, "/dev/null").stderr.decode()
             self.assertRegex(errors, "top at peak .* OTHER  [0-9]+ % have no call site")
             self.assertIn(told, errors)
+        # A block that the tracker is not to see, and whose free it sees.
+        script = ("import ctypes\nc = ctypes.CDLL(None)\nc.malloc.restype = ctypes.c_void_p\nc.mem_block_thread_tracking()\n"
+                  "block = c.malloc(ctypes.c_size_t(1 << 26))\nc.mem_unblock_thread_tracking()\nc.free(ctypes.c_void_p(block))")
+        self.assertIn(b"Less than nothing is not freed", self.run_tracked("--force", PYTHON, "-c", script).stderr)
         # An empty program holds nothing, and nothing of the tracker's either.
         self.assertIn(b"not freed   0 bytes in 0 blocks", self.run_tracked("--force", SUBJECT, "nothing").stderr)
 

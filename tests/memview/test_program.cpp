@@ -178,6 +178,8 @@ TEST_F(Program, CheckHoldsARunAgainstLimits) {
     m_scratch.write("other/" + FILELINE, SITES_HEAD + nobodys + CLOSING);
     m_scratch.write("other/mem_tbb_leak_warning.a.log", LEAK_HEAD + "\nTotal leaked bytes: 0\n");
     write_leaks("alone");
+    m_scratch.write("below/" + FILELINE, sites(site(1, 0, "work()", -70)));
+    expect({{"show below", 0, "Held at the end: Below zero, since blocks came off"}});
     m_scratch.write("all", "leak:known\nleak:OTHER\n");
     expect({{"check r", 0, "ok      a: "},
             {"check r --max-peak 1500", 0, "ok      a: peak 1500 bytes"},

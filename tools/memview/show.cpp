@@ -70,9 +70,12 @@ class Show {
         for (const std::string& one : tracked(run)) what += (what.empty() ? "" : ", ") + one;
         m_out << "  Tracked: " << what << "\n";
         TextTable table({{"", TextTable::Align::left}, {"", TextTable::Align::right}});
-        for (const Figure& figure : summary(run))
+        const std::vector<Figure> figures = summary(run);
+        for (const Figure& figure : figures)
             table.add({figure.title, figure_text(figure.value, figure.unit)});
         table.print(m_out, m_terminal);
+        for (const Figure& figure : figures)
+            if (figure.value < 0) m_out << "  " << figure.title << ": " << figure.explanation << "\n";
     }
 
     void print_series(const Timeline& timeline, const char* title) const {

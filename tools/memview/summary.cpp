@@ -16,6 +16,8 @@ const Table* whole_table(const Run& run) {
     return nullptr;
 }
 
+constexpr const char* DEFICIT = "Below zero, since blocks came off that the tracker had not seen allocated.";
+
 void add_table_figures(const Table& table, std::vector<Figure>& figures) {
     struct Source {
         const char* column;
@@ -39,8 +41,9 @@ void add_table_figures(const Table& table, std::vector<Figure>& figures) {
          "Small blocks freed on another thread than their own."}};
     for (const Source& source : SOURCES) {
         if (table.column(source.column) < 0) continue;
+        const std::int64_t value = table.sum(source.column);
         figures.push_back(
-            {source.column, source.title, table.sum(source.column), source.unit, source.explanation});
+            {source.column, source.title, value, source.unit, value < 0 ? DEFICIT : source.explanation});
     }
 }
 
