@@ -17,7 +17,11 @@
 
 class KEPT_STACK {
   public:
-    static constexpr std::uint32_t depth = 128;  // innermost frames that are kept of a stack
+    // Of a stack with more frames than the capacity at least the innermost ones are kept, as many as the
+    // depth. What lies outside of them stays left out while it can, so that a recursion that goes up and down
+    // in front of it finds its outer frames unchanged.
+    static constexpr std::uint32_t depth = 128;
+    static constexpr std::uint32_t capacity = 256;
 
     enum class STEP : std::uint8_t { by_two_words, stack_ends, other };
 
@@ -64,8 +68,9 @@ class KEPT_STACK {
     bool end_is_unchanged(const WALKER& walker) const;
     void go_on_behind(WALKER& walker, std::uint32_t last);
 
-    FRAME kept[depth];     // outermost first
-    FRAME changed[depth];  // of a walk that goes on: innermost first; of one elsewhere: all, outermost first
+    FRAME kept[capacity];  // outermost first
+    FRAME
+        changed[capacity];  // of a walk that goes on: innermost first; of one elsewhere: all, outermost first
     FRAME* found = kept;
     std::uint32_t kept_count = 0;
     std::uint32_t changed_count = 0;

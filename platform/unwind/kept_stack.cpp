@@ -108,7 +108,7 @@ void KEPT_STACK::found_here(std::uint32_t unchanged, std::uint32_t count, bool c
 inline bool KEPT_STACK::walk_in_place(const STACK_WALK_START& start, std::uint64_t stack_end) {
     std::uint32_t count = kept_count;
     while (count > 0 && kept[count - 1].sp < start.sp) --count;
-    if (count == 0 || kept[0].step == STEP::other || (kept_is_cut && count != depth)) return false;
+    if (count == 0 || kept[0].step == STEP::other || (kept_is_cut && count < depth)) return false;
     STACK_WALK_START frame = start;
     for (std::uint32_t at = count - 1; kept[at].sp == frame.sp; --at) {
         if (kept[at].pc == frame.pc && kept[at].bp == frame.bp && !kept[at].is_exact) {
@@ -142,7 +142,8 @@ inline bool KEPT_STACK::joins(WALKER& walker) {
     std::uint32_t last = met;  // the outermost one that is as it was
     while (last > 0 && words_are_unchanged(last)) --last;
     const std::uint32_t whole = changed_count + walker.candidates;
-    if (last == 0 && (kept_is_cut ? whole == depth : whole <= depth && end_is_unchanged(walker))) return true;
+    if (last == 0 && whole <= capacity && (kept_is_cut ? whole >= depth : end_is_unchanged(walker)))
+        return true;
     go_on_behind(walker, last);
     return false;
 }
@@ -150,7 +151,7 @@ inline bool KEPT_STACK::joins(WALKER& walker) {
 // A part of the kept stack is as it was, out to the last of it. It counts as changed, since what is behind it
 // is.
 void KEPT_STACK::go_on_behind(WALKER& walker, std::uint32_t last) {
-    for (std::uint32_t at = walker.candidates - 1; at > last && changed_count < depth; --at)
+    for (std::uint32_t at = walker.candidates - 1; at > last && changed_count < capacity; --at)
         changed[changed_count++] = kept[at];
     walker.frame = {kept[last].pc, kept[last].sp, kept[last].bp};
     walker.is_exact = kept[last].is_exact;
@@ -179,9 +180,10 @@ __attribute__((noinline)) void KEPT_STACK::walk_and_join(const STACK_WALK_START&
     bool joined = false, cut = false;
     do {
         joined = joins(walker);
-        cut = !joined && changed_count == depth;
+        cut = !joined && changed_count == capacity;
         if (joined || cut) break;
     } while (walker.step(changed[changed_count++]));
+    if (cut) changed_count = depth;
     const std::uint32_t unchanged = joined ? walker.candidates : 0;
     const std::uint32_t count = unchanged + changed_count;
     std::reverse_copy(changed, changed + changed_count, kept + unchanged);
@@ -196,9 +198,10 @@ void KEPT_STACK::walk_elsewhere(const STACK_WALK_START& start) {
     STACK_WALK walk(start);
     std::uint64_t pc = 0;
     found_count = 0;
-    while (found_count < depth && walk.next(&pc, 1) == 1)
+    while (found_count < capacity && walk.next(&pc, 1) == 1)
         changed[found_count++] = {pc, walk.frame().sp, walk.frame().bp, 0, 0, walk.is_exact(), STEP::other};
-    found_is_cut = found_count == depth && walk.next(&pc, 1) == 1;
+    found_is_cut = found_count == capacity && walk.next(&pc, 1) == 1;
+    if (found_is_cut) found_count = depth;
     std::reverse(changed, changed + found_count);
     found = changed;
     unchanged_count = 0;

@@ -15,7 +15,7 @@
 
 using PCS = std::vector<std::uint64_t>;
 
-constexpr std::int32_t MOST_FRAMES = 256;
+constexpr std::int32_t MOST_FRAMES = 512;
 
 // The callers of the calling function, innermost first.
 __attribute__((noinline)) inline PCS callers_by_the_runtime() {
@@ -54,9 +54,9 @@ __attribute__((noinline)) inline void compare_stacks() {
     const STACK_WALK_START start = stack_walk_start(__builtin_frame_address(0));
     const PCS expected = callers_by_the_runtime();
     ASSERT_GE(expected.size(), 3U);
-    const PCS innermost(expected.begin(),
-                        expected.begin() + std::min<std::ptrdiff_t>(std::ssize(expected), KEPT_STACK::depth));
-    EXPECT_EQ(walked_and_kept(start), innermost) << "with the frames of the last walk";
+    const PCS kept = walked_and_kept(start);
+    EXPECT_GE(kept.size(), std::min<std::size_t>(expected.size(), KEPT_STACK::depth));
+    EXPECT_TRUE(std::equal(kept.begin(), kept.end(), expected.begin())) << "with the frames of the last walk";
     EXPECT_EQ(walked(start, false), expected) << "with the table";
     EXPECT_EQ(walked(start, true), expected) << "without the table";
 }

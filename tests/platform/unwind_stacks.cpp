@@ -51,7 +51,7 @@ class Wanderer {
         for (int i = 0; i < 60; ++i) {
             steps_left = 40;
             try {
-                if (setjmp(start) == 0) go(static_cast<int>(random() % 8 == 0 ? 180 : random() % 20));
+                if (setjmp(start) == 0) go(static_cast<int>(random() % 8 == 0 ? 320 : random() % 20));
             } catch (int) {
             }
         }
