@@ -69,8 +69,8 @@ class KEPT_STACK {
     void go_on_behind(WALKER& walker, std::uint32_t last);
 
     FRAME kept[capacity];  // outermost first
-    FRAME
-        changed[capacity];  // of a walk that goes on: innermost first; of one elsewhere: all, outermost first
+    // Of a walk that goes on: innermost first. Of a walk elsewhere: all frames, outermost first.
+    FRAME changed[capacity];
     FRAME* found = kept;
     std::uint32_t kept_count = 0;
     std::uint32_t changed_count = 0;
