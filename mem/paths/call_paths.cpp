@@ -84,13 +84,16 @@ std::uint32_t MEM_CALL_PATHS::find(const STACK_WALK_START& start, std::uint32_t 
 // new and the walk to it turns out to be wrong: by rules that outlived their module.
 __attribute__((noinline, cold)) bool MEM_CALL_PATHS::go_on(KEPT_STACK& frames, std::uint32_t length,
                                                            std::uint16_t generation, WAY& way) {
-    bool all_known = true;
-    for (std::uint32_t at = way.at; at < length; ++at) all_known &= trie.note_pc(frames.frame(at).pc);
-    if (!all_known && !frames.rules_hold()) return false;
+    if (!trie.note_pcs(way.at, length, [&](std::uint32_t at) { return frames.frame(at).pc; }) &&
+        !frames.rules_hold())
+        return false;
+    for (std::uint32_t at = way.at; at < length; ++at)
+        frames.frame(at).tag = trie.load_of(frames.frame(at).pc, generation);
+    MEM_PATH_TRIE::INSERTION insertion(trie, generation, memory.region.header->most_nodes);
     for (; way.at < length; ++way.at) {
         KEPT_STACK::FRAME& frame = frames.frame(way.at);
         const std::uint32_t child =
-            trie.find_or_make(way.node, frame.pc, generation, memory.region.header->most_nodes);
+            insertion.child(way.node, frame.pc, static_cast<std::uint16_t>(frame.tag));
         if (child == none) break;
         frame.tag = way.node = child;
     }
@@ -101,15 +104,18 @@ std::uint32_t MEM_CALL_PATHS::share_of(std::uint32_t node) {
     const std::uint64_t pc = mem_path_pc_share + mem_thread_stripe().index % mem_path_most_shares;
     std::uint32_t share = trie.find(node, pc, generation_of_shares);
     if (share == none)
-        share = trie.find_or_make(node, pc, generation_of_shares, memory.region.header->most_nodes);
+        share = MEM_PATH_TRIE::INSERTION(trie, generation_of_shares, memory.region.header->most_nodes)
+                    .child(node, pc, 0);
     return share == none ? node : share;
 }
 
 std::uint32_t MEM_CALL_PATHS::find_for_cut_path(std::uint64_t site_pc) {
     memory.region.header->shortened_events.word().fetch_add(1, std::memory_order_relaxed);
     if (site_pc == 0) return mem_path_deeper;
-    return trie.find_or_make(mem_path_deeper, site_pc, KEPT_STACK::generation_of_rules(),
-                             memory.region.header->most_nodes + reserved_nodes);
+    const std::uint16_t generation = KEPT_STACK::generation_of_rules();
+    const std::uint16_t load = trie.load_of(site_pc, generation);
+    return MEM_PATH_TRIE::INSERTION(trie, generation, memory.region.header->most_nodes + reserved_nodes)
+        .child(mem_path_deeper, site_pc, load);
 }
 
 void MEM_CALL_PATHS::note_site(std::uint32_t node, std::uint32_t site, std::uint64_t site_pc) {

@@ -1,6 +1,5 @@
 #include "mem/paths/trie.h"
 
-#include <mutex>
 #include <new>
 
 #include "platform/mapped_memory.h"
@@ -35,16 +34,15 @@ MEM_PATH_TRIE::BUCKETS* MEM_PATH_TRIE::make_buckets(std::uint32_t count, BUCKETS
     return bytes == nullptr ? nullptr : new (bytes) BUCKETS{outgrown, count - 1};
 }
 
-std::uint32_t MEM_PATH_TRIE::find_or_make(std::uint32_t parent, std::uint64_t pc, std::uint16_t generation,
-                                          std::uint32_t limit) {
-    const std::uint16_t load = mem_path_is_share(pc) ? 0 : loads.find(pc, generation);
-    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
-    const std::uint32_t same = find_same(parent, pc, load);
+std::uint32_t MEM_PATH_TRIE::INSERTION::child(std::uint32_t parent, std::uint64_t pc, std::uint16_t load) {
+    const std::uint32_t same = parent == latest && latest != none ? none : trie.find_same(parent, pc, load);
     if (same != none) {
-        memory.region.node(same).generation.set(generation);
+        trie.memory.region.node(same).generation.set(generation);
         return same;
     }
-    return memory.region.header->nodes.get() < limit ? make(parent, pc, load, generation) : none;
+    if (trie.memory.region.header->nodes.get() >= limit) return none;
+    latest = trie.make(parent, pc, load, generation);
+    return latest;
 }
 
 std::uint32_t MEM_PATH_TRIE::find_same(std::uint32_t parent, std::uint64_t pc, std::uint16_t load) const {
@@ -91,11 +89,6 @@ void MEM_PATH_TRIE::add_buckets() {
     // comes to a node of the new ones goes on to nodes with lower numbers, and ends.
     for (std::uint32_t number = mem_path_first_node; number + 1 < nodes; ++number) chain(*more, number);
     current.store(more, std::memory_order_release);
-}
-
-bool MEM_PATH_TRIE::note_pc(std::uint64_t pc) {
-    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
-    return pcs.insert(pc);
 }
 
 // True when it was there. Without memory everything counts as new.

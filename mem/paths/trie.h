@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 
 #include "mem/base/spin_lock.h"
 #include "mem/paths/loads.h"
@@ -38,13 +39,35 @@ class MEM_PATH_TRIE {
         return at;
     }
 
-    // The child, made when it is new; none when it can't be made, for lack of memory or because there are
-    // limit nodes already. With no lock held.
-    std::uint32_t find_or_make(std::uint32_t parent, std::uint64_t pc, std::uint16_t generation,
-                               std::uint32_t limit);
+    // The load of the module that holds pc now. With no lock held.
+    std::uint16_t load_of(std::uint64_t pc, std::uint16_t generation) { return loads.find(pc, generation); }
 
-    // Whether the program counter is that of a node; from now on it counts as one.
-    bool note_pc(std::uint64_t pc);
+    // Whether all program counters are those of nodes; from now on they count as such.
+    template <class PC_AT>
+    bool note_pcs(std::uint32_t from, std::uint32_t to, PC_AT pc_at) {
+        const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+        bool all_known = true;
+        for (std::uint32_t at = from; at < to; ++at) all_known &= pcs.insert(pc_at(at));
+        return all_known;
+    }
+
+    // Makes nodes for a scope, in which nobody else does.
+    class INSERTION {
+      public:
+        INSERTION(MEM_PATH_TRIE& into, std::uint16_t seen_in, std::uint32_t most_nodes)
+            : trie(into), guard(into.lock), generation(seen_in), limit(most_nodes) {}
+
+        // The child, made when it is new; none when it can't be made, for lack of memory or because there are
+        // as many nodes as there may be.
+        std::uint32_t child(std::uint32_t parent, std::uint64_t pc, std::uint16_t load);
+
+      private:
+        MEM_PATH_TRIE& trie;
+        const std::lock_guard<MEM_SPIN_LOCK> guard;
+        const std::uint16_t generation;
+        const std::uint32_t limit;
+        std::uint32_t latest = none;  // that was made here, and has no child yet
+    };
 
     symbols::LOADED_IMAGE image(std::uint16_t load) { return loads.image(load); }
 
