@@ -13,6 +13,7 @@
 #include "ktl_mem/queries.h"
 #include "ktl_mem/reports.h"
 #include "ktl_mem/resident.h"
+#include "ktl_mem/running_reports.h"
 #include "ktl_mem/services.h"
 #include "ktl_mem/statistics.h"
 #include "ktl_mem/timelines.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iomanip>
 #include <locale>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -33,6 +34,7 @@ struct LEAK {
 
 std::vector<LEAK> leaks_by_size() {
     std::vector<LEAK> leaks;
+    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
     for (auto& [pc, site] : mem_tbb_call_sites->records()) {
         const MEMORY_TRACKER_BASE now = site.tally.read();
         if (now.current_bytes > 0) leaks.push_back({&site.frame, now.current_bytes, now.current_blocks});
@@ -64,7 +66,7 @@ std::string fast_block() {
 void mem_dump_tbb_leak_tracking() {
     const std::vector<LEAK> leaks = leaks_by_size();
     const std::string usual_name = mem_report_file_name("mem_tbb_leak_warning.");
-    OUTPUT_STREAM out(in_za_mode() ? za_log : usual_name.c_str());
+    OUTPUT_STREAM out((in_za_mode() ? mem_report_path(za_log) : usual_name).c_str());
     if (!out) return;
     out.imbue(std::locale::classic());  // whatever the host has set for all streams
     out << "MEM: TBB Leak Checking Summary." << std::endl << std::endl;
@@ -78,6 +80,6 @@ void mem_dump_tbb_leak_tracking() {
 }
 
 void mem_dump_tbb_fast_leak_tracking() {
-    append_to_shared_log(in_za_mode() ? za_log : "mem_tbb_fast_leak_warning.log",
+    append_to_shared_log(mem_report_path(in_za_mode() ? za_log : "mem_tbb_fast_leak_warning.log").c_str(),
                          "For more detail, use INI mem_check_leaks=on\n\n", fast_block());
 }

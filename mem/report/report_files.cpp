@@ -25,7 +25,15 @@
 #include "mem/tracker/resident_sampling.h"
 #include "platform/output_file.h"
 
+constinit std::mutex mem_report_mutex;
+
 namespace {
+
+// Never destroyed: reports are written at the end of the process.
+std::string& report_folder() {
+    static auto& folder = *new std::string;
+    return folder;
+}
 
 // A file that cannot be opened leaves its stream failed: the report runs against it and no text arrives.
 OUTPUT_STREAM open_report(const char* prefix) {
@@ -99,9 +107,17 @@ void write_leaks() {
 
 }  // namespace
 
+std::string mem_report_path(const std::string& file_name) {
+    return report_folder().empty() ? file_name : report_folder() + "/" + file_name;
+}
+
+void mem_set_report_folder(const std::string& folder) {
+    report_folder() = folder;
+}
+
 std::string mem_report_file_name(const char* prefix) {
     mem_require(mem_tbb_exe_string != nullptr, "mem_tbb_exe_string != nullptr", __LINE__);
-    return prefix + *mem_tbb_exe_string + ".log";
+    return mem_report_path(prefix + *mem_tbb_exe_string + ".log");
 }
 
 void mem_write_report_files() {

@@ -1,10 +1,19 @@
 // The files of the shut-down: their names and their order.
 #pragma once
 
+#include <mutex>
 #include <string>
 
-// prefix, the executable string, ".log"; relative, so that the file lands in the current directory. Without
-// an executable string there is no name: an internal error.
+// Held by whoever writes all reports, before the gate.
+extern constinit std::mutex mem_report_mutex;
+
+// The path of a report: relative, so that the file lands in the current directory, unless another folder is
+// set. One thread writes reports at a time.
+std::string mem_report_path(const std::string& file_name);
+void mem_set_report_folder(const std::string& folder);  // empty: the current directory
+
+// The path of prefix, the executable string, ".log". Without an executable string there is no name: an
+// internal error.
 std::string mem_report_file_name(const char* prefix);
 
 // Writes every file that the report flags and the word ask for. The caller holds the gate.

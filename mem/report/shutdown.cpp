@@ -79,8 +79,7 @@ void mem_shutdown_tbb_tracking() {
         return;
     }
     // One shut-down at a time; a second one finds the flags clear.
-    static std::mutex shutdown_mutex;
-    const std::lock_guard<std::mutex> one(shutdown_mutex);
+    const std::lock_guard<std::mutex> one(mem_report_mutex);
     mem_close_allocation_log();
     stop_bins();
     mem_detach_tracker_hooks();

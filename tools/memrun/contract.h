@@ -79,8 +79,15 @@ inline constexpr auto governed_variables = std::to_array<std::string_view>({
 //   failed BYTES     an allocation of that many bytes was refused, 0 when the size is not known
 //   stats CURRENT_BYTES CURRENT_BLOCKS PEAK_BYTES PEAK_BLOCKS
 //   child PID        a child that there was when the process ended
+//   anew MS         the tables began anew by an order, milliseconds since the machine's start
 //   ended HOW        "exit" or the number of the signal; written after the reports
 inline constexpr const char* notes_folder = ".memrun";
+
+// Below the output folder, while the program runs and after that: all reports as of now, those of each mark,
+// and the call paths as of now.
+inline constexpr const char* checkpoint_folder = "checkpoint";
+inline constexpr const char* marks_folder = "marks";
+inline constexpr const char* paths_folder = "paths";
 
 // The variable's name of a "NAME=VALUE".
 constexpr std::string_view name_of(std::string_view entry) {

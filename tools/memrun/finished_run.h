@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/memrun/control/control.h"
 #include "tools/memrun/notes.h"
 #include "tools/memrun/run.h"
 #include "tools/memrun/survivors.h"
@@ -17,6 +18,7 @@ struct Run {
     std::vector<ProcessNote> notes;
     std::vector<Survivor> survivors;
     std::vector<std::string> modules;  // paths of those whose code was named
+    control::LastLook last_look;
 };
 
 }  // namespace memrun

@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "tools/memrun/contract.h"
+#include "tools/memrun/control/control.h"
 #include "tools/memrun/environment.h"
 #include "tools/memrun/failure.h"
 #include "tools/memrun/filters.h"
@@ -73,16 +74,28 @@ Ending track(const Options& options) {
     names::NameService names(loop, options.name_cache ? names::default_cache_folder() : std::string(),
                              options.debuginfod);
     server.add(names);
+    control::Followed followed;
+    server.add(followed);
+    control::Control control(followed, {options.checkpoint_every_s, options.on_scarcity});
     const StartSteps steps = {
         [&](int pid) {
             return prepare(options, libraries, {folder_of(pid), name, program.tracked, pid}, server);
         },
-        [&](int pid) { discard_output(folder_of(pid)); }, [&](int) { server.begin(); }};
+        [&](int pid) { discard_output(folder_of(pid)); },
+        [&](int pid) {
+            server.begin();
+            control.begin(folder_of(pid));
+        }};
     const Ending ending = run_program(program.path, options.command, steps);
+    control.end();
+    loop.stop();
     names.finish();
     const std::string output = folder_of(ending.pid);
     const std::vector<ProcessNote> notes = take_notes(output, name);
-    const Run run{program_name, output, ending, notes, find_survivors(ending.pid, notes), names.modules()};
+    const Run run{
+        program_name,       output, ending, notes, find_survivors(ending.pid, notes), names.modules(),
+        control.last_look()};
+    if (run.last_look.is_checkpoint_automatic && ended_with_reports(run.notes)) discard_checkpoint(output);
     if (!options.quiet) std::cerr << summary_text(run, options, takes_colour()) << std::flush;
     return ending;
 }

@@ -26,6 +26,7 @@ void read_line(const std::string& line, ProcessNote& note) {
     if (key == "unbound") note.unbound_object = value;
     if (int child = 0; key == "child" && numbers >> child) note.children.push_back(child);
     if (key == "failed") note.has_refusal = static_cast<bool>(numbers >> note.refused_bytes);
+    if (key == "anew") note.began_anew = true;
     if (key == "ended") note.ended = value;
     if (key == "stats") {
         numbers >> note.current_bytes >> note.current_blocks >> note.peak_bytes;

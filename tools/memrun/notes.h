@@ -16,6 +16,7 @@ struct ProcessNote {
     bool met_silence = false;       // the launcher stopped answering
     std::string unbound_object;     // first one that was opened without its RTLD_DEEPBIND; else empty
     bool has_refusal = false;       // an allocation failed
+    bool began_anew = false;        // the tables did, by an order
     std::uint64_t refused_bytes = 0;  // 0: not known
     bool has_stats = false;           // the process-wide counters moved
     std::int64_t current_bytes = 0;

@@ -151,6 +151,37 @@ void declare_names(CLI::App& app, Options& options) {
         ->group(group);
 }
 
+// "90", "90s", "15m", "2h" as seconds.
+CLI::Validator duration() {
+    const auto convert = [](std::string& text) {
+        const auto given = split_number(text);
+        const std::string_view unit = given ? given->second : "?";
+        const std::uint64_t seconds = unit.empty() || unit == "s" ? 1
+                                      : unit == "m"               ? 60
+                                      : unit == "h"               ? 3600
+                                                                  : 0;
+        if (seconds == 0 || given->first == 0 || given->first > 1'000'000'000)
+            return "'" + text + "' is no time: give whole seconds, or s, m or h behind a number (15m)";
+        text = std::to_string(given->first * seconds);
+        return std::string();
+    };
+    return {convert, ""};
+}
+
+void declare_watch(CLI::App& app, Options& options) {
+    const char* group = "While it runs";
+    app.add_option(
+           "--checkpoint-every", options.checkpoint_every_s,
+           "Write all reports as of now into DIR/checkpoint, again and again; seconds, or with s, m or h")
+        ->type_name("TIME")
+        ->transform(duration())
+        ->group(group);
+    app.add_option("--on-scarcity", options.on_scarcity,
+                   "Run this command by the shell when 80 % of a memory limit are used for the first time")
+        ->type_name("CMD")
+        ->group(group);
+}
+
 void declare_aids(CLI::App& app, Options& options) {
     const char* group = "Debugging aids";
     app.add_option("--fill-new", options.fill_new, "Fill each new block with this byte, such as 0xCD")
@@ -194,6 +225,7 @@ void declare_options(CLI::App& app, Options& options) {
     declare_output(app, options);
     declare_tuning(app, options);
     declare_names(app, options);
+    declare_watch(app, options);
     declare_aids(app, options);
 }
 

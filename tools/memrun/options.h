@@ -38,6 +38,9 @@ struct Options {
     bool name_cache = true;
     bool debuginfod = false;
 
+    double checkpoint_every_s = 0;  // 0: none
+    std::string on_scarcity;        // a command for the shell; empty: none
+
     std::optional<unsigned> fill_new;
     std::optional<unsigned> fill_freed;
     bool log = false;

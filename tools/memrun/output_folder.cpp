@@ -24,6 +24,24 @@ std::vector<fs::path> reports_in(const fs::path& folder) {
     return reports;
 }
 
+// Reports, and the folder when it holds nothing else.
+void remove_reports(const fs::path& folder) {
+    std::error_code not_there;
+    if (!fs::is_directory(folder, not_there)) return;
+    for (const fs::path& report : reports_in(folder)) fs::remove(report);
+    fs::remove(folder, not_there);
+}
+
+// What orders and checkpoints have left while a run went on.
+void remove_kept_reports(const fs::path& folder) {
+    std::error_code not_there;
+    remove_reports(folder / checkpoint_folder);
+    remove_reports(folder / paths_folder);
+    for (const fs::directory_entry& mark : fs::directory_iterator(folder / marks_folder, not_there))
+        remove_reports(mark.path());
+    fs::remove(folder / marks_folder, not_there);
+}
+
 void make_room(const fs::path& folder, bool force) {
     const std::vector<fs::path> reports = reports_in(folder);
     if (!reports.empty() && !force)
@@ -32,6 +50,7 @@ void make_room(const fs::path& folder, bool force) {
                           " reports of an earlier run: name another folder with -o, or "
                           "replace them with --force");
     for (const fs::path& report : reports) fs::remove(report);
+    if (force) remove_kept_reports(folder);
     fs::remove_all(folder / notes_folder);
 }
 
@@ -72,6 +91,10 @@ void discard_output(const std::string& path) {
     std::error_code ignored;
     fs::remove_all(fs::path(path) / notes_folder, ignored);
     fs::remove(path, ignored);
+}
+
+void discard_checkpoint(const std::string& path) {
+    remove_reports(fs::path(path) / checkpoint_folder);
 }
 
 bool is_report_name(const std::string& file_name) {

@@ -32,6 +32,9 @@ void prepare_output(const std::string& path, bool force);
 // Takes back what prepare_output made, as far as it is still empty.
 void discard_output(const std::string& path);
 
+// Removes the checkpoint, which the reports of the end have overtaken.
+void discard_checkpoint(const std::string& path);
+
 // True for the name of a file that the tracker writes.
 bool is_report_name(const std::string& file_name);
 

@@ -176,6 +176,12 @@ std::string deficit_text(const Figures& figures) {
     return "Less than nothing is not freed: blocks came off that the tracker had not seen allocated.";
 }
 
+std::string anew_text(const std::vector<ProcessNote>& notes) {
+    const bool any =
+        std::any_of(notes.begin(), notes.end(), [](const ProcessNote& note) { return note.began_anew; });
+    return any ? "The reports began anew by an order: what was allocated before it is not in them." : "";
+}
+
 }  // namespace
 
 std::string describe_ending(const Ending& ending, const std::vector<ProcessNote>& notes) {
@@ -192,6 +198,7 @@ std::vector<std::string> remarks(const Run& run, const Figures& figures, const O
         all = {why_no_call_sites(run, figures, options), deficit_text(figures), names_text(run, figures)};
     all.push_back(unbound_text(run.notes));
     all.push_back(silence_text(run.notes));
+    all.push_back(anew_text(run.notes));
     all.push_back(survivors_text(run.survivors, options));
     std::erase(all, "");
     return all;

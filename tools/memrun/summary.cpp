@@ -132,6 +132,14 @@ void add_sites(Lines& lines, const Figures& figures) {
     }
 }
 
+// What is left of a run that could not write its reports.
+void add_checkpoint(Lines& lines, const Run& run) {
+    const std::uint64_t age_ms = run.last_look.checkpoint_age_ms;
+    if (age_ms == 0 || ended_with_reports(run.notes)) return;
+    lines.add("checkpoint", "of " + seconds_text(static_cast<double>(age_ms) / 1000) +
+                                " before the end, in " + run.output + "/checkpoint");
+}
+
 // The path as the shell takes it.
 std::string quoted(const std::string& path) {
     if (path.find_first_of(" \t\n'\"\\$`*?[](){}<>|&;#~!") == std::string::npos) return path;
@@ -141,6 +149,11 @@ std::string quoted(const std::string& path) {
 }
 
 }  // namespace
+
+bool ended_with_reports(const std::vector<ProcessNote>& notes) {
+    return !notes.empty() && std::none_of(notes.begin(), notes.end(),
+                                          [](const ProcessNote& note) { return note.ended.empty(); });
+}
 
 std::string summary_text(const Run& run, const Options& options, bool with_colour) {
     const Figures figures = read_figures(run.output, most_sites);
@@ -153,6 +166,7 @@ std::string summary_text(const Run& run, const Options& options, bool with_colou
         add_sites(lines, figures);
     }
     for (const std::string& remark : remarks(run, figures, options)) lines.add("note", remark);
+    add_checkpoint(lines, run);
     if (figures.has_files)
         lines.add("next", "ktl_memview show " + quoted(run.output) + ", or ktl_memview html for the page");
     return lines.text();

@@ -8,6 +8,9 @@
 
 namespace memrun {
 
+// Whether every tracked process wrote its reports at its end.
+bool ended_with_reports(const std::vector<ProcessNote>& notes);
+
 // The summary: some ten lines, each with its line end.
 std::string summary_text(const Run& run, const Options& options, bool with_colour);
 

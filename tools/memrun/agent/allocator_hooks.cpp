@@ -4,6 +4,7 @@
 
 #include <cstddef>
 
+#include "tools/memrun/agent/control_page.h"
 #include "tools/memrun/agent/end_signals.h"
 #include "tools/memrun/agent/failed_allocations.h"
 
@@ -11,17 +12,23 @@ namespace memrun::agent {
 
 namespace {
 
+// The end comes first: it leaves nothing to wish for.
+inline void look_around() {
+    if (is_end_due()) [[unlikely]]
+        end_in_hook();
+    if (is_wished()) [[unlikely]]
+        fulfil_in_hook();
+}
+
 // The allocator calls its hooks for a refused malloc, too, with null.
 void on_allocation(const void* block, std::size_t size) {
     if (block == nullptr) [[unlikely]]
         note_failed_allocation(size);
-    if (is_end_due()) [[unlikely]]
-        end_in_hook();
+    look_around();
 }
 
 void on_free(const void*) {
-    if (is_end_due()) [[unlikely]]
-        end_in_hook();
+    look_around();
 }
 
 template <class Hook>

@@ -3,12 +3,14 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
 #include <exception>
 
 #include "platform/kept_errno.h"
+#include "tools/memrun/agent/control_page.h"
 #include "tools/memrun/agent/guarded_code.h"
 #include "tools/memrun/agent/real_signals.h"
 #include "tools/memrun/agent/reports.h"
@@ -18,6 +20,9 @@ namespace memrun::agent {
 namespace {
 
 constexpr std::array<int, 4> end_signals = {SIGINT, SIGTERM, SIGHUP, SIGABRT};
+
+// Ignored by default, so that it harms nobody who does not know it.
+constexpr int wish_signal = control::wish_signal;
 
 // A signal that meets a thread inside the allocator or the tracker leaves the end to the next allocation or
 // free of any thread. Should there be none, the thread is looked at again, each time a millisecond later than
@@ -113,11 +118,19 @@ void on_request(int signo, const siginfo_t& info) {
 
 void on_end_signal(int signo, siginfo_t* info, void*) {
     const KEPT_ERRNO errno_is_kept;
+    if (signo == wish_signal) return fulfil_in_signal();
     if (getpid() != watched->owner || is_written || is_patience_over(signo, *info)) die_by(signo);
     if (signo != SIGABRT)
         on_request(signo, *info);
     else if (ending_thread == 0)
         on_abort();
+}
+
+void take_over(int signo) {
+    struct sigaction found;
+    const struct sigaction stand_in = default_stand_in();
+    if (real_sigaction(signo, nullptr, &found) == 0 && found.sa_handler == SIG_DFL)
+        real_sigaction(signo, &stand_in, nullptr);
 }
 
 }  // namespace
@@ -143,20 +156,15 @@ bool is_stand_in(const struct sigaction& action) {
 
 bool is_watched(int signo) {
     if (watched == nullptr || getpid() != watched->owner) return false;
-    for (const int end_signal : end_signals)
-        if (end_signal == signo) return true;
-    return false;
+    return signo == wish_signal ||
+           std::find(end_signals.begin(), end_signals.end(), signo) != end_signals.end();
 }
 
 void watch_end_signals(const Orders& orders) {
     find_guarded_code();
     watched = &orders;
-    for (const int signo : end_signals) {
-        struct sigaction found;
-        const struct sigaction stand_in = default_stand_in();
-        if (real_sigaction(signo, nullptr, &found) == 0 && found.sa_handler == SIG_DFL)
-            real_sigaction(signo, &stand_in, nullptr);
-    }
+    for (const int signo : end_signals) take_over(signo);
+    take_over(wish_signal);
 }
 
 bool claim_end() {

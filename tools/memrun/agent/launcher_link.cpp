@@ -6,6 +6,7 @@
 
 #include "mem/paths/shared_region.h"
 #include "platform/symbols/asked_names.h"
+#include "tools/memrun/agent/control_page.h"
 #include "tools/memrun/agent/note.h"
 #include "tools/memrun/contract.h"
 #include "tools/memrun/link/client.h"
@@ -41,6 +42,7 @@ void join_launcher(const Orders& orders) {
     share_names(mine);
     if (const int paths = mem_take_call_path_region(); paths >= 0)
         mine.add(link::ShareKind::call_paths, paths);
+    if (const int page = share_control_page(orders); page >= 0) mine.add(link::ShareKind::control, page);
     if (!link::greet_launcher(folder, mine, take_shares)) append_note(orders, "alone\n");
 }
 

@@ -14,6 +14,7 @@
 #include "ktl_mem/reports.h"
 #include "ktl_mem/statistics.h"
 #include "tools/memrun/agent/children.h"
+#include "tools/memrun/agent/control_page.h"
 #include "tools/memrun/agent/launcher_link.h"
 #include "tools/memrun/agent/note.h"
 
@@ -75,6 +76,7 @@ void write_reports(const Orders& orders, const char* how) {
     if (mem_is_out_of_memory()) append_note(orders, "failed 0\n");
     const WorkingFolder folder(orders.dir);
     if (!folder.entered()) return;
+    resume_for_reports();
     mem_shutdown_tbb_tracking();
     note_silence(orders);
     append_note(orders, "ended %s\n", how);

@@ -1,0 +1,13 @@
+// The state of a run, as it is told to who asks.
+#pragma once
+
+#include "tools/memrun/control/desk.h"
+#include "tools/memrun/control/followed.h"
+
+namespace memrun::control {
+
+// Without touching the processes: their latest figures, which are at most a moment older than their latest
+// event.
+Answer status_of(const Processes& processes, const Desk& desk, const std::string& output);
+
+}  // namespace memrun::control
