@@ -112,5 +112,19 @@ OUTPUT_STREAM::BUFFER::int_type OUTPUT_STREAM::BUFFER::overflow(int_type next) {
 int OUTPUT_STREAM::BUFFER::sync() {
     const std::string_view waiting(pbase(), static_cast<std::size_t>(pptr() - pbase()));
     setp(text, text + sizeof text);
-    return write_output(file, waiting) ? 0 : -1;
+    if (is_cut) return -1;  // nothing goes on behind a gap
+    if (waiting.empty()) return 0;
+    is_cut = !write_output(file, waiting);
+    if (is_cut) cut_end_of_line(waiting);
+    written += waiting.size();
+    last = waiting.back();
+    return is_cut ? -1 : 0;
+}
+
+void OUTPUT_STREAM::BUFFER::cut_end_of_line(std::string_view failed) const {
+    struct stat status {};
+    if (fstat(file, &status) != 0 || status.st_size == 0) return;
+    const std::size_t arrived = static_cast<std::size_t>(status.st_size) - written;
+    const char at_end = arrived == 0 || arrived > failed.size() ? last : failed[arrived - 1];
+    if (at_end == '\n' && ftruncate(file, status.st_size - 1) != 0) return;
 }

@@ -18,7 +18,8 @@ void close_output_file(int file);
 // end the process, is held back.
 bool write_output(int file, std::string_view text);
 
-// A stream into such a file. One that cannot be opened leaves it failed. Allocates no buffer.
+// A stream into such a file. One that cannot be opened leaves it failed. A file that cannot be written to its
+// end loses the end of its last line, too, so that nobody takes it for whole. Allocates no buffer.
 class OUTPUT_STREAM : public std::ostream {
   public:
     explicit OUTPUT_STREAM(const char* path) : std::ostream(nullptr), buffer(path) {
@@ -40,7 +41,12 @@ class OUTPUT_STREAM : public std::ostream {
         int sync() override;
 
       private:
+        void cut_end_of_line(std::string_view failed) const;
+
         const int file;
+        bool is_cut = false;
+        std::size_t written = 0;
+        char last = 0;  // of what was written
         char text[4096];
     };
 

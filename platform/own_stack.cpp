@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <exception>
+#include <new>
 
 // The sanitizers follow a thread on its own stack only.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -27,9 +28,13 @@ constexpr std::size_t stack_size = std::size_t{2} << 20;
 struct RUN {
     const std::function<void()>* action = nullptr;
     std::exception_ptr failure;
+};
+// At the top of the stack: they take two kilobytes, which the caller's stack may not have.
+struct CONTEXTS {
     ucontext_t caller;
     ucontext_t callee;
 };
+constexpr std::size_t contexts_size = (sizeof(CONTEXTS) + 63) / 64 * 64;
 // What the function that a context begins with cannot be given. Runs on two stacks can begin at once.
 thread_local RUN* beginning __attribute__((tls_model("initial-exec"))) = nullptr;
 
@@ -73,13 +78,14 @@ class SIGNALS_WAIT {
 // False when there are no contexts here.
 bool run_on(void* stack, RUN* run) {
     const SIGNALS_WAIT meanwhile;
-    if (getcontext(&run->callee) != 0) return false;
-    run->callee.uc_stack.ss_sp = stack;
-    run->callee.uc_stack.ss_size = stack_size;
-    run->callee.uc_link = &run->caller;
-    makecontext(&run->callee, run_action, 0);
+    auto& [caller, callee] = *new (static_cast<char*>(stack) + stack_size - contexts_size) CONTEXTS;
+    if (getcontext(&callee) != 0) return false;
+    callee.uc_stack.ss_sp = stack;
+    callee.uc_stack.ss_size = stack_size - contexts_size;
+    callee.uc_link = &caller;
+    makecontext(&callee, run_action, 0);
     beginning = run;
-    swapcontext(&run->caller, &run->callee);
+    swapcontext(&caller, &callee);
     return true;
 }
 

@@ -9,9 +9,9 @@
 #include "platform/unwind/rule_table.h"
 #include "platform/unwind/stack_memory.h"
 
-// Up to where the stack that sp lies on is known to be readable: sp itself when nothing is known of it.
+// Up to where the stack that sp lies on is known to be readable.
 inline std::uint64_t known_stack_end(std::uint64_t sp) {
-    return unwind::known_stack.holds(sp) ? unwind::known_stack.end : sp;
+    return unwind::known_stack.holds(sp) ? unwind::known_stack.end : unwind::end_of_page(sp);
 }
 
 // Of one program counter at a time, on any number of threads at once.

@@ -54,6 +54,8 @@ class STACK_WALK {
 
   private:
     void find_readable();
+    bool find_own_stack();
+    bool leads_to_known_stack() const;
     bool step_slowly();
     bool apply(std::uint64_t rule);
     bool follow_guess();
@@ -76,4 +78,5 @@ class STACK_WALK {
     bool exact_ = false;  // frame_.pc is where a signal interrupted the frame
     bool loader_seen_ = false;
     bool astray_ = false;
+    bool is_scout_ = false;  // probes every page, and changes nothing
 };

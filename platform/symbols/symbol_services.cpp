@@ -22,7 +22,8 @@ void detach_from_loader() {
 }
 
 const MODULE* find_module(std::uint64_t address, LISTING listing) {
-    const MODULE_ENTRY* entry = modules().find(address, listing);
+    const MODULE_ENTRY* entry = nullptr;
+    run_on_own_stack([&] { entry = modules().find(address, listing); });
     return entry == nullptr ? nullptr : &entry->module();
 }
 
@@ -31,7 +32,7 @@ const MODULE* find_module(const LOADED_IMAGE& image, const std::string& path) {
 }
 
 void refresh_modules() {
-    modules().refresh();
+    run_on_own_stack([] { modules().refresh(); });
 }
 
 CODE_ADDRESS locate(std::uint64_t address, const MODULE& module) {

@@ -16,15 +16,22 @@ namespace {
 // it that lies above a live stack pointer is stack.
 constexpr std::uint64_t MAIN_STACK_RESERVE = std::uint64_t{128} << 20;
 
-// How far the stack is followed in one go: more probes than this would cost more than they save later.
-constexpr std::uint64_t LONGEST_EXTENSION = std::uint64_t{1} << 20;
+// How much of a stack is probed in one go while nothing is known of it, and where the frames lead the way.
+constexpr std::uint64_t LONGEST_START = std::uint64_t{1} << 20;
+constexpr std::uint64_t LONGEST_EXTENSION = std::uint64_t{64} << 20;
+
+// Where a stack pointer was last found to lie on another stack than the thread's, and how far around it
+// nobody asks again.
+constinit thread_local std::uint64_t other_stack __attribute__((tls_model("initial-exec"))) = 0;
+constexpr std::uint64_t OTHER_STACK_SIZE = std::uint64_t{64} << 10;
 
 std::uint64_t page_of(std::uint64_t address) {
     return address & ~(PAGE_SIZE_IN_BYTES - 1);
 }
 
+// From the top, since the guard below a thread's stack tells a pointer elsewhere at once.
 bool all_readable(std::uint64_t begin, std::uint64_t end) {
-    for (std::uint64_t page = begin; page < end; page += PAGE_SIZE_IN_BYTES) {
+    for (std::uint64_t page = page_of(end - 1); page >= begin; page -= PAGE_SIZE_IN_BYTES) {
         if (!page_is_readable(page)) return false;
     }
     return true;
@@ -32,14 +39,21 @@ bool all_readable(std::uint64_t begin, std::uint64_t end) {
 
 // A thread's control block lies at the top of its stack, whoever supplied that stack. Asking the thread
 // library for the bounds instead would allocate and lock. The bottom is learned as the stack grows down.
-void extend_thread_stack(std::uint64_t sp) {
-    const auto top = reinterpret_cast<std::uint64_t>(pthread_self());
-    const bool nothing_known = known_stack.end != top;
+std::uint64_t top_of_thread_stack() {
+    return reinterpret_cast<std::uint64_t>(pthread_self());
+}
+
+void extend(std::uint64_t sp, std::uint64_t to, std::uint64_t most) {
     const std::uint64_t from = page_of(sp);
-    const std::uint64_t to = nothing_known ? top : known_stack.begin;
-    if (from >= to || to - from > LONGEST_EXTENSION || !all_readable(from, to)) return;
-    known_stack.begin = from;
-    known_stack.end = top;
+    if (from < to && to - from <= most && all_readable(from, to)) {
+        known_stack = {from, top_of_thread_stack()};
+    } else {
+        other_stack = sp;
+    }
+}
+
+bool is_near_other_stack(std::uint64_t sp) {
+    return sp + OTHER_STACK_SIZE - other_stack < 2 * OTHER_STACK_SIZE;
 }
 
 }  // namespace
@@ -60,10 +74,22 @@ std::uint64_t end_of_stack_around(std::uint64_t sp) {
     const auto main_end = reinterpret_cast<std::uint64_t>(__libc_stack_end);
     if (sp < main_end && main_end - sp <= MAIN_STACK_RESERVE) {
         known_stack = {main_end - MAIN_STACK_RESERVE, main_end};
-    } else {
-        extend_thread_stack(sp);
+    } else if (known_stack.end != top_of_thread_stack() && !is_near_other_stack(sp)) {
+        extend(sp, top_of_thread_stack(), LONGEST_START);
     }
     return known_stack.holds(sp) ? known_stack.end : sp;
+}
+
+bool may_be_deeper_in_stack(std::uint64_t sp) {
+    return known_stack.end == top_of_thread_stack() && sp < known_stack.begin && !is_near_other_stack(sp);
+}
+
+void widen_known_stack(std::uint64_t sp, bool frames_lead_there) {
+    if (frames_lead_there) {
+        extend(sp, known_stack.begin, LONGEST_EXTENSION);
+    } else {
+        other_stack = sp;
+    }
 }
 
 }  // namespace unwind

@@ -29,6 +29,7 @@ constexpr std::uint64_t RED_ZONE = 128;  // bytes below sp that a signal leaves 
 constexpr std::uint64_t ADDRESS_END = std::uint64_t{1} << 47;
 constexpr std::uint64_t LARGEST_GUESSED_FRAME = std::uint64_t{1} << 20;
 constexpr std::int32_t MOST_SIGNAL_FRAMES = 16;
+constexpr std::int32_t MOST_SCOUTED_FRAMES = 4096;
 
 // True while some thread maps or unmaps a module. No lock: the loader's note for debuggers.
 bool loader_is_at_work() {
@@ -49,8 +50,30 @@ STACK_WALK::STACK_WALK(const STACK_WALK_START& frame, bool exact, bool loader_se
 
 inline void STACK_WALK::find_readable() {
     readable_begin_ = frame_.sp;
-    readable_end_ = known_stack.holds(frame_.sp) ? known_stack.end : end_of_stack_around(frame_.sp);
-    on_own_stack_ = readable_end_ != frame_.sp;
+    on_own_stack_ = known_stack.holds(frame_.sp);
+    if (!on_own_stack_) [[unlikely]]
+        on_own_stack_ = find_own_stack();
+    readable_end_ = on_own_stack_ ? known_stack.end : end_of_page(frame_.sp);
+}
+
+bool STACK_WALK::find_own_stack() {
+    if (is_scout_) return false;
+    if (end_of_stack_around(frame_.sp) != frame_.sp) return true;
+    if (may_be_deeper_in_stack(frame_.sp)) widen_known_stack(frame_.sp, leads_to_known_stack());
+    return known_stack.holds(frame_.sp);
+}
+
+// A walk ahead that probes every page, along frames that the information itself tells.
+bool STACK_WALK::leads_to_known_stack() const {
+    STACK_WALK scout(*this);
+    scout.is_scout_ = scout.fresh_ = true;
+    scout.on_own_stack_ = false;
+    scout.readable_end_ = end_of_page(frame_.sp);
+    std::uint64_t pc = 0;
+    for (std::int32_t i = 0; i < MOST_SCOUTED_FRAMES && scout.next(&pc, 1) == 1; ++i) {
+        if (known_stack.holds(scout.frame_.sp)) return true;
+    }
+    return false;
 }
 
 std::int32_t STACK_WALK::next(std::uint64_t* pcs, std::int32_t max_frames) {

@@ -109,6 +109,13 @@ TEST_F(Program, TellsFaultsAndWhatWasLeftOut) {
          {"export --format csv --keep-going -o r/../r/mem_tbb_fileline.a.log r", 2, "is a report"},
          {"show --keep-going r >/dev/full", 2, "cannot be written"}});
     EXPECT_THAT(run("cat r/*.log").said, HasSubstr("MEM: TBB Fileline"));
+    const std::string whole = sites(site(1, 10));
+    m_scratch.write("s/" + FILELINE, whole);
+    m_scratch.write("s/ktl_memrun.sizes", std::to_string(whole.size()) + " " + FILELINE + "\n");
+    expect({{"check s", 0, "0 disagree"}});
+    m_scratch.write("s/ktl_memrun.sizes",
+                    std::to_string(whole.size() + 1) + " " + FILELINE + "\n9 mem_tbb_gone.a.log\n");
+    expect({{"check s", 2, "mem_tbb_fileline.a.log: is cut"}, {"check --keep-going s", 2, "is missing"}});
 }
 
 // work() moved from lines 5 and 9 to 7 and 11 and kept its bytes; grow() has more; came() and went() have one

@@ -1,5 +1,7 @@
 // The walker against an independent one, on stacks of every shape and origin.
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/mman.h>
 #include <ucontext.h>
 
 #include <algorithm>
@@ -8,6 +10,7 @@
 #include <thread>
 
 #include "platform/ktl_err.h"
+#include "platform/stack_walk.h"
 #include "platform/unwind/rule_table.h"
 #include "unwind_reference.h"
 #include "unwind_shapes.h"
@@ -78,6 +81,47 @@ class Wanderer {
 TEST(KeptStack, AgreesWhereverTheStackHasBeen) {
     Wanderer().wander();
     std::thread([] { Wanderer().wander(); }).join();
+}
+
+// A thread and a coroutine whose stacks a program has cut from one mapping, the coroutine's below. Then the
+// page between them goes, and a frame of generated code has a frame pointer that leads there.
+constexpr std::size_t HALF = 1 << 19;
+char* two_stacks;
+
+void walk_into_the_hole() {
+    compare_in_all_shapes();
+    ASSERT_EQ(mprotect(two_stacks + HALF - 4096, 4096, PROT_NONE), 0);
+    const auto hole = reinterpret_cast<std::uint64_t>(two_stacks + HALF - 2048);
+    const auto here = reinterpret_cast<std::uint64_t>(__builtin_frame_address(0));
+    std::uint64_t pcs[4] = {};
+    EXPECT_EQ(STACK_WALK({reinterpret_cast<std::uint64_t>(two_stacks), here, hole}).next(pcs, 4), 1);
+}
+
+void* walk_on_two_stacks(void*) {
+    compare_in_all_shapes();
+    getcontext(&coroutine);
+    coroutine.uc_stack.ss_sp = two_stacks;
+    coroutine.uc_stack.ss_size = HALF - 4096;
+    coroutine.uc_link = &host;
+    makecontext(&coroutine, walk_into_the_hole, 0);
+    swapcontext(&host, &coroutine);
+    compare_in_all_shapes();
+    return nullptr;
+}
+
+TEST(StackWalk, ReadsNothingBeyondTheStackThatItIsOn) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "AddressSanitizer takes exceptions on a coroutine's stack for overflows";
+#endif
+    two_stacks = static_cast<char*>(
+        mmap(nullptr, 2 * HALF, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstack(&attributes, two_stacks + HALF, HALF);
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &attributes, walk_on_two_stacks, nullptr), 0);
+    pthread_join(thread, nullptr);
+    munmap(two_stacks, 2 * HALF);
 }
 
 TEST(Unwinder, SkipsFramesAndGoesOnBehindThem) {

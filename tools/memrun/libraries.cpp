@@ -57,11 +57,11 @@ std::string find_own(const char* name) {
 }
 
 void require_preloadable(const std::string& path) {
-    if (path.find_first_of(" :") != std::string::npos)
+    if (path.find_first_of(" :$") != std::string::npos)
         throw Failure(status_launcher_fault,
                       "'" + path +
                           "' cannot be preloaded: its path holds a blank or a colon, at which the "
-                          "loader cuts; install it elsewhere");
+                          "loader cuts, or a dollar sign, which it replaces; install it elsewhere");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "tools/common/harmless.h"
 #include "tools/memrun/contract.h"
 #include "tools/memrun/control/control.h"
 #include "tools/memrun/environment.h"
@@ -54,7 +55,7 @@ std::vector<std::string> prepare(const Options& options, const Libraries& librar
                                  const link::Server& server) {
     prepare_output(launch.output, options.force);
     server.listen_in(launch.output + "/" + notes_folder);
-    if (!options.quiet) std::cerr << "ktl_memrun: reports go to " << launch.output << std::endl;
+    if (!options.quiet) std::cerr << "ktl_memrun: reports go to " << harmless(launch.output) << std::endl;
     return tracked_environment(own_environment(), options, libraries, launch);
 }
 
@@ -92,6 +93,7 @@ Ending track(const Options& options) {
     names.finish();
     const std::string output = folder_of(ending.pid);
     const std::vector<ProcessNote> notes = take_notes(output, name);
+    note_sizes(output);
     const Run run{
         program_name,       output, ending, notes, find_survivors(ending.pid, notes), names.modules(),
         control.last_look()};
@@ -113,10 +115,10 @@ int run_command_line(int argc, char** argv) {
     try {
         end_like(track(options));
     } catch (const Failure& failure) {
-        std::cerr << "ktl_memrun: " << failure.what() << std::endl;
+        std::cerr << "ktl_memrun: " << harmless(failure.what()) << std::endl;
         return failure.status;
     } catch (const std::exception& error) {
-        std::cerr << "ktl_memrun: " << error.what() << std::endl;
+        std::cerr << "ktl_memrun: " << harmless(error.what()) << std::endl;
         return status_launcher_fault;
     }
 }

@@ -6,8 +6,10 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <vector>
 
+#include "tools/common/size_note.h"
 #include "tools/memrun/contract.h"
 #include "tools/memrun/failure.h"
 
@@ -50,6 +52,7 @@ void make_room(const fs::path& folder, bool force) {
                           " reports of an earlier run: name another folder with -o, or "
                           "replace them with --force");
     for (const fs::path& report : reports) fs::remove(report);
+    fs::remove(folder / size_note_name);
     if (force) remove_kept_reports(folder);
     fs::remove_all(folder / notes_folder);
 }
@@ -95,6 +98,17 @@ void discard_output(const std::string& path) {
 
 void discard_checkpoint(const std::string& path) {
     remove_reports(fs::path(path) / checkpoint_folder);
+}
+
+void note_sizes(const std::string& path) {
+    std::string sizes;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(path, error)) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with("mem_tbb_") && is_report_name(name))
+            sizes += std::to_string(entry.file_size(error)) + " " + name + "\n";
+    }
+    if (!sizes.empty()) std::ofstream(fs::path(path) / size_note_name) << sizes;
 }
 
 bool is_report_name(const std::string& file_name) {

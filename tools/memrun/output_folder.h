@@ -35,6 +35,9 @@ void discard_output(const std::string& path);
 // Removes the checkpoint, which the reports of the end have overtaken.
 void discard_checkpoint(const std::string& path);
 
+// Notes the sizes of the reports that lie there (tools/common/size_note.h).
+void note_sizes(const std::string& path);
+
 // True for the name of a file that the tracker writes.
 bool is_report_name(const std::string& file_name);
 

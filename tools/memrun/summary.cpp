@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 
+#include "tools/common/harmless.h"
 #include "tools/common/readable_names.h"
 #include "tools/memrun/figures.h"
 #include "tools/memrun/reasons.h"
@@ -32,7 +33,8 @@ class Lines {
 
     void add(const std::string& label, const std::string& text) {
         const std::string shown = with_colour_ ? "\033[1m" + label + "\033[0m" : label;
-        text_ += shown + std::string(label.size() < indent ? indent - label.size() : 1, ' ') + text + "\n";
+        text_ += shown + std::string(label.size() < indent ? indent - label.size() : 1, ' ') +
+                 harmless(text) + "\n";
     }
     const std::string& text() const { return text_; }
 

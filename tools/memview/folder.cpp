@@ -10,6 +10,7 @@
 #include "tools/memview/path_reader.h"
 #include "tools/memview/report_kinds.h"
 #include "tools/memview/series_reader.h"
+#include "tools/memview/size_note.h"
 #include "tools/memview/table_reader.h"
 
 namespace memview {
@@ -150,6 +151,7 @@ std::unique_ptr<Folder> read_folders(const FolderRequest& request, std::shared_p
     }
     part_equal_names(result->runs);
     Problems problems(request.keep_going);
+    for (const std::string& folder : request.folders) find_cut_reports(folder, problems);
     for (Run& run : result->runs) read_run(run, *result->names, problems);
     const bool read_any = std::any_of(result->runs.begin(), result->runs.end(), [](const Run& run) {
         return !run.tables.empty() || !run.timelines.empty() || run.paths;

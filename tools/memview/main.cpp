@@ -21,6 +21,7 @@
 #include "tools/memview/report_kinds.h"
 #include "tools/memview/show.h"
 #include "tools/memview/show_tree.h"
+#include "tools/memview/units.h"
 
 namespace fs = std::filesystem;
 
@@ -31,7 +32,8 @@ constexpr int DIFFERENT = 1;
 constexpr int TROUBLE = 2;
 
 void say_left_out(const Folder& folder) {
-    for (const std::string& line : folder.left_out) std::cerr << "ktl_memview: left out: " << line << "\n";
+    for (const std::string& line : folder.left_out)
+        std::cerr << "ktl_memview: left out: " << harmless(line) << "\n";
 }
 
 std::unique_ptr<Folder> read(const Options& options) {
@@ -119,9 +121,9 @@ int run_diff(const Options& options) {
         const Terminal terminal = options.output.empty() ? standard_terminal() : Terminal{false, 0, 0};
         write_output(options, [&](std::ostream& out) { print_diff(*diff, options, terminal, out); });
     }
-    for (const std::string& note : diff->notes) std::cerr << "ktl_memview: " << note << "\n";
+    for (const std::string& note : diff->notes) std::cerr << "ktl_memview: " << harmless(note) << "\n";
     for (const ProcessDiff& process : diff->processes) {
-        for (const std::string& note : process.notes) std::cerr << "ktl_memview: " << note << "\n";
+        for (const std::string& note : process.notes) std::cerr << "ktl_memview: " << harmless(note) << "\n";
     }
     say_left_out(*before);
     say_left_out(*after);
@@ -172,7 +174,7 @@ int parse_and_run(int argc, char** argv) {
         std::cerr << "ktl_memview: " << error.what() << "\nTry 'ktl_memview --help'.\n";
         return TROUBLE;
     } catch (const std::exception& error) {
-        std::cerr << "ktl_memview: " << error.what() << "\n";
+        std::cerr << "ktl_memview: " << harmless(error.what()) << "\n";
         return TROUBLE;
     }
 }

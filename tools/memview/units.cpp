@@ -1,5 +1,7 @@
 #include "tools/memview/units.h"
 
+#include "tools/common/harmless.h"
+
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -147,15 +149,7 @@ std::string shortened_path(const std::string& path, std::size_t width) {
 }
 
 std::string harmless(std::string_view text) {
-    std::string out(text);
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(out[i]);
-        const bool c1_control =
-            byte == 0xc2 && i + 1 < out.size() && static_cast<unsigned char>(out[i + 1]) < 0xa0;
-        if (c1_control) out[i + 1] = '?';
-        if (byte < 0x20 || byte == 0x7f || c1_control) out[i] = '?';
-    }
-    return out;
+    return ::harmless(text);
 }
 
 }  // namespace memview
