@@ -2,10 +2,39 @@
 
 #include <dwarf.h>
 
+#include <filesystem>
 #include <utility>
 
 namespace symbols {
 namespace {
+
+const char* text_of(Dwarf_Die& unit, unsigned int name) {
+    Dwarf_Attribute attribute;
+    const char* text = dwarf_formstring(dwarf_attr(&unit, name, &attribute));
+    return text != nullptr ? text : "";
+}
+
+// libdw opens the file of a split unit by itself, and would wait at a pipe for ever.
+bool split_file_may_be_opened(Dwarf_Die& unit, const ELF_FILE& code) {
+    namespace fs = std::filesystem;
+    std::string name = text_of(unit, DW_AT_dwo_name);
+    if (name.empty()) name = text_of(unit, DW_AT_GNU_dwo_name);
+    for (const fs::path& folder :
+         {fs::path(code.path()).parent_path(), fs::path(text_of(unit, DW_AT_comp_dir))}) {
+        std::error_code error;
+        const fs::file_type type = fs::status(folder / name, error).type();
+        if (type != fs::file_type::regular && type != fs::file_type::not_found) return false;
+    }
+    return true;
+}
+
+// The split unit of a skeleton; null when it has none that can be had.
+Dwarf_Die split_unit_of(Dwarf_Die& skeleton, const ELF_FILE& code) {
+    Dwarf_Die split{};
+    if (split_file_may_be_opened(skeleton, code))
+        dwarf_cu_info(skeleton.cu, nullptr, nullptr, nullptr, &split, nullptr, nullptr, nullptr);
+    return split;
+}
 
 // Calls visit(begin, end) for each range of the entry.
 template <class VISIT>
@@ -69,9 +98,9 @@ UNIT_INDEX::UNIT_INDEX(Dwarf* dwarf, const ELF_FILE& code) {
     Dwarf_CU* unit = nullptr;
     Dwarf_CU* next = nullptr;
     Dwarf_Die frame;
-    Dwarf_Die split;
     std::uint8_t type = 0;
-    for (; dwarf_get_units(dwarf, unit, &next, nullptr, &type, &frame, &split) == 0; unit = next) {
+    for (; dwarf_get_units(dwarf, unit, &next, nullptr, &type, &frame, nullptr) == 0; unit = next) {
+        const Dwarf_Die split = type == DW_UT_skeleton ? split_unit_of(frame, code) : Dwarf_Die{};
         UNIT& added = units.emplace_back(frame, split.addr != nullptr ? split : frame);
         if (type == DW_UT_skeleton && split.addr == nullptr) find_in_package(next, code, added);
         for_each_range(frame, [&](Dwarf_Addr begin, Dwarf_Addr end) {

@@ -198,17 +198,21 @@ TEST(modules, that_come_back_do_not_have_their_files_read_again) {
     for (void* page : taken) munmap(page, 4096);
 }
 
-// A pipe that a debug link names would be waited for.
+// A pipe that a debug link or a split unit names would be waited for.
 TEST(debug_files, are_files) {
     namespace fs = std::filesystem;
     const fs::path folder = testing::TempDir() + "piped";
-    fs::create_directory(folder);
-    fs::copy_file(PROBED "/libprobed_separate.so", folder / "libprobed_separate.so",
-                  fs::copy_options::overwrite_existing);
-    ASSERT_EQ(mkfifo((folder / "libprobed_separate.debug").c_str(), 0600), 0);
-    const PROBED_LIBRARY library(folder, "libprobed_separate.so");
-    EXPECT_THAT(levels_of(library.addresses.at("member")), ElementsAre("outer::BOX::put(int const&) at :0"));
-    fs::remove_all(folder);
+    const std::tuple<const char*, const char*, LEVELS> cases[] = {
+        {"libprobed_separate.so", "libprobed_separate.debug", {"outer::BOX::put(int const&) at :0"}},
+        {"libprobed_gcc_split.so", "gcc_split_probed.dwo", {at("member", "outer::BOX::put(int const&)")}}};
+    for (const auto& [file, pipe, levels] : cases) {
+        fs::create_directory(folder);
+        fs::copy_file(PROBED "/" + std::string(file), folder / file);
+        ASSERT_EQ(mkfifo((folder / pipe).c_str(), 0600), 0);
+        const PROBED_LIBRARY library(folder, file);
+        EXPECT_EQ(levels_of(library.addresses.at("member")), levels) << pipe;
+        fs::remove_all(folder);
+    }
 }
 
 // Wrong names would be worse than none for a file that another build has replaced; relative paths outlive a

@@ -2,6 +2,8 @@
 // unloads. What an allocation must leave alone.
 #include <dlfcn.h>
 #include <pthread.h>
+#include <sys/mman.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -128,6 +130,27 @@ void allocate_when_wanted() {
     allocated = round;
     std::this_thread::yield();
 }
+
+// Coroutines of one page, each with a call site that nobody has seen before, in a process that is not new to
+// allocations.
+ucontext_t host, coroutine;
+std::size_t next_site = 0;
+const BEHAVIOUR allocate_on_small_stacks("small_stacks", [](char**) {
+    constexpr std::size_t page = 4096;
+    char* const memory = static_cast<char*>(
+        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    mprotect(memory, page, PROT_NONE);
+    std::free(allocate_at<4000>());
+    for (; next_site < site_count; ++next_site) {
+        getcontext(&coroutine);
+        coroutine.uc_stack.ss_sp = memory + page;
+        coroutine.uc_stack.ss_size = page;
+        coroutine.uc_link = &host;
+        makecontext(
+            &coroutine, [] { std::free(sites_from<3000>[next_site]()); }, 0);
+        swapcontext(&host, &coroutine);
+    }
+});
 
 const BEHAVIOUR load_and_unload("load", [](char** arguments) {
     const Meanwhile busy(4, put_a_block);

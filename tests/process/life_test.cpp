@@ -14,6 +14,7 @@ TEST(Life, LeavesItsReportsWhateverTurnItTakes) {
         {{"tracked_host shut_down", sampled}, ""},
         {{"tracked_host cancel", sampled, "survived 1 cancelled 1\n"}, "allocate_at<2063>()"},
         {{"tracked_host early_fork_handler", sampled, "untracked 1\n"}, "allocate_at<104>()"},
+        {{"tracked_host small_stacks", sampled}, "allocate_at<3063>()"},
         // A program that knows nothing of the library, with both orders of preloading.
         {{"plain_host", track_all + "LD_PRELOAD=" TCMALLOC_MINIMAL ":" KTL_MEM}, "plain_host.cpp\t7\tmain"},
         {{"plain_host", track_all + "LD_PRELOAD=" KTL_MEM ":" TCMALLOC_MINIMAL}, "plain_host.cpp\t7\tmain"},
