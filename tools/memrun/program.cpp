@@ -52,6 +52,16 @@ std::string tracked_executable(const std::string& path) {
     return tracked;
 }
 
+// As the kernel names it to the agent, which has no other way to tell the program from what it starts.
+std::string whole_path(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path whole = std::filesystem::canonical(path, error);
+    if (error)
+        throw Failure(status_cannot_run, "'" + path + "' cannot be tracked: its whole path is not to be had (" +
+                                             error.message() + ")");
+    return whole.string();
+}
+
 }  // namespace
 
 Program find_program(const std::vector<std::string>& command) {
@@ -63,7 +73,7 @@ Program find_program(const std::vector<std::string>& command) {
             tracked == path ? "'" + path + "'" : "'" + tracked + "', which runs '" + path + "',";
         throw Failure(status_cannot_run, subject + " cannot be tracked: it " + reason);
     }
-    return {path, std::filesystem::canonical(tracked).string()};
+    return {path, whole_path(tracked)};
 }
 
 }  // namespace memrun
