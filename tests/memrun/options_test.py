@@ -125,6 +125,16 @@ class Speech(LauncherTest):
             self.assertIn(b"ended with status 7", on_terminal.stdout)
             self.assertEqual(b"\033[" in on_terminal.stdout, coloured)
 
+    def test_names_are_harmless_and_sizes_are_noted(self):
+        program = self.folder / "a\033[31m\nb"
+        shutil.copy(SUBJECT, program)
+        errors = self.run_tracked("--name", "x", program, "leak").stderr
+        self.assertIn(b"a?[31m?b ended with status 7", errors)
+        self.assertNotIn(b"\033", errors)
+        noted = (self.reports / "ktl_memrun.sizes").read_text().splitlines()
+        reports = [f"{path.stat().st_size} {path.name}" for path in self.reports.glob("mem_tbb_*.log")]
+        self.assertEqual(sorted(noted), sorted(reports))
+
     def test_what_has_no_call_site_is_told(self):
         shutil.copy("/bin/ls", self.folder / "tbbsim")
         for program, told in (("perl", "leave out --no-unknown-lines"), ("./tbbsim", "called 'tbbsim' are never held responsible")):

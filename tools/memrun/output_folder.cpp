@@ -105,7 +105,7 @@ void note_sizes(const std::string& path) {
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(path, error)) {
         const std::string name = entry.path().filename().string();
-        if (name.starts_with("mem_tbb_") && is_report_name(name))
+        if (name.starts_with("mem_tbb_") && is_report_name(name) && name.find('\n') == std::string::npos)
             sizes += std::to_string(entry.file_size(error)) + " " + name + "\n";
     }
     if (!sizes.empty()) std::ofstream(fs::path(path) / size_note_name) << sizes;

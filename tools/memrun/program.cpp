@@ -57,8 +57,9 @@ std::string whole_path(const std::string& path) {
     std::error_code error;
     const std::filesystem::path whole = std::filesystem::canonical(path, error);
     if (error)
-        throw Failure(status_cannot_run, "'" + path + "' cannot be tracked: its whole path is not to be had (" +
-                                             error.message() + ")");
+        throw Failure(
+            status_cannot_run,
+            "'" + path + "' cannot be tracked: its whole path is not to be had (" + error.message() + ")");
     return whole.string();
 }
 
