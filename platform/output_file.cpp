@@ -29,15 +29,6 @@ int open_known(const char* path) {
     return is_ours ? file : refuse(file, EPERM);
 }
 
-int above_standard_streams(int file) {
-    if (file < 0 || file >= first_own_descriptor) return file;
-    const int higher = fcntl(file, F_DUPFD_CLOEXEC, first_own_descriptor);
-    const int error = errno;
-    close(file);
-    errno = error;
-    return higher;
-}
-
 // Holds the signal of the limit back from this thread, and takes what came of it.
 class NO_FILE_SIZE_SIGNAL {
   public:
@@ -63,6 +54,15 @@ class NO_FILE_SIZE_SIGNAL {
 };
 
 }  // namespace
+
+int above_standard_streams(int file) {
+    if (file < 0 || file >= first_own_descriptor) return file;
+    const int higher = fcntl(file, F_DUPFD_CLOEXEC, first_own_descriptor);
+    const int error = errno;
+    close(file);
+    errno = error;
+    return higher;
+}
 
 int open_output_file(const char* path, OUTPUT mode) {
     int file = open(path, flags | O_CREAT | O_EXCL, 0666);

@@ -14,6 +14,9 @@ enum class OUTPUT { EMPTIED, APPENDED };
 int open_output_file(const char* path, OUTPUT mode);
 void close_output_file(int file);
 
+// The same file under such a descriptor; the one that was given is closed when it is lower.
+int above_standard_streams(int file);
+
 // Writes all of it; false when that fails, also at the limit on the size of files, whose signal, which would
 // end the process, is held back.
 bool write_output(int file, std::string_view text);

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/output_file.h"
 #include "tools/memrun/contract.h"
 
 namespace memrun::agent {
@@ -18,7 +19,7 @@ namespace {
 int open_note(const Orders& orders, int flags) {
     char path[PATH_MAX + 2 * NAME_MAX];
     std::snprintf(path, sizeof path, "%s/%s/%s", orders.dir, notes_folder, orders.word);
-    return open(path, O_WRONLY | O_APPEND | O_CLOEXEC | flags, 0666);
+    return above_standard_streams(open(path, O_WRONLY | O_APPEND | O_CLOEXEC | flags, 0666));
 }
 
 }  // namespace
@@ -44,8 +45,7 @@ bool append_note(const Orders& orders, const char* format, ...) {
     va_end(args);
     const int fd = open_note(orders, 0);
     if (fd < 0) return false;
-    const ssize_t ignored = write(fd, line, std::min(static_cast<std::size_t>(size), sizeof line - 1));
-    static_cast<void>(ignored);
+    write_output(fd, {line, std::min(static_cast<std::size_t>(size), sizeof line - 1)});
     close(fd);
     return true;
 }
