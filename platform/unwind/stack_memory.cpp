@@ -74,7 +74,7 @@ std::uint64_t end_of_stack_around(std::uint64_t sp) {
     const auto main_end = reinterpret_cast<std::uint64_t>(__libc_stack_end);
     if (sp < main_end && main_end - sp <= MAIN_STACK_RESERVE) {
         known_stack = {main_end - MAIN_STACK_RESERVE, main_end};
-    } else if (known_stack.end != top_of_thread_stack() && !is_near_other_stack(sp)) {
+    } else if (known_stack.end == 0 && !is_near_other_stack(sp)) {
         extend(sp, top_of_thread_stack(), LONGEST_START);
     }
     return known_stack.holds(sp) ? known_stack.end : sp;
