@@ -279,6 +279,17 @@ TEST_F(Program, CallPathsGiveTreeStacksAndTheExactPeak) {
     expect({{"check r", 1, "cumulative_blocks of call site 0x1: call paths 12, call site 13 (-1 apart)"}});
 }
 
+// A block that was freed, but whose allocation was not seen, has no row among the modules.
+TEST_F(Program, CheckTakesWhatTheModulesLeaveOut) {
+    m_scratch.write("r/" + FILELINE, SITES_HEAD + site(1, 100) +
+                                         "OTHER\t-96\t0\t-96\t0\t0\t0\t-1\t0\t-1\t0\t\t\t0\t\n" + CLOSING);
+    m_scratch.write("r/mem_tbb_subsystem.a.log",
+                    MODULES_HEAD + "app\t0\t100\t100\t200\t100\t0\t0\t1\t2\n" + CLOSING);
+    m_scratch.write("r/mem_tbb_timeline_detailed.a.log",
+                    DETAILED_HEAD + "\tOTHER\tapp\nx\t-96\t0\n" + CLOSING);
+    expect({{"check r", 0, " 0 disagree"}});
+}
+
 // At the peak work() called by main has 50 more, and main itself nothing any more.
 TEST_F(Program, DiffComparesPaths) {
     m_scratch.write("a/mem_tbb_call_paths.a.log", paths());
