@@ -109,6 +109,7 @@ std::vector<std::string> files_without_lines(const Run& run, const Figures& figu
     }
     std::ranges::sort(found);
     std::vector<std::string> paths;
+    paths.reserve(found.size());
     for (auto& [bytes, path] : found) paths.push_back(std::move(path));
     return paths;
 }
