@@ -89,8 +89,8 @@ Ending track(const Options& options) {
         }};
     const Ending ending = run_program(program.path, options.command, steps);
     control.end();
+    names.finish();  // before the thread ends that the namer was started by, with which it would be killed
     loop.stop();
-    names.finish();
     const std::string output = folder_of(ending.pid);
     const std::vector<ProcessNote> notes = take_notes(output, name);
     note_sizes(output);
