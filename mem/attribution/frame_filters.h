@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 // The user's prefixes in the order of the file. Filled while the tracker starts, and then only read, by any
@@ -15,6 +16,11 @@ extern std::vector<std::string> mem_filter_file_basenames;
 // in a hook.
 bool mem_module_is_filtered(const char* module);
 bool mem_frame_is_filtered(const char* file, const char* function);
+
+// Their parts that need nothing of this process. The platform's runtime and loader are judged by their names,
+// which an executable may bear by chance.
+bool mem_module_is_filtered_by_rule(std::string_view name);
+bool mem_module_name_is_of_system(std::string_view name);
 
 // Reads the file that the key "mem_user_defined_filters_file" names into the lists, with a debug line for
 // each entry and each error. A line is a command, filter_module, filter_function or filter_file_basename, and

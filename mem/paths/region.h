@@ -177,6 +177,7 @@ class MEM_PATH_REGION {
 
     // How many nodes, and call sites, there is memory for.
     std::uint32_t room_for_nodes() const { return room<NODES>(counts_from); }
+    std::uint32_t room_for_loads() const { return room<LOADS>(loads_from); }
     std::uint32_t room_for_sites() const { return room<SITES>(sites_from); }
 
     MEM_PATH_COUNTS& counts(std::uint32_t number) const {

@@ -2,6 +2,7 @@
 
 import json
 import os
+import pathlib
 import resource
 import signal
 import socket
@@ -57,6 +58,12 @@ class Control(LauncherTest):
             self.check(self.reports / folder)
         grown = self.run_plain(MEMVIEW, "diff", self.reports / "marks/before", self.reports / "marks/after")
         self.assertEqual(grown.returncode, 1, grown.stderr)
+        growth = json.loads(self.run_plain(MEMVIEW, "growth", "--json", self.reports).stdout)
+        self.assertEqual(growth["marks"], ["before", "after"])
+        self.assertGreaterEqual(growth["sites"][0]["growth"], 3000)
+        self.assertEqual(growth["totals"][1] - growth["totals"][0], sum(site["growth"] for site in growth["sites"]))
+        self.assertEqual(self.ask("paths").returncode, 0)
+        self.assertGreater((self.reports / "paths/mem_tbb_call_paths.python3.log").stat().st_size, 0)
         for order, bits in (("stop", []), ("start", ["bins", "bin-tags", "modules", "lines", "leaks", "aux", "paths"])):
             self.assertEqual(self.ask(order).returncode, 0)
             self.wait_for(lambda: self.status()["processes"][0]["tracking"] == bits)
@@ -114,6 +121,7 @@ class Control(LauncherTest):
         status, errors = self.end(process)
         self.assertEqual(status, -signal.SIGKILL)
         self.assertRegex(errors, r"checkpoint +.* before the end")
+        self.assertRegex(errors, r"was ended by SIGKILL[^\n]*\nlimit [^\n]*\nheld [^\n]*\ntop ")
         self.check(self.reports / "checkpoint")
 
     def test_scarcity_of_address_space(self):
@@ -128,6 +136,61 @@ class Control(LauncherTest):
         self.assertEqual(self.end(process)[0], 0)
         self.assertRegex((self.reports / "told").read_text(), "^[89][0-9] % of the limit of address space$")
         self.assertFalse((self.reports / "checkpoint").exists(), "the reports of the end replace it")
+
+    def test_the_live_screen(self):
+        """In a terminal of 80 by 24, made smaller and larger, with and without colour."""
+        process = self.start(PYTHON, "-c", GROW)
+        for number, settings in enumerate(("", "NO_COLOR=1 ")):
+            screen = f"ktl_mem_test_{os.getpid()}_{number}"
+            tmux = ["tmux", "-L", screen]
+            subprocess.run([*tmux, "new-session", "-d", "-x", "80", "-y", "24",
+                            f"{settings}{MEMVIEW} top {self.reports}; echo left; sleep 60"], check=True)
+            self.addCleanup(subprocess.run, [*tmux, "kill-server"], capture_output=True)
+
+            def shown(*options):
+                return subprocess.run([*tmux, "capture-pane", "-p", *options], capture_output=True).stdout.decode()
+
+            def press(*keys):
+                subprocess.run([*tmux, "send-keys", *keys], check=True)
+            self.wait_for(lambda: "m mark  c checkpoint" in shown() and "+" in shown())
+            self.assertRegex(shown(), r"^python3 \(\d+\)\nholds .* blocks, peak .*\n.* events a second")
+            self.assertTrue(all(len(line) <= 80 for line in shown().splitlines()))
+            if number == 1:
+                self.assertNotIn("\x1b[31m", shown("-e"))
+            press("c")
+            self.wait_for(lambda: "written to" in shown())
+            for width, height in ((40, 10), (120, 30)):
+                subprocess.run([*tmux, "resize-window", "-x", str(width), "-y", str(height)], check=True)
+                self.wait_for(lambda: shown().startswith("python3") and
+                              len([line for line in shown().splitlines() if line]) <= height)
+            press("/")
+            press("-l", "no such place")
+            self.wait_for(lambda: "/no such place" in shown() and "KiB " not in shown().split("function")[-1])
+            press("Escape")
+            press("q")
+            self.wait_for(lambda: "left" in shown())
+        lines = subprocess.Popen([MEMVIEW, "top", self.reports], stdout=subprocess.PIPE, stdin=subprocess.DEVNULL)
+        self.assertRegex(lines.stdout.readline().decode(), "^[0-9.]+ .iB in .* events/s, top ")
+        self.assertEqual(self.end(process)[0], 0)
+        self.assertIn(b"the run has ended", lines.communicate(timeout=60)[0])
+
+    def test_the_kernels_killer(self):
+        group = pathlib.Path("/sys/fs/cgroup/memory")
+        group = (group if group.exists() else group.parent) / f"ktl_mem_test_{os.getpid()}"
+        try:
+            group.mkdir()
+            self.addCleanup(group.rmdir)
+            limit = next(path for path in (group / "memory.limit_in_bytes", group / "memory.max") if path.exists())
+            limit.write_text(str(120 << 20))
+        except (OSError, StopIteration) as error:
+            self.skipTest(f"no memory cgroup can be made here: {error}")
+        script = "held = []\nwhile True: held.append(bytearray(b'x' * (1 << 20)))"
+        result = self.run_tracked(PYTHON, "-c", script, preexec_fn=lambda: (group / "cgroup.procs").write_text(str(os.getpid())))
+        self.assertEqual(result.returncode, -signal.SIGKILL, result.stderr)
+        errors = result.stderr.decode()
+        self.assertRegex(errors, f"was ended by SIGKILL .* by the kernel's out-of-memory killer of {group}\n"
+                                 r"limit +\d+ % of the cgroup's limit, 120.0 MiB.*\nheld .*\ntop .*MiB")
+        self.check(self.reports)
 
 
 if __name__ == "__main__":

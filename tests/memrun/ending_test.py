@@ -80,12 +80,12 @@ class Endings(LauncherTest):
 
     def test_faults_and_memory_that_runs_out(self):
         table = (
-            ((PYTHON, "-c", "import ctypes; ctypes.string_at(0)"), -signal.SIGSEGV, "died of a fault: SIGSEGV", "No reports"),
+            ((PYTHON, "-c", "import ctypes; ctypes.string_at(0)"), -signal.SIGSEGV, "died of a fault: SIGSEGV", "held"),
             ((PYTHON, "-c", "import ctypes; ctypes.CDLL(None)._Znwm(ctypes.c_size_t(1 << 46))"), -signal.SIGABRT, "it ran out of memory", "allocated"),
             ((PYTHON, "-c", "bytearray(1 << 45)"), 1, "an allocation of 32.0 TiB failed", "allocated"),
             # A host's own end of memory, reached from outside.
             ((PYTHON, "-c", "import ctypes; ctypes.CDLL(None).mem_out_of_memory()"), 1, "it ran out of memory", "allocated"),
-            ((PYTHON, "-c", "import os; os.kill(os.getpid(), 9)"), -signal.SIGKILL, "SIGKILL", "No reports"),
+            ((PYTHON, "-c", "import os; os.kill(os.getpid(), 9)"), -signal.SIGKILL, "SIGKILL", "held"),
             ((PYTHON, "-c", "import os; os._exit(5)"), 5, "ended with status 5", "not freed"),
         )
         for command, status, ending, reports in table:

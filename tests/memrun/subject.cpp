@@ -1,14 +1,20 @@
 // What the launcher's tests run: each argument shows one behaviour.
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <malloc.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <map>
+#include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/bins/on_threads.h"
@@ -68,6 +74,41 @@ int leave_fragments() {
     return 0;
 }
 
+// Holds blocks of random sizes on so many threads, and counts their bytes where somebody else can read them
+// after a kill: one number for each thread, 64 bytes apart.
+__attribute__((noinline)) void* churn_block(std::size_t size) {
+    return kept(std::malloc(size));
+}
+
+void churn(std::atomic<std::int64_t>& held) {
+    std::minstd_rand dice(static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(&held)));
+    std::vector<void*> blocks(4096);
+    for (;;) {
+        void*& block = blocks[dice() % blocks.size()];
+        if (block != nullptr) {
+            const auto size = static_cast<std::int64_t>(malloc_usable_size(block));
+            std::free(std::exchange(block, nullptr));
+            held -= size;
+        } else {
+            block = churn_block(16 + dice() % 4000);
+            held += static_cast<std::int64_t>(malloc_usable_size(block));
+        }
+    }
+}
+
+int churn_on_threads(int threads, const char* counters) {
+    const int file = open(counters, O_RDWR | O_CLOEXEC);
+    auto* const place = static_cast<char*>(
+        mmap(nullptr, static_cast<std::size_t>(threads) * 64, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
+    const auto counter = [&](int i) -> std::atomic<std::int64_t>& {
+        return *reinterpret_cast<std::atomic<std::int64_t>*>(place + 64 * i);
+    };
+    for (int i = 1; i < threads; ++i) std::thread([&counter = counter(i)] { churn(counter); }).detach();
+    say_ready();
+    churn(counter(0));
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -78,6 +119,7 @@ int main(int argc, char** argv) {
         {"wait", [] { return say_ready(), pause(); }},
         {"stacks", fill_stacks},
         {"fragments", leave_fragments},
+        {"churn", [&] { return churn_on_threads(std::atoi(argv[2]), argv[3]); }},
         {"loading", [&] { return load_without_end(argv[2]); }},
     };
     return behaviours.at(argv[argc > 1 ? 1 : 0])();

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/memrun/aftermath.h"
 #include "tools/memrun/control/control.h"
 #include "tools/memrun/notes.h"
 #include "tools/memrun/run.h"
@@ -19,6 +20,7 @@ struct Run {
     std::vector<Survivor> survivors;
     std::vector<std::string> modules;  // paths of those whose code was named
     control::LastLook last_look;
+    Aftermath aftermath;
 };
 
 }  // namespace memrun

@@ -8,8 +8,10 @@
 #include <iostream>
 
 #include "tools/common/harmless.h"
+#include "tools/memrun/aftermath.h"
 #include "tools/memrun/contract.h"
 #include "tools/memrun/control/control.h"
+#include "tools/memrun/control/path_namer.h"
 #include "tools/memrun/environment.h"
 #include "tools/memrun/failure.h"
 #include "tools/memrun/filters.h"
@@ -77,7 +79,9 @@ Ending track(const Options& options) {
     server.add(names);
     control::Followed followed;
     server.add(followed);
-    control::Control control(followed, {options.checkpoint_every_s, options.on_scarcity});
+    const auto have_code_named = [&] { names.serve_launcher(); };
+    control::read_filters(options.filters);
+    control::Control control(followed, {options.checkpoint_every_s, options.on_scarcity, have_code_named});
     const StartSteps steps = {
         [&](int pid) {
             return prepare(options, libraries, {folder_of(pid), name, program.tracked, pid}, server);
@@ -89,14 +93,16 @@ Ending track(const Options& options) {
         }};
     const Ending ending = run_program(program.path, options.command, steps);
     control.end();
-    names.finish();  // before the thread ends that the namer was started by, with which it would be killed
-    loop.stop();
     const std::string output = folder_of(ending.pid);
     const std::vector<ProcessNote> notes = take_notes(output, name);
+    if (!ended_with_reports(notes)) have_code_named();
+    const Aftermath aftermath = write_last_words(followed, notes, ending.pid, output);
+    names.finish();  // before the thread ends that the namer was started by, with which it would be killed
+    loop.stop();
     note_sizes(output);
     const Run run{
-        program_name,       output, ending, notes, find_survivors(ending.pid, notes), names.modules(),
-        control.last_look()};
+        program_name,        output,   ending, notes, find_survivors(ending.pid, notes), names.modules(),
+        control.last_look(), aftermath};
     if (run.last_look.is_checkpoint_automatic && ended_with_reports(run.notes)) discard_checkpoint(output);
     if (!options.quiet) std::cerr << summary_text(run, options, takes_colour()) << std::flush;
     return ending;

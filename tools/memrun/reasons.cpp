@@ -61,6 +61,8 @@ std::string why_no_figures(const Run& run, const Figures& figures) {
         return "No reports: the tracker was not loaded. Something between here and the program cleared "
                "LD_PRELOAD.";
     const ProcessNote& first = run.notes.front();
+    if (first.ended.empty() && run.aftermath.any_report)
+        return "The call paths are those of the last event; the program wrote no other reports.";
     if (!figures.has_files && first.ended.empty()) return why_no_reports(run.ending);
     if (!figures.cut_file.empty())
         return figures.cut_file + " is cut, so that no figures are told. Was the disk full?";
@@ -185,9 +187,14 @@ std::string anew_text(const std::vector<ProcessNote>& notes) {
 
 }  // namespace
 
-std::string describe_ending(const Ending& ending, const std::vector<ProcessNote>& notes) {
+std::string describe_ending(const Ending& ending, const std::vector<ProcessNote>& notes,
+                            const control::LastLook& look) {
     std::string text = end_text(ending) + " after " + seconds_text(ending.seconds);
     if (!failed(ending)) return text;
+    if (WIFSIGNALED(ending.wait_status) && WTERMSIG(ending.wait_status) == SIGKILL &&
+        look.is_killed_for_memory)
+        return text + " by the kernel's out-of-memory killer" +
+               (look.cgroup.empty() ? "" : " of " + look.cgroup);
     for (const ProcessNote& note : notes)
         if (note.has_refusal) return text + "; it ran out of memory" + refusal_text(note);
     return text;

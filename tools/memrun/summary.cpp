@@ -134,6 +134,26 @@ void add_sites(Lines& lines, const Figures& figures) {
     }
 }
 
+// Against which limit, and who held the memory: with the line above, five that tell all.
+void add_aftermath(Lines& lines, const Run& run) {
+    const control::MemoryRoom& room = run.last_look.room;
+    const control::Held& held = run.aftermath.held;
+    if (!run.aftermath.any_report) return;
+    lines.add("limit", room.limit_name.empty()
+                           ? "none was near"
+                           : std::to_string(room.percent) + " % of " + room.limit_name + ", " +
+                                 bytes_text(static_cast<std::int64_t>(room.limit)) +
+                                 ", were used shortly before");
+    lines.add("held", blocks_text(held.bytes, held.blocks) + ", at most " + bytes_text(held.peak_bytes));
+    std::string label = "top";
+    for (const control::HeldSite& site : held.sites) {
+        lines.add(label, blocks_text(site.bytes, site.blocks) + "  " +
+                             shortened_place(site.place, widest_place) + "  " +
+                             shortened_function(site.function, widest_function));
+        label.clear();
+    }
+}
+
 // What is left of a run that could not write its reports.
 void add_checkpoint(Lines& lines, const Run& run) {
     const std::uint64_t age_ms = run.last_look.checkpoint_age_ms;
@@ -160,7 +180,8 @@ bool ended_with_reports(const std::vector<ProcessNote>& notes) {
 std::string summary_text(const Run& run, const Options& options, bool with_colour) {
     const Figures figures = read_figures(run.output, most_sites);
     Lines lines(with_colour);
-    lines.add("ktl_memrun:", run.program_name + " " + describe_ending(run.ending, run.notes));
+    lines.add("ktl_memrun:", run.program_name + " " + describe_ending(run.ending, run.notes, run.last_look));
+    add_aftermath(lines, run);
     if (options.follow_children) add_processes(lines, run.notes);
     if (figures.cut_file.empty()) {
         add_totals(lines, figures, run.notes);

@@ -16,11 +16,13 @@
 #include "tools/memview/diff_output.h"
 #include "tools/memview/export.h"
 #include "tools/memview/folder.h"
+#include "tools/memview/growth.h"
 #include "tools/memview/options.h"
 #include "tools/memview/page.h"
 #include "tools/memview/report_kinds.h"
 #include "tools/memview/show.h"
 #include "tools/memview/show_tree.h"
+#include "tools/memview/top.h"
 #include "tools/memview/units.h"
 
 namespace fs = std::filesystem;
@@ -150,12 +152,25 @@ int run_export(const Options& options) {
     return 0;
 }
 
+int run_growth(const Options& options) {
+    const Growth growth = read_growth(options.folders.front(), options.process, options.keep_going);
+    const Terminal terminal = options.output.empty() ? standard_terminal() : Terminal{false, 0};
+    write_output(options, [&](std::ostream& out) {
+        options.as_json ? write_growth_json(growth, out) : print_growth(growth, options.top, terminal, out);
+    });
+    for (const std::string& line : growth.left_out) std::cerr << "ktl_memview: left out: " << line << "\n";
+    return 0;
+}
+
+int run_top(const Options& options) {
+    watch_run(options.folders.front(), std::cout);
+    return 0;
+}
+
 int run(const Options& options) {
-    static const std::map<std::string, int (*)(const Options&)> COMMANDS = {{"show", run_show},
-                                                                            {"html", run_html},
-                                                                            {"diff", run_diff},
-                                                                            {"check", run_check},
-                                                                            {"export", run_export}};
+    static const std::map<std::string, int (*)(const Options&)> COMMANDS = {
+        {"show", run_show},     {"html", run_html},     {"diff", run_diff}, {"check", run_check},
+        {"export", run_export}, {"growth", run_growth}, {"top", run_top}};
     require_no_report(options);
     const int status = COMMANDS.at(options.command)(options);
     std::cout.flush();

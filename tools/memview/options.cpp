@@ -165,6 +165,26 @@ void add_export(CLI::App& app, Options& options) {
     add_output(*command, options);
 }
 
+void add_growth(CLI::App& app, Options& options) {
+    CLI::App* command = app.add_subcommand(
+        "growth", "Put all marks of a run side by side: which call sites grew, and by how much");
+    add_folders(*command, options);
+    command->get_option("DIR")->expected(1);
+    add_top(*command, options);
+    command->add_flag("--json", options.as_json, "Write JSON instead of a table");
+    add_output(*command, options);
+}
+
+void add_live(CLI::App& app, Options& options) {
+    CLI::App* command = app.add_subcommand("top",
+                                           "Watch a run that goes on: what it holds, and which call sites "
+                                           "do; a line each second without a terminal");
+    command->add_option("DIR", options.folders, "The folder that the run writes to")
+        ->required()
+        ->expected(1)
+        ->type_name("DIR");
+}
+
 }  // namespace
 
 std::unique_ptr<CLI::App> make_app(Options& options) {
@@ -180,6 +200,8 @@ std::unique_ptr<CLI::App> make_app(Options& options) {
     add_diff(*app, options);
     add_check(*app, options);
     add_export(*app, options);
+    add_growth(*app, options);
+    add_live(*app, options);
     app->parse_complete_callback(
         [&options, raw = app.get()] { options.command = raw->get_subcommands().front()->get_name(); });
     return app;
@@ -208,7 +230,8 @@ cli_doc::Page manual_page() {
          "    ktl_memview diff before after --tolerance 1%\n"
          "    ktl_memview check --max-peak 2G --max-leaked 0 --allow known.txt reports\n"
          "    ktl_memview export --format pprof -o run.pb.gz reports"},
-        {"SEE ALSO", "ktl_memrun(1)"}};
+        {"KEYS OF top", "m takes a mark, c a checkpoint, / searches in places and functions, q leaves."},
+        {"SEE ALSO", "ktl_memrun(1), ktl_memctl(1)"}};
     return page;
 }
 

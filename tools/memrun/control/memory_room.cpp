@@ -23,16 +23,21 @@ std::uint64_t statm_bytes(pid_t pid, int column) {
     return file ? pages * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)) : 0;
 }
 
+// The last number behind one of the keys, in a file of lines "KEY NUMBER"; 0 when there is none.
+std::uint64_t keyed_number(const std::string& path, const char* key, const char* better_key = "") {
+    std::ifstream file(path);
+    std::string found;
+    std::uint64_t number = 0;
+    std::uint64_t wanted = 0;
+    while (file >> found >> number)
+        if (found == key || found == better_key) wanted = number;
+    return wanted;
+}
+
 // What the kernel takes back before it ends anybody: the cgroup's part of the page cache that nobody used
 // lately.
 std::uint64_t reclaimable_bytes(const CGROUP_MEMORY& group) {
-    std::ifstream file(std::string(group.folder) + "/memory.stat");
-    std::string key;
-    std::uint64_t bytes = 0;
-    std::uint64_t inactive = 0;
-    while (file >> key >> bytes)
-        if (key == "inactive_file" || key == "total_inactive_file") inactive = bytes;
-    return inactive;
+    return keyed_number(std::string(group.folder) + "/memory.stat", "inactive_file", "total_inactive_file");
 }
 
 void consider(MemoryRoom& tightest, const char* name, std::uint64_t used, std::uint64_t limit,
@@ -60,6 +65,20 @@ std::uint64_t resident_bytes(pid_t pid) {
 
 std::uint64_t address_space_bytes(pid_t pid) {
     return statm_bytes(pid, 0);
+}
+
+std::uint64_t kills_in_cgroup(const std::string& folder) {
+    return std::max(keyed_number(folder + "/memory.events", "oom_kill"),
+                    keyed_number(folder + "/memory.oom_control", "oom_kill"));
+}
+
+std::uint64_t kills_on_machine() {
+    return keyed_number("/proc/vmstat", "oom_kill");
+}
+
+std::string limited_cgroup(pid_t pid) {
+    CGROUP_MEMORY group;
+    return read_cgroup_memory(pid, group) ? group.folder : "";
 }
 
 MemoryRoom tightest_room(const Processes& processes) {

@@ -15,6 +15,13 @@ struct MemoryRoom {
     int percent = 0;          // the same, rounded down
 };
 
+// How many processes the kernel has ended for their memory, in a cgroup and on the machine.
+std::uint64_t kills_in_cgroup(const std::string& folder);
+std::uint64_t kills_on_machine();
+
+// Where the files of the limited cgroup around a process lie; empty when there is none.
+std::string limited_cgroup(pid_t pid);
+
 // Resident bytes and size of a process; 0 when it is gone.
 std::uint64_t resident_bytes(pid_t pid);
 std::uint64_t address_space_bytes(pid_t pid);

@@ -14,6 +14,7 @@
 #include <new>
 #include <utility>
 
+#include "platform/symbols/asked_names.h"
 #include "tools/memrun/link/shared_memory.h"
 
 namespace memrun::names {
@@ -70,6 +71,22 @@ void NameService::on_arrival(const link::Guest& guest, link::Greeting& answer) {
 void NameService::on_departure(const link::Guest& guest) {
     const std::lock_guard guard(mutex_);
     if (channels_.erase(guest.pid) != 0) tell_namer(guest.pid, -1);
+}
+
+void NameService::serve_launcher() {
+    const std::lock_guard guard(mutex_);
+    if (own_channel_ >= 0 || seat_.bell == nullptr || seat_.work == nullptr || is_finished_) return;
+    own_channel_ = link::make_shared_memory("ktl_mem_names", sizeof(symbols::NAME_CHANNEL));
+    auto* const channel = static_cast<symbols::NAME_CHANNEL*>(
+        link::map_shared_memory(own_channel_, sizeof(symbols::NAME_CHANNEL)));
+    if (channel == nullptr) return;
+    channel->mark = symbols::name_channel_mark;
+    channels_[getpid()] = own_channel_;
+    if (namer_ == 0)
+        start_namer();
+    else
+        tell_namer(getpid(), own_channel_);
+    if (namer_ != 0) symbols::use_name_channel(channel, seat_.bell);
 }
 
 void NameService::tell_namer(pid_t pid, int channel) const {

@@ -19,6 +19,9 @@ class NameService : public link::Service {
     void on_arrival(const link::Guest& guest, link::Greeting& answer) override;
     void on_departure(const link::Guest& guest) override;
 
+    // Has code named for the launcher, too: symbols::ask works from here on. Any thread, any number of times.
+    void serve_launcher();
+
     // Has the namer put its names on the disk and end. Nobody is answered from here on.
     void finish();
 
@@ -37,6 +40,7 @@ class NameService : public link::Service {
     NamerSeat seat_;
     int bell_fd_ = -1;
     std::map<pid_t, int> channels_;  // of the guests, who keep them open
+    int own_channel_ = -1;           // among them; stays open
     pid_t namer_ = 0;
     int namer_end_ = -1;  // tells the namer's end
     int to_namer_ = -1;

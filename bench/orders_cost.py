@@ -1,0 +1,59 @@
+#!/usr/bin/env python3
+"""What orders cost a program that allocates at full speed: bench/orders_cost.py BIN_FOLDER [ORDERS]
+
+Runs the churning test program under ktl_memrun and takes its events a second in turns, left alone and asked: a quarter each
+of status, paths, checkpoint and mark. Prints the ratio of both; 1.00 is no loss.
+"""
+
+import json
+import pathlib
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+TURNS = 5
+QUIET_SECONDS = 8
+KINDS = (("status",), ("paths",), ("checkpoint",), ("mark",))
+
+
+def main():
+    programs, orders = pathlib.Path(sys.argv[1]).resolve(), int(sys.argv[2]) if len(sys.argv) > 2 else 1000
+    with tempfile.TemporaryDirectory() as folder:
+        counters = pathlib.Path(folder, "counters")
+        counters.write_bytes(bytes(64))
+        reports = pathlib.Path(folder, "reports")
+        run = subprocess.Popen([programs / "ktl_memrun", "-o", reports, "-q", programs / "memrun_subject", "churn", "1", counters],
+                               stdout=subprocess.PIPE)
+        run.stdout.readline()
+        made = iter(range(orders))
+
+        def ask(*order):
+            return subprocess.run([programs / "ktl_memctl", reports, *order, "--json", "--timeout", "60"], check=True,
+                                  capture_output=True).stdout
+
+        def rate(work):
+            begin, events = time.monotonic(), json.loads(ask("status"))["processes"][0]["events"]
+            work()
+            time.sleep(0.2)  # figures are renewed ten times a second
+            return (json.loads(ask("status"))["processes"][0]["events"] - events) / (time.monotonic() - begin)
+
+        def be_asked():
+            for number in (next(made) for _ in range(orders // TURNS)):
+                kind = KINDS[number % len(KINDS)]
+                ask(*kind, *([f"m{number}"] if kind == ("mark",) else []))
+
+        time.sleep(1)
+        quiet, asked = [], []
+        for _ in range(TURNS):
+            quiet.append(rate(lambda: time.sleep(QUIET_SECONDS)))
+            asked.append(rate(be_asked))
+        run.terminate()
+        run.wait()
+        print(f"events a second: {statistics.median(quiet):,.0f} alone, {statistics.median(asked):,.0f} asked {orders} times: "
+              f"ratio {statistics.median(asked) / statistics.median(quiet):.3f}")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,96 @@
+#include "tools/memrun/control/path_figures.h"
+
+#include <algorithm>
+#include <fstream>
+#include <map>
+
+#include "mem/report/report_trailer.h"
+#include "tools/memrun/control/path_namer.h"
+
+namespace memrun::control {
+
+namespace {
+
+// The site's own frame in the path of a node: site numbers know no loads.
+MEM_PATH_FRAME frame_of_site(const MEM_PATH_REGION& region, const MEM_PATH_ROW& row) {
+    const std::uint64_t pc = region.site(row.site - 1);
+    std::uint32_t steps = region.header->depth + 1;
+    for (std::uint32_t node = row.node; node >= mem_path_first_node && steps != 0; --steps) {
+        if (region.node(node).pc == pc) return {pc, static_cast<std::uint16_t>(region.node(node).load)};
+        if (region.node(node).parent >= node) break;
+        node = region.node(node).parent;
+    }
+    return {pc, 0};
+}
+
+struct SiteSum {
+    std::int64_t bytes = 0;
+    std::int64_t blocks = 0;
+    MEM_PATH_FRAME frame{};
+};
+
+std::vector<SiteSum> highest_sites(const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHOT& snapshot,
+                                   std::size_t most) {
+    std::map<std::uint32_t, SiteSum> by_site;
+    const std::uint32_t known = std::min(region.header->sites.get_published(), region.room_for_sites());
+    for (const MEM_PATH_ROW& row : snapshot.rows) {
+        if (row.site == 0 || row.site > known) continue;
+        SiteSum& sum = by_site[row.site];
+        if (sum.frame.pc == 0) sum.frame = frame_of_site(region, row);
+        sum.bytes += row.bytes;
+        sum.blocks += row.blocks;
+    }
+    std::vector<SiteSum> sums;
+    for (const auto& [site, sum] : by_site) sums.push_back(sum);
+    most = std::min(most, sums.size());
+    std::partial_sort(sums.begin(), sums.begin() + static_cast<std::ptrdiff_t>(most), sums.end(),
+                      [](const SiteSum& a, const SiteSum& b) { return a.bytes > b.bytes; });
+    sums.resize(most);
+    return sums;
+}
+
+HeldSite named_site(const SiteSum& sum, const std::vector<MEM_PATH_LEVEL>& levels) {
+    HeldSite site{sum.bytes, sum.blocks, {}, {}};
+    if (sum.frame.pc == 0) return site.function = "OTHER", site;
+    const auto responsible = std::find_if(levels.begin(), levels.end(),
+                                          [](const MEM_PATH_LEVEL& level) { return !level.is_filtered; });
+    const MEM_PATH_LEVEL& level = responsible != levels.end() ? *responsible : levels.front();
+    site.place = level.line == 0 ? "module " + level.module : level.file + ":" + std::to_string(level.line);
+    site.function = level.function;
+    return site;
+}
+
+}  // namespace
+
+bool read_held(const Process& process, std::size_t most_sites, Held& held) {
+    MEM_PATH_VIEW view;
+    if (process.call_paths < 0 || !view.map(process.call_paths)) return false;
+    const MEM_PATH_SNAPSHOT snapshot = mem_copy_call_paths(view.region());
+    held = {snapshot.sums.bytes,
+            snapshot.sums.blocks,
+            snapshot.sums.peak_bytes,
+            snapshot.sums.cumulative_bytes,
+            snapshot.sums.cumulative_blocks,
+            {}};
+    const std::vector<SiteSum> sums = highest_sites(view.region(), snapshot, most_sites);
+    std::vector<MEM_PATH_FRAME> frames;
+    for (const SiteSum& sum : sums) frames.push_back(sum.frame);
+    const auto named = name_frames(view.region(), frames);
+    for (std::size_t i = 0; i < sums.size(); ++i) held.sites.push_back(named_site(sums[i], named[i]));
+    return true;
+}
+
+bool write_call_paths(const Process& process, const std::string& folder) {
+    MEM_PATH_VIEW view;
+    if (process.call_paths < 0 || !view.map(process.call_paths)) return false;
+    const MEM_REPORT_CLOCK clock;
+    std::ofstream out(folder + "/mem_tbb_call_paths." + process.word + ".log");
+    mem_write_call_paths(
+        out, view.region(), mem_copy_call_paths(view.region()),
+        [&](const std::vector<MEM_PATH_FRAME>& frames) { return name_frames(view.region(), frames); });
+    out << clock.trailer() << '\n';
+    out.close();
+    return static_cast<bool>(out);
+}
+
+}  // namespace memrun::control

@@ -1,0 +1,38 @@
+#pragma once
+
+// The live screen itself: what is drawn, and which keys do what.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/memview/live_run.h"
+
+namespace memview {
+
+class TopScreen {
+  public:
+    TopScreen(LiveRun& run, LiveLook first) : m_run(run), m_look(std::move(first)) {}
+
+    // Returns when the user leaves; throws NoLauncher when the run ends. The terminal is as before in both
+    // cases, also when a signal ends the process.
+    void show();
+
+  private:
+    void draw();
+    void draw_head(int width);
+    void draw_sites(int height, int width);
+    void draw_foot(int height, int width);
+    bool handle(int key);
+    void handle_search(int key);
+    void look_again();
+
+    LiveRun& m_run;
+    LiveLook m_look;
+    std::vector<std::int64_t> m_course;  // bytes held at each look
+    std::string m_search;
+    std::string m_told;  // the answer to the last order
+    bool m_is_searching = false;
+};
+
+}  // namespace memview
