@@ -23,6 +23,7 @@
     .incbin MEMVIEW_CHARTS_JS
     .incbin MEMVIEW_PATH_TREES_JS
     .incbin MEMVIEW_FLAME_JS
+    .incbin MEMVIEW_RESIDENT_JS
     .incbin MEMVIEW_TREEMAP_JS
     .incbin MEMVIEW_TABLES_JS
     .incbin MEMVIEW_PAGE_JS

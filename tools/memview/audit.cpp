@@ -51,6 +51,7 @@ class Auditor {
         audit_forms(MODULE_TIMELINE, MODULE_TIMELINE_DETAILED);
         audit_forms(BLOCKS_TIMELINE, BLOCKS_TIMELINE_DETAILED);
         if (m_run.paths) audit_paths(*m_run.paths, sites);
+        if (m_run.resident) audit_resident(*m_run.resident);
         return std::move(m_audit);
     }
 
@@ -201,6 +202,17 @@ class Auditor {
         for (const auto& [name, value] : sums_by(*table, "name", "current")) current[lower(name)] += value;
         compare_all(std::string("bytes at the end of ") + table->key + " row", "last sample", last, "table",
                     current);
+    }
+
+    // Parts that are known add up to the resident size.
+    void audit_resident(const Resident& resident) {
+        for (const ResidentPoint& point : resident.points) {
+            if (!point.is_full) continue;
+            const std::int64_t sum = std::accumulate(point.parts.begin() + BLOCKS,
+                                                     point.parts.begin() + GIVEN_BACK, std::int64_t{0});
+            compare("resident memory at event " + std::to_string(point.event), "sum of the parts", sum,
+                    "whole", point.parts[RESIDENT]);
+        }
     }
 
     std::vector<std::int64_t> row_sums(const Timeline& timeline, const char* kind) const {

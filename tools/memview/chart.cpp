@@ -121,6 +121,30 @@ std::vector<std::int64_t> times_of_rows(const Chart& chart, const std::optional<
     return clock ? clock->times_of(indexes, chart.samples) : std::vector<std::int64_t>();
 }
 
+// What the system and the allocator say at every sampling point, on top of each other.
+Chart resident_chart(const Resident& resident, std::size_t most_stretches) {
+    Chart chart;
+    chart.key = "resident";
+    chart.series = {"all else", "tables of the allocator", "the tracker", "freed, kept by the allocator",
+                    "blocks in use"};
+    chart.labels = {""};
+    RowThinner thinner(most_stretches);
+    for (const ResidentPoint& point : resident.points) {
+        const auto& parts = point.parts;
+        const std::int64_t blocks = parts[BLOCKS] + parts[ROUNDING] + parts[UNKNOWN_BLOCKS];
+        const std::int64_t kept = parts[KEPT_BY_THREADS] + parts[KEPT_IN_BETWEEN] + parts[KEPT_FREE];
+        const std::int64_t tracker = parts[TRACKER_BLOCKS] + parts[TRACKER_MAPPINGS];
+        const std::int64_t known = blocks + kept + tracker + parts[ALLOCATOR_TABLES];
+        thinner.add({chart.samples++,
+                     0,
+                     {std::max<std::int64_t>(parts[RESIDENT] - known, 0), parts[ALLOCATOR_TABLES], tracker,
+                      kept, std::max<std::int64_t>(blocks, 0)}});
+    }
+    chart.rows = thinner.take();
+    for (const ChartRow& row : chart.rows) chart.times.push_back(resident.points[row.index].milliseconds);
+    return chart;
+}
+
 }  // namespace
 
 void RowThinner::thin(Stretch& stretch) {
@@ -194,6 +218,8 @@ std::vector<Chart> read_charts(const Run& run, std::size_t most_stretches) {
         chart.times = times_of_rows(chart, run.clock);
         charts.push_back(std::move(chart));
     }
+    if (run.resident && run.resident->points.size() > 1)
+        charts.push_back(resident_chart(*run.resident, most_stretches));
     return charts;
 }
 

@@ -17,7 +17,7 @@ struct ChartRow {
 };
 
 struct Chart {
-    std::string key;  // "modules", "tags", "process"
+    std::string key;  // "modules", "tags", "process", "resident"
     bool stacked = true;
     bool rest = false;  // the first series is the sum of all that have no place of their own
     std::uint64_t samples = 0;

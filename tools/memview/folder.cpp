@@ -9,6 +9,7 @@
 #include "tools/memview/leak_reader.h"
 #include "tools/memview/path_reader.h"
 #include "tools/memview/report_kinds.h"
+#include "tools/memview/resident_reader.h"
 #include "tools/memview/series_reader.h"
 #include "tools/memview/size_note.h"
 #include "tools/memview/table_reader.h"
@@ -24,7 +25,7 @@ constexpr const char* FAST_LEAK_KIND = "fast_leak_warning";
 
 bool is_kind(std::string_view kind) {
     return table_kind(kind) != nullptr || timeline_title(kind) != nullptr || kind == LEAK_KIND ||
-           kind == FILTER_KIND || kind == CLOCK_KIND || kind == PATHS_KIND;
+           kind == FILTER_KIND || kind == CLOCK_KIND || kind == PATHS_KIND || kind == RESIDENT_KIND;
 }
 
 // Splits "mem_tbb_KIND.WORD.log"; the word may hold points and may be empty.
@@ -90,6 +91,8 @@ void read_file(Run& run, const std::string& kind, const std::string& path, Names
         run.timelines[kind] = read_timeline(path, kind, problems);
     } else if (kind == CLOCK_KIND) {
         run.clock = read_clock(path, problems);
+    } else if (kind == RESIDENT_KIND) {
+        run.resident = read_resident(path, problems);
     } else if (kind == PATHS_KIND) {
         run.paths = read_paths(path, names);
     } else if (kind == FILTER_KIND) {
@@ -154,7 +157,7 @@ std::unique_ptr<Folder> read_folders(const FolderRequest& request, std::shared_p
     for (const std::string& folder : request.folders) find_cut_reports(folder, problems);
     for (Run& run : result->runs) read_run(run, *result->names, problems);
     const bool read_any = std::any_of(result->runs.begin(), result->runs.end(), [](const Run& run) {
-        return !run.tables.empty() || !run.timelines.empty() || run.paths;
+        return !run.tables.empty() || !run.timelines.empty() || run.paths || run.resident;
     });
     if (!read_any) throw ReportError(problems.kept().front());
     result->left_out = problems.lines();

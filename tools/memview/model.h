@@ -2,6 +2,7 @@
 
 // What a folder of reports says, ready to be shown: tables, series and the processes that they belong to.
 
+#include <array>
 #include <cstdint>
 #include <initializer_list>
 #include <map>
@@ -149,6 +150,43 @@ struct SampleClock {
     std::vector<std::int64_t> times_of(const std::vector<std::uint64_t>& rows, std::uint64_t samples) const;
 };
 
+// The parts of the resident memory, in the order of the report.
+enum ResidentIndex : std::size_t {
+    RESIDENT,
+    BLOCKS,
+    ROUNDING,
+    UNKNOWN_BLOCKS,
+    TRACKER_BLOCKS,
+    KEPT_BY_THREADS,
+    KEPT_IN_BETWEEN,
+    KEPT_FREE,
+    ALLOCATOR_TABLES,
+    NEVER_TOUCHED,
+    TRACKER_MAPPINGS,
+    STACKS,
+    CODE,
+    MODULE_DATA,
+    FILES,
+    SHARED_MEMORY,
+    ANONYMOUS,
+    UNEXPLAINED,
+    GIVEN_BACK
+};
+inline constexpr std::size_t RESIDENT_PARTS = GIVEN_BACK + 1;
+
+struct ResidentPoint {
+    std::int64_t milliseconds = 0;  // since the start of the process
+    std::uint64_t event = 0;
+    bool is_full = false;  // all parts are known; else those that need the mappings are 0
+    std::array<std::int64_t, RESIDENT_PARTS> parts{};
+};
+
+struct Resident {
+    std::optional<std::int64_t> cgroup_limit;         // bytes
+    std::optional<std::int64_t> address_space_limit;  // bytes
+    std::vector<ResidentPoint> points;
+};
+
 struct Run {
     std::string name;  // the middle word of the file names
     std::string folder;
@@ -159,6 +197,7 @@ struct Run {
     std::optional<Paths> paths;
 
     std::optional<SampleClock> clock;
+    std::optional<Resident> resident;
 
     const Table* table(std::string_view key) const;
     const Timeline* timeline(const std::string& kind) const;

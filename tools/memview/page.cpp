@@ -86,6 +86,7 @@ PageProcess page_process(const Run& run, Names& names, const PageLimits& limits)
     process.figures = summary(run);
     process.peak_index = run.peak_index;
     if (run.clock) process.clock = &*run.clock;
+    if (run.resident) process.resident = &*run.resident;
     for (const char* key : {"sites", "modules", "bins", "tags", "leaks", "fast_leaks", "filtered"}) {
         if (const Table* table = shown_table(run, key)) process.tables.push_back(table);
     }

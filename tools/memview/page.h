@@ -36,6 +36,7 @@ struct PageProcess {
     std::vector<const Table*> tables;
     std::vector<Chart> charts;
     std::optional<FlameData> flame;
+    const Resident* resident = nullptr;  // null when there is none; outlives it, too
 };
 
 struct Page {

@@ -7,6 +7,7 @@
 
 #include "tools/common/readable_names.h"
 #include "tools/memview/report_kinds.h"
+#include "tools/memview/resident_parts.h"
 #include "tools/memview/units.h"
 
 namespace memview {
@@ -186,6 +187,30 @@ json flame_graph_data(const FlameData& flame, const Names& names, Texts& texts) 
             {"comparison", flame.is_comparison}};
 }
 
+json limits_data(const Resident& resident) {
+    json limits = json::array();
+    const auto add = [&](const char* title, const std::optional<std::int64_t>& bytes) {
+        if (bytes) limits.push_back({{"title", title}, {"bytes", *bytes}});
+    };
+    add("limit of the cgroup", resident.cgroup_limit);
+    add("limit of the address space", resident.address_space_limit);
+    return limits;
+}
+
+json resident_data(const Resident* resident) {
+    if (resident == nullptr) return nullptr;
+    json moments = json::array();
+    for (const ResidentMoment& moment : resident_moments(*resident)) {
+        json steps = json::array();
+        for (const ResidentStep& step : resident_steps(*moment.point))
+            steps.push_back({{"title", step.title}, {"bytes", step.bytes}, {"advice", step.advice}});
+        moments.push_back({{"title", moment.title},
+                           {"resident", moment.point->parts[RESIDENT]},
+                           {"steps", std::move(steps)}});
+    }
+    return {{"moments", std::move(moments)}, {"limits", limits_data(*resident)}};
+}
+
 json process_data(const PageProcess& process, const Names& names, const PageLimits& limits, Texts& texts) {
     json tables = json::array();
     for (const Table* table : process.tables) tables.push_back(table_data(*table, names, limits.rows, texts));
@@ -196,6 +221,7 @@ json process_data(const PageProcess& process, const Names& names, const PageLimi
             {"tracked", process.tracked},
             {"figures", figures_data(process.figures)},
             {"clock", clock_data(process)},
+            {"resident", resident_data(process.resident)},
             {"peak_index", process.peak_index ? json(*process.peak_index) : json()},
             {"tables", std::move(tables)},
             {"charts", std::move(charts)},

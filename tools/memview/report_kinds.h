@@ -30,6 +30,14 @@ inline constexpr const char* FAST_LEAK_HEAD = "For more detail, use INI mem_chec
 inline constexpr const char* CLOCK_KIND = "clock";
 inline constexpr const char* CLOCK_TITLE = "MEM: Clock.";
 inline constexpr std::string_view CLOCK_COLUMNS = "Sample\tMilliseconds\tEvent";
+inline constexpr const char* RESIDENT_KIND = "resident";
+inline constexpr const char* RESIDENT_TITLE = "MEM: Resident Memory.";
+inline constexpr std::string_view RESIDENT_COLUMNS =
+    "Milliseconds\tEvent\tPoint\tResident\tBlocks\tRounding\tUnknown blocks\tTracker blocks\tKept by "
+    "threads\t"
+    "Kept in between\tKept free\tAllocator tables\tNever touched\tTracker mappings\tStacks\tCode\tModule "
+    "data\t"
+    "Files\tShared memory\tAnonymous\tUnexplained\tGiven back";
 inline constexpr const char* REST_SERIES = "Misc";
 
 // A report that is one table.

@@ -7,6 +7,7 @@
 #include "tools/memview/exact_peak.h"
 #include "tools/memview/report_kinds.h"
 #include "tools/memview/selection.h"
+#include "tools/memview/show_resident.h"
 #include "tools/memview/summary.h"
 #include "tools/memview/units.h"
 
@@ -58,6 +59,7 @@ class Show {
             const Timeline* timeline = run.timeline(kind);
             if (timeline != nullptr) print_series(*timeline, title);
         }
+        if (run.resident) show_resident(*run.resident, m_terminal, m_out);
         for (const View& view : VIEWS) {
             const Table* table = run.table(view.key);
             if (table != nullptr) print_table(run, *table, view);

@@ -8,7 +8,7 @@ const SERIES_TITLES = {
   resident: 'resident', commit_charge: 'committed', page_faults: 'page faults (right axis)',
   profiler_allocated_outstanding: 'the tracker\u2019s own',
 };
-const CHART_TITLES = { modules: 'Memory of modules', tags: 'Memory of tags', process: 'The process as the system sees it' };
+const CHART_TITLES = { modules: 'Memory of modules', tags: 'Memory of tags', process: 'The process as the system sees it', resident: 'The resident memory' };
 
 // Where a row lies on the axis in force.
 function placesOf(chart, process) {
@@ -88,6 +88,24 @@ function paintMarks(context, area, graph, marks) {
     context.restore();
     context.fillText(mark.text, left, area.y + 26 + 15 * i);
   });
+}
+
+// What the process may not go beyond, as lines across.
+function paintLimits(context, area, graph, limits) {
+  context.strokeStyle = context.fillStyle = cssValue('--peak');
+  for (const limit of limits) {
+    const y = graph.toDomYCoord(limit.bytes);
+    if (y < area.y) continue;
+    context.fillRect(area.x, y, area.w, 1);
+    context.fillText(limit.title + ' ' + bytesText(limit.bytes), area.x + 4, y + 12);
+  }
+}
+
+// A limit is drawn where the run came anywhere near it.
+function valueRangeOf(chart, limits) {
+  const highest = d3.max(chart.rows, (row) => d3.sum(row.slice(2))) || 0;
+  const near = limits.map((limit) => limit.bytes).filter((bytes) => bytes < 4 * highest);
+  return near.length ? { valueRange: [0, 1.08 * Math.max(highest, ...near)] } : {};
 }
 
 const themeOptions = () => ({
@@ -179,6 +197,7 @@ function drawChart(chart, process, bands, holder) {
   const colours = names.map((_, i) => (chart.rest && i === 0 ? '#8a8f98' : seriesColour(i)));
   const faults = chart.series.findIndex((number) => textOf(number) === 'page_faults');
   const marks = marksOf(chart, process);
+  const limits = chart.key === 'resident' ? process.resident.limits : [];
   let graph = null;
   const { legend, values } = makeLegend(chart, names, colours, () => graph);
   const status = element('p', { className: 'note', 'aria-live': 'off' }, '\u00a0');
@@ -198,7 +217,7 @@ function drawChart(chart, process, bands, holder) {
   graph = new Dygraph(box, chart.rows.map((row, i) => [places[i], ...row.slice(2).map((v) => (v === -1 && !chart.stacked ? null : v))]), {
     ...themeOptions(), labels, colors: colours, stackedGraph: chart.stacked, fillGraph: chart.stacked, fillAlpha: 0.75,
     strokeWidth: chart.stacked ? 0.6 : 1.4, showRangeSelector: charts.graphs.length === 0, rangeSelectorHeight: 34,
-    includeZero: true, rightGap: process.charts.every((one) => one.stacked) || !chart.stacked ? 5 : 83, highlightCircleSize: 2,
+    ...valueRangeOf(chart, limits), includeZero: true, rightGap: process.charts.every((one) => one.stacked) || !chart.stacked ? 5 : 83, highlightCircleSize: 2,
     interactionModel: Dygraph.defaultInteractionModel,  // with a range selector a drag would otherwise move, not zoom
     series: faults >= 0 ? { ['s' + faults]: { axis: 'y2' } } : {},
     axes: {
@@ -208,7 +227,11 @@ function drawChart(chart, process, bands, holder) {
     },
     underlayCallback: (context, area, drawn) => paintBands(context, area, drawn, bands),
     plugins: [{
-      activate: () => ({ didDrawChart: (event) => paintMarks(event.drawingContext, event.dygraph.getArea(), event.dygraph, marks) }),
+      activate: () => ({ didDrawChart: (event) => {
+        const place = [event.drawingContext, event.dygraph.getArea(), event.dygraph];
+        paintMarks(...place, marks);
+        paintLimits(...place, limits);
+      } }),
       destroy: () => {},
     }],
     highlightCallback: (event, x, points, row) => show(row),
@@ -226,10 +249,11 @@ function drawCharts(process, holder) {
   const samples = Math.max(...process.charts.map((chart) => chart.samples));
   charts.whole = usesSeconds(process) ? [0, Math.max(wholeRunSeconds(), 0.001)] : [0, Math.max(samples - 1, 1)];
   charts.narrowest = usesSeconds(process) ? 0.001 : 2;
-  // The auxiliary figures bear no label of their own.
-  const labelled = process.charts.find((chart) => chart.stacked);
+  // Figures of the whole process bear no label of their own.
+  const isLabelled = (chart) => chart.stacked && chart.key !== 'resident';
+  const labelled = process.charts.find(isLabelled);
   for (const chart of process.charts) {
-    const source = chart.stacked ? chart : labelled;
+    const source = isLabelled(chart) ? chart : labelled;
     drawChart(chart, process, source ? bandsOf(source, process) : [], holder);
   }
 }

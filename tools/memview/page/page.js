@@ -57,6 +57,7 @@ function showProcess(process) {
   drawFlame(process, main);
   drawProcesses(main);
   drawCharts(process, main);
+  drawResident(process, main);
   const sites = process.tables.find((table) => table.key === 'sites');
   if (sites && columnOf(sites, 'cumulative')) new TreeMap(sites, main);
   for (const table of process.tables) main.append(new DataTable(table, process.name.replaceAll(/[^\w.-]+/g, '_'), process.flame !== null).section);
