@@ -2,8 +2,7 @@
 //
 // At every sampling point the cheap figures are noted: what the system and the allocator say. Now and then,
 // where the blocks in use have grown well beyond the last such point, the whole is taken apart, so that there
-// is always such a point close below the highest total; never so often that it costs more than a hundredth
-// of the run. The end is always one.
+// is always such a point close below the highest total. The end is always one.
 #pragma once
 
 #include <cstdint>

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <string>
 
+#include "tools/memview/report_kinds.h"
+
 namespace memview_test {
 
 // The first lines of a report as the library writes it.
@@ -40,6 +42,14 @@ inline std::string site(int line, int peak, const std::string& function = "work(
 inline std::string sites(const std::string& rows) {
     return SITES_HEAD + rows + OTHER_SITE + CLOSING;
 }
+
+inline const std::string RESIDENT_HEAD =
+    "MEM: Resident Memory.\n\nLimit of the cgroup\tnone\nLimit of the address space\t9000\n\n" +
+    std::string(memview::RESIDENT_COLUMNS) + "\n";
+// 1000 = 500 + 20 + 1 + 2 + 3 + 4 + 300 + 5 - 35 + 200; 7 were given back.
+inline const std::string RESIDENT_ROWS =
+    "5\t10\tsample\t900\t400\t-\t1\t2\t3\t4\t5\t6\t-\t-\t-\t-\t-\t-\t-\t-\t-\t0\n"
+    "9\t20\tfull\t1000\t500\t20\t1\t2\t3\t4\t300\t5\t-35\t0\t0\t200\t0\t0\t0\t0\t0\t7\n";
 
 inline const std::string PATHS_HEAD =
     "MEM: Call Paths.\n\nKey\tValue\nVersion\t1\nNodes\t3\nPeak bytes\t900\n\n"

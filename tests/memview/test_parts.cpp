@@ -8,6 +8,7 @@
 #include "tools/common/readable_names.h"
 #include "tools/memview/chart.h"
 #include "tools/memview/folder.h"
+#include "tools/memview/resident_parts.h"
 #include "tools/memview/suppressions.h"
 #include "tools/memview/units.h"
 
@@ -128,6 +129,27 @@ TEST(Chart, ThinningKeepsTheExtremes) {
     for (const ChartRow& row : rows) indices.push_back(row.index);
     EXPECT_TRUE(std::is_sorted(indices.begin(), indices.end()));
     EXPECT_THAT(indices, testing::IsSupersetOf({1234, 4321, 5555, 8765}));
+}
+
+// The largest first, what comes off behind them; a sentence for the large ones.
+TEST(Resident, StepsAddUpFromTheLargestDown) {
+    Scratch scratch;
+    scratch.write("mem_tbb_resident.a.log", RESIDENT_HEAD + RESIDENT_ROWS + CLOSING);
+    const auto folder = read_folders({{scratch.path()}, "", false});
+    const Resident& resident = *folder->runs[0].resident;
+    EXPECT_FALSE(resident.cgroup_limit);
+    EXPECT_EQ(resident.address_space_limit, 9000);
+    const std::vector<ResidentMoment> moments = resident_moments(resident);
+    ASSERT_EQ(moments.size(), 1U);
+    EXPECT_STREQ(moments[0].title, "at the end");
+    std::vector<std::int64_t> bytes;
+    for (const ResidentStep& step : resident_steps(*moments[0].point)) {
+        bytes.push_back(step.bytes);
+        EXPECT_EQ(step.advice.empty(), step.bytes < 100) << step.title;
+    }
+    EXPECT_THAT(bytes, testing::ElementsAre(500, 300, 200, 20, 5, 4, 3, 2, 1, -35));
+    EXPECT_THAT(read_charts(folder->runs[0], 512).at(0).rows.at(0).values,
+                testing::ElementsAre(479, 6, 2, 12, 401));
 }
 
 // With more tags than a chart has colours, the lowest are summed up, and nothing is lost.

@@ -190,6 +190,7 @@ constexpr const char* TIMELINE = "mem_tbb_timeline.bad.log";
 constexpr const char* AUXILIARY = "mem_tbb_auxiliary_timeline.bad.log";
 constexpr const char* FAST_LEAKS = "mem_tbb_fast_leak_warning.log";
 constexpr const char* FILTERS = "mem_tbb_filters.bad.log";
+constexpr const char* RESIDENT_FILE = "mem_tbb_resident.bad.log";
 constexpr const char* PATHS = "mem_tbb_call_paths.bad.log";
 
 const Broken BROKEN[] = {
@@ -234,6 +235,13 @@ const Broken BROKEN[] = {
     {"wrong total", LEAKS, LEAK_HEAD + "\nTotal leaked bytes: 5\n",
      ":4: the total is 5, but its rows hold 0"},
     {"cut summary", FAST_LEAKS, FAST_HEAD + fast_summary("a", 1, 2).substr(0, 80), ":5: the summary is cut"},
+    {"a limit that is none", RESIDENT_FILE, "MEM: Resident Memory.\n\nLimit of the cgroup\tmany\n",
+     ":3: \"Limit of the cgroup?many\" does not tell the Limit of the cgroup"},
+    {"other parts", RESIDENT_FILE, RESIDENT_HEAD.substr(0, RESIDENT_HEAD.size() - 5) + "\n",
+     ":6: unknown columns"},
+    {"a full point with an unknown part", RESIDENT_FILE,
+     RESIDENT_HEAD + "5\t1\tfull" + RESIDENT_ROWS.substr(11, 60) + "\n" + CLOSING, ":7: \"5?1?full"},
+    {"points without an end", RESIDENT_FILE, RESIDENT_HEAD + RESIDENT_ROWS, ":8: the file is cut"},
     {"paths of a later version", PATHS, "MEM: Call Paths.\n\nKey\tValue\nVersion\t2\n\n",
      ":5: version 2 of the report is not known here, only 1"},
     {"paths with a word for a number", PATHS, "MEM: Call Paths.\n\nKey\tValue\nVersion\tx\n\n",

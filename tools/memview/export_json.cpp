@@ -1,5 +1,9 @@
+#include <cctype>
+
 #include "tools/memview/export.h"
+#include "tools/memview/fields.h"
 #include "tools/memview/json_rows.h"
+#include "tools/memview/report_kinds.h"
 #include "tools/memview/summary.h"
 
 namespace memview {
@@ -15,6 +19,28 @@ ordered_json timeline_json(const Timeline& timeline) {
     return {{"samples", timeline.samples}, {"series", std::move(series)}};
 }
 
+// "Kept free" as "kept_free".
+std::string key_of(std::string_view title) {
+    std::string key(title);
+    for (char& c : key) c = c == ' ' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return key;
+}
+
+// The points that were taken apart.
+ordered_json resident_json(const Resident& resident) {
+    ordered_json points = ordered_json::array();
+    for (const ResidentPoint& point : resident.points) {
+        if (!point.is_full) continue;
+        ordered_json one = {{"milliseconds", point.milliseconds}, {"event", point.event}};
+        Fields titles(RESIDENT_COLUMNS);
+        std::string_view title;
+        for (std::size_t column = 0; titles.next(title); ++column)
+            if (column >= 3) one[key_of(title)] = point.parts[column - 3];
+        points.push_back(std::move(one));
+    }
+    return points;
+}
+
 void write_process(const Run& run, const Names& names, std::ostream& out) {
     ordered_json totals = ordered_json::object();
     for (const Figure& figure : summary(run)) totals[figure.key] = figure.value;
@@ -23,6 +49,7 @@ void write_process(const Run& run, const Names& names, std::ostream& out) {
     out << "{\"name\": " << json_text(run.name) << ", \"folder\": " << json_text(run.folder)
         << ", \"tracked\": " << json_text(tracked(run)) << ",\n\"totals\": " << json_text(totals)
         << ",\n\"timelines\": " << json_text(timelines);
+    if (run.resident) out << ",\n\"resident\": " << json_text(resident_json(*run.resident));
     for (const Table& table : run.tables) {
         const bool same_in_mib = table.key.ends_with("_mb");
         if (same_in_mib) continue;

@@ -23,7 +23,7 @@ std::string bar(std::int64_t from, std::int64_t to, std::int64_t whole) {
         const double share = whole > 0 ? static_cast<double>(bytes) / static_cast<double>(whole) : 0;
         return static_cast<std::size_t>(std::clamp(std::round(share * BAR_WIDTH), 0.0, 2 * BAR_WIDTH));
     };
-    const auto [low, high] = std::minmax(place(from), place(to));
+    const auto [low, high] = std::minmax({place(from), place(to)});
     return std::string(low, ' ') + std::string(std::max<std::size_t>(high - low, 1), from <= to ? '#' : '-');
 }
 
