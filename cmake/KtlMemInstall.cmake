@@ -1,7 +1,8 @@
 # Where everything lies after cmake --install. The tools install themselves in their own folders.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS ktl_mem EXPORT ktl_mem-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS ktl_mem EXPORT ktl_mem-targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
 install(DIRECTORY include/ktl_mem DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 # The suite's libraries that a host may meet: its thread start, its notifier, its answers about faults.
 install(FILES platform/ktl_thr.h platform/rvm_barebones.h platform/ktl_main_globals.h

@@ -1,0 +1,33 @@
+# Debian packages: cmake --build BUILD --target package makes one for the library, one for the tools, one for
+# building hosts. They install below /usr, whatever the build's own prefix is.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_VENDOR "ktl_mem")
+set(CPACK_PACKAGE_CONTACT "ktl_mem")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_COMPONENTS_ALL library tools development)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libktl-mem${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_RECOMMENDS libtcmalloc-minimal4)
+set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "Memory layer and exact heap tracker: the library")
+# The loader's list of libraries is renewed with the package.
+file(WRITE ${PROJECT_BINARY_DIR}/debian/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/debian/triggers)
+
+set(same_version "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME ktl-mem-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same_version}, libtcmalloc-minimal4")
+set(CPACK_DEBIAN_TOOLS_DESCRIPTION "Memory layer and exact heap tracker: launcher and reader of reports")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libktl-mem-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${same_version}")
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Memory layer and exact heap tracker: headers and CMake files")
+include(CPack)
