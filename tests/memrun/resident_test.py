@@ -41,6 +41,15 @@ class Resident(LauncherTest):
                 self.assertEqual(max(ADDED_UP, key=points[-1].get), part, points[-1])
                 self.assertGreater(points[-1][part], 60 * MIB)
 
+    def test_mappings_are_charged_right_to_the_page(self):
+        self.run_tracked("--mappings", SUBJECT, "mappings")
+        held = [row for row in self.rows("mem_tbb_fileline.memrun_subject.log") if int(row["Current bytes"]) >= 4096]
+        # 10 - 3 pages in two pieces, 6, and 5 - 1
+        self.assertEqual((sum(int(row["Current bytes"]) for row in held), sum(int(row["Current blocks"]) for row in held)),
+                         (17 * 4096, 4), held)
+        self.assertTrue(all("map_memory" in row["Function"] or "operator()" in row["Function"] or "lambda" in row["Function"]
+                            for row in held), held)
+
 
 if __name__ == "__main__":
     unittest.main()

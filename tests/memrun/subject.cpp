@@ -109,6 +109,24 @@ int churn_on_threads(int threads, const char* counters) {
     return 0;
 }
 
+// 10 pages, less 3 from their middle; 4 that become 6; 5 of which 1 is mapped over by a file's; 2 reserved.
+int map_memory() {
+    constexpr std::size_t page = 4096;
+    const auto map = [](void* at, std::size_t pages, int protection, int flags, int file) {
+        return static_cast<char*>(mmap(at, pages * page, protection, MAP_PRIVATE | flags, file, 0));
+    };
+    constexpr int usable = PROT_READ | PROT_WRITE;
+    char* const cut = map(nullptr, 10, usable, MAP_ANONYMOUS, -1);
+    munmap(cut + 4 * page, 3 * page);
+    mremap(map(nullptr, 4, usable, MAP_ANONYMOUS, -1), 4 * page, 6 * page, MREMAP_MAYMOVE);
+    char* const under = map(nullptr, 5, usable, MAP_ANONYMOUS, -1);
+    map(under, 1, PROT_READ, MAP_FIXED, open("/proc/self/exe", O_RDONLY | O_CLOEXEC));
+    map(nullptr, 2, PROT_NONE, MAP_ANONYMOUS, -1);
+    munmap(map(nullptr, 7, usable, MAP_ANONYMOUS, -1), 7 * page);
+    std::thread([] { std::free(hold(100)); }).join();  // a stack is nobody's mapping
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -118,6 +136,7 @@ int main(int argc, char** argv) {
         {"busy", be_busy},
         {"wait", [] { return say_ready(), pause(); }},
         {"stacks", fill_stacks},
+        {"mappings", map_memory},
         {"fragments", leave_fragments},
         {"churn", [&] { return churn_on_threads(std::atoi(argv[2]), argv[3]); }},
         {"loading", [&] { return load_without_end(argv[2]); }},

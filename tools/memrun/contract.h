@@ -17,6 +17,7 @@ inline constexpr const char* program_variable = "KTL_MEMRUN_EXE";  // the execut
 inline constexpr const char* follow_variable =
     "KTL_MEMRUN_FOLLOW";                                       // set: what the program starts is tracked too
 inline constexpr const char* log_variable = "KTL_MEMRUN_LOG";  // set: write the allocation log
+inline constexpr const char* mappings_variable = "KTL_MEMRUN_MAPPINGS";  // set: announce anonymous mappings
 
 // A variable of the user's that the launcher has to change travels as this prefix and the user's
 // "NAME=VALUE", at its old place in the environment. Cutting the prefix off restores it without any memory.

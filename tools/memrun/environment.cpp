@@ -60,6 +60,7 @@ void add_agent_orders(Entries& entries, const Options& options, const Launch& la
     add(entries, program_variable, launch.tracked);
     add_switch(entries, options.follow_children, follow_variable);
     add_switch(entries, options.log, log_variable);
+    add_switch(entries, options.mappings, mappings_variable);
 }
 
 // The guard stands in front of the allocator. That comes next, so that it serves every later object; the

@@ -94,6 +94,9 @@ void declare_tracking(CLI::App& app, Options& options) {
     app.add_flag_callback(
            "--no-resident", [&options] { options.resident = false; }, "Leave it")
         ->group(group);
+    app.add_flag("--mappings", options.mappings,
+                 "Also what the program maps without a file, such as arenas of runtimes and large arrays")
+        ->group(group);
     app.add_flag("--all", options.all, "Everything above but --fast-leaks")->group(group);
     app.add_flag(
            "--paths,!--no-paths", options.paths,

@@ -21,6 +21,7 @@ struct Options {
     bool fast_leaks = false;
     bool aux = false;
     bool all = false;
+    bool mappings = false;
     std::optional<bool> resident;  // complete_options decides where nobody did
     bool paths = false;            // unless the command line says so: wherever stacks are walked anyway
 

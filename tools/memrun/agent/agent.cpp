@@ -19,6 +19,7 @@
 #include "tools/memrun/agent/failed_allocations.h"
 #include "tools/memrun/agent/guarded_code.h"
 #include "tools/memrun/agent/launcher_link.h"
+#include "tools/memrun/agent/mappings.h"
 #include "tools/memrun/agent/note.h"
 #include "tools/memrun/agent/orders.h"
 #include "tools/memrun/agent/process_end.h"
@@ -86,6 +87,7 @@ void start() {
     note_deep_binding(orders);
     watch_end_signals(orders);
     attach_allocator_hooks();
+    if (orders.mappings) announce_mappings();
     std::at_quick_exit(end_of_process);
 }
 

@@ -60,6 +60,19 @@ bool is_in_guarded_code() {
     return any_frame(stack_walk_start(__builtin_frame_address(0)), is_guarded);
 }
 
+bool is_hooked_call_guarded() {
+    // The stand-in for the system's call, and what calls the hooks for it.
+    constexpr int frames_of_a_call = 2;
+    int leading = 0;
+    bool is_allocator_left = false;
+    return any_frame(stack_walk_start(__builtin_frame_address(0)), [&](std::uintptr_t address) {
+        const bool is_in_allocator = allocator.holds(address);
+        is_allocator_left |= leading > 0 && !is_in_allocator;
+        if (is_in_allocator && !is_allocator_left) ++leading;
+        return leading > frames_of_a_call || tracker.holds(address);
+    });
+}
+
 bool is_in_guarded_code_beyond_hook() {
     bool is_allocator_reached = false;
     bool is_allocator_left = false;

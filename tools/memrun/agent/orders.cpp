@@ -49,6 +49,7 @@ Orders read_orders() {
     orders.owner = getpid();
     orders.follow = is_set(follow_variable);
     orders.log = is_set(log_variable);
+    orders.mappings = is_set(mappings_variable);
     std::snprintf(orders.dir, sizeof orders.dir, "%s", dir);
     read_executable(orders);
     const char* wanted = std::getenv(program_variable);

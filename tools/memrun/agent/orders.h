@@ -13,6 +13,7 @@ struct Orders {
     bool is_starter = false;  // this process only starts the program that is to be tracked, as `env` does
     bool follow = false;
     bool log = false;
+    bool mappings = false;
     pid_t owner = 0;              // this process; a forked child has the same orders and must not act on them
     char dir[PATH_MAX] = {};      // output folder, absolute
     char word[NAME_MAX] = {};     // middle word of this process's report files
