@@ -81,8 +81,9 @@ class Announced {
     std::map<std::uintptr_t, std::uintptr_t> ranges_;
 };
 
-// Never destroyed: threads may map memory until the process is gone.
-Announced& announced = *new Announced;
+// Never destroyed: threads may map memory until the process is gone. Made with the tracking of this thread
+// blocked, for it is no allocation of the program.
+constinit Announced* announced = nullptr;
 
 // What this thread maps while it is in here is the table's own.
 constinit thread_local bool is_inside __attribute__((tls_model("initial-exec"))) = false;
@@ -111,7 +112,7 @@ void take_out(const Range& pages) {
     Announced::Cut cut;
     {
         const Inside inside;
-        cut = announced.cut(pages);
+        cut = announced->cut(pages);
     }
     for (const Range& range : cut.gone) announce_removed(range);
     for (const Range& range : cut.kept) announce_added(range);
@@ -122,7 +123,7 @@ void take_out(const Range& pages) {
 void put_in(const Range& pages) {
     {
         const Inside inside;
-        announced.add(pages);
+        announced->add(pages);
     }
     announce_added(pages);
 }
@@ -146,7 +147,7 @@ void on_mremap(const void* result, const void* old, std::size_t old_size, std::s
                const void*) {
     if (result == MAP_FAILED || !is_of_interest()) return;
     const Range before = pages_of(old, old_size);
-    if (!announced.holds_any(before)) return;
+    if (!announced->holds_any(before)) return;
     take_out(before);
     put_in(pages_of(result, size));
 }
@@ -160,6 +161,7 @@ void attach(const char* entry, Hook* hook) {
 }  // namespace
 
 void announce_mappings() {
+    announced = new Announced;
     attach("MallocHook_AddMmapHook", on_mmap);
     attach("MallocHook_AddMunmapHook", on_munmap);
     attach("MallocHook_AddMremapHook", on_mremap);
