@@ -20,6 +20,8 @@ inline void pause_storm() {
 inline std::string dump_everything() {
     std::ostringstream out;
     mem_dump_tbb_fileline_tracking(out);
+    mem_dump_tbb_call_paths_tracking(out);
+    out << mem_get_largest_call_path(MEM_CALL_PATH_MOMENT::PEAK);
     mem_dump_tbb_subsystem_tracking(out);
     mem_dump_tbb_module_tracking(out, out);
     mem_dump_tbb_profile_bin_tag_timeline_tracking(out, out);

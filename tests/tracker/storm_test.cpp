@@ -78,6 +78,12 @@ void fork_a_child() {
     pause_storm();
 }
 
+void switch_call_paths() {
+    mem_enable_tracking(MEM_TRACKING_CALL_PATHS);
+    pause_storm();
+    mem_disable_tracking(MEM_TRACKING_CALL_PATHS);
+}
+
 class Storm : public TrackedEvents {
   protected:
     // As at the library's load.
@@ -121,6 +127,7 @@ TEST_F(Storm, CallsOfAllKindsGoOnBesideEvents) {
         const Meanwhile phases(1, pass_a_phase);
         const Meanwhile flushes(2, flush_and_sample);
         const Meanwhile resets(1, reset);
+        const Meanwhile switches(1, switch_call_paths);
         const Meanwhile dumps(2, dump_everything);
         const Meanwhile forks(1, fork_a_child);
         const auto end = std::chrono::steady_clock::now() + length_of_storm();
