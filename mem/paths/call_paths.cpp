@@ -120,13 +120,12 @@ std::uint32_t MEM_CALL_PATHS::find_for_cut_path(std::uint64_t site_pc) {
 
 void MEM_CALL_PATHS::note_site(std::uint32_t node, std::uint32_t site, std::uint64_t site_pc) {
     MEM_PATH_HEADER& header = *memory.region.header;
-    if (header.sites.get_published() <= site) {
-        const std::lock_guard<MEM_SPIN_LOCK> guard(site_lock);
-        for (std::uint32_t next = header.sites.get(); next <= site && memory.reserve_site(next); ++next)
-            header.sites.publish(next + 1);
-    }
+    const std::lock_guard<MEM_SPIN_LOCK> guard(site_lock);
+    for (std::uint32_t next = header.sites.get(); next <= site && memory.reserve_site(next); ++next)
+        header.sites.publish(next + 1);
     if (site < header.sites.get()) memory.region.site(site) = site_pc;
-    memory.region.node(node).site.set(site + 1);
+    // Whoever sees the number sees the record that has it.
+    memory.region.node(node).site.publish(site + 1);
 }
 
 bool MEM_CALL_PATHS::charge(std::uint32_t node, const MEM_PATH_BLOCK& block) {

@@ -46,7 +46,7 @@ class MEM_CALL_PATHS {
 
     // The number of the call site that a node is charged to, plus 1, or 0 when nobody has noted it yet.
     // Inside the gate.
-    std::uint32_t site_of(std::uint32_t node) const { return memory.region.node(node).site.get(); }
+    std::uint32_t site_of(std::uint32_t node) const { return memory.region.node(node).site.get_published(); }
     void note_site(std::uint32_t node, std::uint32_t site, std::uint64_t site_pc);
 
     // These inside the gate. True when the total is the highest ever: who charges then says in which event.
