@@ -68,7 +68,7 @@ class LINE_READER {
     explicit LINE_READER(std::istream& lines) : file(lines) {}
     // False at the end of the file.
     bool next() {
-        file.getline(text.data(), text.size());
+        file.getline(text.data(), std::ssize(text));
         too_long = file.fail() && file.gcount() == std::ssize(text) - 1;
         if (too_long) {
             file.clear();

@@ -71,8 +71,8 @@ bool is_elf(const std::string& path) {
 }
 
 std::string why_not_trackable(const std::string& path) {
-    if (const std::string reason = why_not_loadable(path); !reason.empty()) return reason;
-    if (const std::string reason = why_privileged(path); !reason.empty()) return reason;
+    if (std::string reason = why_not_loadable(path); !reason.empty()) return reason;
+    if (std::string reason = why_privileged(path); !reason.empty()) return reason;
     const std::string sanitizer = sanitizer_of(path);
     if (sanitizer.empty()) return "";
     return "is built with " + sanitizer + ", which brings its own allocator; build it without";
