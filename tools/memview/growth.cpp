@@ -33,6 +33,7 @@ std::vector<fs::path> marks_below(const std::string& folder) {
     }
     std::sort(found.begin(), found.end());
     std::vector<fs::path> marks;
+    marks.reserve(found.size());
     for (auto& [made, path] : found) marks.push_back(std::move(path));
     return marks;
 }

@@ -77,9 +77,8 @@ std::string plain_course(const std::vector<std::int64_t>& course, std::size_t wi
     const std::int64_t highest = std::max<std::int64_t>(1, *std::max_element(course.begin(), course.end()));
     std::string text;
     for (std::size_t i = course.size() - std::min(width, course.size()); i < course.size(); ++i) {
-        const double share =
-            static_cast<double>(std::max<std::int64_t>(0, course[i])) / static_cast<double>(highest);
-        text += heights[static_cast<std::size_t>(share * static_cast<double>(heights.size() - 1) + 0.5)];
+        const std::int64_t share = std::max<std::int64_t>(0, course[i]) / (highest / 7 + 1);
+        text += heights[static_cast<std::size_t>(share)];
     }
     return text;
 }

@@ -41,6 +41,7 @@ std::vector<SiteSum> highest_sites(const MEM_PATH_REGION& region, const MEM_PATH
         sum.blocks += row.blocks;
     }
     std::vector<SiteSum> sums;
+    sums.reserve(by_site.size());
     for (const auto& [site, sum] : by_site) sums.push_back(sum);
     most = std::min(most, sums.size());
     std::partial_sort(sums.begin(), sums.begin() + static_cast<std::ptrdiff_t>(most), sums.end(),
@@ -74,6 +75,7 @@ bool read_held(const Process& process, std::size_t most_sites, Held& held) {
             {}};
     const std::vector<SiteSum> sums = highest_sites(view.region(), snapshot, most_sites);
     std::vector<MEM_PATH_FRAME> frames;
+    frames.reserve(sums.size());
     for (const SiteSum& sum : sums) frames.push_back(sum.frame);
     const auto named = name_frames(view.region(), frames);
     for (std::size_t i = 0; i < sums.size(); ++i) held.sites.push_back(named_site(sums[i], named[i]));
