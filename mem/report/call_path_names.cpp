@@ -47,8 +47,10 @@ std::vector<const symbols::MODULE*> modules_of(const std::vector<MEM_PATH_FRAME>
 
 std::vector<std::vector<MEM_PATH_LEVEL>> mem_name_path_frames(const std::vector<MEM_PATH_FRAME>& frames) {
     std::vector<std::uint64_t> pcs;
+    pcs.reserve(frames.size());
     for (const MEM_PATH_FRAME& frame : frames) pcs.push_back(frame.pc);
     std::vector<std::vector<MEM_PATH_LEVEL>> named;
+    named.reserve(frames.size());
     for (MEM_NAMED_CODE& code : mem_name_code(pcs, modules_of(frames)))
         named.push_back(levels_of(std::move(code)));
     return named;
