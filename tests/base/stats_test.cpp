@@ -47,7 +47,7 @@ TEST_F(Stats, ARegionDoesNotRaiseAPeakThatBeganAnew) {
 }
 
 TEST_F(Stats, RegionsThatEndAtOnceLoseNoPeak) {
-    constexpr int rounds = 100'000;
+    constexpr int rounds = 20'000;
     std::atomic<int> begun{0}, ended{0};
     std::thread other([&] {
         for (int round = 1; round <= rounds; ended = round++) {

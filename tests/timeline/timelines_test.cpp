@@ -118,9 +118,8 @@ TEST_F(TagTimeline, ResetsExcludeSamplersAndEvents) {
     std::atomic<std::uint32_t> events{0};
     const Meanwhile allocating(2, [&] { mem_tbb_tag_table->add_bytes(1, ++events % 5000 == 0 ? 50 : 0); });
     const Meanwhile sampling(1, [this] { timeline.sample(); });
-    for (int i = 0; i < 3000; ++i) {
-        while (tags.row(0).tally.peek_at_current_bytes() < 20) {
-        }
+    for (int i = 0; i < 300; ++i) {
+        while (tags.row(0).tally.peek_at_current_bytes() < 20) std::this_thread::yield();
         timeline.reset();
         const MEM_GATE_SCOPE alone(mem_tbb_tag_table->gate, MEM_CAT);
         for (std::uint32_t id = 0; id < tags.size(); ++id)
