@@ -12,10 +12,23 @@ namespace {
 std::atomic<NEW_HANDLER> new_handler{nullptr};
 std::atomic<int> new_mode{0};
 
+void run_new_handler();
+
+// The exception itself needs memory, and must not ask the handler for it: the runtime has some of its own.
+[[noreturn]] void give_up() {
+    std::set_new_handler(nullptr);
+    try {
+        throw std::bad_alloc();
+    } catch (...) {
+        std::set_new_handler(run_new_handler);
+        throw;
+    }
+}
+
 // What the C++ runtime calls. It tries again when this returns.
 void run_new_handler() {
     const NEW_HANDLER handler = new_handler.load();
-    if (handler == nullptr || handler(0) == 0) throw std::bad_alloc();
+    if (handler == nullptr || handler(0) == 0) give_up();
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "platform/kept_errno.h"
 #include "platform/proc_text.h"
 #include "platform/symbols/own_memory.h"
+#include "platform/thread.h"
 
 namespace {
 
@@ -63,6 +64,7 @@ class LINES_OF_FILE {
     std::size_t at = 0;
     std::size_t filled = 0;
     bool is_at_end = false;
+    const THREAD_NOT_CANCELLED while_it_is_open;
     const int descriptor;
 };
 

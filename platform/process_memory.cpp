@@ -12,6 +12,7 @@
 #include "platform/kept_errno.h"
 #include "platform/last_error.h"
 #include "platform/proc_text.h"
+#include "platform/thread.h"
 
 namespace {
 
@@ -37,6 +38,7 @@ class PROC_FILE {
     }
 
   private:
+    const THREAD_NOT_CANCELLED while_it_is_open;
     int descriptor;
 };
 

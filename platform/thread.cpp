@@ -67,6 +67,14 @@ void _Thrd_yield() {
     sched_yield();
 }
 
+// Not by nanosleep(), which would be a cancellation point.
+void _Thrd_rest() {
+    const KEPT_ERRNO errno_is_kept;
+    timespec left{0, 1'000'000};
+    while (syscall(SYS_nanosleep, &left, &left) != 0 && errno == EINTR) {
+    }
+}
+
 bool can_run_barrier_on_all_threads() {
     // No static of this function: a child that is forked while another thread makes it would wait for ever.
     // Threads that ask at once all register and get the same answer.
@@ -83,11 +91,8 @@ bool can_run_barrier_on_all_threads() {
 void barrier_on_all_threads() {
     if (!can_run_barrier_on_all_threads() || membarrier(MEMBARRIER_CMD_PRIVATE_EXPEDITED) == 0) return;
     // The process has entered a sandbox since, which refuses. Time does it too: what a processor has yet to
-    // write leaves it within microseconds. Not by nanosleep(), which would be a cancellation point.
-    const KEPT_ERRNO errno_is_kept;
-    timespec left{0, 1'000'000};
-    while (syscall(SYS_nanosleep, &left, &left) != 0 && errno == EINTR) {
-    }
+    // write leaves it within microseconds.
+    _Thrd_rest();
 }
 
 bool run_at_thread_exit(void (*action)()) {

@@ -31,6 +31,9 @@ class THREAD_NOT_CANCELLED {
 // Gives the processor to another thread that can run.
 void _Thrd_yield();
 
+// Sleeps for a millisecond. No cancellation point, and errno stays.
+void _Thrd_rest();
+
 // Has every thread of the process run a full memory barrier before this returns: as if each of them had one
 // at some point of its own program between call and return. A system call. False for the question means that
 // the system has no such call, and that it does nothing; the answer is found once, and then stays.

@@ -5,8 +5,9 @@
 // actions run and the tracker writes its reports. N is the highest virtual size of the process in millions of
 // bytes. Of several threads that run out of memory at once one does this, and the others wait for the end.
 //
-// When memory runs out inside the tracker itself, the tracker's locks cannot be given back: the process then
-// ends at once with exit code 1, without handler, exit actions and reports, and says so on standard error.
+// The tracker itself lives with a lack of memory: what it cannot hold is not attributed. When it cannot,
+// since its reserve is spent, its locks cannot be given back: the process then ends at once with exit code 1,
+// without handler, exit actions and reports, and says so on standard error.
 #pragma once
 
 #include "ktl_mem/export.h"
@@ -24,6 +25,7 @@ extern "C" {
 //
 // The handler is called once in the life of the process, on the thread that ran out of memory. It cannot keep
 // the process alive: when it returns, throws, or runs out of memory itself, the process ends all the same.
+// The library's lock is held meanwhile: a handler should not call exit itself, nor wait for a thread to end.
 // Safe from any thread; not in an allocator hook.
 KTL_MEM_API void mem_set_out_of_memory_handler(void (*handler)());
 

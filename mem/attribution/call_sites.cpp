@@ -59,10 +59,16 @@ MEM_ADDRESS_TRACKER MEM_CALL_SITE::copy() {
     return out;
 }
 
-// With the lock held.
+// With the lock held. Whatever needs memory comes first, so that a record is made wholly or not at all.
+std::pair<MEM_CALL_SITE&, bool> MEM_CALL_SITE_TABLE::make(std::uint64_t pc) {
+    numbered.reserve(numbered.size() + 1);
+    index.make_room();
+    const auto [entry, is_new] = map.try_emplace(pc);
+    return {entry->second, is_new};
+}
+
 MEM_CALL_SITE& MEM_CALL_SITE_TABLE::number_anew(MEM_CALL_SITE& site) {
     site.number = numbered.size();
-    numbered.reserve(site.number + 1);
     numbered[site.number] = &site;
     numbered.set_size(site.number + 1);
     return site;
@@ -71,8 +77,7 @@ MEM_CALL_SITE& MEM_CALL_SITE_TABLE::number_anew(MEM_CALL_SITE& site) {
 MEM_CALL_SITE& MEM_CALL_SITE_TABLE::find_or_make(std::uint64_t pc, const MEM_CALL_SITE_TEXT& text) {
     if (text.is_filtered) mem_tbb_any_frame_filtered = true;
     const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
-    const auto [entry, is_new] = map.try_emplace(pc);
-    MEM_CALL_SITE& site = entry->second;
+    const auto [site, is_new] = make(pc);
     if (is_new) {
         site.frame = text.frame;
         site.is_filtered = text.is_filtered;
@@ -85,9 +90,9 @@ MEM_CALL_SITE& MEM_CALL_SITE_TABLE::other() {
     // Acquire: who sees the record sees it made.
     if (MEM_CALL_SITE* known = other_record.load(std::memory_order_acquire)) return *known;
     const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
-    const auto [entry, is_new] = map.try_emplace(0);
-    if (is_new) other_record.store(&number_anew(entry->second), std::memory_order_release);
-    return entry->second;
+    const auto [site, is_new] = make(0);
+    if (is_new) other_record.store(&number_anew(site), std::memory_order_release);
+    return site;
 }
 
 void MEM_CALL_SITE_TABLE::clear() {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <mutex>
 #include <unordered_map>
+#include <utility>
 
 #include "ktl_mem/records.h"
 #include "mem/attribution/module_trackers.h"
@@ -69,6 +70,7 @@ class MEM_CALL_SITE_TABLE {
     void clear();
 
   private:
+    std::pair<MEM_CALL_SITE&, bool> make(std::uint64_t pc);
     MEM_CALL_SITE& number_anew(MEM_CALL_SITE& site);
 
     MAP map;

@@ -26,14 +26,16 @@ class MEM_PC_INDEX {
         }
     }
 
+    // For the next insertion, which then needs no memory.
+    void make_room() {
+        const ARRAY& array = *arrays.back();
+        if (2 * (used + 1) > array.mask + 1) publish_copy_of(array);
+    }
+
     // pc must be neither 0 nor known.
     void insert(std::uint64_t pc, MEM_CALL_SITE* site) {
-        ARRAY* array = arrays.back().get();
-        if (2 * (used + 1) > array->mask + 1) {
-            ARRAY* outgrown = array;
-            array = publish_copy_of(*outgrown);
-        }
-        array->place(pc, site);
+        make_room();
+        arrays.back()->place(pc, site);
         ++used;
     }
 
@@ -75,19 +77,18 @@ class MEM_PC_INDEX {
         const std::unique_ptr<SLOT[]> slots;
     };
 
-    ARRAY* publish(std::unique_ptr<ARRAY> array) {
+    void publish(std::unique_ptr<ARRAY> array) {
         arrays.push_back(std::move(array));
         current.store(arrays.back().get(), std::memory_order_release);
-        return arrays.back().get();
     }
 
-    ARRAY* publish_copy_of(const ARRAY& outgrown) {
+    void publish_copy_of(const ARRAY& outgrown) {
         auto larger = std::make_unique<ARRAY>(2 * (outgrown.mask + 1));
         for (std::size_t at = 0; at <= outgrown.mask; ++at) {
             const std::uint64_t pc = outgrown.slots[at].pc.load(std::memory_order_relaxed);
             if (pc != 0) larger->place(pc, outgrown.slots[at].site.load(std::memory_order_relaxed));
         }
-        return publish(std::move(larger));
+        publish(std::move(larger));
     }
 
     std::atomic<const ARRAY*> current{nullptr};

@@ -13,7 +13,7 @@
 // mappings that a host announces may lie anywhere, at 0 as well) are kept apart.
 //
 // All operations but clear may run on any number of threads at once. SOURCE gives and takes the arrays
-// (allocate(bytes), release(pointer, bytes)); what it throws leaves the map unchanged.
+// (allocate(bytes), release(pointer, bytes)). Where it gives null the array fills up to its last slots.
 #pragma once
 
 #include <emmintrin.h>
@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <unordered_map>
 #include <utility>
 
@@ -56,8 +57,9 @@ class MEM_ADDRESS_MAP {
     MEM_ADDRESS_MAP(const MEM_ADDRESS_MAP&) = delete;
     MEM_ADDRESS_MAP& operator=(const MEM_ADDRESS_MAP&) = delete;
 
-    // A charge takes the place of one that is there; bins that are there stay.
-    void put(std::uint64_t address, const MEM_BLOCK_MARK& mark) {
+    // A charge takes the place of one that is there; bins that are there stay. False when there is no memory
+    // for the entry.
+    bool put(std::uint64_t address, const MEM_BLOCK_MARK& mark) {
         if (!is_usual(address)) return put_apart(address, mark);
         const KEY key = key_of(address);
         PART& part = parts[key.part];
@@ -66,13 +68,16 @@ class MEM_ADDRESS_MAP {
         // Grows for an entry that is there already, too, rather than look for it twice.
         if (!array.has_room_beside(part.used)) [[unlikely]]
             array = grow(key.part);
+        if (array.count == 0) return false;
         const PLACE place = array.find(key);
         if (place.is_free()) {
+            if (!array.has_slot_beside(part.used)) return false;
             ++part.used;
             place.set(key, mark);
         } else {
             place.set(key, joined(place.mark(), mark));
         }
+        return true;
     }
 
     // Takes out and returns the halves that are asked for (of both_halves).
@@ -127,6 +132,7 @@ class MEM_ADDRESS_MAP {
             const ARRAY old = array_of(part);
             if (old.count == 0) continue;
             ARRAY fresh = make_array(old.count);
+            if (fresh.count == 0) throw std::bad_alloc();
             parts[part].used =
                 fresh.take_over(old, [](MEM_BLOCK_MARK& mark) { mark.halves &= MEM_BLOCK_MARK::bins_half; });
             if (parts[part].used == 0) release(std::exchange(fresh, {}));
@@ -260,10 +266,12 @@ class MEM_ADDRESS_MAP {
         BUCKET* after(const BUCKET* bucket) const {
             return bucket + 1 == buckets + count ? buckets : const_cast<BUCKET*>(bucket + 1);
         }
-        // At most seven eighths full: look-ups stay short, and a free slot always ends them.
+        // At most seven eighths full: look-ups stay short.
         bool has_room_beside(std::size_t used) const {
             return 8 * (used + 1) <= std::size_t{7} * slots * count;
         }
+        // A free slot ends a look-up, so the last one stays free.
+        bool has_slot_beside(std::size_t used) const { return used + 1 < std::size_t{slots} * count; }
         // How many buckets lie between the home of a key and the one that it is in.
         std::uint32_t way_gone(std::uint64_t key, const BUCKET* bucket) const {
             const auto way = bucket - home(key);
@@ -356,14 +364,17 @@ class MEM_ADDRESS_MAP {
         const std::uint32_t next = std::max(first_buckets, count + std::max(1U, count / 4));
         return next < 3 * page_buckets ? next : (next + page_buckets - 1) / page_buckets * page_buckets;
     }
+    // Empty when there is no memory.
     ARRAY make_array(std::uint32_t count) {
         const ARRAY array{static_cast<BUCKET*>(source.allocate(count * sizeof(BUCKET))), count};
+        if (array.buckets == nullptr) return {};
         std::memset(static_cast<void*>(array.buckets), 0, count * sizeof(BUCKET));
         return array;
     }
     __attribute__((noinline, cold)) ARRAY grow(std::uint32_t part) {
         const ARRAY outgrown = array_of(part);
         const ARRAY larger = make_array(count_after(outgrown.count));
+        if (larger.count == 0) return outgrown;
         larger.take_over(outgrown, [](const MEM_BLOCK_MARK&) {});
         set_array(part, larger);
         release(outgrown);
@@ -373,10 +384,13 @@ class MEM_ADDRESS_MAP {
         if (array.count != 0) source.release(array.buckets, array.count * sizeof(BUCKET));
     }
 
-    __attribute__((noinline, cold)) void put_apart(std::uint64_t address, const MEM_BLOCK_MARK& mark) {
+    __attribute__((noinline, cold)) bool put_apart(std::uint64_t address, const MEM_BLOCK_MARK& mark) try {
         const std::lock_guard<MEM_SPIN_LOCK> guard(apart_lock);
         MEM_BLOCK_MARK& there = apart[address];
         there = joined(there, mark);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
     }
     __attribute__((noinline, cold)) MEM_BLOCK_MARK take_apart(std::uint64_t address, std::uint32_t halves) {
         const std::lock_guard<MEM_SPIN_LOCK> guard(apart_lock);

@@ -9,6 +9,7 @@ struct MEM_THREAD_STATE {
     bool log_allowed = true;         // the allocation log may write a line now
     bool tracking_blocked = false;   // allocations of this thread are not to be attributed
     bool does_own_work = false;      // what this thread allocates is the library's
+    bool writes_reports = false;     // this thread writes those of the process's end
     bool holds_gate = false;         // this thread holds the gate as a cat while it writes the reports
     void* reserve_buffer = nullptr;  // this thread's reserve for running out of memory, or null
 };

@@ -7,6 +7,7 @@
 #include "ktl_mem/process_memory.h"
 #include "mem/base/allocator_slots.h"
 #include "mem/base/counted_lock.h"
+#include "mem/base/scarcity.h"
 #include "mem/base/thread_state.h"
 #include "mem/frame/process_end.h"
 #include "mem/frame/reserves.h"
@@ -77,7 +78,7 @@ void warm_up() {
 }  // namespace
 
 void mem_out_of_memory() {
-    if (mem_thread_state.in_tracker) end_inside_tracker();
+    if (mem_thread_state.in_tracker || mem_thread_state.holds_gate) end_inside_tracker();
     mem_lock.lock();
     try {
         report_once();
@@ -89,6 +90,9 @@ void mem_out_of_memory() {
 }
 
 int mem_new_handler(std::size_t /*size*/) {
+    mem_memory_is_scarce = true;
+    if (mem_thread_state.in_tracker && mem_spend_reserve()) return 1;
+    if (mem_thread_state.writes_reports) return 0;
     mem_out_of_memory();
 }
 

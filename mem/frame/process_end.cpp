@@ -18,13 +18,22 @@ constinit std::atomic<std::uint32_t> ending_thread{0};
     return true;
 }();
 
+bool try_claim() {
+    std::uint32_t claimed_by = 0;
+    const std::uint32_t self = _Thrd_id();
+    return ending_thread.compare_exchange_strong(claimed_by, self) || claimed_by == self;
+}
+
 }  // namespace
 
 void mem_claim_exit() {
-    std::uint32_t claimed_by = 0;
-    const std::uint32_t self = _Thrd_id();
-    if (!ending_thread.compare_exchange_strong(claimed_by, self) && claimed_by != self)
-        wait_for_process_end();
+    if (!try_claim()) wait_for_process_end();
+}
+
+void mem_claim_exit_action(void (*action)()) {
+    if (try_claim()) return;
+    std::atexit(action);
+    wait_for_process_end();
 }
 
 void mem_exit(int code) {

@@ -39,7 +39,7 @@ inline constexpr std::uint32_t mem_path_version = 1;
 // Numbers of nodes that are always there.
 inline constexpr std::uint32_t mem_path_root = 0;    // the parent of outermost frames
 inline constexpr std::uint32_t mem_path_deeper = 1;  // stands for all frames beyond the depth
-inline constexpr std::uint32_t mem_path_unseen = 2;  // frees of blocks whose allocation was not tracked
+inline constexpr std::uint32_t mem_path_unseen = 2;  // blocks without an entry in the tables
 inline constexpr std::uint32_t mem_path_first_node = 3;
 // The program counters of nodes that stand for no frame: they are no addresses of code.
 inline constexpr std::uint64_t mem_path_pc_deeper = 1;

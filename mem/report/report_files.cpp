@@ -2,6 +2,7 @@
 
 #include <boost/iostreams/device/null.hpp>
 #include <boost/iostreams/stream.hpp>
+#include <new>
 
 #include "ktl_mem/reports.h"
 #include "mem/attribution/call_sites.h"
@@ -24,6 +25,7 @@
 #include "mem/tracker/exe_string.h"
 #include "mem/tracker/resident_sampling.h"
 #include "platform/output_file.h"
+#include "platform/standard_streams.h"
 
 constinit std::mutex mem_report_mutex;
 
@@ -105,6 +107,15 @@ void write_leaks() {
     }
 }
 
+// One that finds no memory ends early, and the next one follows.
+void write(void (*report)()) {
+    try {
+        report();
+    } catch (const std::bad_alloc&) {
+        write_without_hanging(stderr, "MEM: memory ran out while a report was written\n");
+    }
+}
+
 }  // namespace
 
 std::string mem_report_path(const std::string& file_name) {
@@ -121,14 +132,14 @@ std::string mem_report_file_name(const char* prefix) {
 }
 
 void mem_write_report_files() {
-    if (mem_report_fileline) write_call_sites();
-    if (mem_report_call_paths) write_call_paths();
-    if (mem_report_library || mem_report_bin_tags) mem_tbb_timeline_labels->sample();
-    if (mem_report_auxiliary_timeline) write_auxiliary();
-    if (mem_report_library) write_modules();
-    if (mem_report_bin_tags) write_bins_and_tags();
-    if (mem_report_auxiliary_timeline || mem_report_library || mem_report_bin_tags) write_clock();
-    if (mem_report_resident) write_resident();
-    write_leaks();
-    if (mem_tbb_any_frame_filtered) mem_write_filters_file();
+    if (mem_report_fileline) write(write_call_sites);
+    if (mem_report_call_paths) write(write_call_paths);
+    if (mem_report_library || mem_report_bin_tags) write([] { mem_tbb_timeline_labels->sample(); });
+    if (mem_report_auxiliary_timeline) write(write_auxiliary);
+    if (mem_report_library) write(write_modules);
+    if (mem_report_bin_tags) write(write_bins_and_tags);
+    if (mem_report_auxiliary_timeline || mem_report_library || mem_report_bin_tags) write(write_clock);
+    if (mem_report_resident) write(write_resident);
+    write(write_leaks);
+    if (mem_tbb_any_frame_filtered) write(mem_write_filters_file);
 }

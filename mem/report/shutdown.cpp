@@ -7,6 +7,7 @@
 #include "ktl_mem/tracking.h"
 #include "mem/attribution/address_table.h"
 #include "mem/attribution/call_sites.h"
+#include "mem/base/scarcity.h"
 #include "mem/base/tracker_phase.h"
 #include "mem/base/tracking_word.h"
 #include "mem/bins/bin_tag_numbers.h"
@@ -68,6 +69,26 @@ void free_tables() {
     delete_and_clear(mem_tbb_flushed_peaks);
 }
 
+// What the tracker has held back is there for the last reports, and not for threads that take all they can
+// get.
+class MEMORY_FOR_REPORTS {
+  public:
+    MEMORY_FOR_REPORTS() : others_wait(mem_memory_is_scarce) {
+        mem_thread_state.writes_reports = true;
+        if (others_wait) mem_hold_other_threads();
+        mem_release_reserve();
+    }
+    ~MEMORY_FOR_REPORTS() {
+        if (others_wait) mem_let_other_threads_go();
+        mem_thread_state.writes_reports = false;
+    }
+    MEMORY_FOR_REPORTS(const MEMORY_FOR_REPORTS&) = delete;
+    MEMORY_FOR_REPORTS& operator=(const MEMORY_FOR_REPORTS&) = delete;
+
+  private:
+    const bool others_wait;
+};
+
 }  // namespace
 
 void mem_shutdown_tbb_tracking() {
@@ -85,6 +106,7 @@ void mem_shutdown_tbb_tracking() {
     mem_detach_tracker_hooks();
     const MEM_BLOCK_TRACKING_SCOPE not_an_event;
     const MEM_REPORT_GATE alone;
+    const MEMORY_FOR_REPORTS given_back;
     mem_restore_flushed_peaks();
     mem_write_report_files();
     mem_disable_tracking(MEM_TRACKING_ALL | MEM_TRACKING_CALL_PATHS | MEM_TRACKING_RESIDENT);

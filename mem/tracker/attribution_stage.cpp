@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <mutex>
+#include <new>
 
 #include "mem/attribution/address_table.h"
 #include "mem/base/gate.h"
 #include "mem/base/internal_error.h"
+#include "mem/base/scarcity.h"
 #include "mem/base/tracker_phase.h"
 #include "mem/paths/call_paths.h"
 #include "mem/timeline/module_timelines.h"
@@ -25,6 +27,9 @@ constexpr int frames_behind_start = 4;
 
 // Blocks above this size are freed on other threads by design and do not count as mismatched.
 constexpr std::uint64_t largest_mismatched_block = 8128;
+
+// What the files of a module's debug information may take.
+constexpr std::size_t largest_naming = std::size_t{16} << 20;
 
 // The frames that the search looks at: what remains of the most after those that an ignore depth below the
 // hook's would have shown, and where the search begins.
@@ -133,30 +138,47 @@ std::uint32_t node_of_cut_path(const MEM_CALL_SITE& site) {
     return node;
 }
 
-// The entry of the block, after its path was charged, if it has one.
-MEM_ADDRESS_ENTRY charge_path(const MEM_CALL_SITE& site, const ALLOCATION& made, std::uint32_t thread_id) {
+MEM_ADDRESS_ENTRY entry_of(const MEM_CALL_SITE& site, const ALLOCATION& made, std::uint32_t thread_id) {
     std::uint32_t node = made.node;
     if (asks_for_path(made.word) && node == MEM_CALL_PATHS::none) [[unlikely]]
         node = node_of_cut_path(site);
     if (node == MEM_CALL_PATHS::none) return MEM_ADDRESS_ENTRY::of_call_site(site.number, thread_id);
-    if (mem_tbb_call_paths->charge(node, made.block)) mem_tbb_call_paths->note_peak(mem_events_numbered());
     const std::uint64_t asked_for = std::min(made.block.requested, made.block.allocated);
     return MEM_ADDRESS_ENTRY::of_path(node, thread_id, made.block.allocated - asked_for);
 }
 
-void charge(MEM_CALL_SITE& site, const ALLOCATION& made) {
-    const auto& [address, requested, allocated] = made.block;
-    if ((made.word & mem_call_site_counter_bits) != 0) site.tally.charge(requested, allocated);
+void charge_path(std::uint32_t node, const MEM_PATH_BLOCK& block) {
+    if (mem_tbb_call_paths->charge(node, block)) mem_tbb_call_paths->note_peak(mem_events_numbered());
+}
+
+// Enters the block and charges its path, if it has one. False when there is no memory for an entry.
+bool enter(const MEM_CALL_SITE& site, const ALLOCATION& made) {
     const std::uint32_t thread_id = (made.word & MEM_TRACKING_PER_FILELINE) != 0 ? _Thrd_id() : 0;
-    const std::uint64_t charged = charge_path(site, made, thread_id).as_word();
-    mem_address_table->put(address, MEM_BLOCK_MARK::of_charge(charged, made.bins));
-    if ((made.word & MEM_TRACKING_PER_LIBRARY) == 0) return;
+    const MEM_ADDRESS_ENTRY entry = entry_of(site, made, thread_id);
+    if (!mem_address_table->put(made.block.address, MEM_BLOCK_MARK::of_charge(entry.as_word(), made.bins)))
+        return false;
+    if (entry.is_path()) charge_path(entry.node(), made.block);
+    return true;
+}
+
+// found: null where memory was too scarce to name it. Without an entry the block is charged to what its free
+// will come off. Returns the bins that the entry holds.
+std::uint32_t charge(MEM_CALL_SITE* found, const ALLOCATION& made) {
+    const auto& [address, requested, allocated] = made.block;
+    const bool is_entered = found != nullptr && enter(*found, made);
+    MEM_CALL_SITE& site = is_entered ? *found : mem_tbb_call_sites->other();
+    if (!is_entered && asks_for_path(made.word)) [[unlikely]]
+        charge_path(mem_path_unseen, {address, 0, allocated});
+    if ((made.word & mem_call_site_counter_bits) != 0) site.tally.charge(requested, allocated);
+    const std::uint32_t bins = is_entered ? made.bins : 0;
+    if ((made.word & MEM_TRACKING_PER_LIBRARY) == 0) return bins;
     MEM_MODULE_ENTRY& module = module_of(site);
     module.tally.charge(requested, allocated);
     if (site.module_tracker.load(std::memory_order_relaxed) == nullptr) [[unlikely]]
         site.module_tracker.store(&module, std::memory_order_release);
     if (made.sampling_point) [[unlikely]]
         mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+    return bins;
 }
 
 // Takes a freed block off its path, if it has one, and returns its call site. A block whose allocation was
@@ -182,13 +204,17 @@ MEM_CALL_SITE* mem_find_call_site(const STACK_WALK_START& start) {
 
 // A program counter is new: its stack is walked with rules made from the unwind tables and not from the
 // walker's memory, which may stem from a module that was unloaded since.
-__attribute__((noinline)) void mem_name_call_sites(const STACK_WALK_START& start) {
+__attribute__((noinline)) bool mem_name_call_sites(const STACK_WALK_START& start) try {
+    if (!mem_has_room_for(largest_naming)) return false;
     const THREAD_NOT_CANCELLED symbol_files_are_read;
     const SEARCH_WINDOW window = search_window();
     STACK_WALK walk(start, true);
     std::uint64_t pc = 0;
     for (int i = -window.skip; i < window.frames && walk.next(&pc, 1) == 1; ++i)
-        if (i >= 0 && name_and_see_if_it_ends(pc)) return;
+        if (i >= 0 && name_and_see_if_it_ends(pc)) break;
+    return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 MEM_CALL_SITE& mem_call_site_of(const MEM_ADDRESS_ENTRY& entry) {
@@ -196,20 +222,18 @@ MEM_CALL_SITE& mem_call_site_of(const MEM_ADDRESS_ENTRY& entry) {
                                                          : entry.call_site());
 }
 
-void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-                         std::uint32_t word, bool sampling_point, std::uint32_t bins,
-                         const STACK_WALK_START& start) {
+std::uint32_t mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
+                                  std::uint32_t word, bool sampling_point, std::uint32_t bins,
+                                  const STACK_WALK_START& start) {
     const auto skip = static_cast<std::uint32_t>(search_window().skip);
     const std::uint32_t node =
         asks_for_path(word) ? mem_tbb_call_paths->find(start, skip) : MEM_CALL_PATHS::none;
-    for (;;) {
-        {
-            const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
-            if (waited_for_the_end()) return;
-            if (MEM_CALL_SITE* site = find_call_site_of(node, start)) [[likely]]
-                return charge(*site, {{address, requested, allocated}, word, node, bins, sampling_point});
-        }
-        mem_name_call_sites(start);
+    for (bool may_be_named = true;; may_be_named = mem_name_call_sites(start)) {
+        const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
+        if (waited_for_the_end()) return bins;
+        MEM_CALL_SITE* const site = find_call_site_of(node, start);
+        if (site != nullptr || !may_be_named) [[likely]]
+            return charge(site, {{address, requested, allocated}, word, node, bins, sampling_point});
     }
 }
 

@@ -17,15 +17,17 @@ struct MEM_CALL_SITE;
 // through a program counter without a record. Inside the gate.
 MEM_CALL_SITE* mem_find_call_site(const STACK_WALK_START& start);
 
-// Gives each program counter on the way there a record. Outside of the gate.
-void mem_name_call_sites(const STACK_WALK_START& start);
+// Gives each program counter on the way there a record. Outside of the gate. False when memory is too scarce
+// for that: the block is then charged to the OTHER record.
+bool mem_name_call_sites(const STACK_WALK_START& start);
 
 // The record that a block is charged to. Inside the gate.
 MEM_CALL_SITE& mem_call_site_of(const MEM_ADDRESS_ENTRY& entry);
 
-// bins: the number of bin and tag that goes into the block's entry, or 0. A free returns what stands there.
-void mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-                         std::uint32_t word, bool sampling_point, std::uint32_t bins,
-                         const STACK_WALK_START& start);
+// bins: the number of bin and tag that goes into the block's entry, or 0. Both return what stands there,
+// which is 0 when there was no memory for an entry.
+std::uint32_t mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
+                                  std::uint32_t word, bool sampling_point, std::uint32_t bins,
+                                  const STACK_WALK_START& start);
 std::uint32_t mem_attribute_dealloc(std::uint64_t address, std::uint64_t allocated, std::uint32_t word,
                                     bool sampling_point);

@@ -4,10 +4,10 @@
 #include <mutex>
 #include <new>
 
-#include "ktl_mem/out_of_memory.h"
 #include "mem/attribution/address_table.h"
 #include "mem/base/gate.h"
 #include "mem/base/messages.h"
+#include "mem/base/scarcity.h"
 #include "mem/base/stats.h"
 #include "mem/bins/bin_attribution.h"
 #include "mem/bins/profile_bin_table.h"
@@ -86,44 +86,57 @@ MEM_COLD void pass_sampling_point() {
 
 #undef MEM_COLD
 
+// A stage that finds no memory is left out, and the event goes on with the next: what it would have charged
+// is not attributed.
+template <class STAGE>
+void pass(STAGE stage) {
+    try {
+        stage();
+    } catch (const std::bad_alloc&) {
+        mem_memory_is_scarce = true;
+    }
+}
+
 }  // namespace
 
 void mem_track_alloc_fully(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-                           std::uint32_t word, const STACK_WALK_START& start) try {
+                           std::uint32_t word, const STACK_WALK_START& start) {
     const KEPT_ERRNO errno_is_kept;
-    const bool sampling_point = mem_take_event_number();
+    const bool sampling_point = mem_take_event_number() && mem_has_room_for_a_sample();
     const bool has_bins = (word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0;
-    const std::uint32_t bins = has_bins ? mem_current_bin_and_tag() : 0;
+    std::uint32_t bins = 0;
+    if (has_bins) pass([&] { bins = mem_current_bin_and_tag(); });
     if ((word & mem_stack_walk_bits) != 0) {
-        mem_attribute_alloc(address, requested, allocated, word, sampling_point, bins, start);
-    } else if (has_bins) {
-        mem_address_table->put(address, MEM_BLOCK_MARK::of_bins(bins));
+        pass([&] {
+            bins = mem_attribute_alloc(address, requested, allocated, word, sampling_point, bins, start);
+        });
+    } else if (has_bins && !mem_address_table->put(address, MEM_BLOCK_MARK::of_bins(bins))) {
+        bins = 0;
     }
     if (has_bins) {
-        mem_charge_bin_and_tag(bins, allocated);
+        pass([&] { mem_charge_bin_and_tag(bins, allocated); });
         if (sampling_point) [[unlikely]]
-            mem_tbb_tag_timeline->sample();
+            pass([] { mem_tbb_tag_timeline->sample(); });
     }
     if (sampling_point) [[unlikely]]
-        sample_labels_and_process(word);
+        pass([&] { sample_labels_and_process(word); });
     if ((word & mem_stats_bits) != 0) mem_stats_add_block(allocated);
     if ((word & mem_timeline_mask) == 0) return;
     mem_tbb_total_bytes.charge(allocated, allocated);
     if (sampling_point) [[unlikely]]
-        pass_sampling_point();
-} catch (const std::bad_alloc&) {
-    mem_out_of_memory();
+        pass(pass_sampling_point);
 }
 
-void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated, std::uint32_t word) try {
+void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated, std::uint32_t word) {
     const KEPT_ERRNO errno_is_kept;
-    const bool peak_hit = is_new_peak(word);
+    bool peak_hit = false;
+    pass([&] { peak_hit = is_new_peak(word); });
     // A peak is a sampling point too, but takes its number like every event.
-    const bool sampling_point = mem_take_event_number() || peak_hit;
+    const bool sampling_point = (mem_take_event_number() || peak_hit) && mem_has_room_for_a_sample();
     const bool has_bins = (word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0;
     std::uint32_t bins = 0;
     if ((word & mem_stack_walk_bits) != 0) {
-        bins = mem_attribute_dealloc(address, allocated, word, sampling_point);
+        pass([&] { bins = mem_attribute_dealloc(address, allocated, word, sampling_point); });
     } else if (has_bins) {
         bins = mem_address_table->take(address, MEM_BLOCK_MARK::bins_half).bins();
     }
@@ -134,17 +147,15 @@ void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated, std
             mem_tbb_tag_table->take_peak();
         }
         if (sampling_point) [[unlikely]]
-            mem_tbb_tag_timeline->sample();
-        mem_discharge_bin_and_tag(bins, allocated);
+            pass([] { mem_tbb_tag_timeline->sample(); });
+        pass([&] { mem_discharge_bin_and_tag(bins, allocated); });
     }
     if (sampling_point) [[unlikely]]
-        sample_labels_and_process(word);
+        pass([&] { sample_labels_and_process(word); });
     if ((word & mem_timeline_mask) == 0) return;
     mem_tbb_total_bytes.discharge(allocated);
     if (sampling_point) [[unlikely]]
-        pass_sampling_point();
-} catch (const std::bad_alloc&) {
-    mem_out_of_memory();
+        pass(pass_sampling_point);
 }
 
 void mem_expect_alloc(std::uint64_t address) {

@@ -18,8 +18,9 @@
 //         join the statistics
 //         add the size to the total
 //
-// Memory that runs out in one of them ends the process (mem/tracker/whole_change.h). Neither throws, changes
-// errno, takes a lock for longer than it moves a record's counters, or calls the loader.
+// What finds no memory in one of them is left out or charged to what cannot be attributed, and the process
+// goes on (mem/base/scarcity.h). Neither throws, changes errno, takes a lock for longer than it moves a
+// record's counters, or calls the loader.
 #pragma once
 
 #include <cstdint>

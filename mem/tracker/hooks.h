@@ -10,3 +10,8 @@ void mem_tbb_delete_hook(const void* block);
 
 void mem_attach_tracker_hooks();
 void mem_detach_tracker_hooks();
+
+// Between the two every other thread waits in its next allocation, so that the calling one gets what memory
+// there is. Not for ever: a thread may hold something that the calling one waits for.
+void mem_hold_other_threads();
+void mem_let_other_threads_go();

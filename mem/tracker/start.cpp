@@ -17,6 +17,7 @@
 #include "mem/base/gate.h"
 #include "mem/base/internal_error.h"
 #include "mem/base/messages.h"
+#include "mem/base/scarcity.h"
 #include "mem/base/thread_state.h"
 #include "mem/base/tracker_phase.h"
 #include "mem/bins/bin_tag_numbers.h"
@@ -103,7 +104,10 @@ void build_and_go_live(MEM_TRACKING_GRANULARITY starting_word) {
     // The phase changes before the hooks go live, so that no event finds a tracker that has not started.
     mem_tbb_tracker_phase.store(MEM_TRACKER_PHASE::started, std::memory_order_release);
     mem_tracking_word = starting_word;
-    if (starting_word != 0) mem_attach_tracker_hooks();
+    if (starting_word != 0) {
+        mem_hold_reserve();
+        mem_attach_tracker_hooks();
+    }
     if ((starting_word & MEM_TRACKING_ALLOC_DEALLOC) != 0) mem_tbb_memory_tracking_enabled = true;
     if ((starting_word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) mem_tbb_bin_tags_enabled = true;
     mem_load_debug_patterns();

@@ -1,6 +1,7 @@
 // The switch of the tracking word: the hooks are attached exactly while it holds a bit.
 #include <mutex>
 
+#include "mem/base/scarcity.h"
 #include "mem/base/spin_lock.h"
 #include "mem/base/tracker_phase.h"
 #include "mem/base/tracking_word.h"
@@ -22,7 +23,10 @@ void change_word(CHANGE change) {
     const std::uint32_t before = mem_tracking_word;
     const std::uint32_t after = change(before);
     mem_tracking_word = after;
-    if (before == 0 && after != 0) mem_attach_tracker_hooks();
+    if (before == 0 && after != 0) {
+        mem_hold_reserve();
+        mem_attach_tracker_hooks();
+    }
     if (before != 0 && after == 0) mem_detach_tracker_hooks();
 }
 

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstring>
 #include <filesystem>
+#include <new>
 
 #include "platform/symbols/decoded_sections.h"
 
@@ -24,6 +25,11 @@ std::string build_id_path(const std::string& id) {
         if (i == 0) path += '/';
     }
     return path + ".debug";
+}
+
+// libdw would end the process.
+__attribute__((noreturn)) void throw_no_memory() {
+    throw std::bad_alloc();
 }
 
 }  // namespace
@@ -44,7 +50,10 @@ std::unique_ptr<ELF_FILE> ELF_FILE::open(const std::string& path) {
         // While the descriptor is open: libdw notes the folder of the file by it.
         file->debug_info = dwarf_begin_elf(elf, DWARF_C_READ, nullptr);
         elf_cntl(elf, ELF_C_FDREAD);
-        if (file->debug_info != nullptr) file->attach_shared_debug_file();
+        if (file->debug_info != nullptr) {
+            dwarf_new_oom_handler(file->debug_info, throw_no_memory);
+            file->attach_shared_debug_file();
+        }
     } else {
         elf_end(elf);
     }

@@ -1,6 +1,7 @@
 """How runs end: statuses, signals, faults, memory that runs out."""
 
 import os
+import resource
 import signal
 import subprocess
 import unittest
@@ -25,7 +26,7 @@ class Endings(LauncherTest):
 
     def test_signals_that_the_program_does_not_handle(self):
         for number in (signal.SIGTERM, signal.SIGHUP, signal.SIGINT):
-            for behaviour in (("wait",), ("busy",), ("loading", os.environ["KTL_PLUGIN"])):
+            for behaviour in (("wait",), ("busy",), ("forking",), ("loading", os.environ["KTL_PLUGIN"])):
                 for whole_group in (False, True):
                     with self.subTest(number=number, behaviour=behaviour, whole_group=whole_group):
                         process = self.start(SUBJECT, *behaviour)
@@ -94,6 +95,30 @@ class Endings(LauncherTest):
                 self.assertEqual(result.returncode, status)
                 self.assertIn(ending, result.stderr.decode())
                 self.assertIn(reports, result.stderr.decode())
+
+    def test_no_memory_for_blocks_of_any_size(self):
+        limit = 320 << 20
+        for size in (16, 1000, 30000, 1 << 20, 1 << 30):
+            for threads in (0, 8):
+                with self.subTest(size=size, threads=threads):
+                    result = self.run_tracked("--force", "--all", SUBJECT, "use_up", size, threads,
+                                              preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+                    self.assertEqual((result.returncode, result.stdout), (7, b"no more\n"), result.stderr)
+                    self.assertIn(b"it ran out of memory", result.stderr)
+                    self.assertIn(b"not freed", result.stderr)
+                    self.assert_all_whole()
+
+    def test_two_threads_that_exit_at_once(self):
+        for _ in range(10):
+            self.assertEqual(self.run_tracked("--force", "--all", SUBJECT, "exit_twice").returncode, 9)
+            self.assert_all_whole()
+
+    def assert_all_whole(self):
+        reports = list(self.reports.glob("mem_tbb_*.log"))
+        self.assertGreater(len(reports), 10)
+        for report in reports:
+            self.assertTrue(report.read_bytes().endswith(b"\n"), report)
+        self.assertIn("Time spent", (self.reports / "mem_tbb_fileline.memrun_subject.log").read_text())
 
     def test_a_refused_allocation_is_the_programs_to_handle(self):
         script = "try: bytearray(1 << 45)\nexcept MemoryError: print('caught')"

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -20,6 +21,7 @@
 #include "tests/bins/on_threads.h"
 #include "tests/process/kept.h"
 #include "tests/process/module.h"
+#include "tests/process/threads_at_once.h"
 
 namespace {
 
@@ -127,6 +129,30 @@ int map_memory() {
     return 0;
 }
 
+int fork_without_end() {
+    say_ready();
+    const Meanwhile busy(1, [] { std::free(hold(100)); });
+    for (;;) {
+        const pid_t child = fork();
+        if (child == 0) _exit(0);
+        waitpid(child, nullptr, 0);
+    }
+}
+
+// Until the allocator gives null.
+int use_up_memory(std::size_t size, int threads) {
+    on_threads_at_once(threads, [size] {
+        while (void* const block = std::malloc(size)) *static_cast<volatile char*>(block) = 1;
+    });
+    std::puts("no more");
+    return 7;
+}
+
+int exit_twice() {
+    const std::jthread other([] { std::exit(9); });
+    std::exit(9);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -140,6 +166,9 @@ int main(int argc, char** argv) {
         {"fragments", leave_fragments},
         {"churn", [&] { return churn_on_threads(std::atoi(argv[2]), argv[3]); }},
         {"loading", [&] { return load_without_end(argv[2]); }},
+        {"forking", fork_without_end},
+        {"use_up", [&] { return use_up_memory(std::strtoull(argv[2], nullptr, 10), std::atoi(argv[3])); }},
+        {"exit_twice", exit_twice},
     };
     return behaviours.at(argv[argc > 1 ? 1 : 0])();
 }

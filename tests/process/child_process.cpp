@@ -30,6 +30,15 @@ bool ENDING::has_call_site(const std::string& text) const {
            report->second.find("Time spent dumping") != std::string::npos;
 }
 
+void ENDING::expect_reports_of(const ENDING& model) const {
+    for (const auto& [name, text] : model.files) {
+        const auto report = files.find(name);
+        ASSERT_TRUE(report != files.end()) << name << how << error;
+        EXPECT_TRUE(report->second.ends_with('\n')) << name << error;
+    }
+    EXPECT_TRUE(has_call_site("")) << error;
+}
+
 ENDING run(const std::string& command, const std::string& environment) {
     std::string name = (fs::temp_directory_path() / "ktl_mem_XXXXXX").string();
     const fs::path folder = mkdtemp(name.data());

@@ -17,6 +17,8 @@ struct ENDING {
 
     // Whether the report of call sites is complete and contains the text.
     bool has_call_site(const std::string& text) const;
+    // Expects each report of another run, whole.
+    void expect_reports_of(const ENDING& model) const;
 };
 
 // The command is a shell's line, and finds the programs that are built beside the tests. The environment is

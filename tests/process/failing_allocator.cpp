@@ -1,5 +1,5 @@
 // An allocator in front of the real one that fails once, at a chosen allocation, as that one does
-// when its system has no memory: it runs the new handler until there is none.
+// when its system has no memory: it runs the new handler and tries again.
 #include <dlfcn.h>
 
 #include <atomic>
@@ -19,8 +19,14 @@ SHOWN std::atomic<long> allocations_left{0};
 SHOWN void* malloc(std::size_t size) {
     static auto* const real = reinterpret_cast<void* (*)(std::size_t)>(dlsym(RTLD_NEXT, "malloc"));
     if (--allocations_left != 0) return real(size);
-    if (const std::new_handler handler = std::get_new_handler()) handler();
-    return nullptr;
+    try {
+        const std::new_handler handler = std::get_new_handler();
+        if (handler == nullptr) return nullptr;
+        handler();
+        return real(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
 }
 
 // Hidden, or the compiler makes a call of calloc of it.

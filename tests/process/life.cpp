@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <filesystem>
 #include <iostream>
+#include <latch>
 
 #include "ktl_mem/mem.h"
 #include "tests/bins/on_threads.h"
@@ -65,6 +66,25 @@ const BEHAVIOUR load_modules_and_start_threads("load_with_threads", [](char** ar
     }
 });
 
+// Each waits for the other with its end in sight, and one of them may have run out of memory.
+const BEHAVIOUR exit_on_two_threads("exit_on_two_threads", [](char** arguments) {
+    static std::latch both(2);
+    void (*const end)() = arguments[0] == std::string("call") ? mem_out_of_memory : [] { std::exit(1); };
+    std::thread([] { both.arrive_and_wait(), std::exit(1); }).detach();
+    both.arrive_and_wait();
+    end();
+});
+
+// The module's constructor allocates with the loader's lock held.
+const BEHAVIOUR switch_while_loading("switch_while_loading", [](char** arguments) {
+    module_action = put_a_block;
+    const Meanwhile busy(2, put_a_block);
+    const Meanwhile loads(1, [path = arguments[0]] { dlclose(dlopen(path, RTLD_NOW)); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    mem_enable_tracking(MEM_TRACKING_PROFILE_BIN_TAGS);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+});
+
 // The host's callback for messages ends the process; the tracker calls it inside an event.
 const BEHAVIOUR exit_inside_the_tracker("exit_inside", [](char**) {
     mem_set_msg_local_vdebug_callback([](const char*, const char*, va_list) {
@@ -112,6 +132,17 @@ const BEHAVIOUR cancel_while_allocating("cancel", [](char**) {
         pthread_testcancel();
         went_on = true;
     }).join();
+    pthread_t asks;
+    pthread_create(
+        &asks, nullptr,
+        [](void* unused) {
+            for (;;) mem_info_get_process_page_fault_count(), pthread_testcancel();
+            return unused;
+        },
+        nullptr);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    pthread_cancel(asks);
+    pthread_join(asks, nullptr);
     std::cout << "survived " << survived << " cancelled " << !went_on << '\n';
 });
 

@@ -48,6 +48,18 @@ TEST(Life, EndsWellWhileAThreadOpensAndClosesBins) {
         EXPECT_TRUE(expect({"tracked_host exit_with_bins", track_all, "", "exit 5"}).has_call_site("OTHER"));
 }
 
+TEST(Life, LeavesAllReportsWhenTwoThreadsEndItAtOnce) {
+    const ENDING model = run("tracked_host exit", track_all);
+    for (int round = 0; round < 20; ++round)
+        for (const std::string end : {"exit", "call"})
+            run("tracked_host exit_on_two_threads " + end, track_all).expect_reports_of(model);
+}
+
+TEST(Life, SwitchesBinsOnWhileTheLoaderWorks) {
+    for (int round = 0; round < 10; ++round)
+        expect({"tracked_host switch_while_loading " + module_path, "VELDRIN_MEM_PROFILE_PER_LIBRARY=1"});
+}
+
 TEST(Life, StartsAnewAfterAnExec) {
     const ENDING ending = expect({"tracked_host exec", sampled});
     EXPECT_TRUE(ending.has_call_site("script.cpp"));

@@ -1,4 +1,5 @@
-// Runs out of memory: run_out WAY HANDLER THREADS, or fail_at ALLOCATION handled|caught
+// Runs out of memory: run_out WAY HANDLER THREADS [BYTES], cope THREADS BYTES, or fail_at ALLOCATION
+// handled|caught
 #include <dlfcn.h>
 
 #include <cstdio>
@@ -11,7 +12,7 @@
 
 namespace {
 
-constexpr std::size_t block_bytes = 1 << 20;
+std::size_t block_bytes = 1 << 20;
 
 void write(const char* text) {
     std::fputs(text, stdout);
@@ -48,11 +49,22 @@ const std::map<std::string, void (*)()> handlers = {
     {"allocates", [] { write("handler\n"), use_up_new(); }}};
 
 const BEHAVIOUR run_out("run_out", [](char** arguments) {
+    static char buffer[256];
+    std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
     mem_set_out_of_memory_handler(handlers.at("returns"));
     mem_set_out_of_memory_handler(handlers.at(arguments[1]));
+    if (arguments[3] != nullptr) block_bytes = std::strtoull(arguments[3], nullptr, 10);
     std::atexit([] { write("exit action\n"); });
     on_threads_at_once(std::atoi(arguments[2]), ways.at(arguments[0]));
     write("end of main\n");
+});
+
+// Lives with null, as a program that knows nothing of the library.
+const BEHAVIOUR cope("cope", [](char** arguments) {
+    block_bytes = std::strtoull(arguments[1], nullptr, 10);
+    on_threads_at_once(std::atoi(arguments[0]), use_up_malloc);
+    write("no more\n");
+    std::exit(7);
 });
 
 // With an allocator that fails at a chosen allocation, or never; says how many there were.

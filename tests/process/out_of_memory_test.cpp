@@ -46,33 +46,59 @@ ENDING fail_at(long number, const std::string& how) {
                track_all + "LD_PRELOAD=" BUILT "/failing_allocator.so:" TCMALLOC_MINIMAL);
 }
 
-// Every allocation of a small tracked run fails once, each in a process of its own.
-TEST(OutOfMemory, EndsTheProcessWhicheverAllocationFails) {
+// With null, and without it. The allocator has lines of its own to say.
+TEST(OutOfMemory, LeavesAllReportsWhateverTheSizeOfTheBlocks) {
+    const ENDING model = run("ending_host run_out call none 0", tracked);
+    ASSERT_GT(model.files.size(), 10U);
+    const std::string allocators = "(src/[^\n]*\n)*";
+    for (const std::string bytes : {"16", "100", "1000", "30000", "1048576", "1073741824"}) {
+        for (const std::string threads : {"0", "8"}) {
+            const std::string limit = threads == "0" ? "160000000" : "320000000";
+            const CASE cases[] = {
+                {"cope " + threads, "", "no more\n", "exit 7", allocators},
+                {"run_out new none " + threads, "", "exit action\n", "exit 1",
+                 allocators + line_of_any + allocators},
+                {"run_out malloc returns " + threads, "", "handler\nexit action\n", "exit 1", allocators}};
+            for (const CASE& way : cases)
+                expect({"prlimit --as=" + limit + " ending_host " + way.command + " " + bytes, tracked,
+                        way.output, way.how, way.error})
+                    .expect_reports_of(model);
+        }
+    }
+}
+
+// Every allocation of a small tracked run fails once, each in a process of its own: the program's ends it,
+// and the tracker goes on without its own.
+TEST(OutOfMemory, EndsTheProcessWhicheverOfItsAllocationsFails) {
     const ENDING whole = fail_at(0, " handled");
     ASSERT_EQ(whole.how, "exit 0") << whole.error;
     const long in_run = std::stol(whole.output);
     ASSERT_GT(in_run, 50);
-    // Those of the run and of the exit with its reports, until there is none left to fail.
-    ENDING ending{"exit 1", {}, {}, {}};
-    for (long number = 1; ending.how == "exit 1"; ++number) {
-        ending = fail_at(number, " handled");
-        ASSERT_TRUE(ending.how == "exit 1" || (ending.how == "exit 0" && number > in_run))
-            << "allocation " << number << ": " << ending.how << ending.error;
-        ASSERT_EQ(ending.error.starts_with("\nOut of memory ("), ending.how == "exit 1") << ending.error;
-    }
-    EXPECT_EQ(ending.files.size(), whole.files.size());
-}
-
-// Where the program lives with it, the tracker's own lack of memory is all that ends it.
-TEST(OutOfMemory, EndsAProgramThatGoesOnOnlyInsideTheTracker) {
-    const long in_run = std::stol(fail_at(0, " caught").output);
     int ended = 0;
     for (long number = 1; number <= in_run; ++number) {
-        const ENDING ending = fail_at(number, " caught");
-        if (ending.how == "exit 0") continue;
-        ++ended;
-        EXPECT_EQ(ending.how, "exit 1") << "allocation " << number << ending.error;
-        EXPECT_THAT(ending.error, testing::EndsWith("inside the tracker, no reports are written\n"));
+        SCOPED_TRACE("allocation " + std::to_string(number));
+        const ENDING ending = fail_at(number, " handled");
+        if (ending.how == "exit 1") {
+            ++ended;
+            EXPECT_THAT(ending.error, testing::StartsWith("\nOut of memory ("));
+        } else {
+            EXPECT_EQ(ending.how + ending.error, "exit 0");
+        }
+        ending.expect_reports_of(whole);
     }
     EXPECT_GT(ended, 10);
+}
+
+// Only calls of the host that must not stop half way end the process, and then with its reports.
+TEST(OutOfMemory, InsideAnEventIsNoneOfTheProgramsBusiness) {
+    const ENDING whole = fail_at(0, " caught");
+    int ended = 0, gone_on = 0;
+    for (long number = 1; number <= std::stol(whole.output); ++number) {
+        SCOPED_TRACE("allocation " + std::to_string(number));
+        const ENDING ending = fail_at(number, " caught");
+        ++(ending.how == "exit 0" ? gone_on : ended);
+        EXPECT_TRUE(ending.how == "exit 0" || ending.error.starts_with("\nOut of memory (")) << ending.error;
+        ending.expect_reports_of(whole);
+    }
+    EXPECT_GT(gone_on, 4 * ended);
 }

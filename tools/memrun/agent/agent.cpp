@@ -91,7 +91,17 @@ void start() {
     std::at_quick_exit(end_of_process);
 }
 
-// Its end is an exit action that was registered after the library's and so runs before it.
+// Its end is an exit action that was registered after the library's and so runs before it. Threads that run
+// exit at once share the actions: behind the agent's lies one that has the other thread wait for it.
+struct EndAwaited {
+    EndAwaited() = default;
+    ~EndAwaited() {
+        if (is_tracked()) wait_for_end();
+    }
+    EndAwaited(const EndAwaited&) = delete;
+    EndAwaited& operator=(const EndAwaited&) = delete;
+};
+
 struct Agent {
     Agent() {
         const int saved_errno = errno;
@@ -105,6 +115,7 @@ struct Agent {
     Agent& operator=(const Agent&) = delete;
 };
 
+const EndAwaited end_awaited;
 const Agent agent;
 
 }  // namespace

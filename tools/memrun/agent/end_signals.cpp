@@ -178,4 +178,9 @@ void finish_end() {
     if (is_end_due()) die_by(ending_signal);
 }
 
+void wait_for_end() {
+    constexpr timespec turn = {0, 1'000'000};
+    while (!is_written && ending_thread != this_thread()) nanosleep(&turn, nullptr);
+}
+
 }  // namespace memrun::agent

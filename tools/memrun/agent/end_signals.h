@@ -40,4 +40,7 @@ bool claim_end();
 // ends the process now; a later one does so at once.
 void finish_end();
 
+// Returns once the thread that has claimed an ordinary end, or is about to, has said that.
+void wait_for_end();
+
 }  // namespace memrun::agent

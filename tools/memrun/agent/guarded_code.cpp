@@ -1,6 +1,7 @@
 #include "tools/memrun/agent/guarded_code.h"
 
 #include <link.h>
+#include <pthread.h>
 
 #include <cstdint>
 #include <cstring>
@@ -36,6 +37,10 @@ int note_object(dl_phdr_info* object, std::size_t, void*) {
     return 0;
 }
 
+// From the first fork handler to the last one: the allocator's hold its locks, and nothing on the stack says
+// so.
+constinit thread_local bool is_forking = false;
+
 bool is_guarded(std::uintptr_t address) {
     return allocator.holds(address) || tracker.holds(address);
 }
@@ -54,10 +59,12 @@ bool any_frame(const STACK_WALK_START& start, Predicate is_wanted) {
 
 void find_guarded_code() {
     dl_iterate_phdr(note_object, nullptr);
+    // Registered behind the allocator's handlers, these are the outermost.
+    pthread_atfork([] { is_forking = true; }, [] { is_forking = false; }, [] { is_forking = false; });
 }
 
 bool is_in_guarded_code() {
-    return any_frame(stack_walk_start(__builtin_frame_address(0)), is_guarded);
+    return is_forking || any_frame(stack_walk_start(__builtin_frame_address(0)), is_guarded);
 }
 
 bool is_hooked_call_guarded() {
@@ -74,6 +81,7 @@ bool is_hooked_call_guarded() {
 }
 
 bool is_in_guarded_code_beyond_hook() {
+    if (is_forking) return true;
     bool is_allocator_reached = false;
     bool is_allocator_left = false;
     return any_frame(stack_walk_start(__builtin_frame_address(0)), [&](std::uintptr_t address) {

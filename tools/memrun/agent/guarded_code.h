@@ -1,4 +1,5 @@
-// Whether a thread is inside the allocator or the tracker, whose locks the writing of reports needs.
+// Whether a thread is inside the allocator or the tracker, whose locks the writing of reports needs. A thread
+// that forks counts as such.
 #pragma once
 
 namespace memrun::agent {
