@@ -21,7 +21,7 @@ class MODULE_ENTRY {
     const MODULE& module() const { return description; }
     const LOADED_IMAGE& image() const { return loaded_image; }
     // Reads the module's files at the first call.
-    MODULE_SYMBOLS& symbols();
+    std::shared_ptr<MODULE_SYMBOLS> symbols();
     // The same build of the same file: what is known of the one's symbols goes for the other.
     void share_symbols_of(const MODULE_ENTRY& other);
     // As of MODULE_SYMBOLS, for a captured address.

@@ -43,7 +43,7 @@ std::vector<FRAME> find_frames(std::uint64_t address) {
     std::vector<FRAME> frames;
     run_on_own_stack([&] {
         MODULE_ENTRY* entry = modules().find(address, LISTING::CURRENT);
-        if (entry != nullptr) frames = entry->symbols().find_frames(entry->instruction(address));
+        if (entry != nullptr) frames = entry->symbols()->find_frames(entry->instruction(address));
     });
     return frames;
 }
@@ -52,7 +52,7 @@ std::vector<FRAME> find_frames(std::uint64_t address, const MODULE& module) {
     std::vector<FRAME> frames;
     run_on_own_stack([&] {
         MODULE_ENTRY* entry = modules().of(module);
-        if (entry != nullptr) frames = entry->symbols().find_frames(entry->instruction(address));
+        if (entry != nullptr) frames = entry->symbols()->find_frames(entry->instruction(address));
     });
     return frames;
 }
@@ -61,7 +61,7 @@ bool find_place(std::uint64_t address, PLACE& place) {
     bool is_found = false;
     run_on_own_stack([&] {
         MODULE_ENTRY* entry = modules().find(address, LISTING::KNOWN);
-        is_found = entry != nullptr && entry->symbols().find_place(entry->instruction(address), place);
+        is_found = entry != nullptr && entry->symbols()->find_place(entry->instruction(address), place);
     });
     return is_found;
 }
@@ -70,7 +70,7 @@ bool find_symbol(std::uint64_t address, SYMBOL& symbol) {
     bool is_found = false;
     run_on_own_stack([&] {
         MODULE_ENTRY* entry = modules().find(address, LISTING::KNOWN);
-        is_found = entry != nullptr && entry->symbols().find_symbol(entry->instruction(address), symbol);
+        is_found = entry != nullptr && entry->symbols()->find_symbol(entry->instruction(address), symbol);
         if (is_found) symbol.begin += entry->image().bias;
     });
     return is_found;

@@ -87,7 +87,7 @@ std::string LauncherConnection::ask(const std::string& line, std::uint64_t timeo
     if (!send_line(socket_, line)) throw NoLauncher("the ktl_memrun of '" + folder_ + "' has ended");
     for (;;) {
         if (const std::size_t end = text_.find('\n'); end != std::string::npos) {
-            const std::string answer = text_.substr(0, end);
+            std::string answer = text_.substr(0, end);
             text_.erase(0, end + 1);
             return answer;
         }
