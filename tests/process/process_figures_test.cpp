@@ -19,7 +19,7 @@ TEST(ProcessFigures, WithoutTheKernelsFilesAreZero) {
                                      "malloc a 1152921504606846976 malloc b 64 errno free b errno "
                                      "map m 4096 errno unmap m 4096 errno"),
             "", "(ENOMEM\n){4}"});
-    // The tracker counts, and cannot say where: ten blocks of the program and one before it.
+    // The tracker counts, and cannot say where: ten blocks of the program, 1,024 bytes each.
     EXPECT_TRUE(expect({without_proc(track_all + "LD_PRELOAD=" KTL_MEM ":" TCMALLOC_MINIMAL " plain_host")})
-                    .has_call_site("OTHER\t10256\t"));
+                    .has_call_site("OTHER\t10240\t"));
 }
