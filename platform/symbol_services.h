@@ -9,11 +9,10 @@
 // what they learned, so that code that is unloaded later still has its names. A file that is missing,
 // damaged or another build than the loaded one costs its names, never the process.
 //
-// The calls are not safe against each other: the caller holds one lock of its own around them, and every
-// thread has called prepare_thread before it takes that lock. They may be made in an allocator hook whose
-// thread is marked as being inside the tracker. They throw nothing but std::bad_alloc. Names and lines are
-// looked up on a stack of the services' own, however small the caller's is, and signals other than those of a
-// fault wait meanwhile.
+// The calls are not safe against each other: the caller holds one lock of its own around them. They may be
+// made in an allocator hook whose thread is marked as being inside the tracker. They throw nothing but
+// std::bad_alloc. Names and lines are looked up on a stack of the services' own, however small the caller's
+// is, and signals other than those of a fault wait meanwhile.
 #pragma once
 
 #include <cstdint>
