@@ -123,7 +123,7 @@ void MEM_CALL_PATHS::note_site(std::uint32_t node, std::uint32_t site, std::uint
     const std::lock_guard<MEM_SPIN_LOCK> guard(site_lock);
     for (std::uint32_t next = header.sites.get(); next <= site && memory.reserve_site(next); ++next)
         header.sites.publish(next + 1);
-    if (site < header.sites.get()) memory.region.site(site) = site_pc;
+    if (site < header.sites.get()) memory.region.site(site).set(site_pc);
     // Whoever sees the number sees the record that has it.
     memory.region.node(node).site.publish(site + 1);
 }

@@ -172,7 +172,7 @@ class MEM_PATH_REGION {
         loads_from[piece] = from<MEM_PATH_LOAD>(memory, LOADS::start_of(piece));
     }
     void set_site_piece(std::uint32_t piece, const std::byte* memory) {
-        sites_from[piece] = from<std::uint64_t>(memory, SITES::start_of(piece));
+        sites_from[piece] = from<MEM_PATH_WORD<std::uint64_t>>(memory, SITES::start_of(piece));
     }
 
     // How many nodes, and call sites, there is memory for.
@@ -189,8 +189,9 @@ class MEM_PATH_REGION {
     MEM_PATH_LOAD& load(std::uint32_t number) const {
         return at<MEM_PATH_LOAD>(loads_from[LOADS::piece_of(number)], number);
     }
-    std::uint64_t& site(std::uint32_t number) const {
-        return at<std::uint64_t>(sites_from[SITES::piece_of(number)], number);
+    // Written again by each path that is charged there, while others read it.
+    MEM_PATH_WORD<std::uint64_t>& site(std::uint32_t number) const {
+        return at<MEM_PATH_WORD<std::uint64_t>>(sites_from[SITES::piece_of(number)], number);
     }
 
   private:

@@ -184,7 +184,7 @@ void write_frames(TEXT& out, const NUMBERS& numbers, const MEM_PATH_NAMER& name)
 void write_site(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_ROW& row) {
     const bool is_unseen = row.node == mem_path_unseen;
     const bool has_site = row.site != 0 && row.site <= region.room_for_sites() && !is_zero(row);
-    const std::uint64_t pc = has_site && !is_unseen ? region.site(row.site - 1) : 0;
+    const std::uint64_t pc = has_site && !is_unseen ? region.site(row.site - 1).get() : 0;
     if (!is_unseen && !has_site)
         out.text("\t-");
     else if (pc == 0)

@@ -184,7 +184,8 @@ class Control(LauncherTest):
             limit.write_text(str(120 << 20))
         except (OSError, StopIteration) as error:
             self.skipTest(f"no memory cgroup can be made here: {error}")
-        script = "held = []\nwhile True: held.append(bytearray(b'x' * (1 << 20)))"
+        # Slow enough for the launcher, which looks ten times a second, to see the limit come near.
+        script = "import time\nheld = []\nwhile True: held.append(bytearray(b'x' * (1 << 20))), time.sleep(0.02)"
         result = self.run_tracked(PYTHON, "-c", script, preexec_fn=lambda: (group / "cgroup.procs").write_text(str(os.getpid())))
         self.assertEqual(result.returncode, -signal.SIGKILL, result.stderr)
         errors = result.stderr.decode()

@@ -36,10 +36,6 @@ const BEHAVIOUR switch_under_threads("switch", [](char**) {
 
 const BEHAVIOUR log_four_threads("log", [](char**) {
     mem_enable_tracking(MEM_TRACKING_ALLOC_DEALLOC);
-    // Counters at which threads meet take memory of their own then, once, and the log would tell of it.
-    on_threads(4, [](int) {
-        for (int i = 0; i < 20'000; ++i) std::free(kept(std::malloc(8)));
-    });
     mem_set_print_allocations_callback_enabled(true);
     const std::int64_t before = mem_get_stats().current.blocks;
     on_threads(4, [](int) {

@@ -13,7 +13,7 @@ namespace {
 
 // The site's own frame in the path of a node: site numbers know no loads.
 MEM_PATH_FRAME frame_of_site(const MEM_PATH_REGION& region, const MEM_PATH_ROW& row) {
-    const std::uint64_t pc = region.site(row.site - 1);
+    const std::uint64_t pc = region.site(row.site - 1).get();
     std::uint32_t steps = region.header->depth + 1;
     for (std::uint32_t node = row.node; node >= mem_path_first_node && steps != 0; --steps) {
         if (region.node(node).pc == pc) return {pc, static_cast<std::uint16_t>(region.node(node).load)};
