@@ -12,7 +12,7 @@
 
 #include "platform/kept_errno.h"
 
-constinit thread_local std::uint32_t thread_id_kept = 0;
+constinit thread_local std::uint32_t thread_id_kept __attribute__((tls_model("initial-exec"))) = 0;
 
 namespace {
 

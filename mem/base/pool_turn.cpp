@@ -6,7 +6,7 @@ constinit MEM_SPIN_LOCK mem_pool_turn;
 
 namespace {
 
-constinit thread_local bool turn_is_held = false;
+constinit thread_local bool turn_is_held __attribute__((tls_model("initial-exec"))) = false;
 
 // Not for ever: the thread whose turn it is may wait for a lock that another library's fork handler has taken
 // on this very thread. A fork must not hang for the sake of a child that might.

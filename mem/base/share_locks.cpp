@@ -15,7 +15,7 @@ constexpr std::uint32_t turns_worth_a_barrier = 256;
 // Taken before the locks of the groups, also by the first thread of a group.
 constinit MEM_SPIN_LOCK all_shares;
 constinit std::atomic<std::uint32_t> groups_in_use{0};
-constinit thread_local int times_held = 0;
+constinit thread_local int times_held __attribute__((tls_model("initial-exec"))) = 0;
 
 template <class VISIT>
 void for_each_lock_in_use(VISIT visit) {
