@@ -1,7 +1,5 @@
 #include "tools/memrun/agent/allocator_hooks.h"
 
-#include <dlfcn.h>
-
 #include <cstddef>
 
 #include "tools/memrun/agent/control_page.h"
@@ -31,17 +29,11 @@ void on_free(const void*) {
     look_around();
 }
 
-template <class Hook>
-void attach(const char* entry, Hook* hook) {
-    auto* const add = reinterpret_cast<int (*)(Hook*)>(dlsym(RTLD_DEFAULT, entry));
-    if (add != nullptr) add(hook);
-}
-
 }  // namespace
 
 void attach_allocator_hooks() {
-    attach("MallocHook_AddNewHook", on_allocation);
-    attach("MallocHook_AddDeleteHook", on_free);
+    attach_hook("MallocHook_AddNewHook", on_allocation);
+    attach_hook("MallocHook_AddDeleteHook", on_free);
 }
 
 }  // namespace memrun::agent

@@ -1,6 +1,5 @@
 #include "tools/memrun/agent/mappings.h"
 
-#include <dlfcn.h>
 #include <sys/mman.h>
 
 #include <cstdint>
@@ -11,6 +10,7 @@
 
 #include "ktl_mem/tracking.h"
 #include "platform/kept_errno.h"
+#include "tools/memrun/agent/allocator_hooks.h"
 #include "tools/memrun/agent/guarded_code.h"
 
 namespace memrun::agent {
@@ -152,19 +152,13 @@ void on_mremap(const void* result, const void* old, std::size_t old_size, std::s
     put_in(pages_of(result, size));
 }
 
-template <class Hook>
-void attach(const char* entry, Hook* hook) {
-    auto* const add = reinterpret_cast<int (*)(Hook*)>(dlsym(RTLD_DEFAULT, entry));
-    if (add != nullptr) add(hook);
-}
-
 }  // namespace
 
 void announce_mappings() {
     announced = new Announced;
-    attach("MallocHook_AddMmapHook", on_mmap);
-    attach("MallocHook_AddMunmapHook", on_munmap);
-    attach("MallocHook_AddMremapHook", on_mremap);
+    attach_hook("MallocHook_AddMmapHook", on_mmap);
+    attach_hook("MallocHook_AddMunmapHook", on_munmap);
+    attach_hook("MallocHook_AddMremapHook", on_mremap);
 }
 
 }  // namespace memrun::agent
