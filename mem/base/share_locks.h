@@ -3,11 +3,12 @@
 //
 // What a lock costs is mostly its locked instruction. So a lock that one thread takes again and again becomes
 // its own: that thread says that it is inside, and looks whether the lock is still its own, by plain
-// accesses. Whoever else needs the lock takes the ownership away and has the system run a barrier on all
-// threads; then either the owner finds its ownership gone and steps back, or it is seen inside and waited
-// for. Why this excludes is the reasoning of the gate (mem/base/gate.h), with the owner as a mouse and the
-// other as a cat. The barrier costs about as much as some hundred locked instructions, so that many turns in
-// a row make an owner.
+// accesses. Whoever else needs the lock asks for it first: an owner that runs gives it up at the end of its
+// next turn, well within a microsecond. From one that does not come the ownership is taken away, and the
+// system runs a barrier on all threads; then either the owner finds its ownership gone and steps back, or it
+// is seen inside and waited for. Why this excludes is the reasoning of the gate (mem/base/gate.h), with the
+// owner as a mouse and the other as a cat. That barrier costs as much as some thousand locked instructions,
+// on a virtual machine at least, so that an owner that it was taken from must earn it by as many turns.
 //
 // Nobody takes another lock, allocates or waits within a turn. Safe in an allocator hook, not in a signal
 // handler.
@@ -24,11 +25,17 @@ inline constexpr std::uint32_t mem_share_groups = 16;
 struct alignas(64) MEM_SHARE_LOCK {
     static constexpr std::uint32_t nobody = UINT32_MAX;
 
-    std::atomic<std::uint32_t> owner{nobody};  // a thread's stripe; set by that thread alone
+    static constexpr std::uint32_t turns_worth_a_request = 64, turns_worth_a_barrier = 4096;
+
+    // The stripe of the group's first thread, set by that thread alone. No other can own the lock: it might
+    // come late out of enter and take back the word of an owner that is inside.
+    std::atomic<std::uint32_t> owner{nobody};
     std::atomic<bool> owner_is_inside{false};
+    std::atomic<bool> is_wanted{false};  // somebody waits for the owner to give it up
     MEM_SPIN_LOCK lock;  // of those who are not the owner; guards the following and what owner says
     std::uint32_t latest = nobody;  // the stripe that had it last
     std::uint32_t turns = 0;        // of that stripe in a row
+    std::uint32_t turns_to_own = turns_worth_a_request;
 
     // As the owner; false when the lock must be taken.
     bool enter(std::uint32_t stripe) {
@@ -41,7 +48,11 @@ struct alignas(64) MEM_SHARE_LOCK {
         leave();
         return false;
     }
-    void leave() { owner_is_inside.store(false, std::memory_order_release); }
+    void leave() {
+        owner_is_inside.store(false, std::memory_order_release);
+        if (is_wanted.load(std::memory_order_relaxed)) [[unlikely]]
+            owner.store(nobody, std::memory_order_release);
+    }
 
     void take(const MEM_THREAD_STRIPE& stripe);
 };

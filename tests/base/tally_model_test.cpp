@@ -21,15 +21,17 @@ enum STEP {
     LOOK,
     ACT,
     LEAVE,
+    ANSWER,
     LOCK,
     ACT_LOCKED,
     UNLOCK,
     HOLD_0,
     HOLD_1,
+    ASK,
+    HEAR,
     DISOWN,
     BARRIER,
-    WAIT_0,
-    WAIT_1,
+    WAIT,
     SETTLE
 };
 
@@ -37,7 +39,8 @@ struct THREAD {
     STEP at = ENTER;
     int done = 0;  // of its script
     bool goes_on_to_lock = false, must_settle = false;
-    std::vector<std::array<int, 2>> buffer{};  // values of inside and count to come out, oldest first
+    // Values of inside and count to come out, and whether the owner gives up; oldest first.
+    std::vector<std::array<int, 3>> buffer{};
 
     auto operator<=>(const THREAD&) const = default;  // NOLINT(modernize-use-nullptr)
 };
@@ -46,7 +49,7 @@ struct STATE {
     std::array<THREAD, 2> threads;
     // As the other one sees them.
     std::array<std::array<int, 2>, 2> inside_and_count{{{0, 1}, {0, 1}}};
-    std::array<bool, 2> is_owner{true, true}, is_locked{};
+    std::array<bool, 2> is_owner{true, true}, is_wanted{}, is_locked{};
     std::array<int, 2> limit{1, 1};
     int highest = 2;
     // In the order of the moves themselves.
@@ -56,12 +59,21 @@ struct STATE {
     auto operator<=>(const STATE&) const = default;  // NOLINT(modernize-use-nullptr)
 
     std::array<int, 2> own(int me) const {
-        return threads[me].buffer.empty() ? inside_and_count[me] : threads[me].buffer.back();
+        const auto& buffer = threads[me].buffer;
+        return buffer.empty() ? inside_and_count[me] : std::array{buffer.back()[0], buffer.back()[1]};
     }
-    void write(int me, int inside, int count) { threads[me].buffer.push_back({inside, count}); }
+    bool knows_itself_owner(int me) const {
+        const auto& buffer = threads[me].buffer;
+        return is_owner[me] && (buffer.empty() || buffer.back()[2] == 0);
+    }
+    void write(int me, int inside, int count, bool gives_up = false) {
+        threads[me].buffer.push_back({inside, count, gives_up});
+    }
     void drain(int me) {
         THREAD& thread = threads[me];
-        inside_and_count[me] = thread.buffer.front();
+        const auto [inside, count, gives_up] = thread.buffer.front();
+        inside_and_count[me] = {inside, count};
+        if (gives_up != 0) is_owner[me] = false;
         thread.buffer.erase(thread.buffer.begin());
     }
     void note(int move) { true_highest = std::max(true_highest, sum += move); }
@@ -109,17 +121,17 @@ bool act(STATE& s, int me, bool is_buffered) {
 void step(STATE s, int me, const std::function<void(const STATE&)>& next) {
     THREAD& t = s.threads[me];
     if (t.done == static_cast<int>(scripts[me].size()) || t.buffer.size() > 3) return;
-    const int my_count = s.own(me)[1];
+    const int my_count = s.own(me)[1], other = 1 - me;
     switch (t.at) {
         case ENTER:
-            t.at = s.is_owner[me] ? MARK : LOCK;
+            t.at = s.knows_itself_owner(me) ? MARK : LOCK;
             return next(s);
         case MARK:
             s.write(me, 1, my_count);
             t.at = LOOK;
             return next(s);
         case LOOK:
-            t.goes_on_to_lock = !s.is_owner[me];
+            t.goes_on_to_lock = !s.knows_itself_owner(me);
             t.at = t.goes_on_to_lock ? LEAVE : ACT;
             return next(s);
         case ACT:
@@ -128,6 +140,10 @@ void step(STATE s, int me, const std::function<void(const STATE&)>& next) {
             return next(s);
         case LEAVE:
             s.write(me, 0, my_count);
+            t.at = ANSWER;
+            return next(s);
+        case ANSWER:
+            if (s.is_wanted[me]) s.write(me, 0, my_count, true);
             go_on(s, me);
             return next(s);
         case LOCK:
@@ -151,19 +167,26 @@ void step(STATE s, int me, const std::function<void(const STATE&)>& next) {
             s.is_locked[t.at - HOLD_0] = true;
             t.at = static_cast<STEP>(t.at + 1);
             return next(s);
+        case ASK:
+            s.is_wanted[other] = s.is_owner[other];
+            t.at = s.is_owner[other] ? HEAR : SETTLE;
+            return next(s);
+        case HEAR:  // and has heard nothing for long enough, where the other is still the owner
+            s.is_wanted[other] = false;
+            t.at = s.is_owner[other] ? DISOWN : SETTLE;
+            return next(s);
         case DISOWN:
-            s.is_owner = {false, false};
+            s.is_owner[other] = false;
             t.at = BARRIER;
             return next(s);
         case BARRIER:
             for (int who = 0; who < 2; ++who)
                 while (!s.threads[who].buffer.empty()) s.drain(who);
-            t.at = WAIT_0;
+            t.at = WAIT;
             return next(s);
-        case WAIT_0:
-        case WAIT_1:
-            if (s.inside_and_count[t.at - WAIT_0][0] != 0) return;
-            t.at = static_cast<STEP>(t.at + 1);
+        case WAIT:
+            if (s.inside_and_count[other][0] != 0) return;
+            t.at = SETTLE;
             return next(s);
         case SETTLE:
             settle(s, me);
