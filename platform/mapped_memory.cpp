@@ -6,9 +6,63 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+
 #include "platform/kept_errno.h"
 
 namespace {
+
+constexpr std::size_t page_bytes = 4096;
+
+// What map_memory gave out. The kernel has no name for these mappings, and may make one of them and the
+// program's own.
+struct RANGE {
+    std::atomic<std::uintptr_t> begin{0};  // 0: free
+    std::atomic<std::size_t> bytes{0};
+};
+constexpr std::size_t most_ranges = 4096;  // those beyond it are not counted
+constinit RANGE ranges[most_ranges];
+constinit std::atomic<std::size_t> ranges_used{0};  // the first ones
+
+void note_range(void* memory, std::size_t bytes) {
+    for (std::size_t i = 0; i < most_ranges; ++i) {
+        std::uintptr_t none = 0;
+        if (!ranges[i].begin.compare_exchange_strong(none, reinterpret_cast<std::uintptr_t>(memory)))
+            continue;
+        ranges[i].bytes = bytes;
+        std::size_t used = ranges_used;
+        while (used <= i && !ranges_used.compare_exchange_weak(used, i + 1)) {
+        }
+        return;
+    }
+}
+
+void forget_range(const void* memory) {
+    const auto from = reinterpret_cast<std::uintptr_t>(memory);
+    for (std::size_t i = 0; i < ranges_used; ++i) {
+        const std::uintptr_t begin = ranges[i].begin;
+        if (begin == 0 || from - begin >= ranges[i].bytes) continue;
+        ranges[i].bytes = from - begin;
+        if (from == begin) ranges[i].begin = 0;
+        return;
+    }
+}
+
+std::size_t resident_in(std::uintptr_t begin, std::size_t bytes) {
+    unsigned char pages[512];  // the stack may be small
+    std::size_t resident = 0;
+    for (std::size_t at = 0; at < bytes; at += sizeof pages * page_bytes) {
+        const std::size_t part = std::min(bytes - at, sizeof pages * page_bytes);
+        if (mincore(reinterpret_cast<void*>(begin + at), part, pages) != 0) continue;
+        const unsigned char* const first = pages;
+        const unsigned char* const end = first + (part + page_bytes - 1) / page_bytes;
+        resident += static_cast<std::size_t>(
+            std::count_if(first, end, [](unsigned char page) { return (page & 1) != 0; }));
+    }
+    return resident * page_bytes;
+}
 
 void* unless_failed(void* memory) {
     return memory == MAP_FAILED ? nullptr : memory;
@@ -33,12 +87,25 @@ void* map_shared(int descriptor, std::size_t bytes, int protection) {
 
 void* map_memory(std::size_t bytes) {
     const KEPT_ERRNO errno_is_kept;
-    return unless_failed(mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    void* memory =
+        unless_failed(mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    if (memory != nullptr) note_range(memory, bytes);
+    return memory;
 }
 
 void unmap_memory(void* memory, std::size_t bytes) {
     const KEPT_ERRNO errno_is_kept;
+    forget_range(memory);  // first, since others may be given the same addresses behind it
     munmap(memory, bytes);
+}
+
+std::size_t resident_mapped_memory() {
+    const KEPT_ERRNO errno_is_kept;
+    std::size_t resident = 0;
+    for (std::size_t i = 0; i < ranges_used; ++i)
+        if (const std::uintptr_t begin = ranges[i].begin; begin != 0)
+            resident += resident_in(begin, ranges[i].bytes);
+    return resident;
 }
 
 int make_shared_memory(const char* name, std::size_t bytes) {

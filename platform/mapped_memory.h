@@ -6,7 +6,12 @@
 
 // Zeroed pages, at least that many bytes. Null when the system gives none.
 void* map_memory(std::size_t bytes);
+// A mapping as a whole, or its upper end.
 void unmap_memory(void* memory, std::size_t bytes);
+
+// How much of what map_memory gave out is resident, in bytes; exact while nobody maps or unmaps. A system
+// call for each 2 MiB.
+std::size_t resident_mapped_memory();
 
 // A descriptor of that much zeroed memory, which takes only the pages that are touched, belongs to no file
 // and can't shrink, so that who maps it never faults in it; -1 when there is none.

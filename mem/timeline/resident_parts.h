@@ -13,7 +13,7 @@ struct MEM_TRACKED_BLOCKS {
     std::int64_t heap = 0;      // blocks of the program that are tracked
     std::int64_t rounding = 0;  // of these: what the allocator gave beyond what was asked for
     std::int64_t own = 0;       // the tracker's own blocks on the same heap
-    std::int64_t mappings = 0;  // the tracker's own memory outside the heap
+    std::int64_t mappings = 0;  // resident, of the tracker's own memory that the kernel has no name for
 };
 
 // Resident bytes of the mappings by what they are for.

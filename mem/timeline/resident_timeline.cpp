@@ -2,6 +2,7 @@
 
 #include "mem/base/undestroyed.h"
 #include "platform/clock.h"
+#include "platform/mapped_memory.h"
 #include "platform/process_memory.h"
 
 MEM_RESIDENT_TIMELINE* mem_tbb_resident_timeline = nullptr;
@@ -29,7 +30,9 @@ std::optional<MEM_RESIDENT_PARTS> mem_take_resident_apart(const MEM_TRACKED_BLOC
     if (!alone) return std::nullopt;
     MEM_MAPPING_SORTER sorter(buffers.object);
     if (!visit_process_mappings(sorter, buffers.object)) return std::nullopt;
-    return mem_make_resident_parts(resident_size(), tracked, mem_read_allocator_figures(), sorter.sorted());
+    MEM_TRACKED_BLOCKS all = tracked;
+    all.mappings = static_cast<std::int64_t>(resident_mapped_memory());
+    return mem_make_resident_parts(resident_size(), all, mem_read_allocator_figures(), sorter.sorted());
 }
 
 bool MEM_RESIDENT_TIMELINE::is_full_point_due(std::int64_t blocks) {

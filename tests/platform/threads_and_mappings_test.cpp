@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/ktl_thr.h"
+#include "platform/mapped_memory.h"
 #include "platform/rvm_barebones.h"
 #include "platform/thread_wrappers.h"
 
@@ -27,6 +28,21 @@ TEST(ThreadLibrary, RunsAThreadInsideItsWrappersTheLatestOutermost) {
     ASSERT_TRUE(thr_thread_start(&thread, function, &trace));
     EXPECT_EQ(thr_thread_join(thread), &trace);
     EXPECT_EQ(trace, "outer inner function");
+}
+
+TEST(MappedMemory, KnowsWhatOfItIsResident) {
+    constexpr std::size_t page = 4096;
+    constexpr std::size_t bytes = 20 << 20;
+    const std::size_t before = resident_mapped_memory();
+    auto* const memory = static_cast<volatile char*>(map_memory(bytes));
+    EXPECT_EQ(resident_mapped_memory() - before, 0U);
+    for (const std::size_t touched : {std::size_t{0}, 7 * page, (std::size_t{17} << 20) + 1, bytes - 1})
+        memory[touched] = 1;
+    EXPECT_EQ(resident_mapped_memory() - before, 4 * page);
+    unmap_memory(const_cast<char*>(memory) + (10 << 20), 10 << 20);
+    EXPECT_EQ(resident_mapped_memory() - before, 2 * page);
+    unmap_memory(const_cast<char*>(memory), 10 << 20);
+    EXPECT_EQ(resident_mapped_memory(), before);
 }
 
 struct RECORDER : RVM_BAREBONES_NOTIFIER::OBSERVER {

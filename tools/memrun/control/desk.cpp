@@ -20,6 +20,8 @@ namespace memrun::control {
 namespace {
 
 constexpr std::uint64_t pause_factor = 50;
+constexpr std::uint64_t order_pause_factor = 100;
+constexpr std::uint64_t longest_order_pause_ms = 2000;
 constexpr std::uint64_t allowance_ms = 2000;
 constexpr std::uint64_t interrupt_step_ms = 20;
 
@@ -95,10 +97,11 @@ void Desk::step() {
     }
 }
 
-// All reports that are ordered cost the run at most a hundredth of its time, beside a first allowance.
+// All reports that are ordered cost the run at most a hundredth of its time. Only long ones, behind which
+// nobody would like to wait for so long, may use up a first allowance.
 bool Desk::must_wait(const Request& request) const {
     const std::uint64_t allowed_ms = allowance_ms + (now_ms() - begun_ms_) / 100;
-    return takes_reports(request.wish) && spent_us_ / 1000 > allowed_ms;
+    return takes_reports(request.wish) && (now_ms() < next_reports_ms_ || spent_us_ / 1000 > allowed_ms);
 }
 
 void Desk::give(Job& job) {
@@ -164,6 +167,8 @@ void Desk::finish(Job& job) {
     if (!job.folder.empty()) {
         spent_us_ += job.slowest_us;
         quiet_until_ms_ = now_ms() + pause_factor * job.slowest_us / 1000;
+        next_reports_ms_ =
+            now_ms() + std::min(order_pause_factor * job.slowest_us / 1000, longest_order_pause_ms);
         if (any_done) answer.update(publish(job));
         std::error_code is_published;
         fs::remove_all(job.folder, is_published);

@@ -63,6 +63,7 @@ class Desk {
     const std::uint64_t begun_ms_ = now_ms();
     std::uint64_t spent_us_ = 0;  // on reports of all orders
     std::uint64_t quiet_until_ms_ = 0;
+    std::uint64_t next_reports_ms_ = 0;  // that somebody orders
     std::uint64_t folders_made_ = 0;
     std::uint64_t last_checkpoint_ms_ = 0;
     bool is_last_checkpoint_automatic_ = false;
