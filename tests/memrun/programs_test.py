@@ -4,7 +4,7 @@ import os
 import shutil
 import unittest
 
-from launcher import PYTHON, LauncherTest
+from launcher import PYTHON, SUBJECT, LauncherTest
 
 PYTHON_SCRIPT = """
 import subprocess, threading
@@ -78,6 +78,35 @@ class Programs(LauncherTest):
             with self.subTest(script=script):
                 self.compare(shell(script), least_bytes, "--follow-children")
         self.assertEqual(len(list(self.reports.glob("mem_tbb_fileline.sh.cc1plus.*"))), 1)
+
+    def test_programs_that_put_another_in_their_place(self):
+        (self.folder / "wrapper").write_text("#!/usr/bin/env bash\nset -e\nx=$(echo 1)\nexec \"$@\"\n")
+        (self.folder / "wrapper").chmod(0o755)
+        call = ("import ctypes, os\nprogram, held = ctypes.CDLL(None), bytearray(1 << 20)\n"
+                "subject = os.environb[b'SUBJECT']\nlist = (ctypes.c_char_p * 3)(subject, b'leak')\n"
+                "none, folder = ctypes.c_void_p(), os.open('/', os.O_PATH)\nprogram.")
+        calls = ("execv(subject, list)", "execvp(b'memrun_subject', list)", "execve(subject, list, none)",
+                 "execvpe(b'memrun_subject', list, none)", "execl(subject, subject, b'leak', none)",
+                 "execlp(b'memrun_subject', subject, b'leak', none)", "execle(subject, subject, b'leak', none, none)",
+                 "fexecve(os.open(subject, os.O_RDONLY), list, none)", "execveat(folder, subject, list, none, 0)",
+                 "execveat(os.open(subject, os.O_RDONLY), b'', list, none, 0x1000)")
+        settings = {**os.environ, "SUBJECT": SUBJECT, "PATH": os.path.dirname(SUBJECT) + ":" + os.environ["PATH"]}
+        for command in (*((PYTHON, "-c", call + one) for one in calls), ("./wrapper", "./wrapper", SUBJECT, "leak")):
+            with self.subTest(command=command[-1]):
+                result = self.run_tracked("--force", "--name", "x", "--", *command, env=settings)
+                self.assertEqual((result.returncode, result.stdout), (7, b""), result.stderr)
+                held = [row["Current blocks"] for row in self.rows("mem_tbb_fileline.x.log") if "hold(" in row["Function"]]
+                self.assertEqual(held, ["3"])
+                self.assertEqual(len(list(self.reports.glob("mem_tbb_*"))), 6)
+        # The environment is what the program made it; a child, a program that is not there and one that cannot be tracked.
+        script = ("import os, subprocess\nprint(subprocess.run('env').returncode, flush=True)\n"
+                  "os.environ.update(LD_PRELOAD='libm.so.6', VELDRIN_MEM_PROFILE_ALL='0')\n"
+                  "try: os.execv('/none', ['none'])\nexcept FileNotFoundError: os.execvp('env', ['env'])\n")
+        self.compare((PYTHON, "-c", script), 1000)
+        result = self.run_tracked("--force", "sh", "-c", "exec /sbin/ldconfig --version")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(self.report_kinds(), {"call_paths"})
+
     def test_libraries_that_allocate_in_constructors(self):
         script = ("import ctypes, os\n"
                   "linked, opened = ctypes.CDLL(None), ctypes.CDLL('./copy.so', os.RTLD_NOW | os.RTLD_DEEPBIND)\n"

@@ -76,6 +76,7 @@ Ending track(const Options& options) {
     link::Server server(loop);
     names::NameService names(loop, options.name_cache ? names::default_cache_folder() : std::string(),
                              options.debuginfod);
+    server.judge_successors_by(is_trackable);
     server.add(names);
     control::Followed followed;
     server.add(followed);

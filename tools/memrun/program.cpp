@@ -77,4 +77,12 @@ Program find_program(const std::vector<std::string>& command) {
     return {path, whole_path(tracked)};
 }
 
+bool is_trackable(const std::string& path) {
+    try {
+        return std::filesystem::is_regular_file(path) && why_not_trackable(tracked_executable(path)).empty();
+    } catch (const std::exception&) {  // such as an interpreter that is not there
+        return false;
+    }
+}
+
 }  // namespace memrun

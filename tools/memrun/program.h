@@ -15,4 +15,7 @@ struct Program {
 // Throws Failure: 127 when there is no such file, 126 with the reason when it cannot run or not be tracked.
 Program find_program(const std::vector<std::string>& command);
 
+// Whether what runs the file, itself or the interpreter of a script, can be tracked.
+bool is_trackable(const std::string& path);
+
 }  // namespace memrun

@@ -51,8 +51,9 @@ std::string why_no_reports(const Ending& ending) {
         return "No reports: " + signal_text(signo) +
                " ended the program at once, before they could be written.";
     }
-    return "No reports: the program put another one in its place by exec (--follow-children tracks that one, "
-           "too), left without its exit actions, or could no longer write to the folder.";
+    return "No reports: the program put one in its place by exec that cannot be tracked, left without its "
+           "exit "
+           "actions, or could no longer write to the folder.";
 }
 
 // Empty when there are figures to read.

@@ -18,6 +18,7 @@
 #include "tools/memrun/agent/end_signals.h"
 #include "tools/memrun/agent/failed_allocations.h"
 #include "tools/memrun/agent/guarded_code.h"
+#include "tools/memrun/agent/inheritance.h"
 #include "tools/memrun/agent/launcher_link.h"
 #include "tools/memrun/agent/mappings.h"
 #include "tools/memrun/agent/note.h"
@@ -77,6 +78,7 @@ void start() {
     if (!orders.given) return;
     hold_library();
     if (orders.is_starter) return;
+    if (orders.has_heir) keep_inheritance(orders);
     restore_environment(orders.follow);
     begin_note(orders);
     join_launcher(orders);

@@ -26,7 +26,7 @@ int open_note(const Orders& orders, int flags) {
 
 void begin_note(Orders& orders) {
     const std::size_t length = std::strlen(orders.word);
-    int fd = open_note(orders, O_CREAT | O_EXCL);
+    int fd = open_note(orders, O_CREAT | (orders.is_heir ? O_TRUNC : O_EXCL));
     for (int number = 2; fd < 0 && errno == EEXIST && number < 1000; ++number) {
         std::snprintf(orders.word + length, sizeof orders.word - length, ".%d", number);
         fd = open_note(orders, O_CREAT | O_EXCL);

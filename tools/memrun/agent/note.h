@@ -5,7 +5,8 @@
 
 namespace memrun::agent {
 
-// Makes the note of this process. When another process took the word already, the word gets a number.
+// Makes the note of this process. When another process took the word already, the word gets a number; an heir
+// has its predecessor's note.
 void begin_note(Orders& orders);
 
 // Appends one line to it. False when it cannot be opened, as in a process that gave up its rights to the

@@ -38,6 +38,16 @@ void choose_word(Orders& orders, bool is_launched) {
                       static_cast<int>(orders.owner));
 }
 
+// Only the first program of the launched process is told which one is to be tracked.
+void choose_role(Orders& orders, bool is_launched_process) {
+    const char* wanted = std::getenv(program_variable);
+    const bool is_wanted = wanted != nullptr && std::strcmp(wanted, orders.program) == 0;
+    orders.is_starter = is_launched_process && wanted != nullptr && !is_wanted;
+    orders.has_heir = is_launched_process && !orders.follow && !orders.is_starter;
+    orders.is_heir = orders.has_heir && !is_wanted;
+    choose_word(orders, is_launched_process && (is_wanted || orders.is_heir));
+}
+
 }  // namespace
 
 Orders read_orders() {
@@ -52,12 +62,13 @@ Orders read_orders() {
     orders.mappings = is_set(mappings_variable);
     std::snprintf(orders.dir, sizeof orders.dir, "%s", dir);
     read_executable(orders);
-    const char* wanted = std::getenv(program_variable);
-    const bool is_first = std::atoi(pid) == orders.owner && wanted != nullptr;
-    const bool is_launched = is_first && std::strcmp(wanted, orders.program) == 0;
-    orders.is_starter = is_first && !is_launched;
-    choose_word(orders, is_launched);
+    choose_role(orders, std::atoi(pid) == orders.owner);
     return orders;
+}
+
+bool is_launchers(std::string_view entry) {
+    if (entry.starts_with(saved_prefix)) return false;
+    return entry.starts_with(own_prefix) || is_governed(name_of(entry));
 }
 
 void restore_environment(bool follow) {
@@ -68,7 +79,7 @@ void restore_environment(bool follow) {
             if (name_of(text) != program_variable) *kept++ = *entry;
         } else if (text.starts_with(saved_prefix)) {
             *kept++ = *entry + saved_prefix.size();
-        } else if (!text.starts_with(own_prefix) && !is_governed(name_of(text))) {
+        } else if (!is_launchers(text)) {
             *kept++ = *entry;
         }
     }

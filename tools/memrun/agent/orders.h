@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <climits>
+#include <string_view>
 
 namespace memrun::agent {
 
@@ -11,6 +12,8 @@ namespace memrun::agent {
 struct Orders {
     bool given = false;       // a launcher is there
     bool is_starter = false;  // this process only starts the program that is to be tracked, as `env` does
+    bool has_heir = false;    // a program that takes this one's place by exec is tracked under the same word
+    bool is_heir = false;     // this one took the place of a tracked one
     bool follow = false;
     bool log = false;
     bool mappings = false;
@@ -22,6 +25,9 @@ struct Orders {
 
 // Reads the launcher's variables of this process.
 Orders read_orders();
+
+// The launcher's own variables and those that it governs, which the program does not see.
+bool is_launchers(std::string_view entry);
 
 // Gives the program the environment that it would have without the launcher; a process whose children are
 // followed keeps it, but for the word on which program was asked for. Allocates nothing.

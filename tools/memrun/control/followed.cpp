@@ -42,6 +42,8 @@ void Followed::on_arrival(const link::Guest& guest, link::Greeting&) {
     if (const int region = guest.greeting.find(link::ShareKind::call_paths); region >= 0)
         process->call_paths = fcntl(region, F_DUPFD_CLOEXEC, 0);
     const std::lock_guard guard(mutex_);
+    // What a program held is gone once the one that took its place writes the same files.
+    std::erase_if(ended_, [&](const auto& former) { return former->word == process->word; });
     running_.push_back(std::move(process));
 }
 

@@ -31,4 +31,16 @@ bool greet_launcher(const char* folder, Greeting& mine, void (*take)(const Greet
     return is_answered;
 }
 
+bool is_trackable(const char* folder, int file) {
+    const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    Greeting question;
+    Greeting answer;
+    question.pid = getpid();
+    question.add(ShareKind::successor, file);
+    const bool is_answered = connection >= 0 && talk(connection, folder, question, answer);
+    close_shares(answer);
+    if (connection >= 0) close(connection);
+    return is_answered && answer.word[0] != 0;
+}
+
 }  // namespace memrun::link

@@ -10,4 +10,8 @@ namespace memrun::link {
 // must be mapped by `take`, which is given its greeting. False when nobody answers. Allocates nothing.
 bool greet_launcher(const char* folder, Greeting& mine, void (*take)(const Greeting& answer));
 
+// Whether the launcher that serves the folder can track the executable file or script `file`. False when
+// nobody answers. Safe in a signal handler.
+bool is_trackable(const char* folder, int file);
+
 }  // namespace memrun::link

@@ -1,7 +1,6 @@
 // What launcher and agent say to each other over their socket: one greeting of each side, with shared memory.
 //
-// Nothing here allocates. Failures are told by the result alone; errno is not kept.
-// does.
+// Nothing here allocates. The result alone tells of failures; errno is not kept.
 #pragma once
 
 #include <sys/types.h>
@@ -25,6 +24,7 @@ enum class ShareKind : std::uint32_t {
     call_paths = 2,  // of the process: its call paths
     control = 3,     // of the process: orders and figures
     names_bell = 4,  // of the launcher: rung by who asks
+    successor = 5,   // of the process: no memory, but the file that is to take its place by exec
 };
 
 struct Share {

@@ -54,6 +54,10 @@ void Server::welcome(int connection) {
     Guest guest;
     limit_waits(connection);
     if (!is_own_peer(connection, guest.pid) || !receive_greeting(connection, guest.greeting)) return;
+    if (guest.greeting.find(ShareKind::successor) >= 0) {
+        judge_successor(connection, guest.greeting);
+        return;
+    }
     guest.word = guest.greeting.word;
     see_off_former(guest.pid);
     const auto pidfd = static_cast<int>(syscall(SYS_pidfd_open, guest.pid, 0));
@@ -67,6 +71,15 @@ void Server::welcome(int connection) {
     }
     guests_[pidfd] = std::move(guest);
     loop_.watch(pidfd, [this, pidfd] { see_off(pidfd); });
+}
+
+// A word in the answer means yes.
+void Server::judge_successor(int connection, Greeting& question) const {
+    const std::string path = "/proc/self/fd/" + std::to_string(question.find(ShareKind::successor));
+    Greeting answer;
+    answer.word[0] = judge_ && judge_(path) ? 'y' : 0;
+    send_greeting(connection, answer);
+    close_shares(question);
 }
 
 // A process that became another program greets again.

@@ -1,8 +1,10 @@
 // The launcher's end of the link: tracked processes come, are served, and end.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/memrun/link/event_loop.h"
@@ -41,6 +43,11 @@ class Server {
     // Before the loop starts. The service must live as long as the server.
     void add(Service& service) { services_.push_back(&service); }
 
+    // Who answers whether an executable file can be tracked. Called on the serving thread.
+    void judge_successors_by(std::function<bool(const std::string& path)> judge) {
+        judge_ = std::move(judge);
+    }
+
     // Gives the socket its place in the folder. Without it no agent finds the launcher, and all goes on
     // without a link; the agents' words tell.
     void listen_in(const std::string& folder) const;
@@ -51,12 +58,14 @@ class Server {
   private:
     void accept_one();
     void welcome(int socket);
+    void judge_successor(int socket, Greeting& question) const;
     void see_off_former(pid_t pid);
     void see_off(int pidfd);
 
     EventLoop& loop_;
     int socket_;
     std::vector<Service*> services_;
+    std::function<bool(const std::string& path)> judge_;
     std::map<int, Guest> guests_;  // by the descriptor that tells their end
 };
 
