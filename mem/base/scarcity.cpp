@@ -20,6 +20,19 @@ constinit std::atomic<int> parts_left{0};
 constexpr std::size_t room_to_go_on = std::size_t{4} << 20;
 constexpr std::size_t largest_sample = std::size_t{1} << 20;
 
+// Tables in many parts grow by little and often: one question covers several small pieces.
+constexpr std::size_t largest_small_piece = std::size_t{64} << 10;
+constexpr std::size_t room_for_small_pieces = std::size_t{1} << 20;
+constinit std::atomic<std::size_t> small_room_left{0};
+
+bool take_small_room(std::size_t bytes) {
+    std::size_t left = small_room_left.load(std::memory_order_relaxed);
+    do {
+        if (bytes > largest_small_piece || bytes > left) return false;
+    } while (!small_room_left.compare_exchange_weak(left, left - bytes, std::memory_order_relaxed));
+    return true;
+}
+
 }  // namespace
 
 void mem_hold_reserve() {
@@ -51,12 +64,15 @@ void mem_release_reserve() {
 }
 
 bool mem_has_room_for(std::size_t bytes) {
-    void* const room = map_memory(bytes + room_to_go_on);
+    if (take_small_room(bytes)) return true;
+    const std::size_t asked = bytes + room_for_small_pieces + room_to_go_on;
+    void* const room = map_memory(asked);
     if (room == nullptr) {
         mem_memory_is_scarce = true;
         return false;
     }
-    unmap_memory(room, bytes + room_to_go_on);
+    unmap_memory(room, asked);
+    small_room_left.store(room_for_small_pieces, std::memory_order_relaxed);
     return true;
 }
 

@@ -24,7 +24,7 @@ bool mem_spend_reserve();
 void mem_release_reserve();
 
 // Whether the system would give so many bytes now, and as much again as the tracker needs to go on. Makes two
-// system calls. When not, memory is scarce from now on.
+// system calls; of small pieces only one in many does. When not, memory is scarce from now on.
 bool mem_has_room_for(std::size_t bytes);
 
 // The same for one sample of the timelines.
