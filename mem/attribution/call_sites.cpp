@@ -31,7 +31,7 @@ MEM_CALL_SITE_TEXT mem_name_call_site(std::uint64_t pc) {
     MEM_CALL_SITE_TEXT text;
     MEM_STACK_FRAME& frame = text.frame;
     frame.pc = pc;
-    mem_require(mem_tbb_symbolizer != nullptr, "symbolizer", __LINE__);
+    mem_require(mem_tbb_symbolizer != nullptr, mem_conditions::symbolizer_serves);
     mem_tbb_symbolizer->get_module_name(pc, frame);
     if (mem_module_is_filtered(frame.module)) return text;
     std::vector<MEM_STACK_FRAME> further_frames;

@@ -33,7 +33,7 @@ void mem_choose_symbolizer(bool announce) {
     mem_tbb_symbolizer = find_symbolizer(word);
     if (mem_tbb_symbolizer == nullptr) {
         mem_tbb_symbolizer = find_symbolizer("default");
-        mem_require(mem_tbb_symbolizer != nullptr, "mem_tbb_symbolizer", 2832);
+        mem_require(mem_tbb_symbolizer != nullptr, mem_conditions::symbolizer_exists);
         mem_msg_debug("Couldn't find symbolizer \"%s\".  Using default symbolizer \"%s\"\n", word.c_str(),
                       mem_tbb_symbolizer->get_name());
     }

@@ -31,8 +31,8 @@ void MEM_CATS_AND_MICE::wait_for_cats() {
 }
 
 void MEM_CATS_AND_MICE::report_broken_mouse() const {
-    mem_require(cats() == 0, "cats == 0", 907);
-    mem_require(false, "mice >= 0", 908);
+    mem_require(cats() == 0, mem_conditions::no_cat_beside_mouse);
+    mem_require(false, mem_conditions::mouse_was_inside);
 }
 
 bool MEM_CATS_AND_MICE::no_mouse_inside() const {
@@ -54,7 +54,7 @@ void MEM_CATS_AND_MICE::enter_cat() {
     MEM_BACK_OFF back_off;
     while (!try_enter_cat()) back_off.wait();
     cat_word.fetch_sub(1, std::memory_order_seq_cst);
-    mem_require(cats_approaching() >= 0, "catsApproaching >= 0", 934);
+    mem_require(cats_approaching() >= 0, mem_conditions::cat_was_approaching);
 }
 
 void MEM_CATS_AND_MICE::leave_cat() {
@@ -63,6 +63,6 @@ void MEM_CATS_AND_MICE::leave_cat() {
     if (before >= cat_inside) return;
     // Nobody had entered. While a cat is inside, stripes are counted by mice that step back, so that only
     // here their sum tells of a mouse inside.
-    mem_require(mice() == 0, "mice == 0", 900);
-    mem_require(false, "cats == 0", 901);
+    mem_require(mice() == 0, mem_conditions::no_mouse_beside_cat);
+    mem_require(false, mem_conditions::cat_was_alone);
 }

@@ -27,8 +27,8 @@ inline bool mem_tbb_tracker_has_ended() {
 }
 
 // For operations that need the tables: an internal error before the start, false after the end.
-inline bool mem_tbb_tracker_serves(int line) {
+inline bool mem_tbb_tracker_serves(const MEM_CONDITION& started) {
     const MEM_TRACKER_PHASE phase = mem_tbb_tracker_phase.load(std::memory_order_acquire);
-    mem_require(phase != MEM_TRACKER_PHASE::not_started, "mem_tbb_tracker_is_inited()", line);
+    mem_require(phase != MEM_TRACKER_PHASE::not_started, started);
     return phase == MEM_TRACKER_PHASE::started;
 }

@@ -32,7 +32,7 @@ constexpr std::uint32_t executable_path_size = 260;
 std::string executable_stem() {
     char path[executable_path_size] = {};
     const std::uint32_t length = GetModuleFileNameA(nullptr, path, executable_path_size);
-    mem_require(length != 0, "GetModuleFileName(NULL, szRawPath, MAX_PATH)", 4064);
+    mem_require(length != 0, mem_conditions::executable_has_a_name);
     return boost::filesystem::path(path).stem().string();
 }
 

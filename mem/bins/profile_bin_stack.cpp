@@ -31,11 +31,11 @@ std::uint32_t MEM_PROFILE_BIN_STACK::id_of(const std::string& name) {
 
 void MEM_PROFILE_BIN_STACK::pop() {
     m_pb_id_stack.pop_back();
-    mem_require(!m_pb_id_stack.empty(), "!m_pb_id_stack.empty()", __LINE__, mem_profile_bins_source);
+    mem_require(!m_pb_id_stack.empty(), mem_conditions::bin_is_open);
     curr_id.store(m_pb_id_stack.back(), std::memory_order_release);
 }
 
 void MEM_PROFILE_BIN_STACK::pop(const std::string& name) {
-    mem_require(name == get_curr_name(), "name == get_curr_name()", __LINE__, mem_profile_bins_source);
+    mem_require(name == get_curr_name(), mem_conditions::innermost_bin_is_closed);
     pop();
 }

@@ -43,7 +43,7 @@ struct MEASURED {
 
 MEASURED measure(const MEM_PROFILE_BINS& all) {
     const MEM_PROFILE_BIN_FRAME* frame = all.frames;
-    mem_require(frame != nullptr, "!stack.empty()", __LINE__, mem_profile_bins_source);
+    mem_require(frame != nullptr, mem_conditions::bin_frame_is_open);
     const std::int64_t end_bytes = mem_get_global_current().bytes;
     return {frame->start_bytes, end_bytes, mem_exit_local_region(frame->saved_local_peak).bytes};
 }

@@ -127,7 +127,7 @@ void mem_set_report_folder(const std::string& folder) {
 }
 
 std::string mem_report_file_name(const char* prefix) {
-    mem_require(mem_tbb_exe_string != nullptr, "mem_tbb_exe_string != nullptr", __LINE__);
+    mem_require(mem_tbb_exe_string != nullptr, mem_conditions::name_exists);
     return mem_report_path(prefix + *mem_tbb_exe_string + ".log");
 }
 

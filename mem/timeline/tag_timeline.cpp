@@ -11,8 +11,7 @@ namespace {
 
 PB_ID current_bin() {
     const std::uint32_t current_pbin_id = mem_get_profile_bins().bins.get_curr_id();
-    mem_require(current_pbin_id <= std::numeric_limits<PB_ID>::max(),
-                "current_pbin_id <= std::numeric_limits<PB_ID>::max()", __LINE__);
+    mem_require(current_pbin_id <= std::numeric_limits<PB_ID>::max(), mem_conditions::bin_number_fits);
     return static_cast<PB_ID>(current_pbin_id);
 }
 
@@ -23,7 +22,7 @@ void MEM_TAG_TIMELINE::sample() {
     const MEM_GATE_SCOPE alone(tags.gate, MEM_CAT);
     series.bin_series.append(current_bin());
     const std::uint32_t new_num_tags = tags.size();
-    mem_require(new_num_tags >= series.tag_series.size(), "new_num_tags >= old_num_tags", __LINE__);
+    mem_require(new_num_tags >= series.tag_series.size(), mem_conditions::tags_only_come);
     series.tag_series.resize(new_num_tags);
     for (std::uint32_t id = 0; id < new_num_tags; ++id) {
         MEM_TIMELINE& tag = series.tag_series[id];

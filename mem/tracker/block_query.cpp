@@ -6,7 +6,7 @@
 #include "mem/tracker/attribution_stage.h"
 
 bool mem_get_address_tracker(const void* address, MEM_ADDRESS_TRACKER& out) {
-    if (!mem_tbb_tracker_serves(2514)) return false;
+    if (!mem_tbb_tracker_serves(mem_conditions::started_at_block_query)) return false;
     const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
     if (address == nullptr) {
         // Making the record may allocate, inside the gate: that event must not wait at the gate.

@@ -15,8 +15,8 @@ const char* mem_get_tbb_exe_string() {
 }
 
 void mem_set_tbb_exe_string(const char* exe_string) {
-    mem_require(exe_string != nullptr, "exe_string != nullptr", 1724);
+    mem_require(exe_string != nullptr, mem_conditions::name_is_given);
     if (mem_tbb_tracker_has_ended()) return;
-    mem_require(mem_tbb_exe_string != nullptr, "mem_tbb_exe_string != nullptr", 1725);
+    mem_require(mem_tbb_exe_string != nullptr, mem_conditions::name_exists_at_change);
     *mem_tbb_exe_string = exe_string;
 }

@@ -17,7 +17,7 @@
 #include "mem/tracker/whole_change.h"
 
 void mem_reset_tracking_entries() {
-    if (!mem_tbb_tracker_serves(2474)) return;
+    if (!mem_tbb_tracker_serves(mem_conditions::started_at_reset)) return;
     mem_change_wholly([] {
         const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
         mem_address_table->forget_charges();
@@ -32,7 +32,7 @@ void mem_reset_tracking_entries() {
 }
 
 void mem_user_snapshot_tracking_data() {
-    if (!mem_tbb_tracker_serves(1705)) return;
+    if (!mem_tbb_tracker_serves(mem_conditions::started_at_snapshot)) return;
     mem_change_wholly([] {
         mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
         mem_tbb_tag_timeline->sample();

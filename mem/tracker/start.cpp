@@ -74,7 +74,7 @@ void build_tables() {
 
 void choose_unwinder() {
     mem_tbb_unwinder = ERR_UNWINDER::get_default_unwinder();
-    mem_require(mem_tbb_unwinder != nullptr, "mem_tbb_unwinder", 2793);
+    mem_require(mem_tbb_unwinder != nullptr, mem_conditions::unwinder_exists);
     const char* const key = "mem_profile_stack_trace_ignore_depth";
     const std::string configured = mem_cfg_get_value(key);
     if (configured.empty()) return;
