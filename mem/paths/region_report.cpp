@@ -8,6 +8,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "mem/columns/report_columns.h"
+
 namespace {
 
 constexpr std::int64_t MEM_PATH_ROW::*all_figures[] = {&MEM_PATH_ROW::bytes,
@@ -19,9 +21,8 @@ constexpr std::int64_t MEM_PATH_ROW::*all_figures[] = {&MEM_PATH_ROW::bytes,
                                                        &MEM_PATH_ROW::cumulative_blocks,
                                                        &MEM_PATH_ROW::cumulative_requested_bytes,
                                                        &MEM_PATH_ROW::temporary_blocks};
-constexpr const char* figure_titles[] = {
-    "Current bytes",    "Current blocks",    "Current requested bytes",    "Peak bytes",      "Peak blocks",
-    "Cumulative bytes", "Cumulative blocks", "Cumulative requested bytes", "Temporary blocks"};
+constexpr auto figure_columns = mem_report::call_paths.columns.subspan(mem_column::columns_before_figures);
+static_assert(std::size(all_figures) == figure_columns.size());
 
 void add(MEM_PATH_ROW& sum, const MEM_PATH_ROW& row) {
     for (const auto figure : all_figures) sum.*figure += row.*figure;
@@ -60,6 +61,11 @@ class TEXT {
 
     TEXT& text(std::string_view more) {
         pending += more;
+        return *this;
+    }
+    TEXT& titles(std::span<const MEM_COLUMN> columns) {
+        for (const MEM_COLUMN& column : columns)
+            text(&column == columns.data() ? "" : "\t").text(column.title);
         return *this;
     }
     // In a column, whose bounds are tabs and line ends.
@@ -101,7 +107,7 @@ void write_head(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHO
                 std::uint32_t rows) {
     const auto line = [&](const char* key, auto value) { out.text(key).column(value).end_row(); };
     const MEM_PATH_ROW& sums = snapshot.sums;
-    out.text("MEM: Call Paths.\n\nKey\tValue\n");
+    out.text(mem_report::call_paths.title).text("\n\nKey\tValue\n");
     line("Version", mem_path_version);
     line("Events", 2 * sums.cumulative_blocks - sums.blocks);
     line("Depth", region.header->depth);
@@ -109,7 +115,8 @@ void write_head(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHO
     line("Shortened events", snapshot.shortened_events);
     line("Peak event", snapshot.peak_event);
     line("Peak milliseconds", snapshot.peak_ms);
-    for (std::size_t i = 0; i < std::size(all_figures); ++i) line(figure_titles[i], sums.*all_figures[i]);
+    for (std::size_t i = 0; i < std::size(all_figures); ++i)
+        line(figure_columns[i].title, sums.*all_figures[i]);
     out.end_row();
 }
 
@@ -166,7 +173,7 @@ std::vector<std::vector<MEM_PATH_LEVEL>> name_frames(const NUMBERS& numbers, con
 }
 
 void write_frames(TEXT& out, const NUMBERS& numbers, const MEM_PATH_NAMER& name) {
-    out.text("Frame\tLevel\tAddress\tFiltered\tModule\tFile\tLine\tFunction\n");
+    out.titles(mem_column::of_frames).end_row();
     const std::vector<std::vector<MEM_PATH_LEVEL>> named = name_frames(numbers, name);
     for (std::size_t i = 0; i < named.size(); ++i) {
         const std::uint64_t pc = numbers.frames[i].pc;
@@ -195,9 +202,7 @@ void write_site(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_ROW& ro
 
 void write_nodes(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHOT& snapshot,
                  const NUMBERS& numbers) {
-    out.text("Node\tParent\tFrame\tSite");
-    for (const char* title : figure_titles) out.column(std::string_view(title));
-    out.end_row();
+    out.titles(mem_report::call_paths.columns).end_row();
     auto next = snapshot.rows.begin();
     for (std::uint32_t at = 1; at < snapshot.nodes; ++at) {
         if (numbers.of_node[at] == 0) continue;

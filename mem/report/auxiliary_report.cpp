@@ -6,12 +6,9 @@
 void mem_write_auxiliary_report(std::ostream& out, const std::vector<MEM_AUXILIARY_SAMPLE>& samples) {
     const MEM_REPORT_CLOCK clock;
     MEM_REPORT_LINE line;
-    line.text("MEM: TBB Auxiliary Timeline").end_row(out);
+    line.text(mem_report::process.title).end_row(out);
     line.end_row(out);
-    line.text("page_faults\tcommit_charge\tresident\tprofiler_num_allocs\tprofiler_num_deallocs\t")
-        .text("profiler_num_outstanding\tprofiler_requested_total\tprofiler_requested_outstanding\t")
-        .text("profiler_allocated_total\tprofiler_allocated_outstanding")
-        .end_row(out);
+    line.titles(mem_report::process.columns).end_row(out);
     for (const MEM_AUXILIARY_SAMPLE& sample : samples) {
         line.number(sample.page_faults).text("\t").number(sample.commit_charge);
         line.text("\t").number(sample.resident);

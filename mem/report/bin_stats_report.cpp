@@ -5,19 +5,12 @@
 #include "mem/bins/profile_bins.h"
 #include "mem/report/report_line.h"
 
-namespace {
-
-constexpr std::string_view header_in_bytes = "Name\tMax bytes\tPeak bytes\tCumulative bytes\tCurrent bytes";
-constexpr std::string_view header_in_mebibytes = "Name\tMax MiB\tPeak MiB\tCumulative MiB\tCurrent MiB";
-
-}  // namespace
-
-void dump_stats(const MEM_PROFILE_BIN_TABLE& table, std::ostream& out, std::string_view title,
+void dump_stats(const MEM_PROFILE_BIN_TABLE& table, std::ostream& out, const MEM_REPORT& report,
                 MEM_STATS_UNIT unit, const MEM_PROFILE_BIN_STACK& names) {
     const bool in_bytes = unit == MEM_STATS_UNIT::BYTES;
     MEM_REPORT_LINE line;
-    line.text(title).text("\n").end_line(out);
-    line.text(in_bytes ? header_in_bytes : header_in_mebibytes).end_line(out);
+    line.text(report.title).text("\n").end_line(out);
+    line.titles(report.columns).end_line(out);
     const std::uint32_t rows = table.size();
     for (std::uint32_t id = 0; id < rows; ++id) {
         MEM_PROFILE_BIN& row = table.row(id);
@@ -34,16 +27,14 @@ void dump_stats(const MEM_PROFILE_BIN_TABLE& table, std::ostream& out, std::stri
 
 void mem_dump_tag_stats(std::ostream& out, MEM_STATS_UNIT unit) {
     const bool in_bytes = unit == MEM_STATS_UNIT::BYTES;
-    dump_stats(*mem_tbb_tag_table, out,
-               in_bytes ? "Memory Tracking - Profile Tag Stats" : "Memory Tracking - Profile Tag Stats (MiB)",
-               unit, mem_get_profile_bins().tags);
+    dump_stats(*mem_tbb_tag_table, out, in_bytes ? mem_report::tags : mem_report::tags_in_mebibytes, unit,
+               mem_get_profile_bins().tags);
 }
 
 void mem_dump_bin_stats(std::ostream& out, MEM_STATS_UNIT unit) {
     const bool in_bytes = unit == MEM_STATS_UNIT::BYTES;
-    dump_stats(*mem_tbb_bin_table, out,
-               in_bytes ? "Memory Tracking - Profile Bin Stats" : "Memory Tracking - Profile Bin Stats (MiB)",
-               unit, mem_get_profile_bins().bins);
+    dump_stats(*mem_tbb_bin_table, out, in_bytes ? mem_report::bins : mem_report::bins_in_mebibytes, unit,
+               mem_get_profile_bins().bins);
 }
 
 bool mem_dump_tbb_profile_bin_stats_tracking(std::ostream& out) {

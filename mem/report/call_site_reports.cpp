@@ -25,12 +25,6 @@ struct CALL_SITE_ROW {
     bool is_other() const { return frame->pc == 0; }
 };
 
-constexpr const char* fileline_titles =
-    "Address\tCurrent bytes\tMax bytes\tPeak bytes\tCumulative bytes\tCumulative requested bytes\t"
-    "Cumulative mismatched bytes\tCurrent blocks\tMax blocks\tPeak blocks\tCumulative "
-    "blocks\tModule\tFile\tLine\t"
-    "Function";
-
 // The counters of all records at one moment: events wait while they are copied, and go on while they are
 // sorted and written. The texts never change, so rows point at them; `held` keeps a reset from taking them
 // away.
@@ -110,6 +104,10 @@ void add_maxima(SUBSYSTEMS& sums) {
     });
 }
 
+bool is_maximum(const MEM_COLUMN& column) {
+    return column.key == std::string_view(mem_column::max.key);
+}
+
 void write_subsystem_row(std::ostream& out, MEM_REPORT_LINE& line, const std::string& module,
                          const MEMORY_TRACKER_BASE& sum, bool with_maxima) {
     line.text(module.empty() ? "OTHER" : module).text("\t").number(sum.current_bytes);
@@ -138,10 +136,10 @@ bool mem_dump_tbb_fileline_tracking(std::ostream& out) {
     const MEM_LOCKED_CALL_SCOPE not_an_event;
     const MEM_REPORT_CLOCK clock;
     MEM_REPORT_LINE line;
-    line.text("MEM: TBB Fileline Tracking Memory Snapshot. [at index ");
+    line.text(mem_report::call_sites.title).text(" [at index ");
     line.number(std::uint64_t{mem_tbb_peak_timeline_index}).text("]").end_row(out);
     line.end_row(out);
-    line.text(fileline_titles).end_row(out);
+    line.titles(mem_report::call_sites.columns).end_row(out);
     write_fileline_rows(out, line);
     line.text(clock.trailer()).end_row(out);
     return true;
@@ -155,13 +153,11 @@ bool mem_dump_tbb_subsystem_tracking(std::ostream& out) {
     SUBSYSTEMS sums = sum_by_module();
     if (with_maxima) add_maxima(sums);
     MEM_REPORT_LINE line;
-    line.text("MEM: TBB Subsystem Tracking Memory Snapshot.").end_row(out);
+    line.text(mem_report::modules.title).end_row(out);
     line.end_row(out);
-    line.text("Subsystem\tCurrent bytes\t").text(with_maxima ? "Max bytes\t" : "");
-    line.text(
-            "Peak bytes\tCumulative bytes\tCumulative requested bytes\tCumulative mismatched bytes\t"
-            "Current blocks\tPeak blocks\tCumulative blocks")
-        .end_row(out);
+    std::vector<MEM_COLUMN> columns(mem_report::modules.columns.begin(), mem_report::modules.columns.end());
+    if (!with_maxima) std::erase_if(columns, [](const MEM_COLUMN& column) { return is_maximum(column); });
+    line.titles(columns).end_row(out);
     write_subsystem_rows(out, line, sums, with_maxima);
     line.text(clock.trailer()).end_row(out);
     return true;

@@ -11,14 +11,14 @@ void mem_write_clock_report(std::ostream& out, const MEM_CLOCK_HEAD& head,
                             const std::vector<MEM_SAMPLE_TIME>& times) {
     const MEM_REPORT_CLOCK clock;
     MEM_REPORT_LINE line;
-    line.text("MEM: Clock.").end_line(out);
+    line.text(mem_report::clock.title).end_line(out);
     line.end_line(out);
     line.text("Start\t").number(head.start / 1000).text(".");
     line.text(std::to_string(1000 + head.start % 1000).substr(1)).end_line(out);
     line.text("Process\t").number(head.process).end_line(out);
     line.text("Parent\t").number(head.parent).end_line(out);
     line.end_line(out);
-    line.text("Sample\tMilliseconds\tEvent").end_line(out);
+    line.titles(mem_report::clock.columns).end_line(out);
     std::uint64_t sample = 0;
     for (const MEM_SAMPLE_TIME& time : times)
         line.number(sample++)

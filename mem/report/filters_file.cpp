@@ -20,7 +20,7 @@ void write_row(std::ostream& out, std::uint64_t pc, const MEM_STACK_FRAME& frame
 }  // namespace
 
 void mem_write_filters_file() {
-    OUTPUT_STREAM out(mem_report_file_name("mem_tbb_filters.").c_str());
+    OUTPUT_STREAM out(mem_report_file_name("filters").c_str());
     if (!out) {
         std::cerr << "unable to create VMP filters file" << std::endl;
         return;

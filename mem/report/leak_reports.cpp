@@ -13,6 +13,7 @@
 #include "mem/base/internal_error.h"
 #include "mem/base/stats.h"
 #include "mem/base/tracking_word.h"
+#include "mem/columns/report_columns.h"
 #include "mem/report/report_files.h"
 #include "platform/output_file.h"
 #include "platform/shared_log.h"
@@ -65,11 +66,11 @@ std::string fast_block() {
 
 void mem_dump_tbb_leak_tracking() {
     const std::vector<LEAK> leaks = leaks_by_size();
-    const std::string usual_name = mem_report_file_name("mem_tbb_leak_warning.");
+    const std::string usual_name = mem_report_file_name(mem_report::leaks.kind);
     OUTPUT_STREAM out((in_za_mode() ? mem_report_path(za_log) : usual_name).c_str());
     if (!out) return;
     out.imbue(std::locale::classic());  // whatever the host has set for all streams
-    out << "MEM: TBB Leak Checking Summary." << std::endl << std::endl;
+    out << mem_report::leaks.title << std::endl << std::endl;
     std::int64_t total = 0;
     for (const LEAK& leak : leaks) {
         if (leak.frame->pc == 0) continue;  // what could not be attributed is no one's leak

@@ -10,6 +10,7 @@
 #include "mem/base/internal_error.h"
 #include "mem/base/tracking_word.h"
 #include "mem/bins/timeline_labels.h"
+#include "mem/columns/report_columns.h"
 #include "mem/report/auxiliary_report.h"
 #include "mem/report/bin_stats_report.h"
 #include "mem/report/clock_report.h"
@@ -38,46 +39,46 @@ std::string& report_folder() {
 }
 
 // A file that cannot be opened leaves its stream failed: the report runs against it and no text arrives.
-OUTPUT_STREAM open_report(const char* prefix) {
-    return OUTPUT_STREAM(mem_report_file_name(prefix).c_str());
+OUTPUT_STREAM open_report(const MEM_REPORT& report) {
+    return OUTPUT_STREAM(mem_report_file_name(report.kind).c_str());
 }
 
 void write_call_sites() {
-    OUTPUT_STREAM fileline = open_report("mem_tbb_fileline.");
+    OUTPUT_STREAM fileline = open_report(mem_report::call_sites);
     mem_dump_tbb_fileline_tracking(fileline);
-    OUTPUT_STREAM subsystem = open_report("mem_tbb_subsystem.");
+    OUTPUT_STREAM subsystem = open_report(mem_report::modules);
     mem_dump_tbb_subsystem_tracking(subsystem);
 }
 
 void write_call_paths() {
-    OUTPUT_STREAM out = open_report("mem_tbb_call_paths.");
+    OUTPUT_STREAM out = open_report(mem_report::call_paths);
     if (out) mem_dump_tbb_call_paths_tracking(out);
 }
 
 void write_auxiliary() {
     mem_tbb_auxiliary_timeline->capture();
-    OUTPUT_STREAM out = open_report("mem_tbb_auxiliary_timeline.");
+    OUTPUT_STREAM out = open_report(mem_report::process);
     if (out) dump_auxiliary_timeline(out);
 }
 
 void write_modules() {
     mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
-    OUTPUT_STREAM plain = open_report("mem_tbb_timeline.");
-    OUTPUT_STREAM detailed = open_report("mem_tbb_timeline_detailed.");
+    OUTPUT_STREAM plain = open_report(mem_report::module_timeline);
+    OUTPUT_STREAM detailed = open_report(mem_report::module_timeline_detailed);
     mem_dump_module_timelines(plain, detailed, MEM_MODULE_VALUE::CURRENT_BYTES);
-    OUTPUT_STREAM blocks_plain = open_report("mem_tbb_cumulative_blocks_timeline.");
-    OUTPUT_STREAM blocks_detailed = open_report("mem_tbb_cumulative_blocks_timeline_detailed.");
+    OUTPUT_STREAM blocks_plain = open_report(mem_report::blocks_timeline);
+    OUTPUT_STREAM blocks_detailed = open_report(mem_report::blocks_timeline_detailed);
     mem_dump_module_timelines(blocks_plain, blocks_detailed, MEM_MODULE_VALUE::CUMULATIVE_BLOCKS);
 }
 
 void write_bins_and_tags() {
     mem_tbb_tag_timeline->sample();
     boost::iostreams::stream<boost::iostreams::null_sink> discarded{boost::iostreams::null_sink()};
-    OUTPUT_STREAM detailed = open_report("mem_tbb_pbin_tag_timeline_detailed.");
-    OUTPUT_STREAM tags = open_report("mem_tbb_pbin_tag_stats.");
-    OUTPUT_STREAM tags_mb = open_report("mem_tbb_pbin_tag_stats_mb.");
-    OUTPUT_STREAM bins = open_report("mem_tbb_pbin_stats.");
-    OUTPUT_STREAM bins_mb = open_report("mem_tbb_pbin_stats_mb.");
+    OUTPUT_STREAM detailed = open_report(mem_report::tag_timeline);
+    OUTPUT_STREAM tags = open_report(mem_report::tags);
+    OUTPUT_STREAM tags_mb = open_report(mem_report::tags_in_mebibytes);
+    OUTPUT_STREAM bins = open_report(mem_report::bins);
+    OUTPUT_STREAM bins_mb = open_report(mem_report::bins_in_mebibytes);
     mem_dump_tag_timeline(discarded, detailed);
     mem_dump_tag_stats(tags, MEM_STATS_UNIT::BYTES);
     mem_dump_tag_stats(tags_mb, MEM_STATS_UNIT::MEBIBYTES);
@@ -88,13 +89,13 @@ void write_bins_and_tags() {
 // With the sample that the shut-down takes.
 void write_clock() {
     mem_tbb_sample_clock->note(mem_events_numbered());
-    OUTPUT_STREAM out = open_report("mem_tbb_clock.");
+    OUTPUT_STREAM out = open_report(mem_report::clock);
     if (out) mem_dump_sample_clock(out);
 }
 
 void write_resident() {
     mem_note_resident_now();
-    OUTPUT_STREAM out = open_report("mem_tbb_resident.");
+    OUTPUT_STREAM out = open_report(mem_report::resident);
     if (out) mem_dump_resident_timeline(out);
 }
 
@@ -126,9 +127,9 @@ void mem_set_report_folder(const std::string& folder) {
     report_folder() = folder;
 }
 
-std::string mem_report_file_name(const char* prefix) {
+std::string mem_report_file_name(const char* kind) {
     mem_require(mem_tbb_exe_string != nullptr, mem_conditions::name_exists);
-    return mem_report_path(prefix + *mem_tbb_exe_string + ".log");
+    return mem_report_path(std::string("mem_tbb_") + kind + "." + *mem_tbb_exe_string + ".log");
 }
 
 void mem_write_report_files() {

@@ -12,9 +12,9 @@ extern constinit std::mutex mem_report_mutex;
 std::string mem_report_path(const std::string& file_name);
 void mem_set_report_folder(const std::string& folder);  // empty: the current directory
 
-// The path of prefix, the executable string, ".log". Without an executable string there is no name: an
-// internal error.
-std::string mem_report_file_name(const char* prefix);
+// The path of mem_tbb_KIND.WORD.log, where the word is the executable string. Without one there is no name:
+// an internal error.
+std::string mem_report_file_name(const char* kind);
 
 // Writes every file that the report flags and the word ask for. The caller holds the gate.
 void mem_write_report_files();

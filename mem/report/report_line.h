@@ -5,14 +5,23 @@
 #include <charconv>
 #include <concepts>
 #include <ostream>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include "mem/columns/report_columns.h"
 
 class MEM_REPORT_LINE {
   public:
     MEM_REPORT_LINE& text(std::string_view more) {
         line += more;
+        return *this;
+    }
+    // Tabs in between.
+    MEM_REPORT_LINE& titles(std::span<const MEM_COLUMN> columns) {
+        for (const MEM_COLUMN& column : columns)
+            text(&column == columns.data() ? "" : "\t").text(column.title);
         return *this;
     }
     MEM_REPORT_LINE& number(std::integral auto value) { return append(value); }

@@ -7,32 +7,34 @@
 namespace {
 
 struct PART {
-    const char* title;
     std::int64_t MEM_RESIDENT_PARTS::*field;
     bool needs_mappings;  // known at full points only
 };
 
+// In the order of the columns.
 constexpr PART parts[] = {
-    {"Resident", &MEM_RESIDENT_PARTS::resident, false},
-    {"Blocks", &MEM_RESIDENT_PARTS::blocks, false},
-    {"Rounding", &MEM_RESIDENT_PARTS::rounding, true},
-    {"Unknown blocks", &MEM_RESIDENT_PARTS::unknown_blocks, false},
-    {"Tracker blocks", &MEM_RESIDENT_PARTS::tracker_blocks, false},
-    {"Kept by threads", &MEM_RESIDENT_PARTS::kept_by_threads, false},
-    {"Kept in between", &MEM_RESIDENT_PARTS::kept_in_between, false},
-    {"Kept free", &MEM_RESIDENT_PARTS::kept_free, false},
-    {"Allocator tables", &MEM_RESIDENT_PARTS::allocator_tables, false},
-    {"Never touched", &MEM_RESIDENT_PARTS::never_touched, true},
-    {"Tracker mappings", &MEM_RESIDENT_PARTS::tracker_mappings, true},
-    {"Stacks", &MEM_RESIDENT_PARTS::stacks, true},
-    {"Code", &MEM_RESIDENT_PARTS::code, true},
-    {"Module data", &MEM_RESIDENT_PARTS::module_data, true},
-    {"Files", &MEM_RESIDENT_PARTS::files, true},
-    {"Shared memory", &MEM_RESIDENT_PARTS::shared_memory, true},
-    {"Anonymous", &MEM_RESIDENT_PARTS::anonymous, true},
-    {"Unexplained", &MEM_RESIDENT_PARTS::unexplained, true},
-    {"Given back", &MEM_RESIDENT_PARTS::given_back, false},
+    {&MEM_RESIDENT_PARTS::resident, false},
+    {&MEM_RESIDENT_PARTS::blocks, false},
+    {&MEM_RESIDENT_PARTS::rounding, true},
+    {&MEM_RESIDENT_PARTS::unknown_blocks, false},
+    {&MEM_RESIDENT_PARTS::tracker_blocks, false},
+    {&MEM_RESIDENT_PARTS::kept_by_threads, false},
+    {&MEM_RESIDENT_PARTS::kept_in_between, false},
+    {&MEM_RESIDENT_PARTS::kept_free, false},
+    {&MEM_RESIDENT_PARTS::allocator_tables, false},
+    {&MEM_RESIDENT_PARTS::never_touched, true},
+    {&MEM_RESIDENT_PARTS::tracker_mappings, true},
+    {&MEM_RESIDENT_PARTS::stacks, true},
+    {&MEM_RESIDENT_PARTS::code, true},
+    {&MEM_RESIDENT_PARTS::module_data, true},
+    {&MEM_RESIDENT_PARTS::files, true},
+    {&MEM_RESIDENT_PARTS::shared_memory, true},
+    {&MEM_RESIDENT_PARTS::anonymous, true},
+    {&MEM_RESIDENT_PARTS::unexplained, true},
+    {&MEM_RESIDENT_PARTS::given_back, false},
 };
+
+static_assert(std::size(parts) == std::size(mem_column::of_resident) - mem_column::columns_before_parts);
 
 void write_limit(std::ostream& out, const char* name, std::uint64_t limit) {
     MEM_REPORT_LINE line;
@@ -63,14 +65,12 @@ void mem_write_resident_report(std::ostream& out, const std::vector<MEM_RESIDENT
                                const MEM_RESIDENT_LIMITS& limits) {
     const MEM_REPORT_CLOCK clock;
     MEM_REPORT_LINE line;
-    line.text("MEM: Resident Memory.").end_row(out);
+    line.text(mem_report::resident.title).end_row(out);
     line.end_row(out);
     write_limit(out, "Limit of the cgroup", limits.cgroup);
     write_limit(out, "Limit of the address space", limits.address_space);
     line.end_row(out);
-    line.text("Milliseconds\tEvent\tPoint");
-    for (const PART& part : parts) line.text("\t").text(part.title);
-    line.end_row(out);
+    line.titles(mem_report::resident.columns).end_row(out);
     for (const MEM_RESIDENT_POINT& point : points) write_point(out, point);
     line.text(clock.trailer()).end_row(out);
 }

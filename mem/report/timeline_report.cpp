@@ -96,8 +96,8 @@ bool dump_timeline(std::ostream& plain, std::ostream& detailed,
     FORM plain_form(plain, by_rank.first(summed_up), by_rank.subspan(summed_up), true);
     FORM detailed_form(detailed, {}, all, false);
 
-    plain_form.write_header("MEM: TBB Module Tracking Memory Timeline.");
-    detailed_form.write_header("MEM: TBB Module Tracking Detailed Memory Timeline.");
+    plain_form.write_header(mem_report::plain_timeline_title);
+    detailed_form.write_header(mem_report::detailed_timeline_title);
     for (std::uint64_t sample = 0; sample < num_samples; ++sample) {
         std::string_view label = labels.next();
         if (label.empty()) label = "Other";

@@ -6,7 +6,7 @@
 #include <fstream>
 #include <string>
 
-#include "tools/memview/report_kinds.h"
+#include "tools/reports/report_kinds.h"
 
 namespace memview_test {
 
@@ -44,8 +44,12 @@ inline std::string sites(const std::string& rows) {
 }
 
 inline const std::string RESIDENT_HEAD =
-    "MEM: Resident Memory.\n\nLimit of the cgroup\tnone\nLimit of the address space\t9000\n\n" +
-    std::string(memview::RESIDENT_COLUMNS) + "\n";
+    "MEM: Resident Memory.\n\nLimit of the cgroup\tnone\nLimit of the address space\t9000\n\n"
+    "Milliseconds\tEvent\tPoint\tResident\tBlocks\tRounding\tUnknown blocks\tTracker blocks\tKept by "
+    "threads\t"
+    "Kept in between\tKept free\tAllocator tables\tNever touched\tTracker mappings\tStacks\tCode\tModule "
+    "data\t"
+    "Files\tShared memory\tAnonymous\tUnexplained\tGiven back\n";
 // 1000 = 500 + 20 + 1 + 2 + 3 + 4 + 300 + 5 - 35 + 200; 7 were given back.
 inline const std::string RESIDENT_ROWS =
     "5\t10\tsample\t900\t400\t-\t1\t2\t3\t4\t5\t6\t-\t-\t-\t-\t-\t-\t-\t-\t-\t0\n"

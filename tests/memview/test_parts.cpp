@@ -7,10 +7,10 @@
 #include "tests/memview/reports.h"
 #include "tools/common/readable_names.h"
 #include "tools/memview/chart.h"
-#include "tools/memview/folder.h"
 #include "tools/memview/resident_parts.h"
 #include "tools/memview/suppressions.h"
 #include "tools/memview/units.h"
+#include "tools/reports/folder.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <regex>
 
 #include "tests/memview/reports.h"
-#include "tools/memview/folder.h"
 #include "tools/memview/summary.h"
+#include "tools/reports/folder.h"
 
 namespace {
 

@@ -3,14 +3,23 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
+#include <numeric>
+#include <span>
 #include <string_view>
 #include <utility>
 
+#include "mem/columns/report_columns.h"
 #include "tools/common/closing_line.h"
-#include "tools/memrun/exact_peak.h"
 #include "tools/memrun/output_folder.h"
-#include "tools/memrun/report_row.h"
+#include "tools/reports/exact_peak.h"
+#include "tools/reports/folder.h"
+#include "tools/reports/leak_reader.h"
+#include "tools/reports/path_reader.h"
+#include "tools/reports/report_kinds.h"
+#include "tools/reports/series_reader.h"
+#include "tools/reports/table_reader.h"
 
 namespace fs = std::filesystem;
 
@@ -18,76 +27,58 @@ namespace memrun {
 
 namespace {
 
-constexpr std::string_view fileline_prefix = "mem_tbb_fileline.";
-constexpr std::string_view timeline_prefix = "mem_tbb_timeline.";
-constexpr std::string_view paths_prefix = "mem_tbb_call_paths.";
-constexpr std::string_view leaks_prefix = "mem_tbb_leak_warning.";
-constexpr std::string_view fast_leaks_name = "mem_tbb_fast_leak_warning.log";
+using memview::Cells;
+using memview::Names;
+using memview::Table;
 
-// Columns of the call-site report.
-enum Column : std::size_t {
-    column_address = 0,
-    column_current_bytes = 1,
-    column_peak_bytes = 3,
-    column_cumulative_bytes = 4,
-    column_current_blocks = 7,
-    column_peak_blocks = 9,
-    column_cumulative_blocks = 10,
-    column_module = 11,
-    column_file = 12,
-    column_line = 13,
-    column_function = 14,
-    column_count = 15
+// The rows of the call sites as the summary needs them.
+class SiteRows {
+  public:
+    SiteRows(const Table& table, const Names& names)
+        : names_(names),
+          address_(cells(table, mem_column::of_call_sites[0])),
+          line_(cells(table, mem_column::line_number)),
+          module_(cells(table, mem_column::module)),
+          file_(cells(table, mem_column::file)),
+          function_(cells(table, mem_column::function)),
+          peak_bytes_(*table.cells(memview::meant_column(table, mem_column::peak.key))),
+          peak_blocks_(*table.cells(memview::meant_column(table, mem_column::peak_blocks.key))),
+          cumulative_bytes_(cells(table, mem_column::cumulative)),
+          cumulative_blocks_(cells(table, mem_column::cumulative_blocks)) {}
+
+    bool is_other(std::size_t row) const { return address_[row] == 0; }
+    bool has_line(std::size_t row) const { return line_[row] != 0; }
+    std::string module(std::size_t row) const { return std::string(names_.text(module_[row])); }
+    std::string function(std::size_t row) const { return std::string(names_.text(function_[row])); }
+    std::string place(std::size_t row) const {
+        if (!has_line(row)) return "module " + module(row);
+        return std::string(names_.text(file_[row])) + ":" + std::to_string(line_[row]);
+    }
+    // At the exact peak where it is known.
+    std::int64_t peak_bytes(std::size_t row) const { return peak_bytes_[row]; }
+    std::int64_t peak_blocks(std::size_t row) const { return peak_blocks_[row]; }
+    std::int64_t cumulative_bytes(std::size_t row) const { return cumulative_bytes_[row]; }
+    std::int64_t cumulative_blocks(std::size_t row) const { return cumulative_blocks_[row]; }
+
+  private:
+    static const Cells& cells(const Table& table, const MEM_COLUMN& column) {
+        return *table.cells(column.key);
+    }
+
+    const Names& names_;
+    const Cells &address_, &line_, &module_, &file_, &function_;
+    const Cells &peak_bytes_, &peak_blocks_, &cumulative_bytes_, &cumulative_blocks_;
 };
-
-std::string word_of(const std::string& file_name, std::string_view prefix) {
-    constexpr std::string_view suffix = ".log";
-    return file_name.substr(prefix.size(), file_name.size() - prefix.size() - suffix.size());
-}
-
-std::string place_of(const Fields& row) {
-    if (row[column_line] == "0") return "module " + std::string(row[column_module]);
-    return std::string(row[column_file]) + ":" + std::string(row[column_line]);
-}
-
-using ExactPeaks = std::map<std::string, ExactPeak>;  // by process
-
-ExactPeaks read_exact_peaks(const std::string& folder) {
-    ExactPeaks peaks;
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
-        const std::string name = entry.path().filename().string();
-        if (!name.starts_with(paths_prefix)) continue;
-        if (auto peak = read_exact_peak(entry.path()))
-            peaks.emplace(word_of(name, paths_prefix), std::move(*peak));
-    }
-    return peaks;
-}
-
-void offer_exact_peaks(Figures& figures, const ExactPeaks& peaks) {
-    for (const auto& [word, peak] : peaks) {
-        if (peak.all.bytes <= figures.peak_bytes) continue;
-        figures.has_peak = figures.peak_is_exact = true;
-        figures.peak_bytes = peak.all.bytes;
-        figures.peak_milliseconds = peak.milliseconds;
-        figures.peak_word = word;
-    }
-}
 
 // Call sites at one line are one to the reader, whatever their addresses.
 class Sites {
   public:
-    // Of the process whose rows follow; null where only the recorded peak is known. Must outlive them.
-    void begin_process(ExactPeak* exact) { exact_ = exact; }
-
-    void add(const Fields& row) {
-        const Held at_peak = share_at_peak(row);
-        const bool is_site = row[column_address] != "OTHER";
-        Sums& sums = is_site ? sums_[{place_of(row), std::string(row[column_function])}] : unattributed_;
-        sums.peak_bytes += at_peak.bytes;
-        sums.peak_blocks += at_peak.blocks;
-        sums.cumulative_bytes += number(row[column_cumulative_bytes]);
-        sums.cumulative_blocks += number(row[column_cumulative_blocks]);
+    void add(const SiteRows& rows, std::size_t row) {
+        Sums& sums = rows.is_other(row) ? unattributed_ : sums_[{rows.place(row), rows.function(row)}];
+        sums.peak_bytes += rows.peak_bytes(row);
+        sums.peak_blocks += rows.peak_blocks(row);
+        sums.cumulative_bytes += rows.cumulative_bytes(row);
+        sums.cumulative_blocks += rows.cumulative_blocks(row);
     }
 
     std::vector<CallSite> top(std::size_t most, bool at_peak) const {
@@ -109,13 +100,6 @@ class Sites {
     }
 
   private:
-    // Two rows of one address share what the paths of both have, which goes to the first.
-    Held share_at_peak(const Fields& row) {
-        if (exact_ == nullptr) return {number(row[column_peak_bytes]), number(row[column_peak_blocks])};
-        const auto site = exact_->by_site.find(row[column_address]);
-        return site == exact_->by_site.end() ? Held() : std::exchange(site->second, Held());
-    }
-
     struct Sums {
         std::int64_t peak_bytes = 0, peak_blocks = 0, cumulative_bytes = 0, cumulative_blocks = 0;
 
@@ -126,87 +110,112 @@ class Sites {
     };
     std::map<std::pair<std::string, std::string>, Sums> sums_;
     Sums unattributed_;
-    ExactPeak* exact_ = nullptr;
 };
 
-void offer_peak(Figures& figures, std::int64_t bytes, std::uint64_t index, const std::string& word) {
-    if (bytes <= figures.peak_bytes) return;
+bool is_highest(Figures& figures, std::int64_t bytes, const std::string& word) {
+    if (bytes <= figures.peak_bytes) return false;
     figures.has_peak = true;
-    figures.peak_is_exact = false;
     figures.peak_bytes = bytes;
-    figures.peak_index = index;
     figures.peak_word = word;
+    return true;
 }
 
-void add_names(const Fields& row, Figures& figures) {
-    const std::int64_t bytes = number(row[column_cumulative_bytes]);
-    if (row[column_line] != "0") {
+void offer_exact_peak(Figures& figures, const memview::Run& run) {
+    if (!is_highest(figures, run.paths->nodes.sum(mem_column::peak.key), run.name)) return;
+    const auto time = run.paths->totals.find("Peak milliseconds");
+    figures.peak_is_exact = true;
+    figures.peak_milliseconds = time == run.paths->totals.end() ? 0 : time->second;
+}
+
+void offer_peak(Figures& figures, std::int64_t bytes, std::uint64_t index, const std::string& word) {
+    if (!is_highest(figures, bytes, word)) return;
+    figures.peak_is_exact = false;
+    figures.peak_index = index;
+}
+
+void add_names(const SiteRows& rows, std::size_t row, Figures& figures) {
+    const std::int64_t bytes = rows.cumulative_bytes(row);
+    if (rows.has_line(row)) {
         figures.bytes_with_lines += bytes;
         return;
     }
-    const std::string module(row[column_module]);
-    const bool is_named = !row[column_function].starts_with(module + "+0x");
+    const std::string module = rows.module(row);
+    const bool is_named = !rows.function(row).starts_with(module + "+0x");
     (is_named ? figures.bytes_with_functions : figures.bytes_with_modules) += bytes;
     figures.bytes_without_lines[module] += bytes;
 }
 
-void add_row(const Fields& row, Figures& figures, Sites& sites) {
-    figures.has_totals = true;
-    figures.cumulative_bytes += number(row[column_cumulative_bytes]);
-    figures.cumulative_blocks += number(row[column_cumulative_blocks]);
-    figures.current_bytes += number(row[column_current_bytes]);
-    figures.current_blocks += number(row[column_current_blocks]);
-    if (row[column_address] == "OTHER")
-        figures.unattributed_bytes += number(row[column_cumulative_bytes]);
-    else
-        add_names(row, figures);
-    sites.add(row);
+void add_sites(const Table& table, const Names& names, Figures& figures, Sites& sites) {
+    figures.has_totals = figures.has_totals || table.rows != 0;
+    figures.cumulative_bytes += table.sum(mem_column::cumulative.key);
+    figures.cumulative_blocks += table.sum(mem_column::cumulative_blocks.key);
+    figures.current_bytes += table.sum(mem_column::current.key);
+    figures.current_blocks += table.sum(mem_column::current_blocks.key);
+    const SiteRows rows(table, names);
+    for (std::size_t row = 0; row < table.rows; ++row) {
+        if (rows.is_other(row))
+            figures.unattributed_bytes += rows.cumulative_bytes(row);
+        else
+            add_names(rows, row, figures);
+        sites.add(rows, row);
+    }
 }
 
-void read_fileline(const fs::path& path, const std::string& word, Figures& figures, Sites& sites) {
-    std::ifstream file(path);
-    std::string line;
-    std::getline(file, line);
-    const std::size_t index = line.find("[at index ");
-    const std::uint64_t at =
-        index == std::string::npos ? 0 : number(std::string_view(line).substr(index + 10));
-    std::int64_t peak = 0;
-    for (int heading = 0; heading < 2; ++heading) std::getline(file, line);
-    bool is_whole = false;
-    while (!is_whole && std::getline(file, line)) {
-        const Fields row = split(line);
-        is_whole = is_closing_line(line);
-        if (row.size() != column_count) continue;
-        add_row(row, figures, sites);
-        peak += number(row[column_peak_bytes]);
+// Runs `read` and says whether the report can be used.
+template <class Read>
+bool is_readable(const Read& read) {
+    try {
+        read();
+        return true;
+    } catch (const memview::ReportError&) {
+        return false;
     }
-    if (!is_whole) figures.cut_file = path.filename().string();
-    offer_peak(figures, peak, at, word);
+}
+
+void read_sites(memview::Run& run, Names& names, Figures& figures, Sites& sites) {
+    memview::Problems left_out(true);
+    if (const auto paths = run.files.find(mem_report::call_paths.kind); paths != run.files.end())
+        is_readable([&] { run.paths = memview::read_paths(paths->second, names); });
+    if (run.paths) offer_exact_peak(figures, run);
+    const auto found = run.files.find(mem_report::call_sites.kind);
+    if (found == run.files.end()) return;
+    const bool is_good = is_readable([&] {
+        run.tables.push_back(memview::read_table(found->second, *memview::table_kind(found->first), names,
+                                                 left_out, run.peak_index));
+    });
+    if (!is_good) return;
+    memview::add_exact_peaks(run, names);
+    const Table& table = run.tables.front();
+    add_sites(table, names, figures, sites);
+    offer_peak(figures, table.sum(mem_column::peak.key), run.peak_index.value_or(0), run.name);
 }
 
 // The highest sample over all modules; only for a run without call sites, which know their own peak.
-void read_timeline(const fs::path& path, const std::string& word, Figures& figures) {
-    std::ifstream file(path);
-    std::string line;
-    for (int heading = 0; heading < 3; ++heading) std::getline(file, line);
-    for (std::uint64_t index = 0; std::getline(file, line) && !line.starts_with("Time spent"); ++index) {
-        std::int64_t sum = 0;
-        const Fields row = split(line);
-        for (std::size_t i = 1; i < row.size(); ++i) sum += number(row[i]);
+void read_timeline(const memview::Run& run, Figures& figures) {
+    const auto found = run.files.find(mem_report::module_timeline.kind);
+    if (found == run.files.end()) return;
+    memview::Problems left_out(true);
+    memview::SeriesVisitor visitor;
+    visitor.header = [](const std::vector<std::string>&) {};
+    visitor.row = [&, index = std::uint64_t{0}](std::string_view,
+                                                std::span<const std::int64_t> values) mutable {
         figures.peak_is_sample = true;
-        offer_peak(figures, sum, index, word);
-    }
+        offer_peak(figures, std::accumulate(values.begin(), values.end(), std::int64_t{0}), index++,
+                   run.name);
+    };
+    is_readable([&] { memview::scan_series(found->second, found->first, left_out, visitor); });
 }
 
-// Takes the number behind `label` from each line that begins with it.
-void read_leaks(const fs::path& path, std::string_view label, Figures& figures) {
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) {
-        if (!line.starts_with(label)) continue;
-        std::string_view rest = std::string_view(line).substr(label.size());
-        rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+void read_leaks(const memview::Run& run, Names& names, Figures& figures) {
+    for (const auto& file : run.files) {
+        const std::string& path = file.second;
+        const bool is_shared = fs::path(path).filename() == memview::FAST_LEAK_FILE;
+        if (!is_shared && file.first != mem_report::leaks.kind) continue;
+        std::vector<Table> tables;
+        memview::Problems strict(false);
+        if (!is_readable([&] { memview::read_leaks(path, names, strict, tables); })) continue;
         figures.has_leaks = true;
-        figures.leaked_bytes += number(rest);
+        figures.leaked_bytes += tables.front().sum(mem_column::current.key);
     }
 }
 
@@ -215,37 +224,50 @@ bool ends_with_a_line(const fs::path& path) {
     return file.tellg() > 0 && file.seekg(-1, std::ios::end).get() == '\n';
 }
 
-void read_report(const fs::path& path, ExactPeaks& peaks, Figures& figures, Sites& sites) {
-    const std::string name = path.filename().string();
-    figures.has_files = figures.has_files || is_report_name(name);
-    if (name.starts_with("mem_tbb_") && !ends_with_a_line(path)) figures.cut_file = name;
-    if (name.starts_with(fileline_prefix)) {
-        const std::string word = word_of(name, fileline_prefix);
-        const auto exact = peaks.find(word);
-        sites.begin_process(exact == peaks.end() ? nullptr : &exact->second);
-        read_fileline(path, word, figures, sites);
+// The last line of a file, as far as a closing line is long.
+std::string last_line(const fs::path& path) {
+    constexpr std::streamoff longest = 200;
+    std::ifstream file(path, std::ios::ate);
+    file.seekg(-std::min<std::streamoff>(longest, file.tellg()), std::ios::end);
+    std::string end(std::istreambuf_iterator<char>(file), {});
+    if (!end.ends_with('\n')) return "";
+    end.pop_back();
+    return end.substr(end.rfind('\n') + 1);
+}
+
+void look_for_ends(const std::string& folder, Figures& figures) {
+    std::error_code error;
+    const std::string sites = std::string(memview::FILE_PREFIX) + mem_report::call_sites.kind + ".";
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
+        const std::string name = entry.path().filename().string();
+        figures.has_files = figures.has_files || is_report_name(name);
+        if (!name.starts_with(memview::FILE_PREFIX)) continue;
+        const bool is_whole = name.starts_with(sites) ? is_closing_line(last_line(entry.path()))
+                                                      : ends_with_a_line(entry.path());
+        if (!is_whole) figures.cut_file = name;
     }
-    if (name.starts_with(leaks_prefix)) read_leaks(path, "Total leaked bytes: ", figures);
-    if (name == fast_leaks_name) read_leaks(path, "Leaked bytes:", figures);
 }
 
 }  // namespace
 
 Figures read_figures(const std::string& folder, std::size_t most_sites) {
     Figures figures;
+    look_for_ends(folder, figures);
+    std::vector<memview::Run> runs;
+    is_readable([&] { runs = memview::find_runs(folder); });
     Sites sites;
-    ExactPeaks peaks = read_exact_peaks(folder);
-    offer_exact_peaks(figures, peaks);
-    std::error_code error;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
-        read_report(entry.path(), peaks, figures, sites);
+    Names names;
+    for (memview::Run& run : runs) {
+        read_sites(run, names, figures, sites);
+        read_leaks(run, names, figures);
+        run.tables.clear();
+        run.paths.reset();
+    }
     figures.top_sites = sites.top(most_sites, figures.has_peak);
     figures.unattributed = sites.unattributed(figures.has_peak);
     figures.whole_bytes = sites.whole(figures.has_peak);
     if (figures.has_totals || figures.has_peak) return figures;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
-        if (const std::string name = entry.path().filename().string(); name.starts_with(timeline_prefix))
-            read_timeline(entry.path(), word_of(name, timeline_prefix), figures);
+    for (const memview::Run& run : runs) read_timeline(run, figures);
     return figures;
 }
 

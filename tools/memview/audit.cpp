@@ -8,9 +8,9 @@
 #include <unordered_map>
 
 #include "tools/memview/places.h"
-#include "tools/memview/report_kinds.h"
-#include "tools/memview/series_reader.h"
 #include "tools/memview/units.h"
+#include "tools/reports/report_kinds.h"
+#include "tools/reports/series_reader.h"
 
 namespace memview {
 namespace {

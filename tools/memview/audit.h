@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/memview/model.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

@@ -5,8 +5,8 @@
 #include <set>
 #include <unordered_map>
 
-#include "tools/memview/report_kinds.h"
-#include "tools/memview/series_reader.h"
+#include "tools/reports/report_kinds.h"
+#include "tools/reports/series_reader.h"
 
 namespace memview {
 namespace {

@@ -4,11 +4,11 @@
 
 #include "tools/memview/audit.h"
 #include "tools/memview/diff.h"
-#include "tools/memview/folder.h"
 #include "tools/memview/places.h"
 #include "tools/memview/summary.h"
 #include "tools/memview/suppressions.h"
 #include "tools/memview/units.h"
+#include "tools/reports/folder.h"
 
 namespace memview {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <ostream>
 
-#include "tools/memview/model.h"
 #include "tools/memview/options.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

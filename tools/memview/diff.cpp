@@ -5,11 +5,11 @@
 #include <cstdlib>
 #include <span>
 
-#include "tools/memview/exact_peak.h"
-#include "tools/memview/fields.h"
 #include "tools/memview/places.h"
-#include "tools/memview/report_kinds.h"
 #include "tools/memview/summary.h"
+#include "tools/reports/exact_peak.h"
+#include "tools/reports/fields.h"
+#include "tools/reports/report_kinds.h"
 
 namespace memview {
 namespace {

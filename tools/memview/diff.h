@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/memview/model.h"
 #include "tools/memview/options.h"
 #include "tools/memview/path_tree.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

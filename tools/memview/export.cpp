@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "tools/memview/exact_peak.h"
 #include "tools/memview/path_stacks.h"
 #include "tools/memview/units.h"
+#include "tools/reports/exact_peak.h"
 
 namespace memview {
 namespace {

@@ -5,9 +5,9 @@
 #include <ostream>
 #include <string>
 
-#include "tools/memview/model.h"
 #include "tools/memview/options.h"
 #include "tools/memview/places.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

@@ -1,10 +1,10 @@
 #include <cctype>
 
 #include "tools/memview/export.h"
-#include "tools/memview/fields.h"
 #include "tools/memview/json_rows.h"
-#include "tools/memview/report_kinds.h"
 #include "tools/memview/summary.h"
+#include "tools/reports/fields.h"
+#include "tools/reports/report_kinds.h"
 
 namespace memview {
 namespace {
@@ -19,23 +19,14 @@ ordered_json timeline_json(const Timeline& timeline) {
     return {{"samples", timeline.samples}, {"series", std::move(series)}};
 }
 
-// "Kept free" as "kept_free".
-std::string key_of(std::string_view title) {
-    std::string key(title);
-    for (char& c : key) c = c == ' ' ? '_' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return key;
-}
-
 // The points that were taken apart.
 ordered_json resident_json(const Resident& resident) {
     ordered_json points = ordered_json::array();
     for (const ResidentPoint& point : resident.points) {
         if (!point.is_full) continue;
         ordered_json one = {{"milliseconds", point.milliseconds}, {"event", point.event}};
-        Fields titles(RESIDENT_COLUMNS);
-        std::string_view title;
-        for (std::size_t column = 0; titles.next(title); ++column)
-            if (column >= 3) one[key_of(title)] = point.parts[column - 3];
+        const auto columns = mem_report::resident.columns.subspan(mem_column::columns_before_parts);
+        for (std::size_t part = 0; part < columns.size(); ++part) one[columns[part].key] = point.parts[part];
         points.push_back(std::move(one));
     }
     return points;

@@ -3,11 +3,11 @@
 #include <span>
 #include <unordered_map>
 
-#include "tools/memview/exact_peak.h"
 #include "tools/memview/export.h"
 #include "tools/memview/gzip.h"
 #include "tools/memview/path_stacks.h"
 #include "tools/memview/profile.pb.h"
+#include "tools/reports/exact_peak.h"
 
 namespace memview {
 namespace {

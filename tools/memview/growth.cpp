@@ -5,8 +5,8 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "tools/memview/folder.h"
 #include "tools/memview/units.h"
+#include "tools/reports/folder.h"
 
 namespace fs = std::filesystem;
 

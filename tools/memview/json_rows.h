@@ -6,7 +6,7 @@
 #include <ostream>
 #include <string_view>
 
-#include "tools/memview/model.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

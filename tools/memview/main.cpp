@@ -15,15 +15,15 @@
 #include "tools/memview/diff.h"
 #include "tools/memview/diff_output.h"
 #include "tools/memview/export.h"
-#include "tools/memview/folder.h"
 #include "tools/memview/growth.h"
 #include "tools/memview/options.h"
 #include "tools/memview/page.h"
-#include "tools/memview/report_kinds.h"
 #include "tools/memview/show.h"
 #include "tools/memview/show_tree.h"
 #include "tools/memview/top.h"
 #include "tools/memview/units.h"
+#include "tools/reports/folder.h"
+#include "tools/reports/report_kinds.h"
 
 namespace fs = std::filesystem;
 

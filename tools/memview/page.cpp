@@ -4,7 +4,7 @@
 
 #include "tools/memview/assets.h"
 #include "tools/memview/page_data.h"
-#include "tools/memview/report_kinds.h"
+#include "tools/reports/report_kinds.h"
 
 namespace memview {
 namespace {

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "tools/memview/chart.h"
-#include "tools/memview/model.h"
 #include "tools/memview/path_tree.h"
 #include "tools/memview/summary.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

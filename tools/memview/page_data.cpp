@@ -6,9 +6,9 @@
 #include <unordered_map>
 
 #include "tools/common/readable_names.h"
-#include "tools/memview/report_kinds.h"
 #include "tools/memview/resident_parts.h"
 #include "tools/memview/units.h"
+#include "tools/reports/report_kinds.h"
 
 namespace memview {
 namespace {

@@ -5,8 +5,8 @@
 #include <span>
 #include <vector>
 
-#include "tools/memview/model.h"
 #include "tools/memview/places.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

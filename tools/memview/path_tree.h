@@ -8,8 +8,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "tools/memview/model.h"
 #include "tools/memview/places.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

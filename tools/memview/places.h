@@ -7,7 +7,7 @@
 #include <tuple>
 #include <unordered_map>
 
-#include "tools/memview/model.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
-#include "tools/memview/exact_peak.h"
+#include "tools/reports/exact_peak.h"
 
 namespace memview {
 namespace {

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/memview/model.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

@@ -4,12 +4,12 @@
 #include <cctype>
 
 #include "tools/common/readable_names.h"
-#include "tools/memview/exact_peak.h"
-#include "tools/memview/report_kinds.h"
 #include "tools/memview/selection.h"
 #include "tools/memview/show_resident.h"
 #include "tools/memview/summary.h"
 #include "tools/memview/units.h"
+#include "tools/reports/exact_peak.h"
+#include "tools/reports/report_kinds.h"
 
 namespace memview {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <ostream>
 
-#include "tools/memview/model.h"
 #include "tools/memview/options.h"
 #include "tools/memview/terminal.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

@@ -4,8 +4,8 @@
 
 #include <ostream>
 
-#include "tools/memview/model.h"
 #include "tools/memview/terminal.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

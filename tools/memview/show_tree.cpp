@@ -6,8 +6,8 @@
 
 #include "tools/common/readable_names.h"
 #include "tools/memview/path_tree.h"
-#include "tools/memview/problems.h"
 #include "tools/memview/units.h"
+#include "tools/reports/problems.h"
 
 namespace memview {
 namespace {

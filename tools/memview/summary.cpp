@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tools/memview/report_kinds.h"
+#include "tools/reports/report_kinds.h"
 
 namespace memview {
 namespace {

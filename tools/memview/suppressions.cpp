@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tools/memview/line_reader.h"
+#include "tools/reports/line_reader.h"
 
 namespace memview {
 namespace {

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "tools/memview/fields.h"
 #include "tools/memview/units.h"
+#include "tools/reports/fields.h"
 
 namespace memview {
 namespace {

@@ -10,7 +10,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "tools/memview/model.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "tools/memview/line_reader.h"
-#include "tools/memview/model.h"
+#include "tools/reports/line_reader.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

@@ -1,4 +1,4 @@
-#include "tools/memview/size_note.h"
+#include "tools/reports/size_note.h"
 
 #include <filesystem>
 #include <fstream>

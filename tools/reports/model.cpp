@@ -1,4 +1,4 @@
-#include "tools/memview/model.h"
+#include "tools/reports/model.h"
 
 #include <algorithm>
 #include <cstring>
@@ -95,7 +95,7 @@ std::int64_t Table::sum(std::string_view column_key) const {
     return values == nullptr ? 0 : values->sum();
 }
 
-Table empty_table(std::string key, std::string file, const std::vector<ColumnSpec>& columns) {
+Table empty_table(std::string key, std::string file, std::span<const ColumnSpec> columns) {
     Table table;
     table.key = std::move(key);
     table.file = std::move(file);

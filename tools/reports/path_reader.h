@@ -2,8 +2,8 @@
 
 // Reads the report of call paths.
 
-#include "tools/memview/model.h"
-#include "tools/memview/problems.h"
+#include "tools/reports/model.h"
+#include "tools/reports/problems.h"
 
 namespace memview {
 

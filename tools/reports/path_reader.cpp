@@ -1,13 +1,14 @@
-#include "tools/memview/path_reader.h"
+#include "tools/reports/path_reader.h"
 
-#include "tools/memview/fields.h"
-#include "tools/memview/report_kinds.h"
-#include "tools/memview/report_parts.h"
-#include "tools/memview/table_rows.h"
+#include "tools/reports/fields.h"
+#include "tools/reports/report_kinds.h"
+#include "tools/reports/report_parts.h"
+#include "tools/reports/table_rows.h"
 
 namespace memview {
 namespace {
 
+constexpr const char* TITLE = mem_report::call_paths.title;
 constexpr std::int64_t VERSION = 1;
 constexpr std::uint16_t DEEPEST = 4096;  // far more than the tracker keeps of a stack
 
@@ -16,17 +17,17 @@ class PathReader {
     PathReader(const std::string& path, Names& names) : m_reader(path), m_names(names) {}
 
     Paths read() {
-        const std::string rest = read_head(m_reader, PATHS_TITLE);
+        const std::string rest = read_head(m_reader, TITLE);
         if (!rest.empty())
-            throw ReportError({m_reader.path(), 1, "unexpected title " + in_quotes(PATHS_TITLE + rest)});
+            throw ReportError({m_reader.path(), 1, "unexpected title " + in_quotes(TITLE + rest)});
         read_totals();
         m_paths.first_level = {0};
         m_paths.frames =
-            read_section("frames", frame_columns(), [this](auto row) { return fault_of_frame(row); });
+            read_section("frames", mem_column::of_frames, [this](auto row) { return fault_of_frame(row); });
         m_paths.first_level.push_back(static_cast<std::uint32_t>(m_paths.frames.rows));
         m_frame_count = static_cast<std::int64_t>(m_paths.first_level.size()) - 2;
-        m_paths.nodes =
-            read_section("nodes", node_columns(), [this](auto row) { return fault_of_node(row); });
+        m_paths.nodes = read_section("nodes", mem_report::call_paths.columns,
+                                     [this](auto row) { return fault_of_node(row); });
         hold_against_head();
         Problems strict(false);
         const auto no_row = [](std::string_view) { return false; };
@@ -71,7 +72,7 @@ class PathReader {
     }
 
     template <class FAULT>
-    Table read_section(const char* key, const std::vector<ColumnSpec>& columns, const FAULT& fault_of) {
+    Table read_section(const char* key, std::span<const ColumnSpec> columns, const FAULT& fault_of) {
         read_columns(m_reader, columns, -1);
         Table table = empty_table(key, m_reader.path(), columns);
         RowParser parser(m_reader, columns, m_names);

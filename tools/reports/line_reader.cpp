@@ -1,4 +1,4 @@
-#include "tools/memview/line_reader.h"
+#include "tools/reports/line_reader.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "tools/memview/problems.h"
+#include "tools/reports/problems.h"
 
 namespace memview {
 namespace {

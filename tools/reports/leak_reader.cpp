@@ -1,11 +1,11 @@
-#include "tools/memview/leak_reader.h"
+#include "tools/reports/leak_reader.h"
 
 #include <array>
 
-#include "tools/memview/fields.h"
-#include "tools/memview/line_reader.h"
-#include "tools/memview/report_kinds.h"
-#include "tools/memview/report_parts.h"
+#include "tools/reports/fields.h"
+#include "tools/reports/line_reader.h"
+#include "tools/reports/report_kinds.h"
+#include "tools/reports/report_parts.h"
 
 namespace memview {
 namespace {
@@ -55,7 +55,7 @@ class LeakReader {
     void read(std::vector<Table>& tables) {
         std::string_view line;
         if (!m_reader.next(line)) throw ReportError({m_reader.path(), 0, "the file is empty"});
-        if (line == LEAK_TITLE) {
+        if (line == mem_report::leaks.title) {
             tables.push_back(read_full());
             if (!m_reader.next(line)) return;
         } else if (line == FAST_LEAK_HEAD) {
@@ -78,7 +78,7 @@ class LeakReader {
     }
 
     Table read_full() {
-        Table table = empty_table("leaks", m_reader.path(), leak_columns());
+        Table table = empty_table("leaks", m_reader.path(), LEAK_COLUMNS);
         expect_empty();
         std::string_view line;
         std::array<std::int64_t, 6> row{};
@@ -129,7 +129,7 @@ class LeakReader {
     }
 
     Table read_fast(std::string_view first) {
-        Table table = empty_table("fast_leaks", m_reader.path(), fast_leak_columns());
+        Table table = empty_table("fast_leaks", m_reader.path(), FAST_LEAK_COLUMNS);
         std::string_view line = first;
         do {
             if (line.empty() || line == FAST_LEAK_HEAD)
@@ -180,7 +180,7 @@ void read_leaks(const std::string& path, Names& names, Problems& problems, std::
 
 Table read_filtered(const std::string& path, Names& names, Problems& problems) {
     LineReader reader(path);
-    Table table = empty_table("filtered", path, filtered_columns());
+    Table table = empty_table("filtered", path, FILTERED_COLUMNS);
     std::string_view line;
     if (!reader.next(line)) throw ReportError({path, 0, "the file is empty"});
     if (line != R"("PC","module","function","fileline")") {

@@ -1,7 +1,7 @@
-#include "tools/memview/report_parts.h"
+#include "tools/reports/report_parts.h"
 
 #include "tools/common/closing_line.h"
-#include "tools/memview/report_kinds.h"
+#include "tools/reports/report_kinds.h"
 
 namespace memview {
 namespace {

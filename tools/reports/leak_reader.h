@@ -2,7 +2,7 @@
 
 // Reads the leak reports, whose rows are sentences, and the list of filtered frames.
 
-#include "tools/memview/model.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

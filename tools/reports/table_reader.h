@@ -2,9 +2,9 @@
 
 // Reads the reports that are one table.
 
-#include "tools/memview/line_reader.h"
-#include "tools/memview/model.h"
-#include "tools/memview/report_kinds.h"
+#include "tools/reports/line_reader.h"
+#include "tools/reports/model.h"
+#include "tools/reports/report_kinds.h"
 
 namespace memview {
 

@@ -1,4 +1,4 @@
-#include "tools/memview/problems.h"
+#include "tools/reports/problems.h"
 
 namespace memview {
 namespace {

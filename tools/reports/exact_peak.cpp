@@ -1,8 +1,8 @@
-#include "tools/memview/exact_peak.h"
+#include "tools/reports/exact_peak.h"
 
 #include <unordered_map>
 
-#include "tools/memview/report_kinds.h"
+#include "tools/reports/report_kinds.h"
 
 namespace memview {
 namespace {
@@ -33,8 +33,8 @@ HeldBy held_by_sites(const Table& nodes) {
 // A key that two rows bear counts for the first of them.
 void add_columns(Table& table, const char* key_column, HeldBy held) {
     const std::size_t key_index = static_cast<std::size_t>(table.column(key_column));
-    Column bytes{exact_columns()[0], {}};
-    Column blocks{exact_columns()[1], {}};
+    Column bytes{EXACT_COLUMNS[0], {}};
+    Column blocks{EXACT_COLUMNS[1], {}};
     for (std::size_t row = 0; row < table.rows; ++row) {
         Held& share = held[table.columns[key_index].cells[row]];
         bytes.cells.push_back(share.bytes);

@@ -13,7 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/memview/problems.h"
+#include "mem/columns/report_columns.h"
+#include "tools/reports/problems.h"
 
 namespace memview {
 
@@ -64,23 +65,10 @@ class Cells {
     std::vector<std::int64_t> m_wide;
 };
 
-enum class Unit {
-    text,     // a number of Names
-    address,  // 0 is the OTHER record
-    site,     // the same, and NO_SITE
-    line,     // any plain number from 0 on
-    bytes,
-    blocks,
-    thousandths  // of a MiB
-};
-
+using Unit = MEM_COLUMN_UNIT;  // a text is a number of Names, a MiB a thousand, address 0 the OTHER record
 inline constexpr std::int64_t NO_SITE = -1;
 
-struct ColumnSpec {
-    const char* key;    // stable name, as in exports and in --sort
-    const char* title;  // as in the report
-    Unit unit;
-};
+using ColumnSpec = MEM_COLUMN;
 
 struct Column {
     ColumnSpec spec;
@@ -109,7 +97,7 @@ struct Table {
     }
 };
 
-Table empty_table(std::string key, std::string file, const std::vector<ColumnSpec>& columns);
+Table empty_table(std::string key, std::string file, std::span<const ColumnSpec> columns);
 
 // Who called the lines that allocate. Frame n has the rows from first_level[n] up to first_level[n + 1]: the
 // place that the address belongs to, and the functions that it was inlined into, outwards. Frame 0 has none;
@@ -173,6 +161,7 @@ enum ResidentIndex : std::size_t {
     GIVEN_BACK
 };
 inline constexpr std::size_t RESIDENT_PARTS = GIVEN_BACK + 1;
+static_assert(RESIDENT_PARTS == std::size(mem_column::of_resident) - mem_column::columns_before_parts);
 
 struct ResidentPoint {
     std::int64_t milliseconds = 0;  // since the start of the process

@@ -1,7 +1,8 @@
-#include "tools/memview/table_rows.h"
+#include "tools/reports/table_rows.h"
 
-#include "tools/memview/fields.h"
-#include "tools/memview/report_parts.h"
+#include <algorithm>
+
+#include "tools/reports/fields.h"
 
 namespace memview {
 namespace {
@@ -60,7 +61,7 @@ bool parse_cell(Fields& fields, Unit unit, Names& names, std::int64_t& value) {
 
 }  // namespace
 
-std::vector<ColumnSpec> read_columns(LineReader& reader, const std::vector<ColumnSpec>& known,
+std::vector<ColumnSpec> read_columns(LineReader& reader, std::span<const ColumnSpec> known,
                                      int optional_column) {
     std::vector<ColumnSpec> columns;
     Fields fields(read_column_line(reader));
@@ -78,6 +79,16 @@ std::vector<ColumnSpec> read_columns(LineReader& reader, const std::vector<Colum
     }
     if (more) throw ReportError({reader.path(), reader.number(), "unknown column " + in_quotes(title)});
     return columns;
+}
+
+void hold_against(const LineReader& reader, std::string_view line, std::span<const ColumnSpec> columns) {
+    Fields fields(line);
+    const auto is_next = [&](const ColumnSpec& column) {
+        std::string_view title;
+        return fields.next(title) && title == column.title;
+    };
+    if (!std::ranges::all_of(columns, is_next) || !fields.at_end())
+        throw ReportError({reader.path(), reader.number(), "unknown columns " + in_quotes(line)});
 }
 
 bool RowParser::parse(std::string_view line) {

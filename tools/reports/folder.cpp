@@ -1,25 +1,25 @@
-#include "tools/memview/folder.h"
+#include "tools/reports/folder.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <set>
 
-#include "tools/memview/clock_reader.h"
-#include "tools/memview/exact_peak.h"
-#include "tools/memview/leak_reader.h"
-#include "tools/memview/path_reader.h"
-#include "tools/memview/report_kinds.h"
-#include "tools/memview/resident_reader.h"
-#include "tools/memview/series_reader.h"
-#include "tools/memview/size_note.h"
-#include "tools/memview/table_reader.h"
+#include "tools/reports/clock_reader.h"
+#include "tools/reports/exact_peak.h"
+#include "tools/reports/leak_reader.h"
+#include "tools/reports/path_reader.h"
+#include "tools/reports/report_kinds.h"
+#include "tools/reports/resident_reader.h"
+#include "tools/reports/series_reader.h"
+#include "tools/reports/size_note.h"
+#include "tools/reports/table_reader.h"
 
 namespace memview {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* LEAK_KIND = "leak_warning";
+constexpr const char* LEAK_KIND = mem_report::leaks.kind;
 constexpr const char* FILTER_KIND = "filters";
 constexpr const char* FAST_LEAK_KIND = "fast_leak_warning";
 
@@ -51,37 +51,6 @@ std::vector<std::string> file_names(const std::string& folder) {
     if (error) throw ReportError({folder, 0, "cannot be listed: " + error.message()});
     std::sort(names.begin(), names.end());
     return names;
-}
-
-// The processes of one folder with their files, not yet read. A leak log that processes share belongs to the
-// process when there is but one, and otherwise stands for itself.
-std::vector<Run> find_runs(const std::string& folder) {
-    std::map<std::string, Run> by_word;
-    std::vector<std::string> shared;
-    for (const std::string& name : file_names(folder)) {
-        std::string kind;
-        std::string word;
-        const std::string path = (fs::path(folder) / name).string();
-        if (name == FAST_LEAK_FILE || name == SHARED_LEAK_FILE) shared.push_back(path);
-        if (!split_name(name, kind, word)) continue;
-        Run& run = by_word[word];
-        run.name = word;
-        run.folder = folder;
-        run.files[kind] = path;
-    }
-    for (const std::string& path : shared) {
-        const std::string word = by_word.size() == 1 ? by_word.begin()->first : "(shared leak log)";
-        Run& run = by_word[word];
-        run.name = word;
-        run.folder = folder;
-        const bool first = run.files.try_emplace(FAST_LEAK_KIND, path).second;
-        if (!first) run.files[std::string(FAST_LEAK_KIND) + "2"] = path;
-    }
-    if (by_word.empty()) throw ReportError({folder, 0, "holds no report files (mem_tbb_*.log)"});
-    std::vector<Run> runs;
-    runs.reserve(by_word.size());
-    for (auto& entry : by_word) runs.push_back(std::move(entry.second));
-    return runs;
 }
 
 void read_file(Run& run, const std::string& kind, const std::string& path, Names& names, Problems& problems) {
@@ -135,6 +104,35 @@ void check_folders(const std::vector<std::string>& folders) {
 }
 
 }  // namespace
+
+std::vector<Run> find_runs(const std::string& folder) {
+    std::map<std::string, Run> by_word;
+    std::vector<std::string> shared;
+    for (const std::string& name : file_names(folder)) {
+        std::string kind;
+        std::string word;
+        const std::string path = (fs::path(folder) / name).string();
+        if (name == FAST_LEAK_FILE || name == SHARED_LEAK_FILE) shared.push_back(path);
+        if (!split_name(name, kind, word)) continue;
+        Run& run = by_word[word];
+        run.name = word;
+        run.folder = folder;
+        run.files[kind] = path;
+    }
+    for (const std::string& path : shared) {
+        const std::string word = by_word.size() == 1 ? by_word.begin()->first : "(shared leak log)";
+        Run& run = by_word[word];
+        run.name = word;
+        run.folder = folder;
+        const bool first = run.files.try_emplace(FAST_LEAK_KIND, path).second;
+        if (!first) run.files[std::string(FAST_LEAK_KIND) + "2"] = path;
+    }
+    if (by_word.empty()) throw ReportError({folder, 0, "holds no report files (mem_tbb_*.log)"});
+    std::vector<Run> runs;
+    runs.reserve(by_word.size());
+    for (auto& entry : by_word) runs.push_back(std::move(entry.second));
+    return runs;
+}
 
 std::unique_ptr<Folder> read_folders(const FolderRequest& request, std::shared_ptr<Names> names) {
     check_folders(request.folders);

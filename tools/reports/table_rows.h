@@ -7,20 +7,30 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/memview/line_reader.h"
-#include "tools/memview/model.h"
+#include "tools/reports/line_reader.h"
+#include "tools/reports/model.h"
+#include "tools/reports/report_parts.h"
 
 namespace memview {
 
 // Reads the line of column names and gives the columns that are there. Throws ReportError when one is missing
 // that is not the optional one (-1: none is), or when one is unknown.
-std::vector<ColumnSpec> read_columns(LineReader& reader, const std::vector<ColumnSpec>& known,
+std::vector<ColumnSpec> read_columns(LineReader& reader, std::span<const ColumnSpec> known,
                                      int optional_column);
+
+// Throws ReportError unless `line`, the one last read, names exactly these columns.
+void hold_against(const LineReader& reader, std::string_view line, std::span<const ColumnSpec> columns);
+inline void expect_columns(LineReader& reader, std::span<const ColumnSpec> columns) {
+    hold_against(reader, read_column_line(reader), columns);
+}
 
 class RowParser {
   public:
-    RowParser(const LineReader& reader, std::vector<ColumnSpec> columns, Names& names)
-        : m_reader(reader), m_columns(std::move(columns)), m_names(names), m_row(m_columns.size()) {}
+    RowParser(const LineReader& reader, std::span<const ColumnSpec> columns, Names& names)
+        : m_reader(reader),
+          m_columns(columns.begin(), columns.end()),
+          m_names(names),
+          m_row(m_columns.size()) {}
 
     // False for a wrong row.
     bool parse(std::string_view line);

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tools/memview/model.h"
+#include "tools/reports/model.h"
 
 namespace memview {
 

@@ -1,11 +1,12 @@
-#include "tools/memview/resident_reader.h"
+#include "tools/reports/resident_reader.h"
 
 #include <algorithm>
 
-#include "tools/memview/fields.h"
-#include "tools/memview/line_reader.h"
-#include "tools/memview/report_kinds.h"
-#include "tools/memview/report_parts.h"
+#include "tools/reports/fields.h"
+#include "tools/reports/line_reader.h"
+#include "tools/reports/report_kinds.h"
+#include "tools/reports/report_parts.h"
+#include "tools/reports/table_rows.h"
 
 namespace memview {
 namespace {
@@ -61,13 +62,12 @@ void thin(std::vector<ResidentPoint>& points) {
 Resident read_resident(const std::string& path, Problems& problems) {
     LineReader reader(path);
     Resident resident;
-    read_head(reader, RESIDENT_TITLE);
+    read_head(reader, mem_report::resident.title);
     resident.cgroup_limit = read_limit(reader, "Limit of the cgroup");
     resident.address_space_limit = read_limit(reader, "Limit of the address space");
     std::string_view empty;
     reader.next(empty);
-    if (const std::string_view columns = read_column_line(reader); columns != RESIDENT_COLUMNS)
-        throw ReportError({path, reader.number(), "unknown columns " + in_quotes(columns)});
+    expect_columns(reader, mem_report::resident.columns);
     std::size_t thinned_at = MOST_SAMPLES;
     const auto read_row = [&](std::string_view line) {
         ResidentPoint point;

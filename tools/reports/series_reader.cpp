@@ -1,12 +1,13 @@
-#include "tools/memview/series_reader.h"
+#include "tools/reports/series_reader.h"
 
 #include <algorithm>
 #include <numeric>
 
-#include "tools/memview/fields.h"
-#include "tools/memview/line_reader.h"
-#include "tools/memview/report_kinds.h"
-#include "tools/memview/report_parts.h"
+#include "tools/reports/fields.h"
+#include "tools/reports/line_reader.h"
+#include "tools/reports/report_kinds.h"
+#include "tools/reports/report_parts.h"
+#include "tools/reports/table_rows.h"
 
 namespace memview {
 namespace {
@@ -36,6 +37,7 @@ class SeriesScan {
   private:
     void read_names() {
         const std::string_view line = read_column_line(m_reader);
+        if (m_auxiliary) hold_against(m_reader, line, mem_report::process.columns);
         std::vector<std::string> names;
         Fields fields(line);
         std::string_view name;
@@ -44,10 +46,6 @@ class SeriesScan {
                 {m_reader.path(), m_reader.number(), "column names expected, found " + in_quotes(line)});
         }
         while (fields.next(name)) names.emplace_back(name);
-        const std::vector<std::string_view>& expected = auxiliary_columns();
-        if (m_auxiliary && !std::equal(names.begin(), names.end(), expected.begin(), expected.end())) {
-            throw ReportError({m_reader.path(), m_reader.number(), "unknown columns " + in_quotes(line)});
-        }
         m_values.resize(names.size());
         m_visitor.header(names);
     }

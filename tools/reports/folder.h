@@ -6,9 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "tools/memview/model.h"
+#include "tools/reports/model.h"
 
 namespace memview {
+
+// The processes of one folder with their files, not yet read, in the order of their names. A leak log that
+// processes share belongs to the process when there is but one, and otherwise stands for itself. Throws
+// ReportError when there is no folder or no report in it.
+std::vector<Run> find_runs(const std::string& folder);
 
 struct FolderRequest {
     std::vector<std::string> folders;

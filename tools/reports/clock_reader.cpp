@@ -1,9 +1,10 @@
-#include "tools/memview/clock_reader.h"
+#include "tools/reports/clock_reader.h"
 
-#include "tools/memview/fields.h"
-#include "tools/memview/line_reader.h"
-#include "tools/memview/report_kinds.h"
-#include "tools/memview/report_parts.h"
+#include "tools/reports/fields.h"
+#include "tools/reports/line_reader.h"
+#include "tools/reports/report_kinds.h"
+#include "tools/reports/report_parts.h"
+#include "tools/reports/table_rows.h"
 
 namespace memview {
 namespace {
@@ -42,10 +43,9 @@ void read_keys(LineReader& reader, SampleClock& clock) {
 SampleClock read_clock(const std::string& path, Problems& problems) {
     LineReader reader(path);
     SampleClock clock;
-    read_head(reader, CLOCK_TITLE);
+    read_head(reader, mem_report::clock.title);
     read_keys(reader, clock);
-    if (const std::string_view columns = read_column_line(reader); columns != CLOCK_COLUMNS)
-        throw ReportError({path, reader.number(), "unknown columns " + in_quotes(columns)});
+    expect_columns(reader, mem_report::clock.columns);
     const auto read_row = [&](std::string_view line) {
         Fields fields(line);
         std::uint64_t sample = 0;

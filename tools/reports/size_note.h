@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tools/memview/problems.h"
+#include "tools/reports/problems.h"
 
 namespace memview {
 
