@@ -5,35 +5,18 @@
 
 #include "ktl_mem/reports.h"
 #include "ktl_mem/tracking.h"
-#include "mem/attribution/address_table.h"
-#include "mem/attribution/call_sites.h"
 #include "mem/base/scarcity.h"
 #include "mem/base/tracker_phase.h"
 #include "mem/base/tracking_word.h"
-#include "mem/bins/bin_tag_numbers.h"
-#include "mem/bins/profile_bin_table.h"
-#include "mem/bins/profile_bins.h"
-#include "mem/bins/timeline_labels.h"
 #include "mem/debug/allocation_log.h"
-#include "mem/paths/call_paths.h"
 #include "mem/report/report_files.h"
 #include "mem/report/report_gate.h"
-#include "mem/timeline/module_timelines.h"
-#include "mem/timeline/sample_clock.h"
-#include "mem/timeline/tag_timeline.h"
-#include "mem/tracker/exe_string.h"
 #include "mem/tracker/flushed_peaks.h"
 #include "mem/tracker/hooks.h"
 #include "mem/tracker/tracker_objects.h"
 #include "platform/process_life.h"
 
 namespace {
-
-template <class OBJECT>
-void delete_and_clear(OBJECT*& object) {
-    delete object;
-    object = nullptr;
-}
 
 void stop_bins() {
     const std::uint32_t word = mem_tracking_word;
@@ -48,25 +31,6 @@ void clear_report_flags() {
     mem_report_auxiliary_timeline = false;
     mem_report_resident = false;
     mem_report_call_paths = false;
-}
-
-void free_tables() {
-    delete mem_tbb_profile_bins.exchange(nullptr);
-    delete_and_clear(mem_tbb_gate);
-    delete_and_clear(mem_tbb_tag_timeline);
-    delete_and_clear(mem_tbb_tag_table);
-    delete_and_clear(mem_tbb_bin_table);
-    delete_and_clear(mem_tbb_timeline_labels);
-    delete_and_clear(mem_tbb_sample_clock);
-    delete_and_clear(mem_bin_tag_numbers);
-    delete_and_clear(mem_tbb_module_timelines);
-    delete_and_clear(mem_address_table);
-    delete_and_clear(mem_tbb_call_paths);
-    delete_and_clear(mem_tracker_pool);
-    delete_and_clear(mem_tbb_call_sites);
-    delete_and_clear(mem_tbb_module_trackers);
-    delete_and_clear(mem_tbb_exe_string);
-    delete_and_clear(mem_tbb_flushed_peaks);
 }
 
 // What the tracker has held back is there for the last reports, and not for threads that take all they can
@@ -122,7 +86,7 @@ void mem_cleanup_tbb_tracking() {
     // destructors of what they use.
     { const MEM_GATE_SCOPE nobody_inside(*mem_tbb_gate, MEM_CAT); }
     // A late caller on another thread may have looked at the phase just before.
-    if (is_only_thread()) free_tables();
+    if (is_only_thread()) mem_delete_tracker_objects();
 }
 
 void mem_abandon_tracking_in_child() {
