@@ -77,7 +77,15 @@ std::uint32_t MEM_CALL_PATHS::find(const STACK_WALK_START& start, std::uint32_t 
     if (frames.are_kept()) thread->tagged = way.at;
     if (way.at < length) return none;
     if (way.node == mem_path_root) return mem_path_deeper;  // nothing is known of the callers
-    return memory.region.counts(way.node).is_shared.get() ? share_of(way.node) : way.node;
+    return account_of(way.node);
+}
+
+inline std::uint32_t MEM_CALL_PATHS::account_of(std::uint32_t node) {
+    const std::uint32_t account = trie.account_of(node);
+    if (account == none || !memory.region.counts(account).is_shared.get()) [[likely]]
+        return account;
+    const std::uint32_t share = share_of(node);
+    return share != none ? share : account;
 }
 
 // Goes along frames whose nodes may have to be made, as far as they can be. False when a program counter is
@@ -106,7 +114,7 @@ std::uint32_t MEM_CALL_PATHS::share_of(std::uint32_t node) {
     if (share == none)
         share = MEM_PATH_TRIE::INSERTION(trie, generation_of_shares, memory.region.header->most_nodes)
                     .child(node, pc, 0);
-    return share == none ? node : share;
+    return share == none ? none : trie.account_of(share);
 }
 
 std::uint32_t MEM_CALL_PATHS::find_for_cut_path(std::uint64_t site_pc) {
@@ -114,32 +122,35 @@ std::uint32_t MEM_CALL_PATHS::find_for_cut_path(std::uint64_t site_pc) {
     if (site_pc == 0) return mem_path_deeper;
     const std::uint16_t generation = KEPT_STACK::generation_of_rules();
     const std::uint16_t load = trie.load_of(site_pc, generation);
-    return MEM_PATH_TRIE::INSERTION(trie, generation, memory.region.header->most_nodes + reserved_nodes)
-        .child(mem_path_deeper, site_pc, load);
+    const std::uint32_t node =
+        MEM_PATH_TRIE::INSERTION(trie, generation, memory.region.header->most_nodes + reserved_nodes)
+            .child(mem_path_deeper, site_pc, load);
+    return node == none ? none : trie.account_of(node);
 }
 
-void MEM_CALL_PATHS::note_site(std::uint32_t node, std::uint32_t site, std::uint64_t site_pc) {
+void MEM_CALL_PATHS::note_site(std::uint32_t account, std::uint32_t site, std::uint64_t site_pc) {
     MEM_PATH_HEADER& header = *memory.region.header;
     const std::lock_guard<MEM_SPIN_LOCK> guard(site_lock);
     for (std::uint32_t next = header.sites.get(); next <= site && memory.reserve_site(next); ++next)
         header.sites.publish(next + 1);
     if (site < header.sites.get()) memory.region.site(site).set(site_pc);
     // Whoever sees the number sees the record that has it.
-    memory.region.node(node).site.publish(site + 1);
+    memory.region.counts(account).site.publish(site + 1);
 }
 
-bool MEM_CALL_PATHS::charge(std::uint32_t node, const MEM_PATH_BLOCK& block) {
+bool MEM_CALL_PATHS::charge(std::uint32_t account, const MEM_PATH_BLOCK& block) {
     const std::int64_t peak = memory.region.header->peak_bytes.get();
-    MEM_PATH_FIGURES(memory.region, node, peak).add(block);
+    MEM_PATH_FIGURES(memory.region, account, peak).add(block);
     if (MEM_THREAD_STACK* thread = mem_thread_stack_of_this) thread->latest_block = block.address;
     total.charge(block.allocated, block.allocated);
     return total.highest_bytes() != peak;
 }
 
-void MEM_CALL_PATHS::discharge(std::uint32_t node, const MEM_PATH_BLOCK& block) {
+void MEM_CALL_PATHS::discharge(std::uint32_t account, const MEM_PATH_BLOCK& block) {
     const MEM_THREAD_STACK* thread = mem_thread_stack_of_this;
     const bool is_temporary = thread != nullptr && thread->latest_block == block.address;
-    MEM_PATH_FIGURES(memory.region, node, memory.region.header->peak_bytes.get()).remove(block, is_temporary);
+    const std::int64_t peak = memory.region.header->peak_bytes.get();
+    MEM_PATH_FIGURES(memory.region, account, peak).remove(block, is_temporary);
     total.discharge(block.allocated);
 }
 
@@ -157,14 +168,14 @@ void MEM_CALL_PATHS::note_peak(std::uint64_t event) {
 
 void MEM_CALL_PATHS::clear() {
     MEM_PATH_HEADER& header = *memory.region.header;
-    for (std::uint32_t number = 0; number < header.nodes.get(); ++number) {
+    for (std::uint32_t number = 0; number < header.accounts.get(); ++number) {
         MEM_PATH_COUNTS& counts = memory.region.counts(number);
-        MEM_PATH_NODE& node = memory.region.node(number);
+        MEM_PATH_LATE_COUNTS& late = memory.region.late_counts(number);
         for (auto* word : {&counts.bytes, &counts.blocks, &counts.cumulative_bytes, &counts.cumulative_blocks,
                            &counts.cumulative_requested_bytes, &counts.requested_bytes, &counts.peak_mark,
-                           &node.temporary_blocks, &node.peak_bytes, &node.peak_blocks})
+                           &late.temporary_blocks, &late.peak_bytes, &late.peak_blocks})
             word->set(0);
-        node.site.set(0);
+        counts.site.set(0);
     }
     total.clear();
     total.ignore_highest_blocks();

@@ -1,18 +1,18 @@
 // MEM_CALL_PATHS: who called it. Every tracked block is charged to the path of calls that allocated it.
 //
-//   find        the path of the calling thread's stack: what changed since the last one is stepped over, the
-//               rest is compared, and the trie is asked for the changed frames alone
-//   charge      the node that the path ends in, then the total; a total above all before is the exact peak
+//   find        the account of the calling thread's stack: what changed since the last one is stepped over,
+//               the rest is compared, and the trie is asked for the changed frames alone
+//   charge      the account, then the total; a total above all before is the exact peak
 //   discharge   likewise
 //
 // Nothing here allocates on the general heap but what is kept once for each module, takes a lock for longer
-// than it moves a node's figures or enters a new node, or waits for the loader.
+// than it moves an account's figures or enters a new node, or waits for the loader.
 #pragma once
 
 #include <cstdint>
 
 #include "mem/base/tally.h"
-#include "mem/paths/node_figures.h"
+#include "mem/paths/account_figures.h"
 #include "mem/paths/region_memory.h"
 #include "mem/paths/thread_stack.h"
 #include "mem/paths/trie.h"
@@ -37,24 +37,26 @@ class MEM_CALL_PATHS {
     symbols::LOADED_IMAGE image(std::uint16_t load) { return trie.image(load); }
     int take_descriptor() { return memory.take_descriptor(); }
 
-    // The node of the stack's path without its skip innermost frames, and without those of the allocator and
-    // of this library that follow; none when it can't be made. Outside of the gate.
+    // The account of the stack's path without its skip innermost frames, and without those of the allocator
+    // and of this library that follow; none when it can't be made. Outside of the gate.
     std::uint32_t find(const STACK_WALK_START& start, std::uint32_t skip);
-    // A node that stands for all paths that were cut and that are charged to the call site with that program
-    // counter; none when even that can't be made. Counts a cut path.
+    // An account for all paths that were cut and that are charged to the call site with that program counter;
+    // none when even that can't be made. Counts a cut path.
     std::uint32_t find_for_cut_path(std::uint64_t site_pc);
 
-    // The number of the call site that a node is charged to, plus 1, or 0 when nobody has noted it yet.
+    // The number of the call site that an account belongs to, plus 1, or 0 when nobody has noted it yet.
     // Inside the gate.
-    std::uint32_t site_of(std::uint32_t node) const { return memory.region.node(node).site.get_published(); }
-    void note_site(std::uint32_t node, std::uint32_t site, std::uint64_t site_pc);
+    std::uint32_t site_of(std::uint32_t account) const {
+        return memory.region.counts(account).site.get_published();
+    }
+    void note_site(std::uint32_t account, std::uint32_t site, std::uint64_t site_pc);
 
     // These inside the gate. True when the total is the highest ever: who charges then says in which event.
-    bool charge(std::uint32_t node, const MEM_PATH_BLOCK& block);
+    bool charge(std::uint32_t account, const MEM_PATH_BLOCK& block);
     void note_peak(std::uint64_t event);
-    void discharge(std::uint32_t node, const MEM_PATH_BLOCK& block);
+    void discharge(std::uint32_t account, const MEM_PATH_BLOCK& block);
 
-    // All figures and noted call sites are gone; nodes keep their numbers. As a cat.
+    // All figures and noted call sites are gone; nodes and accounts keep their numbers. As a cat.
     void clear();
 
   private:
@@ -73,6 +75,7 @@ class MEM_CALL_PATHS {
     static RANGE module_around(const void* address);
     std::uint32_t path_length(KEPT_STACK& frames, std::uint32_t skip) const;
     bool go_on(KEPT_STACK& frames, std::uint32_t length, std::uint16_t generation, WAY& way);
+    std::uint32_t account_of(std::uint32_t node);
     std::uint32_t share_of(std::uint32_t node);
 
     MEM_PATH_MEMORY memory;

@@ -2,9 +2,11 @@
 // another process, while the tracked program runs and after it has died, however it died.
 //
 // A path is a node of a trie: its parent is the path of its caller, and its program counter is the return
-// address of its innermost frame. Nodes, loads of modules and call sites are known by their numbers. Each of
-// these three sequences lies in pieces of doubling size, so that the memory grows with its use. Words that
-// change are relaxed atomics: a reader at the side sees figures of an event, or of the one before it.
+// address of its innermost frame. A path that blocks were charged to has an account, which holds its figures:
+// most nodes lead to others and have none. Nodes, accounts, loads of modules and call sites are known by
+// their numbers. Each of these sequences lies in pieces of doubling size, so that the memory grows with its
+// use. Words that change are relaxed atomics: a reader at the side sees figures of an event, or of the one
+// before it.
 //
 // Includes nothing of the library.
 #pragma once
@@ -34,9 +36,9 @@ class MEM_PATH_WORD {
 };
 
 inline constexpr std::uint64_t mem_path_magic = 0x73687461'706c746bU;
-inline constexpr std::uint32_t mem_path_version = 1;
+inline constexpr std::uint32_t mem_path_version = 2;
 
-// Numbers of nodes that are always there.
+// Numbers of nodes that are always there, and of their accounts.
 inline constexpr std::uint32_t mem_path_root = 0;    // the parent of outermost frames
 inline constexpr std::uint32_t mem_path_deeper = 1;  // stands for all frames beyond the depth
 inline constexpr std::uint32_t mem_path_unseen = 2;  // blocks without an entry in the tables
@@ -52,7 +54,8 @@ inline bool mem_path_is_share(std::uint64_t pc) {
     return pc - mem_path_pc_share < mem_path_most_shares;
 }
 
-// The figures of a node. Bytes are those that the allocator gave, unless the name says requested.
+// What every event of an account touches. Bytes are those that the allocator gave, unless the name says
+// requested.
 struct alignas(64) MEM_PATH_COUNTS {
     MEM_PATH_WORD<std::int64_t> bytes;  // charged here and not yet freed
     MEM_PATH_WORD<std::int64_t> blocks;
@@ -60,25 +63,33 @@ struct alignas(64) MEM_PATH_COUNTS {
     MEM_PATH_WORD<std::int64_t> cumulative_blocks;
     MEM_PATH_WORD<std::int64_t> cumulative_requested_bytes;
     MEM_PATH_WORD<std::int64_t> requested_bytes;  // of the blocks that are charged here and not yet freed
-    // peak_bytes of the header when the node changed last. While it is behind, the node has not changed since
-    // the peak, and its current figures are those of the peak.
+    // peak_bytes of the header when the account changed last. While it is behind, the account has not changed
+    // since the peak, and its current figures are those of the peak.
     MEM_PATH_WORD<std::int64_t> peak_mark;
-    std::byte lock;                 // the writing process's own
-    std::uint8_t waits;             // threads that found it locked
-    MEM_PATH_WORD<bool> is_shared;  // they met too often: it is counted in shares from now on
+    std::byte lock;                     // the writing process's own
+    std::uint8_t waits;                 // threads that found it locked
+    MEM_PATH_WORD<bool> is_shared;      // they met too often: it is counted in shares from now on
+    MEM_PATH_WORD<std::uint32_t> site;  // number of the call site that is charged, plus 1; 0: not known yet
 };
 
-// What a node is, and its late copy.
+// The rest of an account: its late copy, and what seldom changes.
+struct MEM_PATH_LATE_COUNTS {
+    MEM_PATH_WORD<std::int64_t> temporary_blocks;  // freed by their thread before its next allocation
+    MEM_PATH_WORD<std::int64_t> peak_bytes;        // at the exact peak that peak_mark tells
+    MEM_PATH_WORD<std::int64_t> peak_blocks;
+    std::uint32_t node;
+};
+
+// Half a cache line: a node lies beside its first child more often than not.
 struct MEM_PATH_NODE {
     std::uint64_t pc;
     std::uint32_t parent;
     std::uint16_t load;                       // of the module that pc lies in; 0: none
-    MEM_PATH_WORD<std::uint16_t> generation;  // the writing process's own
-    MEM_PATH_WORD<std::uint32_t> next;        // the same
-    MEM_PATH_WORD<std::uint32_t> site;  // number of the call site that is charged, plus 1; 0: not known yet
-    MEM_PATH_WORD<std::int64_t> temporary_blocks;  // freed by their thread before its next allocation
-    MEM_PATH_WORD<std::int64_t> peak_bytes;        // at the exact peak that peak_mark tells
-    MEM_PATH_WORD<std::int64_t> peak_blocks;
+    MEM_PATH_WORD<std::uint16_t> generation;  // the writing process's own, as are the next two and the last
+    MEM_PATH_WORD<std::uint32_t> first_child;
+    MEM_PATH_WORD<std::uint32_t> next;
+    MEM_PATH_WORD<std::uint32_t> account;  // 0: none
+    bool is_chained;
 };
 
 // A module from one loading to its unloading. Load 0 is none.
@@ -108,11 +119,16 @@ struct MEM_PATH_PIECES {
     }
 };
 
-// The figures of a piece's nodes come first, then what the nodes are.
 struct MEM_PATH_NODE_LAYOUT {
     static constexpr std::uint32_t first_size = 1024;
     static constexpr std::uint32_t most_pieces = 14;
-    static constexpr std::size_t element_bytes = sizeof(MEM_PATH_COUNTS) + sizeof(MEM_PATH_NODE);
+    static constexpr std::size_t element_bytes = sizeof(MEM_PATH_NODE);
+};
+// The counts of a piece come first, then the late ones.
+struct MEM_PATH_ACCOUNT_LAYOUT {
+    static constexpr std::uint32_t first_size = 512;
+    static constexpr std::uint32_t most_pieces = 15;
+    static constexpr std::size_t element_bytes = sizeof(MEM_PATH_COUNTS) + sizeof(MEM_PATH_LATE_COUNTS);
 };
 struct MEM_PATH_LOAD_LAYOUT {
     static constexpr std::uint32_t first_size = 64;
@@ -129,15 +145,18 @@ struct MEM_PATH_HEADER {
     std::uint64_t magic;
     std::uint32_t version;
     std::uint32_t header_bytes;
-    std::uint32_t node_bytes;  // of all that is kept for one node
+    std::uint32_t node_bytes;
+    std::uint32_t account_bytes;
     std::uint32_t load_bytes;
     std::uint32_t depth;                 // frames kept of a stack
     std::uint32_t most_nodes;            // limit
     MEM_PATH_WORD<std::uint32_t> nodes;  // numbers given; what they number is complete
+    MEM_PATH_WORD<std::uint32_t> accounts;
     MEM_PATH_WORD<std::uint32_t> loads;
     MEM_PATH_WORD<std::uint32_t> sites;
     // Where the pieces lie in the region's own file, if it has one, and how much of that is in use.
     MEM_PATH_WORD<std::uint64_t> node_pieces[MEM_PATH_NODE_LAYOUT::most_pieces];
+    MEM_PATH_WORD<std::uint64_t> account_pieces[MEM_PATH_ACCOUNT_LAYOUT::most_pieces];
     MEM_PATH_WORD<std::uint64_t> load_pieces[MEM_PATH_LOAD_LAYOUT::most_pieces];
     MEM_PATH_WORD<std::uint64_t> site_pieces[MEM_PATH_SITE_LAYOUT::most_pieces];
     MEM_PATH_WORD<std::uint64_t> bytes;
@@ -151,22 +170,27 @@ struct MEM_PATH_HEADER {
 inline constexpr std::size_t mem_path_header_bytes = 4096;
 
 static_assert(sizeof(MEM_PATH_HEADER) <= mem_path_header_bytes && sizeof(MEM_PATH_COUNTS) == 64 &&
-              sizeof(MEM_PATH_NODE) == 48 && sizeof(MEM_PATH_LOAD) == 512);
+              sizeof(MEM_PATH_LATE_COUNTS) == 32 && sizeof(MEM_PATH_NODE) == 32 &&
+              sizeof(MEM_PATH_LOAD) == 512);
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
 // The region as it lies in this process's memory.
 class MEM_PATH_REGION {
   public:
     using NODES = MEM_PATH_PIECES<MEM_PATH_NODE_LAYOUT>;
+    using ACCOUNTS = MEM_PATH_PIECES<MEM_PATH_ACCOUNT_LAYOUT>;
     using LOADS = MEM_PATH_PIECES<MEM_PATH_LOAD_LAYOUT>;
     using SITES = MEM_PATH_PIECES<MEM_PATH_SITE_LAYOUT>;
 
     MEM_PATH_HEADER* header = nullptr;
 
     void set_node_piece(std::uint32_t piece, const std::byte* memory) {
-        counts_from[piece] = from<MEM_PATH_COUNTS>(memory, NODES::start_of(piece));
-        const std::byte* behind = memory + std::size_t{NODES::size_of(piece)} * sizeof(MEM_PATH_COUNTS);
-        nodes_from[piece] = from<MEM_PATH_NODE>(behind, NODES::start_of(piece));
+        nodes_from[piece] = from<MEM_PATH_NODE>(memory, NODES::start_of(piece));
+    }
+    void set_account_piece(std::uint32_t piece, const std::byte* memory) {
+        counts_from[piece] = from<MEM_PATH_COUNTS>(memory, ACCOUNTS::start_of(piece));
+        const std::byte* behind = memory + std::size_t{ACCOUNTS::size_of(piece)} * sizeof(MEM_PATH_COUNTS);
+        late_counts_from[piece] = from<MEM_PATH_LATE_COUNTS>(behind, ACCOUNTS::start_of(piece));
     }
     void set_load_piece(std::uint32_t piece, const std::byte* memory) {
         loads_from[piece] = from<MEM_PATH_LOAD>(memory, LOADS::start_of(piece));
@@ -175,13 +199,18 @@ class MEM_PATH_REGION {
         sites_from[piece] = from<MEM_PATH_WORD<std::uint64_t>>(memory, SITES::start_of(piece));
     }
 
-    // How many nodes, and call sites, there is memory for.
-    std::uint32_t room_for_nodes() const { return room<NODES>(counts_from); }
+    // How many of them there is memory for.
+    std::uint32_t room_for_nodes() const { return room<NODES>(nodes_from); }
+    std::uint32_t room_for_accounts() const { return room<ACCOUNTS>(counts_from); }
     std::uint32_t room_for_loads() const { return room<LOADS>(loads_from); }
     std::uint32_t room_for_sites() const { return room<SITES>(sites_from); }
 
+    // Of an account.
     MEM_PATH_COUNTS& counts(std::uint32_t number) const {
-        return at<MEM_PATH_COUNTS>(counts_from[NODES::piece_of(number)], number);
+        return at<MEM_PATH_COUNTS>(counts_from[ACCOUNTS::piece_of(number)], number);
+    }
+    MEM_PATH_LATE_COUNTS& late_counts(std::uint32_t number) const {
+        return at<MEM_PATH_LATE_COUNTS>(late_counts_from[ACCOUNTS::piece_of(number)], number);
     }
     MEM_PATH_NODE& node(std::uint32_t number) const {
         return at<MEM_PATH_NODE>(nodes_from[NODES::piece_of(number)], number);
@@ -210,7 +239,8 @@ class MEM_PATH_REGION {
         return *reinterpret_cast<T*>(start + std::uintptr_t{number} * sizeof(T));
     }
 
-    std::uintptr_t counts_from[MEM_PATH_NODE_LAYOUT::most_pieces] = {};
+    std::uintptr_t counts_from[MEM_PATH_ACCOUNT_LAYOUT::most_pieces] = {};
+    std::uintptr_t late_counts_from[MEM_PATH_ACCOUNT_LAYOUT::most_pieces] = {};
     std::uintptr_t nodes_from[MEM_PATH_NODE_LAYOUT::most_pieces] = {};
     std::uintptr_t loads_from[MEM_PATH_LOAD_LAYOUT::most_pieces] = {};
     std::uintptr_t sites_from[MEM_PATH_SITE_LAYOUT::most_pieces] = {};

@@ -9,7 +9,7 @@
 namespace {
 
 // More than all pieces together can take.
-constexpr std::size_t shared_bytes = std::size_t{1} << 30;
+constexpr std::size_t shared_bytes = std::size_t{5} << 28;
 
 template <class LAYOUT>
 constexpr std::size_t all_pieces() {
@@ -17,7 +17,8 @@ constexpr std::size_t all_pieces() {
     return std::size_t{PIECES::start_of(LAYOUT::most_pieces)} * LAYOUT::element_bytes;
 }
 static_assert(mem_path_header_bytes + all_pieces<MEM_PATH_NODE_LAYOUT>() +
-                  all_pieces<MEM_PATH_LOAD_LAYOUT>() + all_pieces<MEM_PATH_SITE_LAYOUT>() <=
+                  all_pieces<MEM_PATH_ACCOUNT_LAYOUT>() + all_pieces<MEM_PATH_LOAD_LAYOUT>() +
+                  all_pieces<MEM_PATH_SITE_LAYOUT>() <=
               shared_bytes);
 
 }  // namespace
@@ -27,6 +28,7 @@ MEM_PATH_MEMORY::~MEM_PATH_MEMORY() {
         if (piece.memory != nullptr) unmap_memory(piece.memory, piece.bytes);
     };
     for (const PIECE& piece : nodes) give_back(piece);
+    for (const PIECE& piece : accounts) give_back(piece);
     for (const PIECE& piece : loads) give_back(piece);
     for (const PIECE& piece : sites) give_back(piece);
     give_back(head);
@@ -78,6 +80,11 @@ bool MEM_PATH_MEMORY::reserve_node(std::uint32_t number) {
         nodes, region.header->node_pieces, number,
         [this](std::uint32_t at, const std::byte* memory) { region.set_node_piece(at, memory); });
 }
+bool MEM_PATH_MEMORY::reserve_account(std::uint32_t number) {
+    return reserve<MEM_PATH_ACCOUNT_LAYOUT>(
+        accounts, region.header->account_pieces, number,
+        [this](std::uint32_t at, const std::byte* memory) { region.set_account_piece(at, memory); });
+}
 bool MEM_PATH_MEMORY::reserve_load(std::uint32_t number) {
     return reserve<MEM_PATH_LOAD_LAYOUT>(
         loads, region.header->load_pieces, number,
@@ -90,11 +97,13 @@ bool MEM_PATH_MEMORY::reserve_site(std::uint32_t number) {
 }
 
 bool MEM_PATH_MEMORY::create(std::uint32_t most_nodes) {
-    if (!take_head() || !reserve_node(0) || !reserve_load(0) || !reserve_site(0)) return false;
+    if (!take_head() || !reserve_node(0) || !reserve_account(0) || !reserve_load(0) || !reserve_site(0))
+        return false;
     MEM_PATH_HEADER& header = *region.header;
     header.version = mem_path_version;
     header.header_bytes = sizeof header;
     header.node_bytes = MEM_PATH_NODE_LAYOUT::element_bytes;
+    header.account_bytes = MEM_PATH_ACCOUNT_LAYOUT::element_bytes;
     header.load_bytes = sizeof(MEM_PATH_LOAD);
     header.depth = KEPT_STACK::depth;
     header.most_nodes = most_nodes;
@@ -103,11 +112,16 @@ bool MEM_PATH_MEMORY::create(std::uint32_t most_nodes) {
     return true;
 }
 
-// The first nodes and the first load, whose memory is zeroed.
+// The first nodes with their accounts, and the first load, whose memory is zeroed.
 void MEM_PATH_MEMORY::seed() {
     region.node(mem_path_deeper).pc = mem_path_pc_deeper;
     region.node(mem_path_unseen).pc = mem_path_pc_unseen;
+    for (const std::uint32_t node : {mem_path_deeper, mem_path_unseen}) {
+        region.node(node).account.set(node);
+        region.late_counts(node).node = node;
+    }
     region.header->nodes.publish(mem_path_first_node);
+    region.header->accounts.publish(mem_path_first_node);
     region.header->loads.publish(1);
 }
 

@@ -28,6 +28,7 @@ class MEM_PATH_MEMORY {
     // Room for the element of that number; one thread at a time for each sequence. False when there is no
     // memory, or no such number.
     bool reserve_node(std::uint32_t number);
+    bool reserve_account(std::uint32_t number);
     bool reserve_load(std::uint32_t number);
     bool reserve_site(std::uint32_t number);
 
@@ -51,6 +52,7 @@ class MEM_PATH_MEMORY {
     PIECE head;
     PIECE latest;  // in shared memory the next piece lies behind it
     PIECE nodes[MEM_PATH_NODE_LAYOUT::most_pieces];
+    PIECE accounts[MEM_PATH_ACCOUNT_LAYOUT::most_pieces];
     PIECE loads[MEM_PATH_LOAD_LAYOUT::most_pieces];
     PIECE sites[MEM_PATH_SITE_LAYOUT::most_pieces];
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <concepts>
+#include <cstring>
 #include <ostream>
 #include <string_view>
 #include <unordered_map>
@@ -32,35 +33,37 @@ bool is_zero(const MEM_PATH_ROW& row) {
     return std::ranges::all_of(all_figures, [&](auto figure) { return row.*figure == 0; });
 }
 
-MEM_PATH_ROW row_of(const MEM_PATH_REGION& region, std::uint32_t number, std::int64_t peak) {
-    const MEM_PATH_COUNTS& counts = region.counts(number);
-    const MEM_PATH_NODE& node = region.node(number);
+MEM_PATH_ROW row_of(const MEM_PATH_REGION& region, std::uint32_t account, std::int64_t peak) {
+    const MEM_PATH_COUNTS& counts = region.counts(account);
+    const MEM_PATH_LATE_COUNTS& late = region.late_counts(account);
     MEM_PATH_ROW row;
-    row.node = number;
-    row.site = node.site.get();
+    row.site = counts.site.get();
     row.bytes = counts.bytes.get();
     row.blocks = counts.blocks.get();
     row.requested_bytes = counts.requested_bytes.get();
-    // A node that has not changed since the peak still has its figures.
+    // An account that has not changed since the peak still has its figures.
     const bool changed_since = counts.peak_mark.get() == peak;
-    row.peak_bytes = changed_since ? node.peak_bytes.get() : row.bytes;
-    row.peak_blocks = changed_since ? node.peak_blocks.get() : row.blocks;
+    row.peak_bytes = changed_since ? late.peak_bytes.get() : row.bytes;
+    row.peak_blocks = changed_since ? late.peak_blocks.get() : row.blocks;
     row.cumulative_bytes = counts.cumulative_bytes.get();
     row.cumulative_blocks = counts.cumulative_blocks.get();
     row.cumulative_requested_bytes = counts.cumulative_requested_bytes.get();
-    row.temporary_blocks = node.temporary_blocks.get();
+    row.temporary_blocks = late.temporary_blocks.get();
     return row;
 }
 
+// A report has a row for each of up to millions of nodes: its digits go straight into the block that is
+// written.
 class TEXT {
   public:
-    explicit TEXT(std::ostream& stream) : out(stream) {}
+    explicit TEXT(std::ostream& stream) : out(stream), block(block_bytes) {}
     ~TEXT() { flush(); }
     TEXT(const TEXT&) = delete;
     TEXT& operator=(const TEXT&) = delete;
 
     TEXT& text(std::string_view more) {
-        pending += more;
+        while (more.size() > block_bytes - used) more.remove_prefix(put(more.substr(0, block_bytes - used)));
+        put(more);
         return *this;
     }
     TEXT& titles(std::span<const MEM_COLUMN> columns) {
@@ -70,37 +73,43 @@ class TEXT {
     }
     // In a column, whose bounds are tabs and line ends.
     TEXT& column(std::string_view more) {
-        pending += '\t';
-        const std::size_t begin = pending.size();
-        pending += more;
-        std::replace_if(
-            pending.begin() + static_cast<std::ptrdiff_t>(begin), pending.end(),
-            [](char c) { return c == '\t' || c == '\n' || c == '\r'; }, ' ');
-        return *this;
+        text("\t");
+        for (std::size_t bound = more.find_first_of(bounds); bound != more.npos;
+             bound = more.find_first_of(bounds)) {
+            text(more.substr(0, bound)).text(" ");
+            more.remove_prefix(bound + 1);
+        }
+        return text(more);
     }
-    TEXT& column(std::integral auto value) {
-        pending += '\t';
-        return number(value);
-    }
+    TEXT& column(std::integral auto value) { return text("\t").number(value); }
     TEXT& number(std::integral auto value, int base = 10) {
-        char digits[32];
-        pending.append(digits, std::to_chars(digits, digits + sizeof digits, value, base).ptr);
+        if (most_digits > block_bytes - used) flush();
+        char* const begin = block.data() + used;
+        used += static_cast<std::size_t>(std::to_chars(begin, begin + most_digits, value, base).ptr - begin);
         return *this;
     }
     TEXT& address(std::uint64_t value) { return text("\t0x").number(value, 16); }
-    void end_row() {
-        pending += '\n';
-        if (pending.size() > (std::size_t{1} << 16)) flush();
-    }
+    void end_row() { text("\n"); }
 
   private:
+    static constexpr std::size_t block_bytes = std::size_t{1} << 16;
+    static constexpr std::size_t most_digits = 24;
+    static constexpr std::string_view bounds = "\t\n\r";
+
+    std::size_t put(std::string_view more) {
+        std::memcpy(block.data() + used, more.data(), more.size());
+        used += more.size();
+        if (used == block_bytes) flush();
+        return more.size();
+    }
     void flush() {
-        out.write(pending.data(), static_cast<std::streamsize>(pending.size()));
-        pending.clear();
+        out.write(block.data(), static_cast<std::streamsize>(used));
+        used = 0;
     }
 
     std::ostream& out;
-    std::string pending;
+    std::vector<char> block;
+    std::size_t used = 0;
 };
 
 void write_head(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHOT& snapshot,
@@ -206,13 +215,16 @@ void write_nodes(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSH
     auto next = snapshot.rows.begin();
     for (std::uint32_t at = 1; at < snapshot.nodes; ++at) {
         if (numbers.of_node[at] == 0) continue;
-        const bool has_figures = next != snapshot.rows.end() && next->node == at;
-        const MEM_PATH_ROW row = has_figures ? *next++ : MEM_PATH_ROW{};
         out.number(numbers.of_node[at]).column(numbers.of_node[parent_of(region, at)]);
         out.column(numbers.frame_of_node[at]);
-        write_site(out, region, row);
-        for (const auto figure : all_figures) out.column(row.*figure);
+        if (next == snapshot.rows.end() || next->node != at) {
+            out.text("\t-\t0\t0\t0\t0\t0\t0\t0\t0\t0\n");
+            continue;
+        }
+        write_site(out, region, *next);
+        for (const auto figure : all_figures) out.column((*next).*figure);
         out.end_row();
+        ++next;
     }
     out.end_row();
 }
@@ -226,14 +238,19 @@ MEM_PATH_SNAPSHOT mem_copy_call_paths(const MEM_PATH_REGION& region) {
     copy.shortened_events = header.shortened_events.get();
     copy.peak_event = header.peak_event.get();
     copy.peak_ms = header.peak_ms.get();
+    const std::uint32_t accounts = std::min(header.accounts.get_published(), region.room_for_accounts());
     const std::int64_t peak = header.peak_bytes.get();
     std::vector<MEM_PATH_ROW> shares;
+    copy.rows.reserve(accounts);
     for (std::uint32_t number = 1; number < copy.nodes; ++number) {
-        MEM_PATH_ROW row = row_of(region, number, peak);
+        const MEM_PATH_NODE& node = region.node(number);
+        const std::uint32_t account = node.account.get_published();
+        if (account == 0 || account >= accounts) continue;
+        MEM_PATH_ROW row = row_of(region, account, peak);
         if (is_zero(row)) continue;
         add(copy.sums, row);
-        const bool is_share = mem_path_is_share(region.node(number).pc);
-        if (is_share) row.node = region.node(number).parent;
+        const bool is_share = mem_path_is_share(node.pc);
+        row.node = is_share ? node.parent : number;
         (is_share ? shares : copy.rows).push_back(row);
     }
     for (const MEM_PATH_ROW& share : shares) {

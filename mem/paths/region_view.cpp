@@ -13,6 +13,7 @@ const MEM_PATH_HEADER& header_of(const std::byte* memory) {
 bool is_known(const MEM_PATH_HEADER& header) {
     return header.magic == mem_path_magic && header.version == mem_path_version &&
            header.header_bytes == sizeof header && header.node_bytes == MEM_PATH_NODE_LAYOUT::element_bytes &&
+           header.account_bytes == MEM_PATH_ACCOUNT_LAYOUT::element_bytes &&
            header.load_bytes == sizeof(MEM_PATH_LOAD);
 }
 
@@ -62,6 +63,9 @@ bool MEM_PATH_VIEW::map(int descriptor) {
     for_each_piece<MEM_PATH_NODE_LAYOUT>(header.node_pieces, memory, bytes, [this](auto at, auto* piece) {
         mapped_region.set_node_piece(at, piece);
     });
+    for_each_piece<MEM_PATH_ACCOUNT_LAYOUT>(
+        header.account_pieces, memory, bytes,
+        [this](auto at, auto* piece) { mapped_region.set_account_piece(at, piece); });
     for_each_piece<MEM_PATH_LOAD_LAYOUT>(header.load_pieces, memory, bytes, [this](auto at, auto* piece) {
         mapped_region.set_load_piece(at, piece);
     });

@@ -35,7 +35,8 @@ MEM_PATH_TRIE::BUCKETS* MEM_PATH_TRIE::make_buckets(std::uint32_t count, BUCKETS
 }
 
 std::uint32_t MEM_PATH_TRIE::INSERTION::child(std::uint32_t parent, std::uint64_t pc, std::uint16_t load) {
-    const std::uint32_t same = parent == latest && latest != none ? none : trie.find_same(parent, pc, load);
+    const auto is_same = [&](const MEM_PATH_NODE& node) { return node.load == load; };
+    const std::uint32_t same = parent == latest && latest != none ? none : trie.find_if(parent, pc, is_same);
     if (same != none) {
         trie.memory.region.node(same).generation.set(generation);
         return same;
@@ -43,16 +44,6 @@ std::uint32_t MEM_PATH_TRIE::INSERTION::child(std::uint32_t parent, std::uint64_
     if (trie.memory.region.header->nodes.get() >= limit) return none;
     latest = trie.make(parent, pc, load, generation);
     return latest;
-}
-
-std::uint32_t MEM_PATH_TRIE::find_same(std::uint32_t parent, std::uint64_t pc, std::uint16_t load) const {
-    std::uint32_t at = current.load(std::memory_order_relaxed)->head(parent, pc).get();
-    while (at != none) {
-        const MEM_PATH_NODE& node = memory.region.node(at);
-        if (node.pc == pc && node.parent == parent && node.load == load) break;
-        at = node.next.get();
-    }
-    return at;
 }
 
 std::uint32_t MEM_PATH_TRIE::make(std::uint32_t parent, std::uint64_t pc, std::uint16_t load,
@@ -66,9 +57,20 @@ std::uint32_t MEM_PATH_TRIE::make(std::uint32_t parent, std::uint64_t pc, std::u
     node.load = load;
     node.generation.set(generation);
     count.publish(number + 1);
-    add_buckets();
-    chain(*current.load(std::memory_order_relaxed), number);
+    add_child(parent, number);
     return number;
+}
+
+void MEM_PATH_TRIE::add_child(std::uint32_t parent, std::uint32_t number) {
+    MEM_PATH_WORD<std::uint32_t>& first_child = memory.region.node(parent).first_child;
+    if (first_child.get() == none) {
+        first_child.publish(number);
+        return;
+    }
+    add_buckets();
+    memory.region.node(number).is_chained = true;
+    chain(*current.load(std::memory_order_relaxed), number);
+    ++chained;
 }
 
 void MEM_PATH_TRIE::chain(BUCKETS& buckets, std::uint32_t number) {
@@ -81,14 +83,28 @@ void MEM_PATH_TRIE::chain(BUCKETS& buckets, std::uint32_t number) {
 // Without memory for more the chains grow longer.
 void MEM_PATH_TRIE::add_buckets() {
     BUCKETS* outgrown = current.load(std::memory_order_relaxed);
-    const std::uint32_t nodes = memory.region.header->nodes.get();
-    if (nodes <= outgrown->mask + 1) return;
+    if (chained <= outgrown->mask) return;
     BUCKETS* more = make_buckets(2 * (outgrown->mask + 1), outgrown);
     if (more == nullptr) return;
-    // All but the one that is being made. In the order of the numbers, so that a search in an old chain that
-    // comes to a node of the new ones goes on to nodes with lower numbers, and ends.
-    for (std::uint32_t number = mem_path_first_node; number + 1 < nodes; ++number) chain(*more, number);
+    // In the order of the numbers, so that a search in an old chain that comes to a node of the new ones goes
+    // on to nodes with lower numbers, and ends.
+    const std::uint32_t nodes = memory.region.header->nodes.get();
+    for (std::uint32_t number = mem_path_first_node; number < nodes; ++number)
+        if (memory.region.node(number).is_chained) chain(*more, number);
     current.store(more, std::memory_order_release);
+}
+
+__attribute__((noinline, cold)) std::uint32_t MEM_PATH_TRIE::open_account(std::uint32_t node) {
+    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    MEM_PATH_WORD<std::uint32_t>& account = memory.region.node(node).account;
+    if (account.get() != 0) return account.get();
+    MEM_PATH_WORD<std::uint32_t>& count = memory.region.header->accounts;
+    const std::uint32_t number = count.get();
+    if (!memory.reserve_account(number)) return none;
+    memory.region.late_counts(number).node = node;
+    count.publish(number + 1);
+    account.publish(number);
+    return number;
 }
 
 // True when it was there. Without memory everything counts as new.

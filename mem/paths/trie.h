@@ -1,10 +1,11 @@
 // MEM_PATH_TRIE: from the path of a caller and a return address to the path of the frame. A path that is
 // known is found without a lock; one that is new is entered under one.
 //
-// Nodes of one bucket are chained by their numbers. When there are more nodes than buckets, twice as many
-// buckets take over. A search that runs meanwhile may then miss a node, and looks again with the lock held;
-// it never finds a wrong one, and it ends, since a chain leads at any moment to nodes that were chained
-// before.
+// A node knows its first child; most have no other, and the paths of a new one's children need no search. The
+// further children are chained by their numbers in the buckets of a hash table. When there are more of them
+// than buckets, twice as many buckets take over. A search that runs meanwhile may then miss a node, and looks
+// again with the lock held; it never finds a wrong one, and it ends, since a chain leads at any moment to
+// nodes that were chained before.
 #pragma once
 
 #include <atomic>
@@ -29,14 +30,14 @@ class MEM_PATH_TRIE {
 
     // A known child; one that was not seen since the modules may have changed counts as unknown.
     std::uint32_t find(std::uint32_t parent, std::uint64_t pc, std::uint16_t generation) const {
-        const BUCKETS* buckets = current.load(std::memory_order_acquire);
-        std::uint32_t at = buckets->head(parent, pc).get_published();
-        while (at != none) {
-            const MEM_PATH_NODE& node = memory.region.node(at);
-            if (node.pc == pc && node.parent == parent && node.generation.get() == generation) break;
-            at = node.next.get_published();
-        }
-        return at;
+        const auto is_seen = [&](const MEM_PATH_NODE& node) { return node.generation.get() == generation; };
+        return find_if(parent, pc, is_seen);
+    }
+
+    // The node's account, opened when it has none; none when there is no memory for it.
+    std::uint32_t account_of(std::uint32_t node) {
+        const std::uint32_t known = memory.region.node(node).account.get_published();
+        return known != 0 ? known : open_account(node);
     }
 
     // The load of the module that holds pc now. With no lock held.
@@ -98,9 +99,25 @@ class MEM_PATH_TRIE {
         void grow();
     };
 
+    template <class FITS>
+    std::uint32_t find_if(std::uint32_t parent, std::uint64_t pc, FITS fits) const {
+        std::uint32_t at = memory.region.node(parent).first_child.get_published();
+        if (at == none) return none;
+        const MEM_PATH_NODE& first = memory.region.node(at);
+        if (first.pc == pc && fits(first)) return at;
+        at = current.load(std::memory_order_acquire)->head(parent, pc).get_published();
+        while (at != none) {
+            const MEM_PATH_NODE& node = memory.region.node(at);
+            if (node.pc == pc && node.parent == parent && fits(node)) break;
+            at = node.next.get_published();
+        }
+        return at;
+    }
+
+    std::uint32_t open_account(std::uint32_t node);
     static BUCKETS* make_buckets(std::uint32_t count, BUCKETS* outgrown);
-    std::uint32_t find_same(std::uint32_t parent, std::uint64_t pc, std::uint16_t load) const;
     std::uint32_t make(std::uint32_t parent, std::uint64_t pc, std::uint16_t load, std::uint16_t generation);
+    void add_child(std::uint32_t parent, std::uint32_t number);
     void chain(BUCKETS& buckets, std::uint32_t number);
     void add_buckets();
 
@@ -108,5 +125,6 @@ class MEM_PATH_TRIE {
     MEM_PATH_LOADS loads;
     MEM_SPIN_LOCK lock;
     std::atomic<BUCKETS*> current{nullptr};
+    std::uint32_t chained = 0;  // nodes that are in the buckets
     PC_SET pcs;
 };

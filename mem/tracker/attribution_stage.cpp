@@ -107,11 +107,11 @@ MEM_MODULE_ENTRY& module_of(const MEM_CALL_SITE& site) {
     return mem_tbb_module_trackers->find_or_create(name);
 }
 
-// An allocation as it is charged. node: of its path; none without one.
+// An allocation as it is charged. account: of its path; none without one.
 struct ALLOCATION {
     MEM_PATH_BLOCK block;
     std::uint32_t word;
-    std::uint32_t node;
+    std::uint32_t account;
     std::uint32_t bins;
     bool sampling_point;
 };
@@ -121,34 +121,34 @@ bool asks_for_path(std::uint32_t word) {
 }
 
 // The record that a path is charged to is searched for once.
-MEM_CALL_SITE* find_call_site_of(std::uint32_t node, const STACK_WALK_START& start) {
-    if (node == MEM_CALL_PATHS::none) return mem_find_call_site(start);
-    const std::uint32_t known = mem_tbb_call_paths->site_of(node);
+MEM_CALL_SITE* find_call_site_of(std::uint32_t account, const STACK_WALK_START& start) {
+    if (account == MEM_CALL_PATHS::none) return mem_find_call_site(start);
+    const std::uint32_t known = mem_tbb_call_paths->site_of(account);
     if (known != 0) [[likely]]
         return &mem_tbb_call_sites->by_number(known - 1);
     MEM_CALL_SITE* site = mem_find_call_site(start);
-    if (site != nullptr) mem_tbb_call_paths->note_site(node, site->number, site->frame.pc);
+    if (site != nullptr) mem_tbb_call_paths->note_site(account, site->number, site->frame.pc);
     return site;
 }
 
 // A path for which no node could be made is cut to its call site.
-std::uint32_t node_of_cut_path(const MEM_CALL_SITE& site) {
-    const std::uint32_t node = mem_tbb_call_paths->find_for_cut_path(site.frame.pc);
-    if (node != MEM_CALL_PATHS::none) mem_tbb_call_paths->note_site(node, site.number, site.frame.pc);
-    return node;
+std::uint32_t account_of_cut_path(const MEM_CALL_SITE& site) {
+    const std::uint32_t account = mem_tbb_call_paths->find_for_cut_path(site.frame.pc);
+    if (account != MEM_CALL_PATHS::none) mem_tbb_call_paths->note_site(account, site.number, site.frame.pc);
+    return account;
 }
 
 MEM_ADDRESS_ENTRY entry_of(const MEM_CALL_SITE& site, const ALLOCATION& made, std::uint32_t thread_id) {
-    std::uint32_t node = made.node;
-    if (asks_for_path(made.word) && node == MEM_CALL_PATHS::none) [[unlikely]]
-        node = node_of_cut_path(site);
-    if (node == MEM_CALL_PATHS::none) return MEM_ADDRESS_ENTRY::of_call_site(site.number, thread_id);
+    std::uint32_t account = made.account;
+    if (asks_for_path(made.word) && account == MEM_CALL_PATHS::none) [[unlikely]]
+        account = account_of_cut_path(site);
+    if (account == MEM_CALL_PATHS::none) return MEM_ADDRESS_ENTRY::of_call_site(site.number, thread_id);
     const std::uint64_t asked_for = std::min(made.block.requested, made.block.allocated);
-    return MEM_ADDRESS_ENTRY::of_path(node, thread_id, made.block.allocated - asked_for);
+    return MEM_ADDRESS_ENTRY::of_path(account, thread_id, made.block.allocated - asked_for);
 }
 
-void charge_path(std::uint32_t node, const MEM_PATH_BLOCK& block) {
-    if (mem_tbb_call_paths->charge(node, block)) mem_tbb_call_paths->note_peak(mem_events_numbered());
+void charge_path(std::uint32_t account, const MEM_PATH_BLOCK& block) {
+    if (mem_tbb_call_paths->charge(account, block)) mem_tbb_call_paths->note_peak(mem_events_numbered());
 }
 
 // Enters the block and charges its path, if it has one. False when there is no memory for an entry.
@@ -157,7 +157,7 @@ bool enter(const MEM_CALL_SITE& site, const ALLOCATION& made) {
     const MEM_ADDRESS_ENTRY entry = entry_of(site, made, thread_id);
     if (!mem_address_table->put(made.block.address, MEM_BLOCK_MARK::of_charge(entry.as_word(), made.bins)))
         return false;
-    if (entry.is_path()) charge_path(entry.node(), made.block);
+    if (entry.is_path()) charge_path(entry.account(), made.block);
     return true;
 }
 
@@ -190,7 +190,8 @@ MEM_CALL_SITE& discharge_path(const MEM_ADDRESS_ENTRY* entry, std::uint64_t addr
         return mem_tbb_call_sites->other();
     }
     if (entry->is_path())
-        mem_tbb_call_paths->discharge(entry->node(), {address, allocated - entry->spare_bytes(), allocated});
+        mem_tbb_call_paths->discharge(entry->account(),
+                                      {address, allocated - entry->spare_bytes(), allocated});
     return mem_call_site_of(*entry);
 }
 
@@ -218,7 +219,7 @@ __attribute__((noinline)) bool mem_name_call_sites(const STACK_WALK_START& start
 }
 
 MEM_CALL_SITE& mem_call_site_of(const MEM_ADDRESS_ENTRY& entry) {
-    return mem_tbb_call_sites->by_number(entry.is_path() ? mem_tbb_call_paths->site_of(entry.node()) - 1
+    return mem_tbb_call_sites->by_number(entry.is_path() ? mem_tbb_call_paths->site_of(entry.account()) - 1
                                                          : entry.call_site());
 }
 
@@ -226,14 +227,14 @@ std::uint32_t mem_attribute_alloc(std::uint64_t address, std::uint64_t requested
                                   std::uint32_t word, bool sampling_point, std::uint32_t bins,
                                   const STACK_WALK_START& start) {
     const auto skip = static_cast<std::uint32_t>(search_window().skip);
-    const std::uint32_t node =
+    const std::uint32_t account =
         asks_for_path(word) ? mem_tbb_call_paths->find(start, skip) : MEM_CALL_PATHS::none;
     for (bool may_be_named = true;; may_be_named = mem_name_call_sites(start)) {
         const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
         if (waited_for_the_end()) return bins;
-        MEM_CALL_SITE* const site = find_call_site_of(node, start);
+        MEM_CALL_SITE* const site = find_call_site_of(account, start);
         if (site != nullptr || !may_be_named) [[likely]]
-            return charge(site, {{address, requested, allocated}, word, node, bins, sampling_point});
+            return charge(site, {{address, requested, allocated}, word, account, bins, sampling_point});
     }
 }
 

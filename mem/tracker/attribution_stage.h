@@ -1,6 +1,6 @@
 // The stage of an event that charges a call site and a module: the one place where a stack is walked.
 //
-// Lock order: the gate first; then one at a time a part of the address table, the figures of the path's node,
+// Lock order: the gate first; then one at a time a part of the address table, the account of the path,
 // the tally of the call site, the tally of its module. No lock is held across a walk, and neither a lock nor
 // the gate across a symbol look-up: that waits for other look-ups and for the loader, whose own allocations
 // come here, too.

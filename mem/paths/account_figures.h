@@ -1,5 +1,5 @@
-// Moves the figures of one node, and copies them late: a node that is about to change first keeps its figures
-// as those of the exact peak, if the peak has risen since it changed last.
+// Moves the figures of one account, and copies them late: an account that is about to change first keeps its
+// figures as those of the exact peak, if the peak has risen since it changed last.
 #pragma once
 
 #include <mutex>
@@ -9,7 +9,7 @@
 
 static_assert(sizeof(MEM_SPIN_LOCK) == 1);
 
-// Waits for a node until its figures belong to many threads.
+// Waits for an account until it belongs to many threads.
 inline constexpr std::uint8_t mem_path_many_waits = 16;
 
 struct MEM_PATH_BLOCK {
@@ -23,7 +23,7 @@ class MEM_PATH_FIGURES {
     // peak: the highest total so far.
     MEM_PATH_FIGURES(const MEM_PATH_REGION& region, std::uint32_t number, std::int64_t peak)
         : counts(region.counts(number)),
-          node(region.node(number)),
+          late(region.late_counts(number)),
           lock(reinterpret_cast<MEM_SPIN_LOCK&>(counts.lock)) {
         if (lock.acquire() && counts.waits < mem_path_many_waits && ++counts.waits == mem_path_many_waits)
             counts.is_shared.set(true);
@@ -45,17 +45,17 @@ class MEM_PATH_FIGURES {
         counts.bytes.add(-static_cast<std::int64_t>(block.allocated));
         counts.blocks.add(-1);
         counts.requested_bytes.add(-static_cast<std::int64_t>(block.requested));
-        if (is_temporary) node.temporary_blocks.add(1);
+        if (is_temporary) late.temporary_blocks.add(1);
     }
 
   private:
     void keep_peak(std::int64_t peak) {
-        node.peak_bytes.set(counts.bytes.get());
-        node.peak_blocks.set(counts.blocks.get());
+        late.peak_bytes.set(counts.bytes.get());
+        late.peak_blocks.set(counts.blocks.get());
         counts.peak_mark.set(peak);
     }
 
     MEM_PATH_COUNTS& counts;
-    MEM_PATH_NODE& node;
+    MEM_PATH_LATE_COUNTS& late;
     MEM_SPIN_LOCK& lock;
 };
