@@ -13,12 +13,10 @@ void MEM_PROFILE_BIN::clear() {
 }
 
 void MEM_PROFILE_BIN_TABLE::add_bytes(std::uint64_t bytes, std::uint32_t id) {
-    const MEM_GATE_SCOPE inside(gate, MEM_MOUSE);
     row_of(id).tally.charge(bytes, bytes);
 }
 
 void MEM_PROFILE_BIN_TABLE::remove_bytes(std::uint64_t bytes, std::uint32_t id) {
-    const MEM_GATE_SCOPE inside(gate, MEM_MOUSE);
     row_of(id).tally.discharge(bytes);
 }
 
@@ -31,7 +29,6 @@ void MEM_PROFILE_BIN_TABLE::grow(std::uint32_t id) {
 
 template <class CHANGE>
 void MEM_PROFILE_BIN_TABLE::change_all(CHANGE change) {
-    const MEM_GATE_SCOPE alone(gate, MEM_CAT);
     for (std::uint32_t id = 0; id < rows.size(); ++id) change(rows[id]);
 }
 
@@ -48,11 +45,6 @@ void MEM_PROFILE_BIN_TABLE::restore_peak() {
 }
 
 void MEM_PROFILE_BIN_TABLE::clear() {
-    const MEM_GATE_SCOPE alone(gate, MEM_CAT);
-    clear_at_rest();
-}
-
-void MEM_PROFILE_BIN_TABLE::clear_at_rest() {
     for (std::uint32_t id = 0; id < rows.size(); ++id) rows[id].clear();
     rows.set_size(0);
 }

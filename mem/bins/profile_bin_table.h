@@ -4,13 +4,12 @@
 #include <atomic>
 #include <cstdint>
 
-#include "mem/base/gate.h"
 #include "mem/base/spin_lock.h"
 #include "mem/base/steady_array.h"
 #include "mem/base/tally.h"
 #include "mem/base/tracking_word.h"
 
-// The counters of one bin or one tag. Whoever needs those of all rows at rest holds the table's gate.
+// The counters of one bin or one tag. Whoever needs those of all rows at rest is alone in the tracker's gate.
 struct MEM_PROFILE_BIN {
     MEM_TALLY tally;                            // of bytes; blocks are ignored
     MEM_PLAIN_WORD<std::int64_t> peak;          // current bytes at the latest recorded peak of the process
@@ -21,9 +20,8 @@ struct MEM_PROFILE_BIN {
 };
 
 // One row for each id from 0 to the highest that has moved bytes. Adding and removing run on the event path
-// of any thread as mice of the table's gate, and don't exclude each other; the others, and the sampler of the
-// tag timeline, are its cats. Rows never move, so that reports read them without entering the gate. A thread
-// inside the gate must not enter it again.
+// of any thread as mice of the tracker's gate, and don't exclude each other; the others, and the sampler of
+// the tag timeline, run as its cat. Rows never move, so that reports read them without entering the gate.
 class MEM_PROFILE_BIN_TABLE {
   public:
     void add_bytes(std::uint64_t bytes, std::uint32_t id);
@@ -38,17 +36,12 @@ class MEM_PROFILE_BIN_TABLE {
     void flush_peak();    // flushed_peak = peak
     void restore_peak();  // peak = flushed_peak
 
-    // Forgets all rows. A timeline over this table must be reset in the same breath, with its own lock taken
-    // before the gate: MEM_TAG_TIMELINE::reset does that by way of clear_at_rest.
+    // Forgets all rows. A timeline over this table must be reset in the same breath: MEM_TAG_TIMELINE::reset.
     void clear();
-    // The same for a caller that is inside as a cat.
-    void clear_at_rest();
 
     // Safe at any time. The values of two rows, or of two counters, can come from two moments.
     std::uint32_t size() const { return rows.size(); }
     MEM_PROFILE_BIN& row(std::uint32_t id) const { return rows[id]; }
-
-    MEM_CATS_AND_MICE gate;
 
   private:
     MEM_PROFILE_BIN& row_of(std::uint32_t id) {

@@ -19,7 +19,6 @@ PB_ID current_bin() {
 
 void MEM_TAG_TIMELINE::sample() {
     const std::scoped_lock guard(mutex);
-    const MEM_GATE_SCOPE alone(tags.gate, MEM_CAT);
     series.bin_series.append(current_bin());
     const std::uint32_t new_num_tags = tags.size();
     mem_require(new_num_tags >= series.tag_series.size(), mem_conditions::tags_only_come);
@@ -32,12 +31,9 @@ void MEM_TAG_TIMELINE::sample() {
     ++series.num_samples;
 }
 
-// Between clearing the table and dropping the series a sampler would find fewer rows than series, hence both
-// locks across both steps.
 void MEM_TAG_TIMELINE::reset() {
     const std::scoped_lock guard(mutex);
-    const MEM_GATE_SCOPE alone(tags.gate, MEM_CAT);
-    tags.clear_at_rest();
+    tags.clear();
     series.tag_series.clear();
     series.num_samples = 0;
 }

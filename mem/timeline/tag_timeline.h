@@ -17,16 +17,18 @@ struct MEM_TAG_SERIES {
     MEM_RUN_SERIES<PB_ID> bin_series;      // of all samples, a reset leaves it alone
 };
 
-// Order of locks: the mutex, then the gate of the tag table.
+// Samples and resets are alone in the tracker's gate, so that events and each other are kept out. The mutex
+// is taken inside of it, for the readers.
 class MEM_TAG_TIMELINE {
   public:
     explicit MEM_TAG_TIMELINE(MEM_PROFILE_BIN_TABLE& tag_table) : tags(tag_table) {}
 
-    // One sample of all tags at one moment, and of the current bin. Runs on the event path, or on a thread
-    // whose allocations are no events. A current bin whose id needs more than 16 bits is an internal error.
+    // As a cat. One sample of all tags at one moment, and of the current bin. Runs on the event path, or on a
+    // thread whose allocations are no events. A current bin whose id needs more than 16 bits is an internal
+    // error.
     void sample();
 
-    // Empties the tag table and forgets the series of the tags, in one step for samplers and events.
+    // As a cat. Empties the tag table and forgets the series of the tags.
     void reset();
 
     // visit(series) while nobody samples. The visitor's allocations must not be events.

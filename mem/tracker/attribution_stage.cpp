@@ -80,22 +80,16 @@ __attribute__((noinline)) MEM_CALL_SITE* find_by_walk(const STACK_WALK_START& st
     return &mem_tbb_call_sites->other();
 }
 
-// The event began before the hooks were detached, and the gate opened for it after the last report: nobody
-// will read it, and what it would use may be on its way out with the process.
-bool waited_for_the_end() {
-    return mem_tbb_tracker_has_ended();
-}
-
 // Whether a search ends at the program counter, which has a record from then on, or has no need of one.
 bool name_and_see_if_it_ends(std::uint64_t pc) {
     {
         const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
-        if (waited_for_the_end()) return true;
+        if (mem_tbb_tracker_has_ended()) return true;
         if (const MEM_CALL_SITE* known = mem_tbb_call_sites->find(pc)) return !known->is_filtered;
     }
     const MEM_CALL_SITE_TEXT text = mem_name_call_site(pc);
     const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
-    return waited_for_the_end() || !mem_tbb_call_sites->find_or_make(pc, text).is_filtered;
+    return mem_tbb_tracker_has_ended() || !mem_tbb_call_sites->find_or_make(pc, text).is_filtered;
 }
 
 // The module of a call site: the one that its record points at, or the entry of its name while it points at
@@ -106,15 +100,6 @@ MEM_MODULE_ENTRY& module_of(const MEM_CALL_SITE& site) {
     const char* name = site.frame.module[0] != '\0' ? site.frame.module : "OTHER";
     return mem_tbb_module_trackers->find_or_create(name);
 }
-
-// An allocation as it is charged. account: of its path; none without one.
-struct ALLOCATION {
-    MEM_PATH_BLOCK block;
-    std::uint32_t word;
-    std::uint32_t account;
-    std::uint32_t bins;
-    bool sampling_point;
-};
 
 bool asks_for_path(std::uint32_t word) {
     return (word & MEM_TRACKING_CALL_PATHS) != 0 && mem_tbb_call_paths != nullptr;
@@ -138,7 +123,7 @@ std::uint32_t account_of_cut_path(const MEM_CALL_SITE& site) {
     return account;
 }
 
-MEM_ADDRESS_ENTRY entry_of(const MEM_CALL_SITE& site, const ALLOCATION& made, std::uint32_t thread_id) {
+MEM_ADDRESS_ENTRY entry_of(const MEM_CALL_SITE& site, const MEM_ALLOCATION& made, std::uint32_t thread_id) {
     std::uint32_t account = made.account;
     if (asks_for_path(made.word) && account == MEM_CALL_PATHS::none) [[unlikely]]
         account = account_of_cut_path(site);
@@ -152,7 +137,7 @@ void charge_path(std::uint32_t account, const MEM_PATH_BLOCK& block) {
 }
 
 // Enters the block and charges its path, if it has one. False when there is no memory for an entry.
-bool enter(const MEM_CALL_SITE& site, const ALLOCATION& made) {
+bool enter(const MEM_CALL_SITE& site, const MEM_ALLOCATION& made) {
     const std::uint32_t thread_id = (made.word & MEM_TRACKING_PER_FILELINE) != 0 ? _Thrd_id() : 0;
     const MEM_ADDRESS_ENTRY entry = entry_of(site, made, thread_id);
     if (!mem_address_table->put(made.block.address, MEM_BLOCK_MARK::of_charge(entry.as_word(), made.bins)))
@@ -162,23 +147,23 @@ bool enter(const MEM_CALL_SITE& site, const ALLOCATION& made) {
 }
 
 // found: null where memory was too scarce to name it. Without an entry the block is charged to what its free
-// will come off. Returns the bins that the entry holds.
-std::uint32_t charge(MEM_CALL_SITE* found, const ALLOCATION& made) {
+// will come off.
+void charge(MEM_CALL_SITE* found, MEM_ALLOCATION& made) {
     const auto& [address, requested, allocated] = made.block;
     const bool is_entered = found != nullptr && enter(*found, made);
     MEM_CALL_SITE& site = is_entered ? *found : mem_tbb_call_sites->other();
-    if (!is_entered && asks_for_path(made.word)) [[unlikely]]
-        charge_path(mem_path_unseen, {address, 0, allocated});
+    if (!is_entered) [[unlikely]] {
+        made.bins = 0;
+        if (asks_for_path(made.word)) charge_path(mem_path_unseen, {address, 0, allocated});
+    }
     if ((made.word & mem_call_site_counter_bits) != 0) site.tally.charge(requested, allocated);
-    const std::uint32_t bins = is_entered ? made.bins : 0;
-    if ((made.word & MEM_TRACKING_PER_LIBRARY) == 0) return bins;
+    if ((made.word & MEM_TRACKING_PER_LIBRARY) == 0) return;
     MEM_MODULE_ENTRY& module = module_of(site);
     module.tally.charge(requested, allocated);
     if (site.module_tracker.load(std::memory_order_relaxed) == nullptr) [[unlikely]]
         site.module_tracker.store(&module, std::memory_order_release);
     if (made.sampling_point) [[unlikely]]
         mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
-    return bins;
 }
 
 // Takes a freed block off its path, if it has one, and returns its call site. A block whose allocation was
@@ -223,25 +208,21 @@ MEM_CALL_SITE& mem_call_site_of(const MEM_ADDRESS_ENTRY& entry) {
                                                          : entry.call_site());
 }
 
-std::uint32_t mem_attribute_alloc(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
-                                  std::uint32_t word, bool sampling_point, std::uint32_t bins,
-                                  const STACK_WALK_START& start) {
-    const auto skip = static_cast<std::uint32_t>(search_window().skip);
-    const std::uint32_t account =
-        asks_for_path(word) ? mem_tbb_call_paths->find(start, skip) : MEM_CALL_PATHS::none;
-    for (bool may_be_named = true;; may_be_named = mem_name_call_sites(start)) {
-        const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
-        if (waited_for_the_end()) return bins;
-        MEM_CALL_SITE* const site = find_call_site_of(account, start);
-        if (site != nullptr || !may_be_named) [[likely]]
-            return charge(site, {{address, requested, allocated}, word, account, bins, sampling_point});
-    }
+std::uint32_t mem_find_path(std::uint32_t word, const STACK_WALK_START& start) {
+    if (!asks_for_path(word)) return MEM_CALL_PATHS::none;
+    return mem_tbb_call_paths->find(start, static_cast<std::uint32_t>(search_window().skip));
+}
+
+bool mem_attribute_alloc(MEM_ALLOCATION& made, const STACK_WALK_START& start, bool may_be_named) {
+    MEM_CALL_SITE* const site = find_call_site_of(made.account, start);
+    if (site == nullptr && may_be_named) [[unlikely]]
+        return false;
+    charge(site, made);
+    return true;
 }
 
 std::uint32_t mem_attribute_dealloc(std::uint64_t address, std::uint64_t allocated, std::uint32_t word,
                                     bool sampling_point) {
-    const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
-    if (waited_for_the_end()) return 0;
     const MEM_BLOCK_MARK mark = mem_address_table->take(address, (word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0
                                                                      ? MEM_BLOCK_MARK::both_halves
                                                                      : MEM_BLOCK_MARK::charge_half);

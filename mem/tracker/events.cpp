@@ -9,9 +9,11 @@
 #include "mem/base/messages.h"
 #include "mem/base/scarcity.h"
 #include "mem/base/stats.h"
+#include "mem/base/tracker_phase.h"
 #include "mem/bins/bin_attribution.h"
 #include "mem/bins/profile_bin_table.h"
 #include "mem/bins/timeline_labels.h"
+#include "mem/paths/call_paths.h"
 #include "mem/timeline/auxiliary_timeline.h"
 #include "mem/timeline/sample_clock.h"
 #include "mem/timeline/tag_timeline.h"
@@ -28,7 +30,7 @@ namespace {
 #define MEM_COLD __attribute__((noinline, cold))
 
 // A peak of the process: everybody's share of it is kept. Events wait meanwhile.
-MEM_COLD void record_peak(std::int64_t total) {
+MEM_COLD void record_peak(std::int64_t total, std::uint32_t word) {
     const THREAD_NOT_CANCELLED message_is_written;
     mem_tbb_peak_search.record(total);
     const auto threshold = static_cast<std::int64_t>(mem_fileline_peak_snapshot_threshold);
@@ -40,6 +42,10 @@ MEM_COLD void record_peak(std::int64_t total) {
     const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
     const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
     const MEM_SHARES_AT_REST at_rest;
+    if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) {
+        mem_tbb_bin_table->take_peak();
+        mem_tbb_tag_table->take_peak();
+    }
     for (auto& [pc, site] : mem_tbb_call_sites->records()) {
         const MEMORY_TRACKER_BASE now = site.tally.read();
         site.peak_blocks = now.current_blocks;
@@ -48,16 +54,16 @@ MEM_COLD void record_peak(std::int64_t total) {
     mem_tbb_peak_timeline_index = mem_tbb_timeline_index.read();
 }
 
-MEM_COLD bool record_if_peak() {
+MEM_COLD bool record_if_peak(std::uint32_t word) {
     const std::int64_t total = mem_tbb_total_bytes.read().current_bytes;
     if (!mem_tbb_peak_search.is_due(total)) return false;
-    record_peak(total);
+    record_peak(total, word);
     return true;
 }
 
 // Looks at the total from before this free.
 bool is_new_peak(std::uint32_t word) {
-    return (word & mem_timeline_mask) != 0 && mem_tbb_peak_search.may_be_due() && record_if_peak();
+    return (word & mem_timeline_mask) != 0 && mem_tbb_peak_search.may_be_due() && record_if_peak(word);
 }
 
 MEM_COLD void sample_labels_and_process(std::uint32_t word) {
@@ -84,8 +90,6 @@ MEM_COLD void pass_sampling_point() {
     }
 }
 
-#undef MEM_COLD
-
 // A stage that finds no memory is left out, and the event goes on with the next: what it would have charged
 // is not attributed.
 template <class STAGE>
@@ -97,34 +101,72 @@ void pass(STAGE stage) {
     }
 }
 
+// What an event under such a word charges, it charges inside the gate and all at once, so that reports and
+// peaks find either everything of an event or nothing.
+constexpr std::uint32_t charged_bits = mem_stack_walk_bits | mem_stats_bits | MEM_TRACKING_PROFILE_BIN_TAGS;
+
+bool has_bins(std::uint32_t word) {
+    return (word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0;
+}
+
+// False when program counters have to be named first.
+bool charge(MEM_ALLOCATION& made, const STACK_WALK_START& start, bool may_be_named) {
+    const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
+    // The event began before the hooks were detached, and the gate opened for it after the last report:
+    // nobody will read it, and what it would use may be on its way out with the process.
+    if (mem_tbb_tracker_has_ended()) return true;
+    const std::uint64_t allocated = made.block.allocated;
+    if ((made.word & mem_stack_walk_bits) != 0) {
+        bool is_done = true;
+        pass([&] { is_done = mem_attribute_alloc(made, start, may_be_named); });
+        if (!is_done) return false;
+    } else if (has_bins(made.word) &&
+               !mem_address_table->put(made.block.address, MEM_BLOCK_MARK::of_bins(made.bins))) {
+        made.bins = 0;
+    }
+    if (has_bins(made.word)) pass([&] { mem_charge_bin_and_tag(made.bins, allocated); });
+    if ((made.word & mem_stats_bits) != 0) mem_stats_add_block(allocated);
+    if ((made.word & mem_timeline_mask) != 0) mem_tbb_total_bytes.charge(allocated, allocated);
+    return true;
+}
+
+void discharge(std::uint64_t address, std::uint64_t allocated, std::uint32_t word, bool sampling_point) {
+    const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
+    if (mem_tbb_tracker_has_ended()) return;
+    std::uint32_t bins = 0;
+    if ((word & mem_stack_walk_bits) != 0) {
+        pass([&] { bins = mem_attribute_dealloc(address, allocated, word, sampling_point); });
+    } else if (has_bins(word)) {
+        bins = mem_address_table->take(address, MEM_BLOCK_MARK::bins_half).bins();
+    }
+    if ((word & mem_stats_bits) != 0) mem_stats_remove_block(allocated);
+    if (has_bins(word)) pass([&] { mem_discharge_bin_and_tag(bins, allocated); });
+    if ((word & mem_timeline_mask) != 0) mem_tbb_total_bytes.discharge(allocated);
+}
+
 }  // namespace
+
+MEM_COLD void mem_sample_tags() {
+    const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
+    if (!mem_tbb_tracker_has_ended()) mem_tbb_tag_timeline->sample();
+}
 
 void mem_track_alloc_fully(std::uint64_t address, std::uint64_t requested, std::uint64_t allocated,
                            std::uint32_t word, const STACK_WALK_START& start) {
     const KEPT_ERRNO errno_is_kept;
     const bool sampling_point = mem_take_event_number() && mem_has_room_for_a_sample();
-    const bool has_bins = (word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0;
-    std::uint32_t bins = 0;
-    if (has_bins) pass([&] { bins = mem_current_bin_and_tag(); });
-    if ((word & mem_stack_walk_bits) != 0) {
-        pass([&] {
-            bins = mem_attribute_alloc(address, requested, allocated, word, sampling_point, bins, start);
-        });
-    } else if (has_bins && !mem_address_table->put(address, MEM_BLOCK_MARK::of_bins(bins))) {
-        bins = 0;
+    if ((word & charged_bits) != 0) [[likely]] {
+        MEM_ALLOCATION made{{address, requested, allocated}, word, MEM_CALL_PATHS::none, 0, sampling_point};
+        if (has_bins(word)) pass([&] { made.bins = mem_current_bin_and_tag(); });
+        pass([&] { made.account = mem_find_path(word, start); });
+        for (bool may_be_named = true; !charge(made, start, may_be_named);)
+            may_be_named = mem_name_call_sites(start);
     }
-    if (has_bins) {
-        pass([&] { mem_charge_bin_and_tag(bins, allocated); });
-        if (sampling_point) [[unlikely]]
-            pass([] { mem_tbb_tag_timeline->sample(); });
-    }
-    if (sampling_point) [[unlikely]]
-        pass([&] { sample_labels_and_process(word); });
-    if ((word & mem_stats_bits) != 0) mem_stats_add_block(allocated);
-    if ((word & mem_timeline_mask) == 0) return;
-    mem_tbb_total_bytes.charge(allocated, allocated);
-    if (sampling_point) [[unlikely]]
-        pass(pass_sampling_point);
+    if (!sampling_point) [[likely]]
+        return;
+    if (has_bins(word)) pass(mem_sample_tags);
+    pass([&] { sample_labels_and_process(word); });
+    if ((word & mem_timeline_mask) != 0) pass(pass_sampling_point);
 }
 
 void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated, std::uint32_t word) {
@@ -133,29 +175,14 @@ void mem_track_dealloc_fully(std::uint64_t address, std::uint64_t allocated, std
     pass([&] { peak_hit = is_new_peak(word); });
     // A peak is a sampling point too, but takes its number like every event.
     const bool sampling_point = (mem_take_event_number() || peak_hit) && mem_has_room_for_a_sample();
-    const bool has_bins = (word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0;
-    std::uint32_t bins = 0;
-    if ((word & mem_stack_walk_bits) != 0) {
-        pass([&] { bins = mem_attribute_dealloc(address, allocated, word, sampling_point); });
-    } else if (has_bins) {
-        bins = mem_address_table->take(address, MEM_BLOCK_MARK::bins_half).bins();
-    }
-    if ((word & mem_stats_bits) != 0) mem_stats_remove_block(allocated);
-    if (has_bins) {
-        if (peak_hit) [[unlikely]] {
-            mem_tbb_bin_table->take_peak();
-            mem_tbb_tag_table->take_peak();
-        }
-        if (sampling_point) [[unlikely]]
-            pass([] { mem_tbb_tag_timeline->sample(); });
-        pass([&] { mem_discharge_bin_and_tag(bins, allocated); });
-    }
-    if (sampling_point) [[unlikely]]
-        pass([&] { sample_labels_and_process(word); });
-    if ((word & mem_timeline_mask) == 0) return;
-    mem_tbb_total_bytes.discharge(allocated);
-    if (sampling_point) [[unlikely]]
-        pass(pass_sampling_point);
+    if (sampling_point && has_bins(word)) [[unlikely]]
+        pass(mem_sample_tags);
+    if ((word & charged_bits) != 0) [[likely]]
+        discharge(address, allocated, word, sampling_point);
+    if (!sampling_point) [[likely]]
+        return;
+    pass([&] { sample_labels_and_process(word); });
+    if ((word & mem_timeline_mask) != 0) pass(pass_sampling_point);
 }
 
 void mem_expect_alloc(std::uint64_t address) {

@@ -8,15 +8,16 @@
 //         join the statistics, done               leave the statistics, done
 //       mem_track_alloc_fully                   mem_track_dealloc_fully
 //         number the event                        peak test  .................... cold: record_peak, as a cat
-//         mem_attribute_alloc, as a mouse         number the event
-//           walk, find the call site  . cold:     mem_attribute_dealloc, as a mouse
-//             a new program counter               leave the statistics
-//           charge it, enter the block            take the block off its bin and tag
-//           charge the module                     sampling point?  .............. cold: samples
-//         charge bin and tag                      take the size off the total
+//         as a mouse, all at one moment:          number the event
+//           mem_attribute_alloc                   sampling point?  .............. cold: the tags, as a cat
+//             walk, find the call site  . cold:   as a mouse, all at one moment:
+//               leave, name it, again               mem_attribute_dealloc
+//             charge it, enter the block            leave the statistics
+//             charge the module                     take the block off its bin and tag
+//           charge bin and tag                      take the size off the total
+//           join the statistics                   sampling point?  .............. cold: samples
+//           add the size to the total
 //         sampling point?  .......... cold: samples
-//         join the statistics
-//         add the size to the total
 //
 // What finds no memory in one of them is left out or charged to what cannot be attributed, and the process
 // goes on (mem/base/scarcity.h). Neither throws, changes errno, takes a lock for longer than it moves a
@@ -62,6 +63,9 @@ inline void mem_tbb_track_dealloc(std::uint64_t address, std::uint64_t allocated
     mem_take_event_number();
     mem_stats_remove_block(allocated);
 }
+
+// A row of the timeline of the tags. Not inside of the gate.
+void mem_sample_tags();
 
 // Ahead of the bodies: bring what they will look up towards the processor, while the allocator is asked for
 // the block's size. That memory is cold, and waiting for it would be the largest single cost of an event.

@@ -6,6 +6,7 @@
 #include "ktl_mem/queries.h"
 #include "ktl_mem/timelines.h"
 #include "mem/attribution/call_sites.h"
+#include "mem/base/gate.h"
 #include "mem/base/messages.h"
 #include "mem/base/stats.h"
 #include "mem/base/tracker_phase.h"
@@ -43,6 +44,7 @@ void keep_best_peak() {
     if (recorded <= mem_tbb_flushed_peak) return;
     mem_tbb_flushed_peak = recorded;
     mem_change_wholly([] {
+        const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
         mem_tbb_bin_table->flush_peak();
         mem_tbb_tag_table->flush_peak();
         keep_peaks_of_call_sites();

@@ -11,6 +11,7 @@
 #include "mem/timeline/sample_clock.h"
 #include "mem/timeline/tag_timeline.h"
 #include "mem/tracker/event_numbers.h"
+#include "mem/tracker/events.h"
 #include "mem/tracker/peak_search.h"
 #include "mem/tracker/resident_sampling.h"
 #include "mem/tracker/tracker_state.h"
@@ -35,7 +36,7 @@ void mem_user_snapshot_tracking_data() {
     if (!mem_tbb_tracker_serves(mem_conditions::started_at_snapshot)) return;
     mem_change_wholly([] {
         mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
-        mem_tbb_tag_timeline->sample();
+        mem_sample_tags();
         mem_tbb_timeline_labels->sample();
         mem_tbb_auxiliary_timeline->capture();
         mem_tbb_sample_clock->note(mem_events_numbered());

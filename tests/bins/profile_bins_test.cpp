@@ -151,7 +151,7 @@ TEST_F(BinObjects, AFreeAfterAClearGoesBelowZeroWithoutMemory) {
     open("X", "T");
     for (std::uint32_t i = 0; i < 200; ++i) mem_tbb_tag_table->add_bytes(8, i);
     charge_bin_and_tag(0x7000, 100);
-    mem_tbb_tag_table->clear_at_rest();
+    mem_tbb_tag_table->clear();
     EXPECT_EQ(mem_tbb_tag_table->size(), 0u);
     const int before = allocations;
     mem_tbb_tag_table->remove_bytes(8, 199);

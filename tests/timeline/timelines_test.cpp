@@ -1,5 +1,8 @@
 #include "mem/timeline/timeline.h"
 
+#include <chrono>
+
+#include "mem/base/gate.h"
 #include "mem/timeline/module_timelines.h"
 #include "mem/timeline/tag_timeline.h"
 #include "tests/bins/bin_objects.h"
@@ -70,6 +73,16 @@ TEST(ModuleTimelines, NamesAreOrderedAndFoundWithoutRegardToCase) {
 
 class TagTimeline : public BinObjects {
   protected:
+    static void charge_tag(std::uint64_t bytes, std::uint32_t id) {
+        const MEM_GATE_SCOPE inside(gate, MEM_MOUSE);
+        mem_tbb_tag_table->add_bytes(bytes, id);
+    }
+    void sample_alone() {
+        const MEM_GATE_SCOPE alone(gate, MEM_CAT);
+        timeline.sample();
+    }
+
+    static inline MEM_CATS_AND_MICE gate;
     MEM_TAG_TIMELINE timeline{*mem_tbb_tag_table};
 };
 
@@ -116,12 +129,18 @@ TEST_F(TagTimelineDeathTest, OnlyTheSamplerMindsTheNumberOfBins) {
 TEST_F(TagTimeline, ResetsExcludeSamplersAndEvents) {
     const MEM_PROFILE_BIN_TABLE& tags = *mem_tbb_tag_table;
     std::atomic<std::uint32_t> events{0};
-    const Meanwhile allocating(2, [&] { mem_tbb_tag_table->add_bytes(1, ++events % 5000 == 0 ? 50 : 0); });
-    const Meanwhile sampling(1, [this] { timeline.sample(); });
+    const Meanwhile allocating(2, [&] { charge_tag(1, ++events % 5000 == 0 ? 50 : 0); });
+    const Meanwhile sampling(1, [this] {
+        sample_alone();
+        std::this_thread::sleep_for(std::chrono::microseconds(50));  // cats go ahead of mice
+    });
     for (int i = 0; i < 300; ++i) {
         while (tags.row(0).tally.peek_at_current_bytes() < 20) std::this_thread::yield();
-        timeline.reset();
-        const MEM_GATE_SCOPE alone(mem_tbb_tag_table->gate, MEM_CAT);
+        {
+            const MEM_GATE_SCOPE alone(gate, MEM_CAT);
+            timeline.reset();
+        }
+        const MEM_GATE_SCOPE alone(gate, MEM_CAT);
         for (std::uint32_t id = 0; id < tags.size(); ++id)
             ASSERT_EQ(tags.row(id).tally.read().current_bytes, tags.row(id).tally.read().cumulative_bytes);
     }
@@ -132,10 +151,10 @@ TEST_F(TagTimeline, ASampleIsOneMomentForAllTags) {
     mem_tbb_tag_table->add_bytes(0, 300);
     {
         const Meanwhile events(1, [] {
-            mem_tbb_tag_table->add_bytes(1, 0);
-            mem_tbb_tag_table->add_bytes(1, 300);
+            charge_tag(1, 0);
+            charge_tag(1, 300);
         });
-        for (int i = 0; i < 1000; ++i) timeline.sample();
+        for (int i = 0; i < 1000; ++i) sample_alone();
     }
     timeline.read([](const MEM_TAG_SERIES& series) {
         const VALUES first = values_of(series.tag_series.at(0));

@@ -7,6 +7,7 @@
 
 #include "mem/attribution/module_trackers.h"
 #include "mem/base/pool_turn.h"
+#include "mem/report/report_gate.h"
 #include "mem/report/shutdown.h"
 #include "platform/process_life.h"
 #include "tests/bins/on_threads.h"
@@ -113,6 +114,16 @@ class Storm : public TrackedEvents {
                     sums.second + site.counters().cumulative_bytes};
         return sums;
     }
+    static std::int64_t peaks_of(const MEM_PROFILE_BIN_TABLE& table) {
+        std::int64_t sum = 0;
+        for (std::uint32_t id = 0; id < table.size(); ++id) sum += table.row(id).peak;
+        return sum;
+    }
+    static std::int64_t peaks_of_call_sites() {
+        std::int64_t sum = 0;
+        for (auto& [pc, site] : mem_tbb_call_sites->records()) sum += site.peak_bytes;
+        return sum;
+    }
     static std::int64_t current_of_modules() {
         std::int64_t sum = 0;
         mem_tbb_module_trackers->for_each_at_rest([&](const auto& module) { sum += module.current_bytes; });
@@ -142,6 +153,34 @@ TEST_F(Storm, CallsOfAllKindsGoOnBesideEvents) {
     EXPECT_EQ(mem_get_stats().current.bytes, live);
     exchange.free_all();
     EXPECT_EQ(mem_get_stats().current.blocks, 0);
+}
+
+// Reports and peaks are made alone in the gate, and find no event there of which they see a part.
+TEST_F(Storm, AllSumsAgreeAtEveryMoment) {
+    mem_tbb_bin_table->clear();
+    mem_tbb_tag_table->clear();
+    Exchange exchange;
+    {
+        const Meanwhile phases(1, pass_a_phase);
+        const Meanwhile allocating(3, [&exchange] {
+            static std::atomic<int> next_thread{0};
+            thread_local const int thread = next_thread++;
+            thread_local std::uint64_t number = 0;
+            exchange.put_block(thread, number++);
+        });
+        for (int i = 0; i < 300; ++i) {
+            const MEM_REPORT_GATE alone;
+            const SUMS sums = current_and_ever_of_call_sites();
+            ASSERT_EQ(current_and_ever(*mem_tbb_bin_table), sums);
+            ASSERT_EQ(current_and_ever(*mem_tbb_tag_table), sums);
+            ASSERT_EQ(current_of_modules(), sums.first);
+            ASSERT_EQ(mem_tbb_total_bytes.read().current_bytes, sums.first);
+            ASSERT_EQ(mem_get_stats().current.bytes, sums.first);
+            ASSERT_EQ(peaks_of(*mem_tbb_bin_table), peaks_of_call_sites());
+            ASSERT_EQ(peaks_of(*mem_tbb_tag_table), peaks_of_call_sites());
+        }
+    }
+    exchange.free_all();
 }
 
 TEST_F(Storm, AllSumsAgreeWithTheTotal) {
