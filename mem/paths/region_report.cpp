@@ -13,6 +13,9 @@
 
 namespace {
 
+// Of the text, which readers ask for; the layout of the region has another.
+constexpr std::uint32_t report_version = 1;
+
 constexpr std::int64_t MEM_PATH_ROW::*all_figures[] = {&MEM_PATH_ROW::bytes,
                                                        &MEM_PATH_ROW::blocks,
                                                        &MEM_PATH_ROW::requested_bytes,
@@ -117,7 +120,7 @@ void write_head(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHO
     const auto line = [&](const char* key, auto value) { out.text(key).column(value).end_row(); };
     const MEM_PATH_ROW& sums = snapshot.sums;
     out.text(mem_report::call_paths.title).text("\n\nKey\tValue\n");
-    line("Version", mem_path_version);
+    line("Version", report_version);
     line("Events", 2 * sums.cumulative_blocks - sums.blocks);
     line("Depth", region.header->depth);
     line("Nodes", rows);
