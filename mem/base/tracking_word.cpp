@@ -1,5 +1,6 @@
 #include "mem/base/tracking_word.h"
 
+#include <algorithm>
 #include <boost/filesystem/path.hpp>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +9,7 @@
 #include "mem/base/configured_number.h"
 #include "mem/base/internal_error.h"
 #include "mem/base/messages.h"
+#include "mem/settings/tracking_settings.h"
 #include "platform/modules.h"
 
 constinit MEM_TRACKING_WORD_PAGE mem_tracking_word;
@@ -15,12 +17,7 @@ constinit MEM_PLAIN_WORD<std::uint64_t> mem_library_snapshot_period{
     MEM_TRACKING_SAMPLING{}.library_snapshot_period};
 constinit MEM_PLAIN_WORD<std::uint64_t> mem_fileline_peak_snapshot_threshold{
     MEM_TRACKING_SAMPLING{}.fileline_peak_snapshot_threshold};
-constinit MEM_PLAIN_WORD<bool> mem_report_fileline;
-constinit MEM_PLAIN_WORD<bool> mem_report_library;
-constinit MEM_PLAIN_WORD<bool> mem_report_bin_tags;
-constinit MEM_PLAIN_WORD<bool> mem_report_auxiliary_timeline;
-constinit MEM_PLAIN_WORD<bool> mem_report_resident;
-constinit MEM_PLAIN_WORD<bool> mem_report_call_paths;
+constinit MEM_PLAIN_WORD<std::uint32_t> mem_reports_due;
 constinit MEM_PLAIN_WORD<bool> mem_tbb_memory_tracking_enabled;
 constinit MEM_PLAIN_WORD<bool> mem_tbb_bin_tags_enabled;
 constinit MEM_PLAIN_WORD<bool> mem_tbb_no_msg_debug;
@@ -41,54 +38,29 @@ bool another_executable_is_profiled() {
     return !only.empty() && executable_stem() != only;
 }
 
+// By other names than its own.
+bool is_implied(std::uint32_t bits) {
+    if (bits == MEM_TRACKING_ALLOC_DEALLOC) return mem_cfg_is_on("mem_track_user_memory", false);
+    return bits == MEM_TRACKING_LEAKS_FAST && mem_env_switch_is_on("MEM_LEAK_TRACKING_IN_ZA_MODE");
+}
+
 // The variable decides when it is on; the key is asked only when it is not.
-bool is_asked_for(const char* variable, const char* key) {
-    return mem_env_switch_is_on(variable) || mem_cfg_is_on(key, false);
+bool is_asked_for(const MEM_TRACKING_SETTING& setting) {
+    return mem_env_switch_is_on(setting.variable) || mem_cfg_is_on(setting.key, false) ||
+           is_implied(setting.bits);
 }
 
-std::uint32_t leak_bits() {
-    if (is_asked_for("VELDRIN_MEM_CHECK_LEAKS", "mem_check_leaks")) return MEM_TRACKING_LEAKS;
-    if (is_asked_for("VELDRIN_MEM_CHECK_LEAKS_FAST", "mem_check_leaks_fast") ||
-        mem_env_switch_is_on("MEM_LEAK_TRACKING_IN_ZA_MODE"))
-        return MEM_TRACKING_LEAKS_FAST;
-    return 0;
+bool is_all(const MEM_TRACKING_SETTING& setting) {
+    return setting.bits == MEM_TRACKING_ALL;
 }
 
-std::uint32_t bits_asked_for_one_by_one() {
+std::uint32_t bits_asked_for(bool beside_all) {
     std::uint32_t bits = 0;
-    if (is_asked_for("VELDRIN_MEM_PROFILE_PER_BIN", "mem_profile_per_bin") ||
-        mem_cfg_is_on("mem_track_user_memory", false))
-        bits |= MEM_TRACKING_ALLOC_DEALLOC;
-    if (is_asked_for("VELDRIN_MEM_PROFILE_BIN_TAG_PLOT", "mem_profile_per_bin_detailed")) {
-        bits |= MEM_TRACKING_PROFILE_BIN_TAGS;
-        mem_report_bin_tags = true;
-    }
-    if (is_asked_for("VELDRIN_MEM_PROFILE_PER_LIBRARY", "mem_profile_per_library")) {
-        bits |= MEM_TRACKING_PER_LIBRARY;
-        mem_report_library = true;
-    }
-    if (is_asked_for("VELDRIN_MEM_PROFILE_PER_FILELINE", "mem_profile_per_fileline")) {
-        bits |= MEM_TRACKING_PER_FILELINE;
-        mem_report_fileline = true;
-    }
-    bits |= leak_bits();
-    if (is_asked_for("VELDRIN_MEM_PROFILE_AUXILIARY_TIMELINE", "mem_profile_auxiliary_timeline")) {
-        bits |= MEM_TRACKING_AUXILIARY_TIMELINE;
-        mem_report_auxiliary_timeline = true;
-    }
-    return bits;
-}
-
-// These are not among those that "all" stands for.
-std::uint32_t bits_beside_all() {
-    std::uint32_t bits = 0;
-    if (is_asked_for("VELDRIN_MEM_PROFILE_CALL_PATHS", "mem_profile_call_paths")) {
-        bits |= MEM_TRACKING_CALL_PATHS;
-        mem_report_call_paths = true;
-    }
-    if (is_asked_for("VELDRIN_MEM_PROFILE_RESIDENT", "mem_profile_resident")) {
-        bits |= MEM_TRACKING_RESIDENT;
-        mem_report_resident = true;
+    for (const MEM_TRACKING_SETTING& setting : mem_tracking_settings) {
+        const bool is_leaks_again =
+            setting.bits == MEM_TRACKING_LEAKS_FAST && (bits & MEM_TRACKING_LEAKS) != 0;
+        if (is_all(setting) || setting.is_beside_all != beside_all || is_leaks_again) continue;
+        if (is_asked_for(setting)) bits |= setting.bits;
     }
     return bits;
 }
@@ -121,14 +93,11 @@ bool mem_env_switch_is_on(const char* name) {
 
 MEM_TRACKING_GRANULARITY mem_get_tracking_granularity_from_env() {
     if (another_executable_is_profiled()) return MEM_TRACKING_NONE;
-    const std::uint32_t beside_all = bits_beside_all();
-    if (!is_asked_for("VELDRIN_MEM_PROFILE_ALL", "mem_profile_all"))
-        return static_cast<MEM_TRACKING_GRANULARITY>(bits_asked_for_one_by_one() | beside_all);
-    mem_report_fileline = true;
-    mem_report_library = true;
-    mem_report_bin_tags = true;
-    mem_report_auxiliary_timeline = true;
-    return static_cast<MEM_TRACKING_GRANULARITY>(MEM_TRACKING_ALL | beside_all);
+    const bool everything = is_asked_for(*std::ranges::find_if(mem_tracking_settings, is_all));
+    const std::uint32_t bits =
+        bits_asked_for(true) | (everything ? std::uint32_t{MEM_TRACKING_ALL} : bits_asked_for(false));
+    mem_reports_due = mem_reports_due | (bits & mem_bits_with_report());
+    return static_cast<MEM_TRACKING_GRANULARITY>(bits);
 }
 
 MEM_TRACKING_SAMPLING mem_get_tracking_sampling_from_env() {

@@ -1,6 +1,6 @@
-// The tracking word, the report flags and the two numbers that sampling goes by. Writers are the start, the
-// switch and the shut-down of the tracker; everybody reads. Plain words that any thread may read while
-// another writes, hence atomics; nothing is ordered by them, so all accesses are relaxed.
+// The tracking word, the reports that are due and the two numbers that sampling goes by. Writers are the
+// start, the switch and the shut-down of the tracker; everybody reads. Plain words that any thread may read
+// while another writes, hence atomics; nothing is ordered by them, so all accesses are relaxed.
 #pragma once
 
 #include <atomic>
@@ -50,13 +50,11 @@ extern MEM_TRACKING_WORD_PAGE mem_tracking_word;
 extern MEM_PLAIN_WORD<std::uint64_t> mem_library_snapshot_period;
 extern MEM_PLAIN_WORD<std::uint64_t> mem_fileline_peak_snapshot_threshold;
 
-// Which report files the shut-down writes.
-extern MEM_PLAIN_WORD<bool> mem_report_fileline;
-extern MEM_PLAIN_WORD<bool> mem_report_library;
-extern MEM_PLAIN_WORD<bool> mem_report_bin_tags;
-extern MEM_PLAIN_WORD<bool> mem_report_auxiliary_timeline;
-extern MEM_PLAIN_WORD<bool> mem_report_resident;
-extern MEM_PLAIN_WORD<bool> mem_report_call_paths;
+// Which report files the shut-down writes: the bits that were asked for at the start.
+extern MEM_PLAIN_WORD<std::uint32_t> mem_reports_due;
+inline bool mem_report_is_due(std::uint32_t any_of_bits) {
+    return (mem_reports_due & any_of_bits) != 0;
+}
 
 // Whether bins measure, and whether they attribute.
 extern MEM_PLAIN_WORD<bool> mem_tbb_memory_tracking_enabled;

@@ -10,6 +10,7 @@
 #include "mem/attribution/call_sites.h"
 #include "mem/base/thread_state.h"
 #include "mem/base/tracker_phase.h"
+#include "mem/base/tracking_word.h"
 #include "mem/report/report_gate.h"
 #include "mem/report/report_line.h"
 #include "mem/report/report_trailer.h"
@@ -149,7 +150,7 @@ bool mem_dump_tbb_subsystem_tracking(std::ostream& out) {
     if (!mem_tbb_tracker_is_inited()) return true;
     const MEM_LOCKED_CALL_SCOPE not_an_event;
     const MEM_REPORT_CLOCK clock;
-    const bool with_maxima = mem_report_library;
+    const bool with_maxima = mem_report_is_due(MEM_TRACKING_PER_LIBRARY);
     SUBSYSTEMS sums = sum_by_module();
     if (with_maxima) add_maxima(sums);
     MEM_REPORT_LINE line;

@@ -117,6 +117,10 @@ void write(void (*report)()) {
     }
 }
 
+void write_if(std::uint32_t any_of_bits, void (*report)()) {
+    if (mem_report_is_due(any_of_bits)) write(report);
+}
+
 }  // namespace
 
 std::string mem_report_path(const std::string& file_name) {
@@ -133,14 +137,15 @@ std::string mem_report_file_name(const char* kind) {
 }
 
 void mem_write_report_files() {
-    if (mem_report_fileline) write(write_call_sites);
-    if (mem_report_call_paths) write(write_call_paths);
-    if (mem_report_library || mem_report_bin_tags) write([] { mem_tbb_timeline_labels->sample(); });
-    if (mem_report_auxiliary_timeline) write(write_auxiliary);
-    if (mem_report_library) write(write_modules);
-    if (mem_report_bin_tags) write(write_bins_and_tags);
-    if (mem_report_auxiliary_timeline || mem_report_library || mem_report_bin_tags) write(write_clock);
-    if (mem_report_resident) write(write_resident);
+    const std::uint32_t labelled = MEM_TRACKING_PER_LIBRARY | MEM_TRACKING_PROFILE_BIN_TAGS;
+    write_if(MEM_TRACKING_PER_FILELINE, write_call_sites);
+    write_if(MEM_TRACKING_CALL_PATHS, write_call_paths);
+    write_if(labelled, [] { mem_tbb_timeline_labels->sample(); });
+    write_if(MEM_TRACKING_AUXILIARY_TIMELINE, write_auxiliary);
+    write_if(MEM_TRACKING_PER_LIBRARY, write_modules);
+    write_if(MEM_TRACKING_PROFILE_BIN_TAGS, write_bins_and_tags);
+    write_if(labelled | MEM_TRACKING_AUXILIARY_TIMELINE, write_clock);
+    write_if(MEM_TRACKING_RESIDENT, write_resident);
     write(write_leaks);
     if (mem_tbb_any_frame_filtered) write(mem_write_filters_file);
 }

@@ -24,15 +24,6 @@ void stop_bins() {
     if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) mem_tbb_bin_tags_enabled = false;
 }
 
-void clear_report_flags() {
-    mem_report_fileline = false;
-    mem_report_library = false;
-    mem_report_bin_tags = false;
-    mem_report_auxiliary_timeline = false;
-    mem_report_resident = false;
-    mem_report_call_paths = false;
-}
-
 // What the tracker has held back is there for the last reports, and not for threads that take all they can
 // get.
 class MEMORY_FOR_REPORTS {
@@ -74,7 +65,7 @@ void mem_shutdown_tbb_tracking() {
     mem_restore_flushed_peaks();
     mem_write_report_files();
     mem_disable_tracking(MEM_TRACKING_ALL | MEM_TRACKING_CALL_PATHS | MEM_TRACKING_RESIDENT);
-    clear_report_flags();
+    mem_reports_due = 0;
 }
 
 void mem_cleanup_tbb_tracking() {
@@ -93,7 +84,7 @@ void mem_abandon_tracking_in_child() {
     if (!mem_tbb_tracker_is_inited()) return;
     mem_tbb_tracker_phase.store(MEM_TRACKER_PHASE::ended, std::memory_order_release);
     mem_tracking_word = 0;
-    clear_report_flags();
+    mem_reports_due = 0;
     mem_tbb_memory_tracking_enabled = false;
     mem_tbb_bin_tags_enabled = false;
     mem_forget_allocation_log();

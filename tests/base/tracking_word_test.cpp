@@ -17,16 +17,16 @@ std::string use(const char* settings) {
     std::istringstream words(settings);
     while (std::getline(words, name, '=') && std::getline(words, value, ' '))
         setenv(name.c_str(), value.c_str(), 1);
-    for (auto* flag :
-         {&mem_report_fileline, &mem_report_library, &mem_report_bin_tags, &mem_report_auxiliary_timeline})
-        *flag = false;
+    mem_reports_due = 0;
     return "\"" + value + "\" of " + name;
 }
 
-// f, l, b, a for the report flags that are set.
+// f, l, b, a for the reports that are due.
 std::string flags() {
-    return std::string(mem_report_fileline ? "f" : "") + (mem_report_library ? "l" : "") +
-           (mem_report_bin_tags ? "b" : "") + (mem_report_auxiliary_timeline ? "a" : "");
+    std::string due;
+    for (const auto& [bit, letter] : {std::pair{8, 'f'}, {4, 'l'}, {2, 'b'}, {64, 'a'}})
+        if (mem_report_is_due(static_cast<std::uint32_t>(bit))) due += letter;
+    return due;
 }
 
 TEST(TrackingWord, ComesFromVariablesAndKeys) {

@@ -174,7 +174,7 @@ TEST_F(ReportSet, ASecondShutDownWritesTheFilteredFramesAlone) {
 }
 
 TEST_F(ReportSet, WithoutModulesTheSubsystemsHaveNoMaxima) {
-    mem_report_fileline = true;
+    mem_reports_due = MEM_TRACKING_PER_FILELINE;
     const std::string name = "mem_tbb_subsystem.scripted.log";
     const std::regex max_bytes("\n([^\t\n]+\t[^\t\n]+)\t[^\t\n]+");
     EXPECT_EQ(shut_down()[name], std::regex_replace(at_end[name], max_bytes, "\n$1"));
@@ -217,9 +217,7 @@ TEST_F(ReportSet, TheFiltersFileHasNoRowsAfterAResetAndMissesAPlaceAloud) {
     mem_reset_tracking_entries();
     EXPECT_EQ(shut_down()["mem_tbb_filters.scripted.log"], "\"PC\",\"module\",\"function\",\"fileline\"\n");
     for (const auto& [name, text] : at_end) fs::create_directory(name);
-    for (auto* flag :
-         {&mem_report_fileline, &mem_report_library, &mem_report_bin_tags, &mem_report_auxiliary_timeline})
-        *flag = true;
+    mem_reports_due = MEM_TRACKING_ALL;
     testing::internal::CaptureStderr();
     mem_shutdown_tbb_tracking();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "unable to create VMP filters file\n");

@@ -2,8 +2,11 @@
 // the program, and the notes by which the agent tells how the program ended.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <string_view>
+
+#include "mem/settings/tracking_settings.h"
 
 namespace memrun {
 
@@ -23,38 +26,18 @@ inline constexpr const char* mappings_variable = "KTL_MEMRUN_MAPPINGS";  // set:
 // "NAME=VALUE", at its old place in the environment. Cutting the prefix off restores it without any memory.
 inline constexpr std::string_view saved_prefix = "KTL_MEMRUN_SAVED_";
 
-// What the launcher's options decide. A value that the user's environment holds is put aside for the tracker
-// and put back for the program. "debug_msg" is among them because its lines would mix with the program's
-// output.
-inline constexpr auto governed_variables = std::to_array<std::string_view>({
+// What the launcher's options decide, beside what is tracked (mem/settings/tracking_settings.h). A value that
+// the user's environment holds is put aside for the tracker and put back for the program. "debug_msg" is
+// among them because its lines would mix with the program's output.
+inline constexpr auto other_governed_names = std::to_array<std::string_view>({
     "LD_PRELOAD",
-    "VELDRIN_MEM_PROFILE_ALL",
-    "VELDRIN_MEM_PROFILE_PER_BIN",
-    "VELDRIN_MEM_PROFILE_BIN_TAG_PLOT",
-    "VELDRIN_MEM_PROFILE_PER_LIBRARY",
-    "VELDRIN_MEM_PROFILE_PER_FILELINE",
-    "VELDRIN_MEM_CHECK_LEAKS",
-    "VELDRIN_MEM_CHECK_LEAKS_FAST",
-    "VELDRIN_MEM_PROFILE_AUXILIARY_TIMELINE",
-    "VELDRIN_MEM_PROFILE_CALL_PATHS",
-    "VELDRIN_MEM_PROFILE_RESIDENT",
     "VELDRIN_MEM_PROFILE_LIBRARY_SNAPSHOT_PERIOD",
     "VELDRIN_MEM_PROFILE_FILELINE_PEAK_SNAPSHOT_THRESHOLD",
     "MEM_LEAK_TRACKING_IN_ZA_MODE",
     "MEM_PRINT_LIB_LOAD",
     "mem_only_profile_single_executable",
-    "mem_profile_all",
-    "mem_profile_per_bin",
     "mem_track_user_memory",
-    "mem_profile_per_bin_detailed",
-    "mem_profile_per_library",
-    "mem_profile_per_fileline",
-    "mem_check_leaks",
-    "mem_check_leaks_fast",
-    "mem_profile_auxiliary_timeline",
-    "mem_profile_call_paths",
     "mem_profile_share_call_paths",
-    "mem_profile_resident",
     "mem_profile_library_snapshot_period",
     "mem_profile_fileline_peak_snapshot_threshold",
     "mem_profile_stack_trace_ignore_depth",
@@ -96,9 +79,8 @@ constexpr std::string_view name_of(std::string_view entry) {
 }
 
 constexpr bool is_governed(std::string_view name) {
-    for (const std::string_view governed : governed_variables)
-        if (governed == name) return true;
-    return false;
+    return mem_asks_for_tracking(name) ||
+           std::ranges::find(other_governed_names, name) != other_governed_names.end();
 }
 
 }  // namespace memrun

@@ -26,17 +26,9 @@ void add_number(Entries& entries, Number value, bool given, std::string_view nam
 }
 
 void add_tracking(Entries& entries, const Options& options) {
-    add_switch(entries, options.all, "VELDRIN_MEM_PROFILE_ALL");
-    add_switch(entries, options.lines, "VELDRIN_MEM_PROFILE_PER_FILELINE");
-    add_switch(entries, options.modules, "VELDRIN_MEM_PROFILE_PER_LIBRARY");
-    add_switch(entries, options.bins, "VELDRIN_MEM_PROFILE_PER_BIN");
-    add_switch(entries, options.bin_tags, "VELDRIN_MEM_PROFILE_BIN_TAG_PLOT");
-    add_switch(entries, options.leaks, "VELDRIN_MEM_CHECK_LEAKS");
-    add_switch(entries, options.fast_leaks, "VELDRIN_MEM_CHECK_LEAKS_FAST");
-    add_switch(entries, options.aux, "VELDRIN_MEM_PROFILE_AUXILIARY_TIMELINE");
-    add_switch(entries, options.resident.value_or(false), "VELDRIN_MEM_PROFILE_RESIDENT");
-    add_switch(entries, options.paths, "VELDRIN_MEM_PROFILE_CALL_PATHS");
-    add_switch(entries, options.paths, "mem_profile_share_call_paths");
+    for (const MEM_TRACKING_SETTING& setting : mem_tracking_settings)
+        add_switch(entries, options.tracks(setting.bits), setting.variable);
+    add_switch(entries, options.tracks(MEM_TRACKING_CALL_PATHS), "mem_profile_share_call_paths");
 }
 
 void add_settings(Entries& entries, const Options& options) {

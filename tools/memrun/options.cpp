@@ -7,6 +7,8 @@
 #include <string_view>
 #include <utility>
 
+#include "mem/settings/tracking_settings.h"
+
 namespace memrun {
 
 namespace {
@@ -20,6 +22,13 @@ class HelpFormatter : public CLI::Formatter {
   public:
     std::string make_usage(const CLI::App*, std::string) const override {
         return "Usage: ktl_memrun [OPTIONS] [--] PROGRAM [ARG...]\n";
+    }
+    // Without what the parser writes behind a name that switches something off.
+    std::string make_option_name(const CLI::Option* option, bool is_positional) const override {
+        std::string name = CLI::Formatter::make_option_name(option, is_positional);
+        constexpr std::string_view off = "{false}";
+        if (name.ends_with(off)) name.resize(name.size() - off.size());
+        return name;
     }
 };
 
@@ -76,31 +85,16 @@ std::string failure_text(const CLI::App*, const CLI::Error& error) {
 
 void declare_tracking(CLI::App& app, Options& options) {
     const char* group = "What is tracked (default: --lines --leaks --paths)";
-    app.add_flag("--lines", options.lines, "Bytes and blocks of every call site, by file and line")
-        ->group(group);
-    app.add_flag("--modules", options.modules, "Bytes and blocks of every module, over time")->group(group);
-    app.add_flag("--bins", options.bins, "Process-wide counters, and the measuring of profile bins")
-        ->group(group);
-    app.add_flag("--bin-tags", options.bin_tags, "Bytes and blocks of every bin and tag, over time")
-        ->group(group);
-    app.add_flag("--leaks", options.leaks, "What was never freed, by call site")->group(group);
-    app.add_flag("--fast-leaks", options.fast_leaks, "What was never freed, as two numbers, at little cost")
-        ->group(group);
-    app.add_flag("--aux", options.aux, "What the system says of the process, over time")->group(group);
-    app.add_flag_callback(
-           "--resident", [&options] { options.resident = true; },
-           "The resident memory taken apart, over time; on unless no more than counters are asked for")
-        ->group(group);
-    app.add_flag_callback(
-           "--no-resident", [&options] { options.resident = false; }, "Leave it")
-        ->group(group);
+    for (const MEM_TRACKING_SETTING& setting : mem_tracking_settings) {
+        const auto choose = [&options, bits = setting.bits](std::int64_t wanted) {
+            (wanted > 0 ? options.tracked : options.refused) |= bits;
+        };
+        std::string names = setting.option;
+        if (setting.can_be_refused) names += ",!" + std::string(setting.option).replace(0, 2, "--no-");
+        app.add_flag_function(names, choose, setting.help)->group(group);
+    }
     app.add_flag("--mappings", options.mappings,
                  "Also what the program maps without a file, such as arenas of runtimes and large arrays")
-        ->group(group);
-    app.add_flag("--all", options.all, "Everything above but --fast-leaks")->group(group);
-    app.add_flag(
-           "--paths,!--no-paths", options.paths,
-           "Who called: figures for every path of calls, and the exact peak; on wherever stacks are walked")
         ->group(group);
 }
 
@@ -206,7 +200,7 @@ void require_sense(const Options& options) {
     if (options.name.size() > longest_name)
         throw CLI::ValidationError("--name", "is longer than the " + std::to_string(longest_name) +
                                                  " bytes that fit into the names of all reports");
-    if (options.fast_leaks && (options.leaks || options.all))
+    if (options.tracks(MEM_TRACKING_LEAKS_FAST) && options.tracks(MEM_TRACKING_LEAKS))
         throw CLI::ValidationError("--fast-leaks",
                                    "cannot go with the full leak report of --leaks and --all");
 }
@@ -240,13 +234,13 @@ void complete_options(const CLI::App& app, Options& options) {
     if (!was_marked && options.command.front().starts_with('-'))
         throw CLI::ExtrasError({options.command.front()});
     require_sense(options);
-    const bool any = options.lines || options.modules || options.bins || options.bin_tags || options.leaks ||
-                     options.fast_leaks || options.aux || options.all;
-    if (!any && !options.paths) options.lines = options.leaks = true;
-    const bool walks = options.lines || options.modules || options.leaks || options.all;
-    if (app.count("--paths") == 0) options.paths = walks;
-    const bool only_counts = !(walks || options.bin_tags || options.aux);
-    if (!options.resident) options.resident = !only_counts;
+    const std::uint32_t walking = MEM_TRACKING_PER_FILELINE | MEM_TRACKING_PER_LIBRARY | MEM_TRACKING_LEAKS;
+    const std::uint32_t over_time = MEM_TRACKING_PROFILE_BIN_TAGS | MEM_TRACKING_AUXILIARY_TIMELINE;
+    std::uint32_t& tracked = options.tracked;
+    if ((tracked & ~std::uint32_t{MEM_TRACKING_RESIDENT}) == 0)
+        tracked |= MEM_TRACKING_PER_FILELINE | MEM_TRACKING_LEAKS;
+    if ((tracked & walking) != 0) tracked |= MEM_TRACKING_CALL_PATHS & ~options.refused;
+    if ((tracked & (walking | over_time)) != 0) tracked |= MEM_TRACKING_RESIDENT & ~options.refused;
 }
 
 }  // namespace memrun

@@ -13,17 +13,11 @@ class App;
 namespace memrun {
 
 struct Options {
-    bool lines = false;
-    bool modules = false;
-    bool bins = false;
-    bool bin_tags = false;
-    bool leaks = false;
-    bool fast_leaks = false;
-    bool aux = false;
-    bool all = false;
+    std::uint32_t tracked = 0;  // bits (ktl_mem/tracking.h)
+    std::uint32_t refused = 0;  // those that the command line says no to
     bool mappings = false;
-    std::optional<bool> resident;  // complete_options decides where nobody did
-    bool paths = false;            // unless the command line says so: wherever stacks are walked anyway
+
+    bool tracks(std::uint32_t bits) const { return (tracked & bits) == bits; }
 
     std::string output;  // empty: a folder named after program and process
     std::string name;    // empty: the program's
