@@ -133,6 +133,25 @@ const void* map_shared_memory_to_read(int descriptor, std::size_t bytes) {
     return map_shared(descriptor, bytes, PROT_READ);
 }
 
+bool write_shared_memory(int descriptor, std::size_t offset, const void* part, std::size_t bytes) {
+    const KEPT_ERRNO errno_is_kept;
+    const char* from = static_cast<const char*>(part);
+    while (bytes > 0) {
+        const ssize_t written = pwrite(descriptor, from, bytes, static_cast<off_t>(offset));
+        if (written <= 0) return false;
+        from += written;
+        offset += static_cast<std::size_t>(written);
+        bytes -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+bool replace_by_shared_memory(void* part, std::size_t bytes, int descriptor, std::size_t offset) {
+    const KEPT_ERRNO errno_is_kept;
+    return unless_failed(mmap(part, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, descriptor,
+                              static_cast<off_t>(offset))) != nullptr;
+}
+
 // A second mapping of the part, long enough to reach behind it, of which the first part is given back.
 void* map_shared_memory_behind(void* mapped, std::size_t bytes, std::size_t more) {
     const KEPT_ERRNO errno_is_kept;

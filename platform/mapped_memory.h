@@ -22,6 +22,11 @@ void close_shared_memory(int descriptor);
 void* map_shared_memory(int descriptor, std::size_t bytes);
 const void* map_shared_memory_to_read(int descriptor, std::size_t bytes);
 
+// For a copy that takes the place of mapped shared memory, part by part: writes the part at its offset in the
+// copy, and maps the copy's part where the original one lies. False when that can't be.
+bool write_shared_memory(int descriptor, std::size_t offset, const void* part, std::size_t bytes);
+bool replace_by_shared_memory(void* part, std::size_t bytes, int descriptor, std::size_t offset);
+
 // The bytes that lie behind a mapped part in the same shared memory, which must have them; null when there is
 // no room. No descriptor is needed.
 void* map_shared_memory_behind(void* mapped, std::size_t bytes, std::size_t more);

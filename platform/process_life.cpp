@@ -9,8 +9,8 @@ void run_in_forked_child(void (*action)()) {
     pthread_atfork(nullptr, nullptr, action);
 }
 
-void run_around_fork(void (*before)(), void (*after)()) {
-    pthread_atfork(before, after, after);
+void run_around_fork(void (*before)(), void (*in_parent)(), void (*in_child)()) {
+    pthread_atfork(before, in_parent, in_child);
 }
 
 void clear_in_forked_child(void* pages, std::size_t size) {

@@ -7,9 +7,9 @@
 // be waited for in it. Actions run in the order of their registration.
 void run_in_forked_child(void (*action)());
 
-// Runs before in the forking thread ahead of every fork, and after in it behind the fork, in parent and
-// child.
-void run_around_fork(void (*before)(), void (*after)());
+// Runs before in the forking thread ahead of every fork, and behind the fork the other two in it, in parent
+// and child.
+void run_around_fork(void (*before)(), void (*in_parent)(), void (*in_child)());
 
 // Has whole pages of static memory that starts as zeros read as zeros again in every forked child, from its
 // first instruction on. A system that cannot do so leaves them as they are.

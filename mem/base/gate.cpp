@@ -57,6 +57,26 @@ void MEM_CATS_AND_MICE::enter_cat() {
     mem_require(cats_approaching() >= 0, mem_conditions::cat_was_approaching);
 }
 
+bool MEM_CATS_AND_MICE::enter_cat_soon(int patience) {
+    cat_word.fetch_add(1, std::memory_order_seq_cst);
+    barrier_on_all_threads();
+    MEM_BACK_OFF back_off;
+    bool is_inside = try_enter_cat();
+    for (int turn = 0; turn < patience && !is_inside; ++turn) {
+        back_off.wait();
+        is_inside = try_enter_cat();
+    }
+    cat_word.fetch_sub(1, std::memory_order_seq_cst);
+    return is_inside;
+}
+
+// Mice that were about to step back are counted for good.
+void MEM_CATS_AND_MICE::renew() {
+    for (MEM_STRIPE& stripe : stripes) stripe.count.store(0, std::memory_order_relaxed);
+    cat_word.store(0, std::memory_order_relaxed);
+    state_lock.unlock();
+}
+
 void MEM_CATS_AND_MICE::leave_cat() {
     const std::lock_guard<MEM_SPIN_LOCK> guard(state_lock);
     const std::int64_t before = cat_word.fetch_sub(cat_inside, std::memory_order_release);

@@ -53,6 +53,12 @@ class MEM_CATS_AND_MICE {
         }
     }
 
+    // As a cat, unless mice or another cat stay inside for too long: then false.
+    bool enter_cat_soon(int patience);
+
+    // In a forked child of the thread that was inside as a cat: nobody is inside.
+    void renew();
+
     // Exact only while nobody enters or leaves.
     std::int64_t mice() const;
     std::int32_t cats() const;

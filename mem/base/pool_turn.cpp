@@ -27,5 +27,5 @@ void give_turn_back() {
 }  // namespace
 
 void mem_hold_pool_turn_at_forks() {
-    run_around_fork(take_turn, give_turn_back);
+    run_around_fork(take_turn, give_turn_back, give_turn_back);
 }

@@ -13,7 +13,7 @@
 #include "mem/debug/pgo_registry.h"
 #include "mem/frame/fatal_exit.h"
 #include "mem/frame/process_end.h"
-#include "mem/report/shutdown.h"
+#include "mem/report/forks.h"
 #include "mem/tracker/rvm_observer.h"
 #include "platform/process_life.h"
 
@@ -23,10 +23,9 @@ MEM_RVM_OBSERVER mapping_observer;
 std::optional<MEM_INITIALIZER> own_module;
 
 void guard_forks() {
-    clear_in_forked_child(&mem_tracking_word, sizeof mem_tracking_word);
     mem_hold_pool_turn_at_forks();
-    run_in_forked_child(mem_abandon_tracking_in_child);
     run_in_forked_child(mem_stats_renew_locks);
+    mem_guard_forks();
 }
 
 // An action that ends the process, for want of memory, comes back here in the course of that exit: the next

@@ -36,6 +36,8 @@ class MEM_CALL_PATHS {
     // What the load with that number above 0 had in memory.
     symbols::LOADED_IMAGE image(std::uint16_t load) { return trie.image(load); }
     int take_descriptor() { return memory.take_descriptor(); }
+    // Where they lie, and where those of a forked child are to lie (mem/paths/region_memory.h).
+    MEM_PATH_MEMORY& place() { return memory; }
 
     // The account of the stack's path without its skip innermost frames, and without those of the allocator
     // and of this library that follow; none when it can't be made. Outside of the gate.

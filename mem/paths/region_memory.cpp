@@ -1,5 +1,7 @@
 #include "mem/paths/region_memory.h"
 
+#include <algorithm>
+#include <iterator>
 #include <mutex>
 #include <utility>
 
@@ -23,15 +25,28 @@ static_assert(mem_path_header_bytes + all_pieces<MEM_PATH_NODE_LAYOUT>() +
 
 }  // namespace
 
-MEM_PATH_MEMORY::~MEM_PATH_MEMORY() {
-    const auto give_back = [](const PIECE& piece) {
-        if (piece.memory != nullptr) unmap_memory(piece.memory, piece.bytes);
+// The head is none of them.
+template <class ACT>
+bool MEM_PATH_MEMORY::for_each_piece(ACT act) const {
+    const auto act_on = [&act](const auto& pieces, const MEM_PATH_WORD<std::uint64_t>* offsets) {
+        std::size_t at = 0;
+        return std::all_of(std::begin(pieces), std::end(pieces), [&](const PIECE& piece) {
+            const std::uint64_t offset = offsets[at++].get();
+            return piece.memory == nullptr || act(piece, offset);
+        });
     };
-    for (const PIECE& piece : nodes) give_back(piece);
-    for (const PIECE& piece : accounts) give_back(piece);
-    for (const PIECE& piece : loads) give_back(piece);
-    for (const PIECE& piece : sites) give_back(piece);
-    give_back(head);
+    return act_on(nodes, region.header->node_pieces) && act_on(accounts, region.header->account_pieces) &&
+           act_on(loads, region.header->load_pieces) && act_on(sites, region.header->site_pieces);
+}
+
+MEM_PATH_MEMORY::~MEM_PATH_MEMORY() {
+    if (head.memory != nullptr) {
+        for_each_piece([](const PIECE& piece, std::size_t) {
+            unmap_memory(piece.memory, piece.bytes);
+            return true;
+        });
+        unmap_memory(head.memory, head.bytes);
+    }
     if (descriptor >= 0) close_shared_memory(descriptor);
 }
 
@@ -127,4 +142,24 @@ void MEM_PATH_MEMORY::seed() {
 
 int MEM_PATH_MEMORY::take_descriptor() {
     return std::exchange(descriptor, -1);
+}
+
+int MEM_PATH_MEMORY::copy_shared() const {
+    const int copy = make_shared_memory("ktl_mem_paths", shared_bytes);
+    if (copy < 0) return -1;
+    const auto write = [copy](const PIECE& piece, std::size_t offset) {
+        return write_shared_memory(copy, offset, piece.memory, piece.bytes);
+    };
+    if (for_each_piece(write) && write(head, 0)) return copy;
+    close_shared_memory(copy);
+    return -1;
+}
+
+bool MEM_PATH_MEMORY::move_to(int copy) {
+    if (descriptor >= 0) close_shared_memory(descriptor);
+    descriptor = copy;
+    const auto move = [copy](const PIECE& piece, std::size_t offset) {
+        return replace_by_shared_memory(piece.memory, piece.bytes, copy, offset);
+    };
+    return for_each_piece(move) && move(head, 0);
 }

@@ -25,6 +25,13 @@ class MEM_PATH_MEMORY {
     // more.
     int take_descriptor();
 
+    // For a forked child, which must not write to what its parent goes on writing to. copy_shared is called
+    // before the fork, while nobody writes: a descriptor of a copy of shared memory, or -1. move_to has a
+    // child work on the copy; false when it can't. Private memory needs neither.
+    bool is_shared() const { return place == MEM_PATH_PLACE::shared_memory; }
+    int copy_shared() const;
+    bool move_to(int copy);
+
     // Room for the element of that number; one thread at a time for each sequence. False when there is no
     // memory, or no such number.
     bool reserve_node(std::uint32_t number);
@@ -39,6 +46,9 @@ class MEM_PATH_MEMORY {
         std::byte* memory = nullptr;
         std::size_t bytes = 0;
     };
+    // Calls act(piece, offset in the shared memory) until it gives false.
+    template <class ACT>
+    bool for_each_piece(ACT act) const;
     template <class LAYOUT, class PUBLISH>
     bool reserve(PIECE (&pieces)[LAYOUT::most_pieces], MEM_PATH_WORD<std::uint64_t>* places,
                  std::uint32_t number, PUBLISH publish);

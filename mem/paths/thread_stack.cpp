@@ -46,3 +46,8 @@ __attribute__((noinline, cold)) MEM_THREAD_STACK* mem_take_thread_stack() {
     mem_thread_stack_of_this = stack;
     return stack;
 }
+
+// At any moment the list is whole.
+void mem_renew_thread_stacks() {
+    free_lock.unlock();
+}

@@ -18,6 +18,9 @@ extern constinit thread_local MEM_THREAD_STACK* mem_thread_stack_of_this
     __attribute__((tls_model("initial-exec")));
 MEM_THREAD_STACK* mem_take_thread_stack();
 
+// In a forked child, where nobody gives back what another thread of the parent was taking.
+void mem_renew_thread_stacks();
+
 // Null when there is no memory.
 inline MEM_THREAD_STACK* mem_thread_stack() {
     MEM_THREAD_STACK* known = mem_thread_stack_of_this;

@@ -7,6 +7,7 @@
 #include "mem/base/scarcity.h"
 #include "mem/base/thread_state.h"
 #include "mem/tracker/events.h"
+#include "mem/tracker/fork_gate.h"
 #include "platform/thread.h"
 
 namespace {
@@ -35,10 +36,14 @@ bool is_owned(const void* block) {
     return false;
 }
 
-}  // namespace
+struct NO_GATE {};
+struct FORK_GATE : MEM_GATE_SCOPE {
+    FORK_GATE() : MEM_GATE_SCOPE(*mem_fork_gate, MEM_MOUSE) {}
+};
 
-// Each hook is a frame of its own, since the walk of a stack begins at the hook's return address.
-__attribute__((noinline)) void mem_tbb_new_hook(const void* block, std::size_t requested) {
+template <class GATE>
+__attribute__((always_inline)) inline void take_alloc(const void* block, std::size_t requested,
+                                                      const STACK_WALK_START& start) {
     mem_expect_alloc(reinterpret_cast<std::uint64_t>(block));
     if (!is_owned(block)) return;
     const std::size_t allocated = allocated_size(block);
@@ -47,11 +52,12 @@ __attribute__((noinline)) void mem_tbb_new_hook(const void* block, std::size_t r
         return;
     }
     const MEM_IN_TRACKER_SCOPE inside;
-    mem_tbb_track_alloc(reinterpret_cast<std::uint64_t>(block), requested, allocated,
-                        stack_walk_start(__builtin_frame_address(0)));
+    [[maybe_unused]] const GATE gate;
+    mem_tbb_track_alloc(reinterpret_cast<std::uint64_t>(block), requested, allocated, start);
 }
 
-__attribute__((noinline)) void mem_tbb_delete_hook(const void* block) {
+template <class GATE>
+__attribute__((always_inline)) inline void take_dealloc(const void* block) {
     mem_expect_dealloc(reinterpret_cast<std::uint64_t>(block));
     if (MallocExtension_GetOwnership(block) != owned) return;
     const std::size_t allocated = allocated_size(block);
@@ -60,17 +66,43 @@ __attribute__((noinline)) void mem_tbb_delete_hook(const void* block) {
         return;
     }
     const MEM_IN_TRACKER_SCOPE inside;
+    [[maybe_unused]] const GATE gate;
     mem_tbb_track_dealloc(reinterpret_cast<std::uint64_t>(block), allocated);
 }
 
+}  // namespace
+
+// Each hook is a frame of its own, since the walk of a stack begins at the hook's return address.
+#define MEM_HOOK __attribute__((noinline))
+
+MEM_HOOK void mem_tbb_new_hook(const void* block, std::size_t requested) {
+    take_alloc<NO_GATE>(block, requested, stack_walk_start(__builtin_frame_address(0)));
+}
+
+MEM_HOOK void mem_tbb_delete_hook(const void* block) {
+    take_dealloc<NO_GATE>(block);
+}
+
+MEM_HOOK void mem_tbb_new_hook_of_forks(const void* block, std::size_t requested) {
+    take_alloc<FORK_GATE>(block, requested, stack_walk_start(__builtin_frame_address(0)));
+}
+
+MEM_HOOK void mem_tbb_delete_hook_of_forks(const void* block) {
+    take_dealloc<FORK_GATE>(block);
+}
+
+#undef MEM_HOOK
+
 void mem_attach_tracker_hooks() {
-    MallocHook_AddNewHook(mem_tbb_new_hook);
-    MallocHook_AddDeleteHook(mem_tbb_delete_hook);
+    const bool forks = mem_fork_gate != nullptr;
+    MallocHook_AddNewHook(forks ? mem_tbb_new_hook_of_forks : mem_tbb_new_hook);
+    MallocHook_AddDeleteHook(forks ? mem_tbb_delete_hook_of_forks : mem_tbb_delete_hook);
 }
 
 void mem_detach_tracker_hooks() {
-    MallocHook_RemoveNewHook(mem_tbb_new_hook);
-    MallocHook_RemoveDeleteHook(mem_tbb_delete_hook);
+    const bool forks = mem_fork_gate != nullptr;
+    MallocHook_RemoveNewHook(forks ? mem_tbb_new_hook_of_forks : mem_tbb_new_hook);
+    MallocHook_RemoveDeleteHook(forks ? mem_tbb_delete_hook_of_forks : mem_tbb_delete_hook);
 }
 
 void mem_hold_other_threads() {

@@ -8,6 +8,10 @@
 void mem_tbb_new_hook(const void* block, std::size_t requested);
 void mem_tbb_delete_hook(const void* block);
 
+// The same with each event inside the gate of the forks (mem/tracker/fork_gate.h).
+void mem_tbb_new_hook_of_forks(const void* block, std::size_t requested);
+void mem_tbb_delete_hook_of_forks(const void* block);
+
 void mem_attach_tracker_hooks();
 void mem_detach_tracker_hooks();
 

@@ -59,21 +59,6 @@ class Kills(LauncherTest):
         return sum(struct.unpack_from("<q", self.counters.read_bytes(), at)[0]
                    for at in range(0, self.counters.stat().st_size, 64))
 
-    def reported(self, report):
-        """Bytes of the paths that end in the subject's own function."""
-        frames, held, columns = set(), 0, None
-        for line in report.read_text().splitlines():
-            fields = line.split("\t")
-            if fields[0] in ("Frame", "Node"):
-                columns = fields
-            elif len(fields) < 2 or columns is None:
-                continue
-            elif columns[0] == "Frame" and "churn_block" in fields[7]:
-                frames.add(fields[0])
-            elif columns[0] == "Node" and fields[2] in frames:
-                held += int(fields[columns.index("Current bytes")])
-        return held
-
     def test_nothing_is_lost(self):
         dice = random.Random(4711)
         for number in range(int(os.environ.get("KTL_KILLS", "12"))):
@@ -90,7 +75,7 @@ class Kills(LauncherTest):
                 checked = subprocess.run([MEMVIEW, "check", self.reports], capture_output=True)
                 self.assertEqual(checked.returncode, 0, checked.stdout + checked.stderr)
                 if way != "end" or threads == 1:  # an end that has begun tracks no more; others go on until it is made
-                    self.assertLessEqual(abs(self.reported(report) - self.counted()), threads * LARGEST_BLOCK)
+                    self.assertLessEqual(abs(self.held_by("churn_block", report) - self.counted()), threads * LARGEST_BLOCK)
                 if status == -signal.SIGKILL:
                     self.assertIn("SIGKILL", errors)
 

@@ -37,5 +37,20 @@ class LauncherTest(unittest.TestCase):
         titles = lines[2].split("\t")
         return [dict(zip(titles, line.split("\t"))) for line in lines[3:] if line.count("\t") == len(titles) - 1]
 
+    def held_by(self, function, report):
+        """Current bytes of the paths that end in a function of the subject's."""
+        frames, held, columns = set(), 0, None
+        for line in report.read_text().splitlines():
+            fields = line.split("\t")
+            if fields[0] in ("Frame", "Node"):
+                columns = fields
+            elif len(fields) < 2 or columns is None:
+                continue
+            elif columns[0] == "Frame" and f"::{function}(" in fields[7]:
+                frames.add(fields[0])
+            elif columns[0] == "Node" and fields[2] in frames:
+                held += int(fields[columns.index("Current bytes")])
+        return held
+
     def total(self, report, column):
         return sum(int(row[column]) for row in self.rows(report))

@@ -98,16 +98,17 @@ void churn(std::atomic<std::int64_t>& held) {
     }
 }
 
+std::atomic<std::int64_t>* map_counters(const char* path, int count) {
+    const int file = open(path, O_RDWR | O_CLOEXEC);
+    return static_cast<std::atomic<std::int64_t>*>(
+        mmap(nullptr, static_cast<std::size_t>(count) * 64, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
+}
+
 int churn_on_threads(int threads, const char* counters) {
-    const int file = open(counters, O_RDWR | O_CLOEXEC);
-    auto* const place = static_cast<char*>(
-        mmap(nullptr, static_cast<std::size_t>(threads) * 64, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
-    const auto counter = [&](int i) -> std::atomic<std::int64_t>& {
-        return *reinterpret_cast<std::atomic<std::int64_t>*>(place + 64 * i);
-    };
-    for (int i = 1; i < threads; ++i) std::thread([&counter = counter(i)] { churn(counter); }).detach();
+    std::atomic<std::int64_t>* const held = map_counters(counters, threads);
+    for (int i = 1; i < threads; ++i) std::thread([&counter = held[8 * i]] { churn(counter); }).detach();
     say_ready();
-    churn(counter(0));
+    churn(held[0]);
     return 0;
 }
 
@@ -126,6 +127,60 @@ int map_memory() {
     map(nullptr, 2, PROT_NONE, MAP_ANONYMOUS, -1);
     munmap(map(nullptr, 7, usable, MAP_ANONYMOUS, -1), 7 * page);
     std::thread([] { std::free(hold(100)); }).join();  // a stack is nobody's mapping
+    return 0;
+}
+
+void wait_for_children() {
+    while (wait(nullptr) > 0) {
+    }
+}
+
+// The first process ends at once, and so does the one that makes the last one. That has no descriptor, and
+// goes on for a while or for ever.
+int become_daemon(bool forever) {
+    void* const blocks[] = {hold(1024), hold(1024), hold(1024)};
+    const int out = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    if (fork() != 0) return 7;
+    setsid();
+    if (fork() != 0) return 0;
+    dprintf(out, "%d\n", static_cast<int>(getpid()));
+    close_range(0, ~0U, 0);
+    usleep(200'000);
+    std::free(blocks[0]);
+    hold(8192);
+    if (!forever) return 0;
+    for (;;) std::free(hold(100));
+}
+
+int serve_with_workers(int workers, const char* path) {
+    std::atomic<std::int64_t>* const counters = map_counters(path, workers);
+    hold(1024);
+    for (int i = 0; i < workers; ++i) {
+        const pid_t child = fork();
+        if (child == 0) churn(counters[8 * i]);
+        std::printf("%d\n", static_cast<int>(child));
+    }
+    usleep(300'000);
+    std::fflush(stdout);
+    wait_for_children();
+    return 0;
+}
+
+int fork_short_children(int children, const char* path) {
+    std::atomic<std::int64_t>* const counters = map_counters(path, 2);
+    for (int i = 0; i < 2; ++i) std::thread([&counter = counters[8 * i]] { churn(counter); }).detach();
+    for (int i = 0; i < children; ++i)
+        if (fork() == 0) {
+            hold(8192);
+            _exit(0);
+        }
+    wait_for_children();
+    return 0;
+}
+
+int exec_in_child() {
+    if (fork() == 0) execl("/bin/true", "true", nullptr);
+    wait_for_children();
     return 0;
 }
 
@@ -167,6 +222,10 @@ int main(int argc, char** argv) {
         {"churn", [&] { return churn_on_threads(std::atoi(argv[2]), argv[3]); }},
         {"loading", [&] { return load_without_end(argv[2]); }},
         {"forking", fork_without_end},
+        {"daemon", [&] { return become_daemon(argc > 2); }},
+        {"workers", [&] { return serve_with_workers(std::atoi(argv[2]), argv[3]); }},
+        {"short_children", [&] { return fork_short_children(std::atoi(argv[2]), argv[3]); }},
+        {"exec_child", exec_in_child},
         {"use_up", [&] { return use_up_memory(std::strtoull(argv[2], nullptr, 10), std::atoi(argv[3])); }},
         {"exit_twice", exit_twice},
     };

@@ -14,10 +14,10 @@ namespace {
 
 constexpr std::size_t sites_told = 2;
 
-bool has_reports(const std::vector<ProcessNote>& notes, const std::string& word) {
+bool is_told_of(const std::vector<ProcessNote>& notes, const std::string& word) {
     const auto note =
         std::find_if(notes.begin(), notes.end(), [&](const ProcessNote& one) { return one.word == word; });
-    return note != notes.end() && !note->ended.empty();
+    return note != notes.end() && (!note->ended.empty() || note->has_left);
 }
 
 void remove_begun_reports(const std::string& output, const std::string& word) {
@@ -42,7 +42,7 @@ Aftermath write_last_words(const control::Followed& followed, const std::vector<
     for (const auto& process : processes) {
         const bool is_launched = process->pid == launched_pid;
         const bool is_alive = !is_launched && kill(process->pid, 0) == 0;
-        if (is_alive || has_reports(notes, process->word)) continue;
+        if (is_alive || is_told_of(notes, process->word)) continue;
         remove_begun_reports(output, process->word);
         if (!control::write_call_paths(*process, output)) continue;
         aftermath.any_report = true;

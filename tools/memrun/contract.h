@@ -18,8 +18,9 @@ inline constexpr const char* name_variable = "KTL_MEMRUN_NAME";    // middle wor
 inline constexpr const char* pid_variable = "KTL_MEMRUN_PID";      // the process that the launcher started
 inline constexpr const char* program_variable = "KTL_MEMRUN_EXE";  // the executable that is to be tracked
 inline constexpr const char* follow_variable =
-    "KTL_MEMRUN_FOLLOW";                                       // set: what the program starts is tracked too
-inline constexpr const char* log_variable = "KTL_MEMRUN_LOG";  // set: write the allocation log
+    "KTL_MEMRUN_FOLLOW";  // set: what the program starts is tracked too
+inline constexpr const char* forks_variable = "KTL_MEMRUN_FORKS";  // set: forked children are tracked too
+inline constexpr const char* log_variable = "KTL_MEMRUN_LOG";      // set: write the allocation log
 inline constexpr const char* mappings_variable = "KTL_MEMRUN_MAPPINGS";  // set: announce anonymous mappings
 
 // A variable of the user's that the launcher has to change travels as this prefix and the user's
@@ -38,6 +39,7 @@ inline constexpr auto other_governed_names = std::to_array<std::string_view>({
     "mem_only_profile_single_executable",
     "mem_track_user_memory",
     "mem_profile_share_call_paths",
+    "mem_track_forked_children",
     "mem_profile_library_snapshot_period",
     "mem_profile_fileline_peak_snapshot_threshold",
     "mem_profile_stack_trace_ignore_depth",
@@ -62,6 +64,8 @@ inline constexpr auto other_governed_names = std::to_array<std::string_view>({
 //   unbound PATH     the first object that was opened without the RTLD_DEEPBIND that it was to have
 //   failed BYTES     an allocation of that many bytes was refused, 0 when the size is not known
 //   stats CURRENT_BYTES CURRENT_BLOCKS PEAK_BYTES PEAK_BLOCKS
+//   forked BYTES BLOCKS   a forked child, which began with what its parent held then
+//   left             it is about to put a program in its place that is not tracked; "stayed": it could not
 //   child PID        a child that there was when the process ended
 //   anew MS         the tables began anew by an order, milliseconds since the machine's start
 //   ended HOW        "exit" or the number of the signal; written after the reports

@@ -29,6 +29,7 @@ void add_tracking(Entries& entries, const Options& options) {
     for (const MEM_TRACKING_SETTING& setting : mem_tracking_settings)
         add_switch(entries, options.tracks(setting.bits), setting.variable);
     add_switch(entries, options.tracks(MEM_TRACKING_CALL_PATHS), "mem_profile_share_call_paths");
+    add_switch(entries, options.follow_forks, "mem_track_forked_children");
 }
 
 void add_settings(Entries& entries, const Options& options) {
@@ -51,6 +52,7 @@ void add_agent_orders(Entries& entries, const Options& options, const Launch& la
     add(entries, pid_variable, std::to_string(launch.pid));
     add(entries, program_variable, launch.tracked);
     add_switch(entries, options.follow_children, follow_variable);
+    add_switch(entries, options.follow_forks, forks_variable);
     add_switch(entries, options.log, log_variable);
     add_switch(entries, options.mappings, mappings_variable);
 }

@@ -15,6 +15,7 @@
 #include "tools/memrun/environment.h"
 #include "tools/memrun/failure.h"
 #include "tools/memrun/filters.h"
+#include "tools/memrun/last_process.h"
 #include "tools/memrun/libraries.h"
 #include "tools/memrun/link/event_loop.h"
 #include "tools/memrun/link/server.h"
@@ -92,12 +93,15 @@ Ending track(const Options& options) {
             server.begin();
             control.begin(folder_of(pid));
         }};
+    if (options.follow_forks) adopt_orphans();
     const Ending ending = run_program(program.path, options.command, steps);
+    if (options.follow_forks) wait_for_last_process(followed, ending.pid, program.tracked, options.quiet);
     control.end();
     const std::string output = folder_of(ending.pid);
-    const std::vector<ProcessNote> notes = take_notes(output, name);
+    std::vector<ProcessNote> notes = take_notes(output, name);
     if (!ended_with_reports(notes)) have_code_named();
     const Aftermath aftermath = write_last_words(followed, notes, ending.pid, output);
+    std::erase_if(notes, [](const ProcessNote& note) { return note.has_left; });
     names.finish();  // before the thread ends that the namer was started by, with which it would be killed
     loop.stop();
     note_sizes(output);

@@ -28,6 +28,8 @@ void read_line(const std::string& line, ProcessNote& note) {
     if (key == "failed") note.has_refusal = static_cast<bool>(numbers >> note.refused_bytes);
     if (key == "anew") note.began_anew = true;
     if (key == "ended") note.ended = value;
+    if (key == "left" || key == "stayed") note.has_left = key == "left";
+    if (key == "forked") note.is_forked = static_cast<bool>(numbers >> note.inherited_bytes);
     if (key == "stats") {
         numbers >> note.current_bytes >> note.current_blocks >> note.peak_bytes;
         note.has_stats = note.peak_bytes > 0;

@@ -22,8 +22,11 @@ struct ProcessNote {
     std::int64_t current_bytes = 0;
     std::int64_t current_blocks = 0;
     std::int64_t peak_bytes = 0;
-    std::vector<int> children;  // that there were when it ended
-    std::string ended;          // "exit", the number of a signal, or empty when no reports were written
+    bool is_forked = false;            // a child that was forked, not a program that was started
+    std::int64_t inherited_bytes = 0;  // what such a child began with
+    bool has_left = false;             // it put a program in its place that is not tracked
+    std::vector<int> children;         // that there were when it ended
+    std::string ended;  // "exit", the number of a signal, or empty when no reports were written
 };
 
 // Reads the notes below the output folder and removes them. The launched program's comes first.

@@ -110,6 +110,9 @@ void declare_output(CLI::App& app, Options& options) {
     app.add_flag("--force", options.force, "Replace the reports that the folder already holds")->group(group);
     app.add_flag("--follow-children", options.follow_children, "Track what the program starts, too")
         ->group(group);
+    app.add_flag("--follow-forks", options.follow_forks,
+                 "Track forked children, too, and wait for the last of them, as of a daemon")
+        ->group(group);
     app.add_flag("-q,--quiet", options.quiet, "Say nothing but errors")->group(group);
 }
 

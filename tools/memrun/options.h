@@ -23,6 +23,7 @@ struct Options {
     std::string name;    // empty: the program's
     bool force = false;
     bool follow_children = false;
+    bool follow_forks = false;
     bool quiet = false;
 
     std::uint64_t sample_period = 0;    // 0: the tracker's default

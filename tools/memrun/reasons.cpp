@@ -155,7 +155,7 @@ std::string survivors_text(const std::vector<Survivor>& survivors, const Options
     if (survivors.size() > most) text += " and " + std::to_string(survivors.size() - most) + " more";
     text += ", whose memory is in no figure here.";
     if (std::ranges::any_of(survivors, &Survivor::is_fork))
-        return text + " A forked child goes on untracked: run a daemon in the foreground.";
+        return text + " A forked child goes on untracked: --follow-forks tracks it.";
     if (options.follow_children) return text + " Their reports follow when they end.";
     return text + " --follow-children tracks programs that are started.";
 }
@@ -179,6 +179,19 @@ std::string silence_text(const std::vector<ProcessNote>& notes) {
 std::string deficit_text(const Figures& figures) {
     if (!figures.has_totals || (figures.current_bytes >= 0 && figures.current_blocks >= 0)) return "";
     return "Less than nothing is not freed: blocks came off that the tracker had not seen allocated.";
+}
+
+std::string inherited_text(const std::vector<ProcessNote>& notes) {
+    std::int64_t children = 0;
+    std::int64_t bytes = 0;
+    for (const ProcessNote& note : notes) {
+        children += note.is_forked ? 1 : 0;
+        bytes += note.inherited_bytes;
+    }
+    if (children == 0) return "";
+    return count_text(children) + " forked " + (children == 1 ? "child" : "children") +
+           " began with what was held at the fork, " + bytes_text(bytes) +
+           " in all, which counts in each again.";
 }
 
 std::string anew_text(const std::vector<ProcessNote>& notes) {
@@ -209,6 +222,7 @@ std::vector<std::string> remarks(const Run& run, const Figures& figures, const O
     all.push_back(unbound_text(run.notes));
     all.push_back(silence_text(run.notes));
     all.push_back(anew_text(run.notes));
+    all.push_back(inherited_text(run.notes));
     all.push_back(survivors_text(run.survivors, options));
     std::erase(all, "");
     return all;

@@ -144,6 +144,7 @@ Ending run_program(const std::string& path, const std::vector<std::string>& comm
     Ending ending{pid, 0, 0};
     while (waitpid(pid, &ending.wait_status, 0) < 0 && errno == EINTR) {
     }
+    program_pid = 0;
     ending.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return ending;
 }

@@ -54,8 +54,10 @@ std::string blocks_text(std::int64_t bytes, std::int64_t blocks) {
 void add_processes(Lines& lines, const std::vector<ProcessNote>& notes) {
     const auto with_reports = std::count_if(notes.begin(), notes.end(),
                                             [](const ProcessNote& note) { return !note.ended.empty(); });
-    lines.add("tracked", count_of(static_cast<std::int64_t>(notes.size()), "program") + ", " +
-                             count_text(with_reports) + " left reports");
+    const bool any_fork = std::ranges::any_of(notes, &ProcessNote::is_forked);
+    lines.add("tracked",
+              count_of(static_cast<std::int64_t>(notes.size()), any_fork ? "processe" : "program") + ", " +
+                  count_text(with_reports) + " left reports");
 }
 
 void add_totals(Lines& lines, const Figures& figures, const std::vector<ProcessNote>& notes) {
@@ -182,7 +184,7 @@ std::string summary_text(const Run& run, const Options& options, bool with_colou
     Lines lines(with_colour);
     lines.add("ktl_memrun:", run.program_name + " " + describe_ending(run.ending, run.notes, run.last_look));
     add_aftermath(lines, run);
-    if (options.follow_children) add_processes(lines, run.notes);
+    if (options.follow_children || options.follow_forks) add_processes(lines, run.notes);
     if (figures.cut_file.empty()) {
         add_totals(lines, figures, run.notes);
         add_peak(lines, figures, run.notes);

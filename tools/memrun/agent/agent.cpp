@@ -17,6 +17,7 @@
 #include "tools/memrun/agent/deep_binding.h"
 #include "tools/memrun/agent/end_signals.h"
 #include "tools/memrun/agent/failed_allocations.h"
+#include "tools/memrun/agent/forked_child.h"
 #include "tools/memrun/agent/guarded_code.h"
 #include "tools/memrun/agent/inheritance.h"
 #include "tools/memrun/agent/launcher_link.h"
@@ -85,6 +86,7 @@ void start() {
     note_foreign_allocator();
     serve_library();
     if (orders.log) start_log(orders);
+    if (orders.forks) follow_forks(orders);
     watch_failed_allocations(orders);
     note_deep_binding(orders);
     watch_end_signals(orders);

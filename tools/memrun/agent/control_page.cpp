@@ -49,6 +49,7 @@ bool map_in_place(int fd, int flags) {
 // The parent's orders are not the child's.
 void forget_page_in_child() {
     map_in_place(-1, MAP_PRIVATE | MAP_ANONYMOUS);
+    is_busy = false;
 }
 
 void tell_figures() {
@@ -183,6 +184,24 @@ void fulfil_in_hook() {
 
 void fulfil_in_signal() {
     fulfil(is_in_guarded_code);
+}
+
+bool hold_wishes() {
+    constexpr int patience_ms = 5000;
+    constexpr timespec turn = {0, 1'000'000};
+    for (int waited = 0; is_busy.exchange(true); ++waited) {
+        if (waited == patience_ms) return false;
+        nanosleep(&turn, nullptr);
+    }
+    return true;
+}
+
+void release_wishes() {
+    is_busy = false;
+}
+
+void tell_reports() {
+    control_page.has_reports = 1;
 }
 
 void resume_for_reports() {

@@ -11,7 +11,8 @@ namespace memrun::agent {
 struct alignas(control::page_bytes) ControlPage : control::Page {};
 extern ControlPage control_page;
 
-// Has the page shared from now on; `orders` must stay. A descriptor of it for the launcher, or -1.
+// Has a page shared from now on, in a forked child another one; `orders` must stay. A descriptor of it for
+// the launcher, or -1.
 int share_control_page(const Orders& orders);
 
 // Relaxed, since a hook that sees a wish late leaves it to the next one.
@@ -24,6 +25,14 @@ inline bool is_wished() {
 
 // The same for a thread that the launcher has interrupted.
 void fulfil_in_signal();
+
+// Around a fork: no wish is being fulfilled meanwhile. False when one takes too long. Nothing is held in the
+// child.
+bool hold_wishes();
+void release_wishes();
+
+// Says that this process has written its reports.
+void tell_reports();
 
 // Whether tracking was stopped by an order; it is put on again, so that reports know what was tracked.
 void resume_for_reports();

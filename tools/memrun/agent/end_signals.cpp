@@ -178,6 +178,13 @@ void finish_end() {
     if (is_end_due()) die_by(ending_signal);
 }
 
+void renew_end() {
+    ending_signal = 0;
+    ending_thread = 0;
+    looks = 0;
+    is_written = false;
+}
+
 void wait_for_end() {
     constexpr timespec turn = {0, 1'000'000};
     while (!is_written && ending_thread != this_thread()) nanosleep(&turn, nullptr);

@@ -40,6 +40,9 @@ bool claim_end();
 // ends the process now; a later one does so at once.
 void finish_end();
 
+// In a forked child that is tracked: nobody ends it yet.
+void renew_end();
+
 // Returns once the thread that has claimed an ordinary end, or is about to, has said that.
 void wait_for_end();
 

@@ -19,6 +19,7 @@ namespace {
 symbols::NAME_CHANNEL* channel = nullptr;
 
 void share_names(link::Greeting& mine) {
+    if (channel != nullptr) munmap(channel, sizeof *channel);  // the parent's
     const int fd = link::make_shared_memory("ktl_mem_names", sizeof *channel);
     channel = static_cast<symbols::NAME_CHANNEL*>(link::map_shared_memory(fd, sizeof *channel));
     if (channel != nullptr) channel->mark = symbols::name_channel_mark;

@@ -29,13 +29,11 @@ void read_executable(Orders& orders) {
 
 // The launched program has the plain name; every other process adds its own name and number.
 void choose_word(Orders& orders, bool is_launched) {
-    const char* name = std::getenv(name_variable);
-    if (name == nullptr) name = "vii";
     if (is_launched)
-        std::snprintf(orders.word, sizeof orders.word, "%s", name);
+        std::snprintf(orders.word, sizeof orders.word, "%s", orders.name);
     else
-        std::snprintf(orders.word, sizeof orders.word, "%.100s.%.100s.%d", name, base_name(orders.program),
-                      static_cast<int>(orders.owner));
+        std::snprintf(orders.word, sizeof orders.word, "%.100s.%.100s.%d", orders.name,
+                      base_name(orders.program), static_cast<int>(orders.owner));
 }
 
 // Only the first program of the launched process is told which one is to be tracked.
@@ -58,12 +56,22 @@ Orders read_orders() {
     orders.given = true;
     orders.owner = getpid();
     orders.follow = is_set(follow_variable);
+    orders.forks = is_set(forks_variable);
     orders.log = is_set(log_variable);
     orders.mappings = is_set(mappings_variable);
     std::snprintf(orders.dir, sizeof orders.dir, "%s", dir);
+    const char* name = std::getenv(name_variable);
+    std::snprintf(orders.name, sizeof orders.name, "%s", name == nullptr ? "vii" : name);
     read_executable(orders);
     choose_role(orders, std::atoi(pid) == orders.owner);
     return orders;
+}
+
+void take_over_orders(Orders& orders) {
+    orders.owner = getpid();
+    orders.has_heir = false;
+    orders.is_heir = false;
+    choose_word(orders, false);
 }
 
 bool is_launchers(std::string_view entry) {

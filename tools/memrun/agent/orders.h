@@ -15,16 +15,21 @@ struct Orders {
     bool has_heir = false;    // a program that takes this one's place by exec is tracked under the same word
     bool is_heir = false;     // this one took the place of a tracked one
     bool follow = false;
+    bool forks = false;
     bool log = false;
     bool mappings = false;
     pid_t owner = 0;              // this process; a forked child has the same orders and must not act on them
     char dir[PATH_MAX] = {};      // output folder, absolute
-    char word[NAME_MAX] = {};     // middle word of this process's report files
+    char name[NAME_MAX] = {};     // middle word of the launched program's report files
+    char word[NAME_MAX] = {};     // the same of this process
     char program[PATH_MAX] = {};  // path of the executable
 };
 
 // Reads the launcher's variables of this process.
 Orders read_orders();
+
+// Those of a forked child that is tracked: it gets a word of its own.
+void take_over_orders(Orders& orders);
 
 // The launcher's own variables and those that it governs, which the program does not see.
 bool is_launchers(std::string_view entry);

@@ -67,11 +67,12 @@ void start_log(const Orders& orders) {
 
 void write_reports(const Orders& orders, const char* how) {
     const MEM_STATS stats = mem_get_stats();
-    const bool may_write =
+    const bool is_told =
         append_note(orders, "stats %lld %lld %lld %lld\n", static_cast<long long>(stats.current.bytes),
                     static_cast<long long>(stats.current.blocks), static_cast<long long>(stats.peak.bytes),
                     static_cast<long long>(stats.peak.blocks));
-    if (!may_write) return;
+    // The launcher may be gone, and its folder with it; the reports are there all the same.
+    if (!is_told && errno != ENOENT) return;
     note_children(orders);
     if (mem_is_out_of_memory()) append_note(orders, "failed 0\n");
     const WorkingFolder folder(orders.dir);
@@ -79,7 +80,7 @@ void write_reports(const Orders& orders, const char* how) {
     resume_for_reports();
     mem_shutdown_tbb_tracking();
     note_silence(orders);
-    append_note(orders, "ended %s\n", how);
+    if (append_note(orders, "ended %s\n", how)) tell_reports();
 }
 
 }  // namespace memrun::agent

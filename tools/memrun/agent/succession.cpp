@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "tools/memrun/agent/forked_child.h"
 #include "tools/memrun/agent/inheritance.h"
 
 #define MEMRUN_IN_FRONT extern "C" __attribute__((visibility("default")))
@@ -75,9 +76,14 @@ int pass_on(int file, char* const* environment, RunWith run) {
     const bool is_inherited = can_inherit(file);
     if (file >= 0) close(file);
     errno = saved_errno;
-    if (!is_inherited) return run(environment);
-    const HeirEnvironment heirs(or_none(environment));
-    return run(heirs.get());
+    if (is_inherited) {
+        const HeirEnvironment heirs(or_none(environment));
+        return run(heirs.get());
+    }
+    note_exec_of_child(true);
+    const int result = run(environment);
+    note_exec_of_child(false);
+    return result;
 }
 
 int run_at_path(const char* path, char* const* arguments, char* const* environment) {

@@ -52,7 +52,9 @@ void Followed::on_departure(const link::Guest& guest) {
     const auto found = std::find_if(running_.begin(), running_.end(),
                                     [&](const auto& process) { return process->pid == guest.pid; });
     if (found == running_.end()) return;
-    ended_.push_back(*found);
+    const Process& process = **found;
+    const bool has_reports = process.page != nullptr && process.page->has_reports != 0;
+    ended_.push_back(has_reports ? std::make_shared<Process>(process.pid, process.word) : *found);
     running_.erase(found);
 }
 

@@ -37,6 +37,7 @@ class Followed : public link::Service {
     void on_departure(const link::Guest& guest) override;
 
     Processes running() const;
+    // Without what they shared, where they have written their reports.
     Processes ended() const;
 
   private:

@@ -52,6 +52,8 @@ struct Page {
     std::atomic<std::int64_t> current_blocks;
     std::atomic<std::int64_t> peak_bytes;
     std::atomic<std::int64_t> own_bytes;
+    // Set once its own reports are written: nobody needs its region any more.
+    std::atomic<std::uint32_t> has_reports;
     // When the tables began anew by an order, on the same clock; 0: never.
     std::atomic<std::uint64_t> began_anew_ms;
 };
