@@ -33,12 +33,11 @@ namespace {
 MEM_COLD void record_peak(std::int64_t total, std::uint32_t word) {
     const THREAD_NOT_CANCELLED message_is_written;
     mem_tbb_peak_search.record(total);
-    const auto threshold = static_cast<std::int64_t>(mem_fileline_peak_snapshot_threshold);
     mem_msg_debug(
         "Memory tracking: recording peak bytes at %lld bytes (timeline index %llu), next peak at >= %lld "
         "bytes",
         static_cast<long long>(total), static_cast<unsigned long long>(mem_tbb_timeline_index.read()),
-        static_cast<long long>(mem_next_peak_at_least(total, threshold)));
+        static_cast<long long>(mem_tbb_peak_search.next_shown_after(total)));
     const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
     const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
     const MEM_SHARES_AT_REST at_rest;
@@ -56,14 +55,17 @@ MEM_COLD void record_peak(std::int64_t total, std::uint32_t word) {
 
 MEM_COLD bool record_if_peak(std::uint32_t word) {
     const std::int64_t total = mem_tbb_total_bytes.read().current_bytes;
-    if (!mem_tbb_peak_search.is_due(total)) return false;
-    record_peak(total, word);
-    return true;
+    const bool is_peak = mem_tbb_peak_search.is_peak(total);
+    if (is_peak)
+        record_peak(total, word);
+    else
+        mem_tbb_peak_search.wait_for_rise();
+    return is_peak;
 }
 
 // Looks at the total from before this free.
 bool is_new_peak(std::uint32_t word) {
-    return (word & mem_timeline_mask) != 0 && mem_tbb_peak_search.may_be_due() && record_if_peak(word);
+    return (word & mem_timeline_mask) != 0 && mem_tbb_peak_search.has_risen() && record_if_peak(word);
 }
 
 MEM_COLD void sample_labels_and_process(std::uint32_t word) {

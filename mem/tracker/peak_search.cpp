@@ -8,50 +8,40 @@ constinit MEM_PLAIN_WORD<std::uint64_t> mem_tbb_peak_timeline_index;
 
 namespace {
 
-// cells * grid, at most the highest total there can be.
-std::int64_t grid_line(std::int64_t cells, std::int64_t grid) {
-    std::int64_t line = 0;
-    return __builtin_mul_overflow(cells, grid, &line) ? INT64_MAX : line;
+// At most the highest total there can be.
+std::int64_t product(std::int64_t count, std::int64_t bytes) {
+    std::int64_t result = 0;
+    return __builtin_mul_overflow(count, bytes, &result) ? INT64_MAX : result;
 }
 
 }  // namespace
-
-std::int64_t mem_peak_trigger(std::int64_t next, std::int64_t recorded, std::int64_t grid) {
-    return std::min(next, grid_line(recorded / grid + 1, grid));
-}
-
-std::int64_t mem_next_peak_at_least(std::int64_t total, std::int64_t grid) {
-    const std::int64_t cells = total / grid + (total % grid != 0 ? 1 : 0);
-    return std::min(grid_line(2, total), grid_line(cells, grid));
-}
-
-void MEM_PEAK_SEARCH::watch() {
-    mem_tbb_total_bytes.restart_highest(trigger - 1);
-}
-
-bool MEM_PEAK_SEARCH::is_due(std::int64_t total) {
-    if (total >= trigger) return true;
-    watch();
-    return false;
-}
 
 void MEM_PEAK_SEARCH::start(std::int64_t grid_bytes) {
     grid = grid_bytes;
     restart();
 }
 
-void MEM_PEAK_SEARCH::record(std::int64_t total) {
-    recorded_peak = total;
-    next_peak = grid_line(2, total);
-    trigger = mem_peak_trigger(next_peak, total, grid);
-    watch();
+void MEM_PEAK_SEARCH::restart() {
+    mem_tbb_total_bytes.ignore_highest_blocks();  // also after the total was cleared
+    search_beyond(0, first_target);
 }
 
-void MEM_PEAK_SEARCH::restart() {
-    mem_tbb_total_bytes.ignore_highest_blocks();  // also when the total was cleared
-    recorded_peak = 0;
-    next_peak = first_target;
-    trigger = mem_peak_trigger(first_target, 0, grid);
-    mem_tbb_total_bytes.ignore_highest_blocks();  // also after the total was cleared
-    watch();
+void MEM_PEAK_SEARCH::record(std::int64_t total) {
+    search_beyond(total, product(2, total));
+}
+
+void MEM_PEAK_SEARCH::search_beyond(std::int64_t peak, std::int64_t target) {
+    recorded_peak = peak;
+    doubled_peak = target;
+    trigger = std::min(target, product(peak / grid + 1, grid));
+    wait_for_rise();
+}
+
+void MEM_PEAK_SEARCH::wait_for_rise() {
+    mem_tbb_total_bytes.restart_highest(trigger - 1);
+}
+
+std::int64_t MEM_PEAK_SEARCH::next_shown_after(std::int64_t peak) const {
+    const std::int64_t cells = peak / grid + (peak % grid != 0 ? 1 : 0);
+    return std::min(product(2, peak), product(cells, grid));
 }

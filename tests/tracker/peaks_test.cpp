@@ -41,7 +41,7 @@ TEST_F(TrackedEvents, PeaksAreRecordedByDoublingAndByTheGrid) {
                                    " bytes (timeline index " + std::to_string(index) +
                                    "), next peak at >= " + std::to_string(next_shown) + " bytes");
                 EXPECT_EQ(mem_tbb_peak_search.recorded(), total);
-                EXPECT_EQ(mem_tbb_peak_search.next(), 2 * total);
+                EXPECT_EQ(mem_tbb_peak_search.next_doubling(), 2 * total);
                 EXPECT_EQ(peak_at(1), std::pair(total, 1));
                 EXPECT_EQ(mem_tbb_tag_table->row(0).peak, total);
                 EXPECT_EQ(mem_tbb_peak_timeline_index, index);
@@ -68,7 +68,7 @@ TEST_F(TrackedEvents, TheReportsShowTheHighestPeakOfAllPhases) {
         const std::string reset = "Memory tracking: memory threshold peak was reset from ";
         EXPECT_EQ(told_with(reset), (std::vector{reset + std::to_string(first), reset + std::string("0")}));
         EXPECT_EQ(mem_tbb_flushed_peaks->size(), 1u);
-        EXPECT_EQ(mem_tbb_peak_search.next(), 1024);
+        EXPECT_EQ(mem_tbb_peak_search.next_doubling(), 1024);
         EXPECT_EQ(peak_at(1), std::pair(first, 1));  // until the next peak
 
         allocate_at<2>(0x2000, second);
