@@ -2,6 +2,7 @@
 // Nothing depends on the order of static objects in different files. At the exit all of it is one action of
 // one thread: what threads that run exit at once would share among them, one of them would cut short.
 #include <cstddef>
+#include <cstdlib>
 #include <iterator>
 #include <optional>
 
@@ -46,9 +47,13 @@ struct END_OF_LIBRARY {
     END_OF_LIBRARY& operator=(const END_OF_LIBRARY&) = delete;
 };
 
-// The second action is for those who come while the first one runs: behind it lie the ends of the libraries
-// that this one uses.
-const END_OF_LIBRARY last_exit_action;
+// Threads that exit at once take one action each. These are for those who come while the first one runs:
+// behind them lie the ends of the libraries that this one uses, and the end of the process.
+constexpr int most_threads_that_wait = 31;
+[[maybe_unused]] const bool others_wait = [] {
+    for (int thread = 0; thread < most_threads_that_wait; ++thread) std::atexit(end_library);
+    return true;
+}();
 [[maybe_unused]] const bool is_loaded = [] {
     for (void (*const action)() :
          {mem_install_load_translator, +[] { own_module.emplace("MEM"); }, +[] { mapping_observer.enlist(); },

@@ -108,9 +108,9 @@ class Endings(LauncherTest):
                     self.assertIn(b"not freed", result.stderr)
                     self.assert_all_whole()
 
-    def test_two_threads_that_exit_at_once(self):
-        for _ in range(10):
-            self.assertEqual(self.run_tracked("--force", "--all", SUBJECT, "exit_twice").returncode, 9)
+    def test_eight_threads_that_exit_at_once(self):
+        for _ in range(20):
+            self.assertEqual(self.run_tracked("--force", "--all", SUBJECT, "exit_at_once").returncode, 9)
             self.assert_all_whole()
 
     def assert_all_whole(self):

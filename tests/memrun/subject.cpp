@@ -203,9 +203,9 @@ int use_up_memory(std::size_t size, int threads) {
     return 7;
 }
 
-int exit_twice() {
-    const std::jthread other([] { std::exit(9); });
-    std::exit(9);
+int exit_at_once() {
+    on_threads_at_once(8, [] { std::exit(9); });
+    return 0;
 }
 
 }  // namespace
@@ -227,7 +227,7 @@ int main(int argc, char** argv) {
         {"short_children", [&] { return fork_short_children(std::atoi(argv[2]), argv[3]); }},
         {"exec_child", exec_in_child},
         {"use_up", [&] { return use_up_memory(std::strtoull(argv[2], nullptr, 10), std::atoi(argv[3])); }},
-        {"exit_twice", exit_twice},
+        {"exit_at_once", exit_at_once},
     };
     return behaviours.at(argv[argc > 1 ? 1 : 0])();
 }

@@ -66,12 +66,13 @@ const BEHAVIOUR load_modules_and_start_threads("load_with_threads", [](char** ar
     }
 });
 
-// Each waits for the other with its end in sight, and one of them may have run out of memory.
-const BEHAVIOUR exit_on_two_threads("exit_on_two_threads", [](char** arguments) {
-    static std::latch both(2);
+// All end it at the same moment, and one of them may have run out of memory.
+const BEHAVIOUR exit_on_eight_threads("exit_on_eight_threads", [](char** arguments) {
+    static std::latch all(8);
     void (*const end)() = arguments[0] == std::string("call") ? mem_out_of_memory : [] { std::exit(1); };
-    std::thread([] { both.arrive_and_wait(), std::exit(1); }).detach();
-    both.arrive_and_wait();
+    for (int thread = 1; thread < 8; ++thread)
+        std::thread([] { all.arrive_and_wait(), std::exit(1); }).detach();
+    all.arrive_and_wait();
     end();
 });
 
@@ -122,6 +123,22 @@ const BEHAVIOUR exit_inside_a_dump("exit_in_dump", [](char** arguments) {
     mem_dump_tbb_profile_bin_tag_timeline_tracking(last, last);
 });
 
+// At another moment of its calls each time.
+void cancel_while_asking(int round) {
+    std::atomic<int> calls{0};
+    pthread_t asks;
+    const auto ask = [](void* count) {
+        for (;; ++*static_cast<std::atomic<int>*>(count))
+            mem_info_get_process_page_fault_count(), pthread_testcancel();
+        return count;
+    };
+    pthread_create(&asks, nullptr, ask, &calls);
+    while (calls < 2) std::this_thread::yield();
+    for (std::atomic<int> spins{0}; spins < round * 37 % 200 * 20;) ++spins;
+    pthread_cancel(asks);
+    pthread_join(asks, nullptr);
+}
+
 // A request to cancel a thread waits for a place where POSIX lets it act, and no allocation is one.
 const BEHAVIOUR cancel_while_allocating("cancel", [](char**) {
     std::atomic<bool> survived{false}, went_on{false};
@@ -132,18 +149,8 @@ const BEHAVIOUR cancel_while_allocating("cancel", [](char**) {
         pthread_testcancel();
         went_on = true;
     }).join();
-    pthread_t asks;
-    pthread_create(
-        &asks, nullptr,
-        [](void* unused) {
-            for (;;) mem_info_get_process_page_fault_count(), pthread_testcancel();
-            return unused;
-        },
-        nullptr);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    pthread_cancel(asks);
-    pthread_join(asks, nullptr);
     std::cout << "survived " << survived << " cancelled " << !went_on << '\n';
+    for (int round = 0; round < 200; ++round) cancel_while_asking(round);
 });
 
 // The module's constructor holds the loader's lock and waits for a thread of this program to have allocated,

@@ -48,11 +48,11 @@ TEST(Life, EndsWellWhileAThreadOpensAndClosesBins) {
         EXPECT_TRUE(expect({"tracked_host exit_with_bins", track_all, "", "exit 5"}).has_call_site("OTHER"));
 }
 
-TEST(Life, LeavesAllReportsWhenTwoThreadsEndItAtOnce) {
+TEST(Life, LeavesAllReportsWhenEightThreadsEndItAtOnce) {
     const ENDING model = run("tracked_host exit", track_all);
     for (int round = 0; round < 20; ++round)
         for (const std::string end : {"exit", "call"})
-            run("tracked_host exit_on_two_threads " + end, track_all).expect_reports_of(model);
+            run("tracked_host exit_on_eight_threads " + end, track_all).expect_reports_of(model);
 }
 
 TEST(Life, SwitchesBinsOnWhileTheLoaderWorks) {

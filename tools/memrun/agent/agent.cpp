@@ -95,21 +95,19 @@ void start() {
     std::at_quick_exit(end_of_process);
 }
 
-// Its end is an exit action that was registered after the library's and so runs before it. Threads that run
-// exit at once share the actions: behind the agent's lies one that has the other thread wait for it.
-struct EndAwaited {
-    EndAwaited() = default;
-    ~EndAwaited() {
-        if (is_tracked()) wait_for_end();
-    }
-    EndAwaited(const EndAwaited&) = delete;
-    EndAwaited& operator=(const EndAwaited&) = delete;
-};
+// The agent's end is an exit action that was registered after the library's and so runs before it. Threads
+// that run exit at once take one action each: behind the agent's lie those that have the other threads wait.
+constexpr int most_threads_that_wait = 31;
+
+void await_end() {
+    if (is_tracked()) wait_for_end();
+}
 
 struct Agent {
     Agent() {
         const int saved_errno = errno;
         const int was_blocked = mem_block_thread_tracking();
+        for (int thread = 0; thread < most_threads_that_wait; ++thread) std::atexit(await_end);
         start();
         if (was_blocked == 0) mem_unblock_thread_tracking();
         errno = saved_errno;
@@ -119,7 +117,6 @@ struct Agent {
     Agent& operator=(const Agent&) = delete;
 };
 
-const EndAwaited end_awaited;
 const Agent agent;
 
 }  // namespace
