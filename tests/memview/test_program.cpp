@@ -223,6 +223,20 @@ TEST_F(Program, CheckNamesEveryDisagreement) {
             {"check r", 1, " 5 disagree"}});
 }
 
+// A reset begins the tags and their timeline anew, and leaves bins and clock as they are.
+TEST_F(Program, CheckHoldsBinsAgainstTagsUpToAReset) {
+    m_scratch.write("r/mem_tbb_pbin_stats.a.log", head("pbin_stats", 3) + "Root\t100\t100\t200\t31\n");
+    m_scratch.write("r/mem_tbb_pbin_tag_stats.a.log", STATS_HEAD + "Root\t90\t90\t150\t30\n");
+    m_scratch.write("r/mem_tbb_pbin_tag_timeline_detailed.a.log",
+                    DETAILED_HEAD + "\tRoot\nRoot\t30\n" + CLOSING);
+    const std::string clock =
+        "MEM: Clock.\n\nStart\t5.000\nProcess\t7\nParent\t1\n\nSample\tMilliseconds\tEvent\n";
+    m_scratch.write("r/mem_tbb_clock.a.log", clock + "0\t10\t4\n" + CLOSING);
+    expect({{"check r", 1, "cumulative of all: bins 200, tags 150"}, {"check r", 1, " 3 disagree"}});
+    m_scratch.write("r/mem_tbb_clock.a.log", clock + "0\t10\t4\n1\t20\t8\n" + CLOSING);
+    expect({{"check r", 0, "note    a: bins count from before a reset"}});
+}
+
 TEST_F(Program, ExportsCallSitesInEveryForm) {
     m_scratch.write("r/" + FILELINE, sites(site(1, 100, "f(\"a,b\");", 30) + site(2, 50, "g\\()")));
     EXPECT_EQ(memview("export --format collapsed r").said,

@@ -42,7 +42,7 @@ class Auditor {
         if (sites != nullptr) audit_bounds(*sites);
         if (sites != nullptr && modules != nullptr) audit_modules(*sites, *modules);
         if (sites != nullptr && m_run.table("leaks") != nullptr) audit_leaks(*sites, *m_run.table("leaks"));
-        if (bins != nullptr && tags != nullptr) audit_totals("bins", *bins, "tags", *tags);
+        if (bins != nullptr && tags != nullptr) audit_bins(*bins, *tags);
         if (sites != nullptr && tags != nullptr) audit_totals("call sites", *sites, "tags", *tags);
         audit_mib("bins", bins, m_run.table("bins_mb"));
         audit_mib("tags", tags, m_run.table("tags_mb"));
@@ -157,6 +157,21 @@ class Auditor {
                 disagreement("bytes held at the end by " + harmless(to_text(place, m_names)), "call site",
                              pair.before, "leak report", pair.after));
         }
+    }
+
+    // A reset begins the tags anew, with their timeline, and leaves the bins and the clock as they are.
+    bool tags_were_reset() const {
+        const Timeline* timeline = m_run.timeline(TAG_TIMELINE);
+        return timeline != nullptr && m_run.clock && timeline->samples < m_run.clock->milliseconds.size();
+    }
+
+    void audit_bins(const Table& bins, const Table& tags) {
+        if (!tags_were_reset()) {
+            audit_totals("bins", bins, "tags", tags);
+            return;
+        }
+        m_audit.notes.push_back(
+            "bins count from before a reset that began the tags anew: not compared with each other");
     }
 
     void audit_totals(const char* left_name, const Table& left, const char* right_name, const Table& right) {

@@ -12,6 +12,7 @@ namespace memview {
 struct Audit {
     std::uint64_t compared = 0;              // figures
     std::vector<std::string> disagreements;  // one for each pair of figures that should be equal and are not
+    std::vector<std::string> notes;          // what was not compared, and why
 };
 
 // Reads the timelines anew, row by row, where two of them should have the same sums.

@@ -156,6 +156,8 @@ class Check {
             << result.compared << " figures compared between the reports, " << result.disagreements.size()
             << " disagree\n";
         for (const std::string& one : result.disagreements) m_out << "        " << harmless(one) << "\n";
+        for (const std::string& one : result.notes)
+            m_out << "note    " << harmless(run.name) << ": " << one << "\n";
     }
 
     const Folder& m_folder;
