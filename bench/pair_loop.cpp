@@ -150,7 +150,7 @@ class LOAD {
     std::vector<void*> blocks;
 };
 
-// Of all threads; unlike wall time it tells the cost also on a machine that others use.
+// Of all threads; unlike wall time it shows the cost on a busy machine, too.
 double cpu_seconds() {
     return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
 }

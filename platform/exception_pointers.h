@@ -1,4 +1,4 @@
-// What a fault of the process is told with: SIGSEGV, SIGBUS, SIGFPE and SIGILL.
+// What describes a fault of the process: SIGSEGV, SIGBUS, SIGFPE and SIGILL.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// What a main program tells the suite about fatal events. The definitions here are the answers of a program
+// What a main program decides about fatal events. The definitions here are the answers of a program
 // that has nothing to say: handling disabled, no callbacks. They are weak and exported, so a program that
 // defines the same symbols, and exports them (it does when it is linked with this library; otherwise link it
 // with -rdynamic), is asked in their place. Functions and variables have plain C names.

@@ -1,4 +1,4 @@
-// The texts of /proc that tell one mapping of a process from the next, as pure functions over one line.
+// The texts of /proc that describe the mappings of a process, as pure functions over one line.
 // Nothing allocates; texts point into the line.
 #pragma once
 

@@ -20,7 +20,7 @@ class KTL_MEM_API RVM_BAREBONES_NOTIFIER {
     static void add_observer(OBSERVER* observer);
     static void remove_observer(OBSERVER* observer);
 
-    // What a host calls after it has mapped and before it unmaps. Observers are told in the order of their
+    // What a host calls after it has mapped and before it unmaps. Observers are called in the order of their
     // registration, on this thread, with no lock held that an allocation could need.
     static void announce_added(const void* address, std::uint64_t size);
     static void announce_removed(const void* address, std::uint64_t size);

@@ -5,7 +5,7 @@
 // While no translator is installed a call goes straight on. This file is linked into the shared library only,
 // never into a test program: a sanitizer has a pthread_create of its own. It takes effect where the library
 // is linked or preloaded, not where it comes by dlopen; there a stack overflow of a thread ends the process
-// without a message, and all other faults are still told.
+// without a message, and all other faults still have theirs.
 
 #include <dlfcn.h>
 #include <pthread.h>

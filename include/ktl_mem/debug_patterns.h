@@ -1,5 +1,5 @@
 // Debugging aids on the allocator's hooks: fill patterns that show uses of uninitialised and of freed memory,
-// and a log of every allocation and free. docs/debugging_aids.md tells what they find and what they can
+// and a log of every allocation and free. docs/debugging_aids.md says what they find and what they can
 // break.
 //
 // They work while the process holds tcmalloc_minimal, with or without tracking; without it all calls do

@@ -13,7 +13,7 @@
 #include "ktl_mem/export.h"
 
 extern "C" {
-// Ends the process as told above. Never returns. Callable from any thread at any time, also inside an
+// Ends the process as described above. Never returns. Callable from any thread at any time, also inside an
 // allocator hook; not from a signal handler.
 [[noreturn]] KTL_MEM_API void mem_out_of_memory();
 }
@@ -29,6 +29,6 @@ extern "C" {
 // Safe from any thread; not in an allocator hook.
 KTL_MEM_API void mem_set_out_of_memory_handler(void (*handler)());
 
-// True from the moment that the end told above has begun: an exit action can tell it from an ordinary exit.
-// Safe from anywhere, also in a signal handler and in an allocator hook.
+// True once the end described above has begun, so that an exit action can distinguish it from an ordinary
+// exit. Safe from anywhere, also in a signal handler and in an allocator hook.
 KTL_MEM_API bool mem_is_out_of_memory();

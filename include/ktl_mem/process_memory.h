@@ -31,7 +31,7 @@ KTL_MEM_API std::uint64_t mem_info_get_process_page_fault_count();
 
 // The machine: physical memory that is not available, swap that is not free. A peak is the highest figure
 // that one of these four calls of this process has seen, so it is only as fine as they are frequent. 0 when
-// the system does not tell.
+// the system does not report.
 KTL_MEM_API std::uint64_t mem_info_get_system_current_physical_in_use();
 KTL_MEM_API std::uint64_t mem_info_get_system_peak_physical_in_use();
 KTL_MEM_API std::uint64_t mem_info_get_system_current_page_file_in_use();

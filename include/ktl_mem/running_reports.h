@@ -1,4 +1,4 @@
-// What a tracked process tells while it runs, and goes on.
+// Reports and figures of a tracked process that goes on running.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,7 @@ struct MEM_TRACKING_FIGURES {
 KTL_MEM_API bool mem_get_tracking_figures(MEM_TRACKING_FIGURES& out);
 
 // Writes the files that mem_shutdown_tbb_tracking would write now into the folder, which must exist, and
-// tracking goes on. Takes a sample of each timeline that is reported. All files tell one moment: events of
+// tracking goes on. Takes a sample of each timeline that is reported. All files show one moment: events of
 // other threads wait until they are written. Runs on a stack of its own.
 //
 // False, and nothing complete written, when the tracker does not run, when reports are being written already,

@@ -1,5 +1,5 @@
 // One line of the file of user-defined filters: a command, and the beginning of a name. Also linked into the
-// launcher, which tells its user of the lines that are wrong.
+// launcher, which shows its user the lines that are wrong.
 #pragma once
 
 #include <string>

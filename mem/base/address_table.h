@@ -1,7 +1,7 @@
 // MEM_ADDRESS_TABLE: from the address of a live block to the call site or path and the thread that it is
 // charged to, and to the bin and the tag that it was allocated under. Charges are used inside the gate and
 // forgotten by a cat; bins and tags anywhere, and a reset leaves them alone. The block's size is not kept:
-// the allocator tells it at the free.
+// the allocator knows it at the free.
 #pragma once
 
 #include "mem/base/address_map.h"

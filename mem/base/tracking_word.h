@@ -66,7 +66,7 @@ extern MEM_PLAIN_WORD<bool> mem_tbb_no_msg_debug;
 // Reads the two numbers. A bad one, or zero, costs one debug line and leaves the default.
 MEM_TRACKING_SAMPLING mem_get_tracking_sampling_from_env();
 
-// How many paths of calls may be told apart, read likewise.
+// How many distinct paths of calls there may be, read likewise.
 inline constexpr std::uint32_t mem_default_call_path_nodes = std::uint32_t{4} << 20;
 std::uint32_t mem_get_most_call_path_nodes_from_env();
 

@@ -1,4 +1,4 @@
-// Faults and std::terminate, told in one way: to the main program's callback, or in one line on standard
+// Faults and std::terminate, reported in one way: to the main program's callback, or in one line on standard
 // error and an end with exit code 2 at once. Only when the main program has enabled exception handling
 // (platform/ktl_main_globals.h); otherwise nothing is installed.
 #pragma once

@@ -11,7 +11,7 @@ std::int64_t bytes(std::uint64_t count) {
 }
 
 // The allocator knows the first page of each run of pages that it gave out. Where the kernel has made one
-// mapping of several, one of many places inside tells.
+// mapping of several, one of many places inside decides.
 bool belongs_to_allocator(const PROCESS_MAPPING& mapping) {
     constexpr int owned = 1;
     constexpr std::uint64_t page = 8192;

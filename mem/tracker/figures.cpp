@@ -1,4 +1,4 @@
-// What the tracker tells of the process while it runs.
+// The tracker's figures of the process while it runs.
 #include <algorithm>
 
 #include "ktl_mem/running_reports.h"

@@ -22,7 +22,7 @@ bool is_direct_call(const unsigned char* code, std::uint64_t end, std::uint64_t 
     return target >= image_begin && target < image_end;
 }
 
-// The length of a call by register or memory, whose operand the byte behind the code tells; 0 when it is
+// The length of a call by register or memory, whose operand the byte behind the code describes; 0 when it is
 // none.
 std::size_t indirect_call_length(const unsigned char* code) {
     const unsigned operand = code[1];

@@ -90,7 +90,7 @@ class UNIT {
 
 class UNIT_INDEX {
   public:
-    // `code` tells which addresses hold code, so that what the linker threw away is left out.
+    // `code` decides which addresses hold code, so that what the linker threw away is left out.
     UNIT_INDEX(Dwarf* dwarf, const ELF_FILE& code);
     UNIT* find(std::uint64_t address);
     // Every split unit was found.

@@ -8,7 +8,7 @@
 namespace unwind {
 
 // Replaces *frame, which must be a frame of the calling thread further out than this call, by its caller.
-// False when it was not reached or its caller can't be told.
+// False when it was not reached or its caller is unknown.
 bool step_by_all_registers(STACK_WALK_START* frame);
 
 }  // namespace unwind

@@ -10,7 +10,7 @@
 
 namespace unwind {
 
-// One rule, of the program counter and the generation that its key tells.
+// One rule, of the program counter and the generation in its key.
 class RULE_ENTRY {
   public:
     // Relaxed: check and rule vouch for each other, and nothing else is published with them.

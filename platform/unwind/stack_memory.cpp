@@ -29,7 +29,7 @@ std::uint64_t page_of(std::uint64_t address) {
     return address & ~(PAGE_SIZE_IN_BYTES - 1);
 }
 
-// From the top, since the guard below a thread's stack tells a pointer elsewhere at once.
+// From the top, since the guard below a thread's stack stops a pointer elsewhere at once.
 bool all_readable(std::uint64_t begin, std::uint64_t end) {
     for (std::uint64_t page = page_of(end - 1); page >= begin; page -= PAGE_SIZE_IN_BYTES) {
         if (!page_is_readable(page)) return false;

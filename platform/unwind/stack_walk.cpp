@@ -63,7 +63,7 @@ bool STACK_WALK::find_own_stack() {
     return known_stack.holds(frame_.sp);
 }
 
-// A walk ahead that probes every page, along frames that the information itself tells.
+// A walk ahead that probes every page, along frames that the information itself describes.
 bool STACK_WALK::leads_to_known_stack() const {
     STACK_WALK scout(*this);
     scout.is_scout_ = scout.fresh_ = true;

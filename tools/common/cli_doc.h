@@ -1,7 +1,7 @@
 #pragma once
 
 // The documents of a command-line tool, made from the same option table that parses its command line, so that
-// `--help`, the manual page and the shell's completion can never tell different stories.
+// `--help`, the manual page and the shell's completion can never differ.
 
 #include <string>
 #include <vector>

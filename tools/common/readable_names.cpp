@@ -26,7 +26,7 @@ bool is_digits(std::string_view text) {
            std::all_of(text.begin(), text.end(), [](char c) { return (c >= '0' && c <= '9') || c == '_'; });
 }
 
-// Whether a part of a qualified name is a namespace that its library declares inline to tell its versions
+// Whether a part of a qualified name is a namespace that its library declares inline to keep its versions
 // apart.
 bool is_inline_namespace(std::string_view part) {
     if (part == "__cxx11" || part == "__1" || part == "__2" || part == "__ndk1" || part == "_V2") return true;

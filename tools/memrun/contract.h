@@ -1,5 +1,5 @@
 // What the launcher and its preloaded agent agree on: the variables that carry the launcher's wishes into
-// the program, and the notes by which the agent tells how the program ended.
+// the program, and the notes in which the agent writes how the program ended.
 #pragma once
 
 #include <algorithm>

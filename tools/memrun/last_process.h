@@ -11,7 +11,7 @@ namespace memrun {
 void adopt_orphans();
 
 // Waits until none of the tracked processes is left, beginning behind the end of the launched one. SIGINT,
-// SIGTERM, SIGHUP and SIGQUIT tell this process to leave the others, after a second in which they may follow
+// SIGTERM, SIGHUP and SIGQUIT have this process leave the others, after a second in which they may follow
 // the signal themselves. `program` is the path of the executable.
 void wait_for_last_process(const control::Followed& followed, int launched_pid, const std::string& program,
                            bool is_quiet);

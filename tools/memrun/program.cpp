@@ -52,7 +52,7 @@ std::string tracked_executable(const std::string& path) {
     return tracked;
 }
 
-// As the kernel names it to the agent, which has no other way to tell the program from what it starts.
+// As the kernel names it to the agent, which has no other way to distinguish the program from what it starts.
 std::string whole_path(const std::string& path) {
     std::error_code error;
     const std::filesystem::path whole = std::filesystem::canonical(path, error);

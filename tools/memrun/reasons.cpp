@@ -66,7 +66,7 @@ std::string why_no_figures(const Run& run, const Figures& figures) {
         return "The call paths are those of the last event; the program wrote no other reports.";
     if (!figures.has_files && first.ended.empty()) return why_no_reports(run.ending);
     if (!figures.cut_file.empty())
-        return figures.cut_file + " is cut, so that no figures are told. " +
+        return figures.cut_file + " is cut, so that no figures are shown. " +
                (first.has_refusal ? "Memory had run out." : "Was the disk full?");
     if (!first.foreign_allocator.empty())
         return "The program brings its own allocator (" + first.foreign_allocator +

@@ -73,7 +73,7 @@ std::vector<char*> pointers_to(const std::vector<std::string>& texts) {
     return pointers;
 }
 
-// What a process that could not become the program tells its launcher, through a pipe that the start closes.
+// What a process that could not become the program sends its launcher, through a pipe that the start closes.
 struct Refusal {
     int status;
     char sentence[4096];

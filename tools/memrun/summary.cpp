@@ -99,7 +99,7 @@ std::size_t room_for_text() {
     return is_terminal ? std::max<std::size_t>(size.ws_col, least_width) - Lines::indent : widest_text;
 }
 
-// The end of a path tells more than its beginning.
+// The end of a path says more than its beginning.
 std::string shortened_place(const std::string& place, std::size_t most) {
     if (place.size() <= most) return place;
     const std::size_t tail = place.size() - most + 3;
@@ -136,7 +136,7 @@ void add_sites(Lines& lines, const Figures& figures) {
     }
 }
 
-// Against which limit, and who held the memory: with the line above, five that tell all.
+// Against which limit, and who held the memory: with the line above, five that say all.
 void add_aftermath(Lines& lines, const Run& run) {
     const control::MemoryRoom& room = run.last_look.room;
     const control::Held& held = run.aftermath.held;

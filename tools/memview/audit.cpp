@@ -206,7 +206,7 @@ class Auditor {
         return std::fabs(exact - static_cast<double>(thousandths)) < 0.51;
     }
 
-    // The last sample is taken when the reports are written, so it must tell what the table tells.
+    // The last sample is taken when the reports are written, so it must agree with the table.
     void audit_last_sample(const char* kind, const Table* table) {
         const Timeline* timeline = m_run.timeline(kind);
         if (timeline == nullptr || table == nullptr || timeline->samples == 0) return;

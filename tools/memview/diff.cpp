@@ -203,7 +203,7 @@ std::pair<std::string_view, std::uint64_t> split_name(std::string_view name) {
 
 using RunPair = std::pair<const Run*, const Run*>;
 
-// Moves what both have, as `key` tells, from the two into pairs; the first goes with the first of the same
+// Moves what both have, by `key`, from the two into pairs; the first goes with the first of the same
 // key.
 template <class KEY>
 void pair_by(KEY key, std::vector<const Run*>& before, std::vector<const Run*>& after,

@@ -143,7 +143,7 @@ class Profile {
         return static_cast<std::int64_t>(found->second);
     }
 
-    // The reports do not tell where a module lay, so its range stays open.
+    // The reports do not say where a module lay, so its range stays open.
     std::uint64_t mapping_number(std::int64_t module) {
         const auto [found, is_new] = m_mappings.try_emplace(module, m_mappings.size() + 1);
         if (is_new) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// A run that goes on, as its launcher tells it.
+// A run that goes on, as its launcher describes it.
 
 #include <cstdint>
 #include <map>

@@ -59,7 +59,7 @@ struct Options {
 // The parser, which fills `options`; both must live until it has parsed.
 std::unique_ptr<CLI::App> make_app(Options& options);
 
-// What the manual page tells beside the options.
+// What the manual page says beside the options.
 cli_doc::Page manual_page();
 
 }  // namespace memview

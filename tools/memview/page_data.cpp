@@ -160,7 +160,7 @@ json frame_data(const PathTree::Frame& frame, const Names& names, Texts& texts) 
             frame.place.line, number(frame.place.module), frame.filtered ? 1 : 0};
 }
 
-// Of a parent the distance is told, which is short where paths run straight.
+// A parent is given by its distance, which is short where paths run straight.
 json flame_graph_data(const FlameData& flame, const Names& names, Texts& texts) {
     json frames = json::array();
     for (const PathTree::Frame& frame : flame.tree.frames())

@@ -34,7 +34,7 @@ class PathTree {
     // Each node has that many figures of its own. The names are those of the paths.
     PathTree(Names& names, std::size_t figures);
 
-    // Adds to the figures from `first` on what these columns of the nodes tell.
+    // Adds to the figures from `first` on these columns of the nodes.
     void add(const Paths& paths, std::span<const char* const> columns, std::size_t first,
              const TreeForm& form);
 

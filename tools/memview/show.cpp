@@ -20,7 +20,7 @@ constexpr const char* RECORDED_PEAK = "recorded_peak";
 struct View {
     const char* key;
     const char* title;
-    const char* timeline;  // whose series tell the course of the rows, or null
+    const char* timeline;  // with the course of the rows, or null
 };
 
 constexpr View VIEWS[] = {{"sites", "Call sites", nullptr}, {"modules", "Modules", MODULE_TIMELINE_DETAILED},

@@ -24,7 +24,7 @@ class TextTable {
     enum class Cut {
         never,
         end,
-        start  // of paths, whose end tells more
+        start  // of paths, whose end says more
     };
     struct Heading {
         std::string title;

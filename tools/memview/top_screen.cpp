@@ -57,7 +57,7 @@ void put(int row, int column, const std::string& text, int width) {
     mvaddstr(row, column, shown.c_str());
 }
 
-// Red for what grew, green for what shrank, where there is colour; the sign tells it anyway.
+// Red for what grew, green for what shrank, where there is colour; the sign shows it anyway.
 void put_change(int row, int column, std::int64_t change, int width) {
     const int pair = change > 0 ? 1 : 2;
     const bool coloured = change != 0 && has_colors() && COLOR_PAIRS > 2;
@@ -187,7 +187,7 @@ void TopScreen::draw_head(int width) {
 
 void TopScreen::draw_sites(int height, int width) {
     if (!m_look.knows_sites)
-        put(HEAD_LINES, 0, "Call sites are not told: the run was started with --no-paths.", width);
+        put(HEAD_LINES, 0, "Call sites are not shown: the run was started with --no-paths.", width);
     int row = HEAD_LINES;
     for (const LiveSite& site : m_look.sites) {
         if (row >= height - 1) return;

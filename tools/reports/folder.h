@@ -1,6 +1,6 @@
 #pragma once
 
-// Finds the reports of a folder, tells the processes apart and reads them all.
+// Finds the reports of a folder, keeps the processes apart and reads them all.
 
 #include <memory>
 #include <string>

@@ -41,7 +41,7 @@ std::string_view Names::keep(std::string_view text) {
         m_left = std::max(BLOCK, text.size());
         m_blocks.push_back(std::make_unique_for_overwrite<char[]>(m_left));
     }
-    // Blocks are filled from their end, so that what is left of one tells where the next text goes.
+    // Blocks are filled from their end, so that what is left of one says where the next text goes.
     m_left -= text.size();
     char* const place = m_blocks.back().get() + m_left;
     std::memcpy(place, text.data(), text.size());

@@ -104,7 +104,7 @@ Table empty_table(std::string key, std::string file, std::span<const ColumnSpec>
 // it stands for what lay deeper than the tracker looks. Node n is row n - 1, and its parent comes before it;
 // parent 0 is the root.
 struct Paths {
-    std::map<std::string, std::int64_t> totals;  // by title, as the head of the report tells them
+    std::map<std::string, std::int64_t> totals;  // by title, as in the head of the report
     Table frames;                                // "frame", "level", "address", "filtered", and the place
     Table nodes;  // "node", "parent", "frame", "site", and a node's own figures
     std::vector<std::uint32_t> first_level;

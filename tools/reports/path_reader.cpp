@@ -65,7 +65,7 @@ class PathReader {
             m_paths.totals[std::string(key)] = value;
         }
         const auto version = m_paths.totals.find("Version");
-        if (version == m_paths.totals.end()) refuse("the head tells no version");
+        if (version == m_paths.totals.end()) refuse("the head has no version");
         if (version->second != VERSION)
             refuse("version " + std::to_string(version->second) + " of the report is not known here, only " +
                    std::to_string(VERSION));
@@ -116,7 +116,7 @@ class PathReader {
     void hold_against_head() {
         const auto told = m_paths.totals.find("Nodes");
         if (told != m_paths.totals.end() && told->second != m_nodes)
-            refuse("the head tells " + std::to_string(told->second) + " nodes, found " +
+            refuse("the head says " + std::to_string(told->second) + " nodes, found " +
                    std::to_string(m_nodes));
     }
 

@@ -25,7 +25,7 @@ std::optional<std::int64_t> read_limit(LineReader& reader, std::string_view titl
         if (is_pair && parse_number(value, limit)) return limit;
     }
     throw ReportError(
-        {reader.path(), reader.number(), in_quotes(line) + " does not tell the " + std::string(title)});
+        {reader.path(), reader.number(), in_quotes(line) + " is not the " + std::string(title)});
 }
 
 bool read_point(std::string_view line, ResidentPoint& point) {

@@ -9,7 +9,7 @@
 namespace memview {
 
 // Throws ReportError when the head is wrong; bad rows and a missing end go to `problems`.
-// `peak_index` is set when the title tells one.
+// `peak_index` is set when the title has one.
 Table read_table(const std::string& path, const TableKind& kind, Names& names, Problems& problems,
                  std::optional<std::uint64_t>& peak_index);
 

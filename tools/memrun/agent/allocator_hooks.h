@@ -6,7 +6,7 @@
 
 namespace memrun::agent {
 
-// Attaches them, if the allocator is there. What they tell must be watched already.
+// Attaches them, if the allocator is there. What they report must be watched already.
 void attach_allocator_hooks();
 
 // Attaches a hook by the allocator's entry for its kind, if the allocator is there. Calls the loader.

@@ -1,4 +1,4 @@
-// The note that tells the launcher about this process. Safe in a signal handler and in an allocator hook.
+// The note about this process for the launcher. Safe in a signal handler and in an allocator hook.
 #pragma once
 
 #include "tools/memrun/agent/orders.h"

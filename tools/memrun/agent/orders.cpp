@@ -36,7 +36,7 @@ void choose_word(Orders& orders, bool is_launched) {
                       base_name(orders.program), static_cast<int>(orders.owner));
 }
 
-// Only the first program of the launched process is told which one is to be tracked.
+// Only the first program of the launched process finds which one is to be tracked.
 void choose_role(Orders& orders, bool is_launched_process) {
     const char* wanted = std::getenv(program_variable);
     const bool is_wanted = wanted != nullptr && std::strcmp(wanted, orders.program) == 0;

@@ -39,7 +39,7 @@ class Control {
 
     // Starts the thread. `output` is the folder of the reports, which is there.
     void begin(const std::string& output);
-    // Ends the thread; who still waits for an answer is told.
+    // Ends the thread; who still waits for an answer gets one.
     void end();
     LastLook last_look() const;
 

@@ -27,7 +27,7 @@ enum class Order : std::uint32_t {
 enum class Outcome : std::uint32_t {
     none,
     done,
-    cannot_write,  // into the folder; Page::error tells why
+    cannot_write,  // into the folder; Page::error has the reason
     refused        // there is nothing to do: already stopped, not stopped, or at its end
 };
 

@@ -1,4 +1,4 @@
-// What the shared region of a process tells, while it runs and after it has died.
+// Figures from the shared region of a process, while it runs and after it has died.
 #pragma once
 
 #include <cstdint>

@@ -35,7 +35,7 @@ std::string program_of(pid_t pid) {
 
 Answer figures_of(const Process& process) {
     const Page& page = *process.page;
-    // A figure that was wished for and is not told yet waits for the next event.
+    // A figure that was wished for and is not there yet waits for the next event.
     const bool is_silent = (page.wishes.load() & wishes_figures) != 0;
     return {{"tracking", names_of(page.word)},
             {"events", page.events.load()},

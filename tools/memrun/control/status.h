@@ -1,4 +1,4 @@
-// The state of a run, as it is told to who asks.
+// The state of a run, for who asks.
 #pragma once
 
 #include "tools/memrun/control/desk.h"

@@ -1,6 +1,6 @@
 // What launcher and agent say to each other over their socket: one greeting of each side, with shared memory.
 //
-// Nothing here allocates. The result alone tells of failures; errno is not kept.
+// Nothing here allocates. Failures show in the result alone; errno is not kept.
 #pragma once
 
 #include <sys/types.h>

@@ -49,7 +49,7 @@ class Server {
     }
 
     // Gives the socket its place in the folder. Without it no agent finds the launcher, and all goes on
-    // without a link; the agents' words tell.
+    // without a link; the agents' notes say so.
     void listen_in(const std::string& folder) const;
 
     // From here on agents are answered.
@@ -66,7 +66,7 @@ class Server {
     int socket_;
     std::vector<Service*> services_;
     std::function<bool(const std::string& path)> judge_;
-    std::map<int, Guest> guests_;  // by the descriptor that tells their end
+    std::map<int, Guest> guests_;  // by the descriptor that signals their end
 };
 
 }  // namespace memrun::link

@@ -42,7 +42,7 @@ class NameService : public link::Service {
     std::map<pid_t, int> channels_;  // of the guests, who keep them open
     int own_channel_ = -1;           // among them; stays open
     pid_t namer_ = 0;
-    int namer_end_ = -1;  // tells the namer's end
+    int namer_end_ = -1;  // signals the namer's end
     int to_namer_ = -1;
     int starts_left_ = 50;
     bool is_finished_ = false;

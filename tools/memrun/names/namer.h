@@ -11,7 +11,7 @@ namespace memrun::names {
 
 // What a namer has from its launcher.
 struct NamerSeat {
-    int launcher = -1;     // tells of processes that come and go, as greetings; its end is the namer's
+    int launcher = -1;     // brings processes that come and go, as greetings; its end is the namer's
     int module_list = -1;  // takes a line for each module: its path
     symbols::NAME_BELL* bell = nullptr;
     WorkTable* work = nullptr;

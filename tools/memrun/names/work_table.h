@@ -28,7 +28,7 @@ class WorkTable {
 
     Trust trust_in(const std::string& module) const;
 
-    // Counts what the launcher told the namer, its end included: the namer looks only when it has changed.
+    // Counts what the launcher sent the namer, its end included: the namer looks only when it has changed.
     std::atomic<std::uint32_t> words_to_namer;
 
   private:

@@ -52,7 +52,7 @@ function paintBands(context, area, graph, bands) {
   }
 }
 
-// The index of the recorded peak as the report tells it, and the sample where the sum of this chart stood highest.
+// The index of the recorded peak as the report has it, and the sample where the sum of this chart stood highest.
 // The two differ when the host flushed a peak that no later one surpassed.
 function marksOf(chart, process) {
   const marks = [], places = placesOf(chart, process);
