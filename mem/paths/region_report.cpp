@@ -28,8 +28,19 @@ constexpr std::int64_t MEM_PATH_ROW::*all_figures[] = {&MEM_PATH_ROW::bytes,
 constexpr auto figure_columns = mem_report::call_paths.columns.subspan(mem_column::columns_before_figures);
 static_assert(std::size(all_figures) == figure_columns.size());
 
+// Parents come before children, also in a region that something else has written into.
+std::uint32_t parent_of(const MEM_PATH_REGION& region, std::uint32_t number) {
+    const std::uint32_t parent = region.node(number).parent;
+    return parent < number ? parent : mem_path_root;
+}
+
+// Around the end of the numbers, too: the figures are what another program left in its memory.
+std::int64_t sum_of(std::int64_t a, std::int64_t b) {
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(b));
+}
+
 void add(MEM_PATH_ROW& sum, const MEM_PATH_ROW& row) {
-    for (const auto figure : all_figures) sum.*figure += row.*figure;
+    for (const auto figure : all_figures) sum.*figure = sum_of(sum.*figure, row.*figure);
 }
 
 bool is_zero(const MEM_PATH_ROW& row) {
@@ -121,7 +132,8 @@ void write_head(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHO
     const MEM_PATH_ROW& sums = snapshot.sums;
     out.text(mem_report::call_paths.title).text("\n\nKey\tValue\n");
     line("Version", report_version);
-    line("Events", 2 * sums.cumulative_blocks - sums.blocks);
+    const std::int64_t freed = sum_of(sums.cumulative_blocks, sum_of(~sums.blocks, 1));
+    line("Events", sum_of(sums.cumulative_blocks, freed));
     line("Depth", region.header->depth);
     line("Nodes", rows);
     line("Shortened events", snapshot.shortened_events);
@@ -130,12 +142,6 @@ void write_head(TEXT& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHO
     for (std::size_t i = 0; i < std::size(all_figures); ++i)
         line(figure_columns[i].title, sums.*all_figures[i]);
     out.end_row();
-}
-
-// Parents come before children, also in a region that something else has written into.
-std::uint32_t parent_of(const MEM_PATH_REGION& region, std::uint32_t number) {
-    const std::uint32_t parent = region.node(number).parent;
-    return parent < number ? parent : mem_path_root;
 }
 
 // Which nodes and frames are written, and their numbers in the report; 0 for none.
@@ -253,7 +259,7 @@ MEM_PATH_SNAPSHOT mem_copy_call_paths(const MEM_PATH_REGION& region) {
         if (is_zero(row)) continue;
         add(copy.sums, row);
         const bool is_share = mem_path_is_share(node.pc);
-        row.node = is_share ? node.parent : number;
+        row.node = is_share ? parent_of(region, number) : number;
         (is_share ? shares : copy.rows).push_back(row);
     }
     for (const MEM_PATH_ROW& share : shares) {

@@ -34,7 +34,8 @@ void for_each_piece(const MEM_PATH_WORD<std::uint64_t>* places, const std::byte*
     for (std::uint32_t at = 0; at < LAYOUT::most_pieces; ++at) {
         const std::uint64_t place = places[at].get();
         const std::size_t size = MEM_PATH_PIECES<LAYOUT>::bytes_of(at);
-        if (place != 0 && place <= bytes && size <= bytes - place) set(at, memory + place);
+        const bool is_aligned = place % alignof(MEM_PATH_COUNTS) == 0;
+        if (place != 0 && is_aligned && place <= bytes && size <= bytes - place) set(at, memory + place);
     }
 }
 

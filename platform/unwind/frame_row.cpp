@@ -103,14 +103,14 @@ class FRAME_PROGRAM {
             }
             case DEFINE_CFA_SIGNED: {
                 const std::uint64_t number = reader->read_uleb();
-                return set_cfa(number, reader->read_sleb() * frame_.data_factor);
+                return set_cfa(number, scaled(reader->read_sleb()));
             }
             case DEFINE_CFA_REGISTER:
                 return set_cfa(reader->read_uleb(), row_.cfa_offset);
             case DEFINE_CFA_OFFSET:
                 return set_cfa(row_.cfa_register, static_cast<std::int64_t>(reader->read_uleb()));
             case DEFINE_CFA_OFFSET_SIGNED:
-                return set_cfa(row_.cfa_register, reader->read_sleb() * frame_.data_factor);
+                return set_cfa(row_.cfa_register, scaled(reader->read_sleb()));
             case DEFINE_CFA_EXPRESSION:
                 row_.cfa_expression = reader->read_block();
                 return true;
@@ -135,11 +135,11 @@ class FRAME_PROGRAM {
             case OFFSET_EXTENDED:
                 return set(number, RECOVERY::saved_at_offset, scaled(reader->read_uleb()));
             case OFFSET_EXTENDED_SIGNED:
-                return set(number, RECOVERY::saved_at_offset, reader->read_sleb() * frame_.data_factor);
+                return set(number, RECOVERY::saved_at_offset, scaled(reader->read_sleb()));
             case VALUE_OFFSET:
                 return set(number, RECOVERY::is_offset, scaled(reader->read_uleb()));
             case VALUE_OFFSET_SIGNED:
-                return set(number, RECOVERY::is_offset, reader->read_sleb() * frame_.data_factor);
+                return set(number, RECOVERY::is_offset, scaled(reader->read_sleb()));
             case EXPRESSION:
                 return set_expression(number, RECOVERY::saved_at_expression, reader);
             case VALUE_EXPRESSION:
@@ -154,9 +154,11 @@ class FRAME_PROGRAM {
         return true;
     }
 
+    // A program that nobody wrote may go beyond the numbers.
     std::int64_t scaled(std::uint64_t number) const {
-        return static_cast<std::int64_t>(number) * frame_.data_factor;
+        return static_cast<std::int64_t>(number * static_cast<std::uint64_t>(frame_.data_factor));
     }
+    std::int64_t scaled(std::int64_t number) const { return scaled(static_cast<std::uint64_t>(number)); }
 
     bool set_cfa(std::uint64_t number, std::int64_t offset) {
         row_.cfa_expression = {};

@@ -37,8 +37,9 @@ std::vector<SiteSum> highest_sites(const MEM_PATH_REGION& region, const MEM_PATH
         if (row.site == 0 || row.site > known) continue;
         SiteSum& sum = by_site[row.site];
         if (sum.frame.pc == 0) sum.frame = frame_of_site(region, row);
-        sum.bytes += row.bytes;
-        sum.blocks += row.blocks;
+        // Unsigned: the figures are what another program left in its memory.
+        sum.bytes = static_cast<std::int64_t>(static_cast<std::uint64_t>(sum.bytes) + row.bytes);
+        sum.blocks = static_cast<std::int64_t>(static_cast<std::uint64_t>(sum.blocks) + row.blocks);
     }
     std::vector<SiteSum> sums;
     sums.reserve(by_site.size());
