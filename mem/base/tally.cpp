@@ -12,8 +12,8 @@ namespace {
 using COUNTS = MEM_TALLY_COUNTS;
 using SHARE = MEM_TALLY_SHARE;
 
-// A settlement costs about as much as that many charges at a crowded home. When a number of them was not
-// worth it, threads meet at home again for a number of charges, which doubles from time to time.
+// A settlement costs about as much as that many charges at a home where threads meet. When a number of them
+// was not worth it, threads meet at home again for a number of charges, which doubles from time to time.
 constexpr std::int64_t charges_worth_a_settlement = 12;
 constexpr int settlements_a_look = 64;
 constexpr std::int64_t shortest_stay = 4096;
@@ -46,7 +46,7 @@ class SHARES_IN_USE {
 
     template <class VISIT>
     void for_each(VISIT visit) const {
-        for (std::uint32_t left = mem_share_groups_in_use(); left != 0; left &= left - 1)
+        for (std::uint32_t left = mem_turn_groups_in_use(); left != 0; left &= left - 1)
             visit(all[std::countr_zero(left)]);
     }
 
@@ -138,7 +138,7 @@ void MEM_TALLY_COUNTS::take_over(MEM_TALLY_COUNTS& from) {
 }
 
 struct MEM_TALLY::SHARES {
-    SHARE all[mem_share_groups];
+    SHARE all[mem_turn_groups];
     MAXIMUM<&COUNTS::blocks, &SHARE::blocks_limit> blocks;
     MAXIMUM<&COUNTS::bytes, &SHARE::bytes_limit> bytes;
 
@@ -148,7 +148,7 @@ struct MEM_TALLY::SHARES {
     int stays = 0;                    // at home, since settlements were last worth it
     std::int64_t stay_ends_at = 0;    // by the charges that came home
 
-    SHARE& own() { return all[mem_thread_stripe().index % mem_share_groups]; }
+    SHARE& own() { return all[mem_thread_stripe().index % mem_turn_groups]; }
     SHARES_IN_USE in_use() { return SHARES_IN_USE(all); }
 };
 
@@ -174,8 +174,7 @@ std::int64_t MEM_TALLY::highest_blocks() const {
 }
 
 void MEM_TALLY::hold() {
-    mem_hold_shares();
-    home.lock.lock();
+    mem_hold_turns();
 }
 
 MEM_TALLY_FIGURES MEM_TALLY::held() const {
@@ -196,54 +195,60 @@ MEM_TALLY_FIGURES MEM_TALLY::held() const {
 }
 
 void MEM_TALLY::release() {
-    home.lock.unlock();
-    mem_release_shares();
+    mem_release_turns();
 }
 
 void MEM_TALLY::renew_locks() {
-    mem_renew_share_locks();
-    home.lock.unlock();
+    mem_renew_turn_locks();
+    home.lock.renew();
 }
 
 MEM_TALLY_FIGURES MEM_TALLY::read() {
-    {
-        const std::lock_guard<MEM_SPIN_LOCK> guard(home.lock);
-        if (!is_spread()) return held();
-    }
-    hold();
-    const MEM_TALLY_FIGURES now = held();
-    release();
-    return now;
+    const MEM_TURNS_HELD at_rest;
+    return held();
 }
 
-void MEM_TALLY::charge_share(std::uint64_t requested, std::uint64_t allocated) {
-    {
-        const MEM_SHARE_TURN turn;
-        // Whoever spreads or gathers holds all shares, so that a turn sees a tally whole.
+// Not while charges stay at home because settlements were not worth it.
+bool MEM_TALLY::may_spread() const {
+    const SHARES* made = shares.load(std::memory_order_relaxed);
+    return made == nullptr || COUNTS::get(home.cumulative_blocks) >= made->stay_ends_at;
+}
+
+// False when charges do not come home for now.
+template <class MOVE>
+bool MEM_TALLY::try_at_home(MEM_TURN& turn, MOVE move) {
+    const bool is_locked = home.lock.enter(turn);
+    const bool is_open = !is_spread();
+    if (is_open) move();
+    const bool spreads = is_open && is_locked && home.lock.is_crowded() && may_spread();
+    if (is_locked) home.lock.leave();
+    if (spreads) turn.step_out([&] { spread_out(); });
+    return is_open;
+}
+
+void MEM_TALLY::charge_apart(MEM_TURN& turn, std::uint64_t requested, std::uint64_t allocated) {
+    for (bool is_done = false; !is_done;) {
+        // Whoever spreads or gathers holds all turns, so that a turn sees a tally whole.
         if (is_spread()) [[likely]] {
             SHARE& own = shares.load(std::memory_order_relaxed)->all[turn.group];
             if (own.has_room_for(allocated)) [[likely]] {
                 own.add(requested, allocated);
                 return;
             }
+            turn.step_out([&] { is_done = settle(requested, allocated); });
+        } else {
+            is_done = try_at_home(turn, [&] { charge_home(requested, allocated); });
         }
     }
-    // Whoever spreads or gathers meanwhile sends this thread round again.
-    if (!settle(requested, allocated)) charge(requested, allocated);
 }
 
-void MEM_TALLY::discharge_share(std::uint64_t allocated, std::uint64_t mismatched) {
-    {
-        const MEM_SHARE_TURN turn;
-        if (is_spread()) [[likely]] {
-            SHARE& own = shares.load(std::memory_order_relaxed)->all[turn.group];
-            own.remove(allocated);
-            if (mismatched != 0) [[unlikely]]
-                SHARE::move(own.cumulative_mismatched_bytes, static_cast<std::int64_t>(mismatched));
-            return;
-        }
-    }
-    discharge(allocated, mismatched);
+void MEM_TALLY::discharge_apart(MEM_TURN& turn, std::uint64_t allocated, std::uint64_t mismatched) {
+    while (!is_spread())
+        if (try_at_home(turn, [&] { discharge_home(allocated, mismatched); })) return;
+    SHARE& own = shares.load(std::memory_order_relaxed)->all[turn.group];
+    own.remove(allocated);
+    if (mismatched != 0) [[unlikely]]
+        SHARE::move(own.cumulative_mismatched_bytes, static_cast<std::int64_t>(mismatched));
 }
 
 // A charge that its share has no room for. False when charges come home again.
@@ -289,15 +294,15 @@ void MEM_TALLY::spread_out() {
     std::unique_ptr<SHARES> fresh(
         shares.load(std::memory_order_relaxed) != nullptr ? nullptr : new (std::nothrow) SHARES);
     hold();
-    home.crowd = 0;
     if (shares.load(std::memory_order_relaxed) == nullptr)
         shares.store(fresh.release(), std::memory_order_release);
     SHARES* made = shares.load(std::memory_order_relaxed);
-    if (made != nullptr && !is_spread() && COUNTS::get(home.cumulative_blocks) >= made->stay_ends_at) {
+    if (made != nullptr && !is_spread() && may_spread()) {
         COUNTS::set(made->blocks.highest, COUNTS::get(home.highest_blocks));
         COUNTS::set(made->bytes.highest, COUNTS::get(home.highest_bytes));
         made->settlements = 0;
         made->charges_before = sum(&COUNTS::cumulative_blocks);
+        home.lock.make_common();
         home.is_spread.store(true, std::memory_order_relaxed);
         give_all_room_to(made->own());
     }

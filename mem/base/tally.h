@@ -1,8 +1,10 @@
 // MEM_TALLY: what is charged somewhere, moved by any number of threads at once, with exact maxima.
 //
-//   charge, discharge --> home, under its byte lock               while it is one thread's, or nearly
-//                     \-> the share of the thread's group         once threads take turns (spread)
+//   charge, discharge --> home                                    while it is one thread's, or nearly
+//                     \-> the share of the thread's group         once threads come in turns (spread)
 //                           \-> settle: all shares at one moment  when a charge finds no room there
+//
+// All of that happens within turns of the thread (mem/base/turns.h), most of it without a locked instruction.
 //
 // A maximum makes one counter of what threads could otherwise count apart. So each share has a limit that its
 // count may rise to, and the limits of all shares together never exceed the maximum. While every share keeps
@@ -35,8 +37,7 @@
 #include <type_traits>
 
 #include "ktl_mem/records.h"
-#include "mem/base/share_locks.h"
-#include "mem/base/spin_lock.h"
+#include "mem/base/turns.h"
 
 // All counters at one moment. Blocks have 64 bits here; a record shows the nearest number that it can hold.
 struct MEM_TALLY_FIGURES {
@@ -53,8 +54,7 @@ struct MEM_TALLY_FIGURES {
     operator MEMORY_TRACKER_BASE() const;
 };
 
-// What events move. Whoever holds the lock that guards it moves it; it is atomic and relaxed for those who
-// only peek.
+// What events move, within turns; atomic and relaxed for those who only peek.
 struct MEM_TALLY_COUNTS {
     std::atomic<std::int64_t> blocks{0};
     std::atomic<std::int64_t> bytes{0};
@@ -95,28 +95,15 @@ struct MEM_TALLY_COUNTS {
 struct alignas(64) MEM_TALLY_HOME : MEM_TALLY_COUNTS {
     std::atomic<std::int64_t> highest_blocks{0};  // while it is not spread
     std::atomic<std::int64_t> highest_bytes{0};
-    MEM_SPIN_LOCK lock;
-    std::atomic<bool> is_spread{false};  // changed with the lock and all shares held
-    std::uint8_t mover = 0;              // the stripe that moved it last
-    std::uint32_t crowd = 0;             // how often that has changed of late, in steps
+    MEM_KEPT_LOCK lock;
+    std::atomic<bool> is_spread{false};  // changed while all turns are held
 
     void raise_highest() {
         set(highest_blocks, std::max(get(highest_blocks), get(blocks)));
         set(highest_bytes, std::max(get(highest_bytes), get(bytes)));
     }
-    // True when threads have come in turns for a while. That need not be often: besides the line that changes
-    // processors, every move at home costs a locked instruction.
-    bool is_crowded_by(std::uint32_t stripe) {
-        constexpr std::uint32_t step = 1024, many_steps = 4 * step;
-        if (mover == stripe) [[likely]] {
-            crowd -= crowd != 0 ? 1 : 0;
-            return false;
-        }
-        mover = static_cast<std::uint8_t>(stripe);
-        crowd += step;
-        return crowd >= many_steps;
-    }
 };
+static_assert(sizeof(MEM_TALLY_HOME) == 64);
 
 // What the threads of a group have charged and taken back since the tally spread.
 struct alignas(64) MEM_TALLY_SHARE : MEM_TALLY_COUNTS {
@@ -137,23 +124,29 @@ class MEM_TALLY {
     MEM_TALLY(const MEM_TALLY&) = delete;
     MEM_TALLY& operator=(const MEM_TALLY&) = delete;
 
-    // One block more, or less. Sizes in bytes.
+    // One block more, or less. Sizes in bytes. May step out of the turn.
+    void charge(MEM_TURN& turn, std::uint64_t requested, std::uint64_t allocated) {
+        if (home.lock.is_kept_by(turn)) [[likely]] {
+            charge_home(requested, allocated);
+        } else {
+            charge_apart(turn, requested, allocated);
+        }
+    }
+    void discharge(MEM_TURN& turn, std::uint64_t allocated, std::uint64_t mismatched = 0) {
+        if (home.lock.is_kept_by(turn)) [[likely]] {
+            discharge_home(allocated, mismatched);
+        } else {
+            discharge_apart(turn, allocated, mismatched);
+        }
+    }
+    // Those who move nothing else.
     void charge(std::uint64_t requested, std::uint64_t allocated) {
-        const bool done = try_at_home([&] {
-            home.add(requested, allocated);
-            home.raise_highest();
-        });
-        if (!done) [[unlikely]]
-            charge_share(requested, allocated);
+        MEM_TURN turn;
+        charge(turn, requested, allocated);
     }
     void discharge(std::uint64_t allocated, std::uint64_t mismatched = 0) {
-        const bool done = try_at_home([&] {
-            home.remove(allocated);
-            if (mismatched != 0) [[unlikely]]
-                MEM_TALLY_HOME::move(mismatched_at_home, static_cast<std::int64_t>(mismatched));
-        });
-        if (!done) [[unlikely]]
-            discharge_share(allocated, mismatched);
+        MEM_TURN turn;
+        discharge(turn, allocated, mismatched);
     }
 
     MEM_TALLY_FIGURES read();
@@ -192,31 +185,20 @@ class MEM_TALLY {
 
     bool is_spread() const { return home.is_spread.load(std::memory_order_relaxed); }
 
-    // False when charges do not come home for now.
-    template <class MOVE>
-    bool try_at_home(MOVE move) {
-        if (is_spread()) return false;
-        if (process_has_one_thread()) [[likely]] {
-            move();
-            return true;
-        }
-        return try_at_shared_home(move);
+    void charge_home(std::uint64_t requested, std::uint64_t allocated) {
+        home.add(requested, allocated);
+        home.raise_highest();
     }
-    template <class MOVE>
-    bool try_at_shared_home(MOVE move) {
-        const std::uint32_t stripe = mem_thread_stripe().index;
-        home.lock.lock();
-        const bool is_open = !is_spread();
-        if (is_open) [[likely]]
-            move();
-        const bool is_crowded = is_open && home.is_crowded_by(stripe);
-        home.lock.unlock();
-        if (is_crowded) [[unlikely]]
-            spread_out();
-        return is_open;
+    void discharge_home(std::uint64_t allocated, std::uint64_t mismatched) {
+        home.remove(allocated);
+        if (mismatched != 0) [[unlikely]]
+            MEM_TALLY_HOME::move(mismatched_at_home, static_cast<std::int64_t>(mismatched));
     }
-    void charge_share(std::uint64_t requested, std::uint64_t allocated);
-    void discharge_share(std::uint64_t allocated, std::uint64_t mismatched);
+    void charge_apart(MEM_TURN& turn, std::uint64_t requested, std::uint64_t allocated);
+    void discharge_apart(MEM_TURN& turn, std::uint64_t allocated, std::uint64_t mismatched);
+    template <class MOVE>
+    bool try_at_home(MEM_TURN& turn, MOVE move);
+    bool may_spread() const;
     bool settle(std::uint64_t requested, std::uint64_t allocated);
     void look_back();
     void give_all_room_to(MEM_TALLY_SHARE& owner);

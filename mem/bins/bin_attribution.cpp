@@ -9,14 +9,14 @@ std::uint32_t mem_current_bin_and_tag() {
     return mem_bin_tag_numbers->number_of({all.bins.get_curr_id(), all.tags.get_curr_id()});
 }
 
-void mem_charge_bin_and_tag(std::uint32_t number, std::uint64_t bytes) {
+void mem_charge_bin_and_tag(MEM_TURN& turn, std::uint32_t number, std::uint64_t bytes) {
     const MEM_BIN_TAG_ENTRY& charged = mem_bin_tag_numbers->of(number);
-    mem_tbb_bin_table->add_bytes(bytes, charged.bin_id);
-    mem_tbb_tag_table->add_bytes(bytes, charged.tag_id);
+    mem_tbb_bin_table->add_bytes(turn, bytes, charged.bin_id);
+    mem_tbb_tag_table->add_bytes(turn, bytes, charged.tag_id);
 }
 
-void mem_discharge_bin_and_tag(std::uint32_t number, std::uint64_t bytes) {
+void mem_discharge_bin_and_tag(MEM_TURN& turn, std::uint32_t number, std::uint64_t bytes) {
     const MEM_BIN_TAG_ENTRY& charged = mem_bin_tag_numbers->of(number);
-    mem_tbb_bin_table->remove_bytes(bytes, charged.bin_id);
-    mem_tbb_tag_table->remove_bytes(bytes, charged.tag_id);
+    mem_tbb_bin_table->remove_bytes(turn, bytes, charged.bin_id);
+    mem_tbb_tag_table->remove_bytes(turn, bytes, charged.tag_id);
 }

@@ -12,12 +12,12 @@ void MEM_PROFILE_BIN::clear() {
     flushed_peak = 0;
 }
 
-void MEM_PROFILE_BIN_TABLE::add_bytes(std::uint64_t bytes, std::uint32_t id) {
-    row_of(id).tally.charge(bytes, bytes);
+void MEM_PROFILE_BIN_TABLE::add_bytes(MEM_TURN& turn, std::uint64_t bytes, std::uint32_t id) {
+    row_of(turn, id).tally.charge(turn, bytes, bytes);
 }
 
-void MEM_PROFILE_BIN_TABLE::remove_bytes(std::uint64_t bytes, std::uint32_t id) {
-    row_of(id).tally.discharge(bytes);
+void MEM_PROFILE_BIN_TABLE::remove_bytes(MEM_TURN& turn, std::uint64_t bytes, std::uint32_t id) {
+    row_of(turn, id).tally.discharge(turn, bytes);
 }
 
 void MEM_PROFILE_BIN_TABLE::grow(std::uint32_t id) {

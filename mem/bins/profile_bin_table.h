@@ -24,12 +24,12 @@ struct MEM_PROFILE_BIN {
 // the tag timeline, run as its cat. Rows never move, so that reports read them without entering the gate.
 class MEM_PROFILE_BIN_TABLE {
   public:
-    void add_bytes(std::uint64_t bytes, std::uint32_t id);
+    void add_bytes(MEM_TURN& turn, std::uint64_t bytes, std::uint32_t id);
 
     // The bytes of an id that has no row come off a new row of zeros, whose current thus falls below zero.
     // That comes after clear(), with blocks that are older than it, and with blocks that nobody saw being
     // allocated. An id that has had a row before needs no memory here, clear() or not: storage is kept.
-    void remove_bytes(std::uint64_t bytes, std::uint32_t id);
+    void remove_bytes(MEM_TURN& turn, std::uint64_t bytes, std::uint32_t id);
 
     // Of every row, at one moment for all of them.
     void take_peak();     // peak = current
@@ -44,9 +44,9 @@ class MEM_PROFILE_BIN_TABLE {
     MEM_PROFILE_BIN& row(std::uint32_t id) const { return rows[id]; }
 
   private:
-    MEM_PROFILE_BIN& row_of(std::uint32_t id) {
+    MEM_PROFILE_BIN& row_of(MEM_TURN& turn, std::uint32_t id) {
         if (id >= rows.size()) [[unlikely]]
-            grow(id);
+            turn.step_out([&] { grow(id); });  // a row that is made holds all turns
         return rows[id];
     }
     void grow(std::uint32_t id);

@@ -138,20 +138,20 @@ void MEM_CALL_PATHS::note_site(std::uint32_t account, std::uint32_t site, std::u
     memory.region.counts(account).site.publish(site + 1);
 }
 
-bool MEM_CALL_PATHS::charge(std::uint32_t account, const MEM_PATH_BLOCK& block) {
+bool MEM_CALL_PATHS::charge(MEM_TURN& turn, std::uint32_t account, const MEM_PATH_BLOCK& block) {
     const std::int64_t peak = memory.region.header->peak_bytes.get();
     MEM_PATH_FIGURES(memory.region, account, peak).add(block);
     if (MEM_THREAD_STACK* thread = mem_thread_stack_of_this) thread->latest_block = block.address;
-    total.charge(block.allocated, block.allocated);
+    total.charge(turn, block.allocated, block.allocated);
     return total.highest_bytes() != peak;
 }
 
-void MEM_CALL_PATHS::discharge(std::uint32_t account, const MEM_PATH_BLOCK& block) {
+void MEM_CALL_PATHS::discharge(MEM_TURN& turn, std::uint32_t account, const MEM_PATH_BLOCK& block) {
     const MEM_THREAD_STACK* thread = mem_thread_stack_of_this;
     const bool is_temporary = thread != nullptr && thread->latest_block == block.address;
-    const std::int64_t peak = memory.region.header->peak_bytes.get();
-    MEM_PATH_FIGURES(memory.region, account, peak).remove(block, is_temporary);
-    total.discharge(block.allocated);
+    MEM_PATH_FIGURES(memory.region, account, memory.region.header->peak_bytes.get())
+        .remove(block, is_temporary);
+    total.discharge(turn, block.allocated);
 }
 
 // The total has passed all before, in this event or in that of another thread.

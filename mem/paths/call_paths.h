@@ -54,9 +54,9 @@ class MEM_CALL_PATHS {
     void note_site(std::uint32_t account, std::uint32_t site, std::uint64_t site_pc);
 
     // These inside the gate. True when the total is the highest ever: who charges then says in which event.
-    bool charge(std::uint32_t account, const MEM_PATH_BLOCK& block);
+    bool charge(MEM_TURN& turn, std::uint32_t account, const MEM_PATH_BLOCK& block);
     void note_peak(std::uint64_t event);
-    void discharge(std::uint32_t account, const MEM_PATH_BLOCK& block);
+    void discharge(MEM_TURN& turn, std::uint32_t account, const MEM_PATH_BLOCK& block);
 
     // All figures and noted call sites are gone; nodes and accounts keep their numbers. As a cat.
     void clear();

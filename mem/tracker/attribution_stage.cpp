@@ -94,26 +94,17 @@ bool name_and_see_if_it_ends(std::uint64_t pc) {
 
 // The module of a call site: the one that its record points at, or the entry of its name while it points at
 // none. Acquire: who sees the entry sees it made.
-MEM_MODULE_ENTRY& module_of(const MEM_CALL_SITE& site) {
+MEM_MODULE_ENTRY& module_of(MEM_TURN& turn, const MEM_CALL_SITE& site) {
     if (MEM_MODULE_ENTRY* known = site.module_tracker.load(std::memory_order_acquire)) [[likely]]
         return *known;
     const char* name = site.frame.module[0] != '\0' ? site.frame.module : "OTHER";
-    return mem_tbb_module_trackers->find_or_create(name);
+    MEM_MODULE_ENTRY* entry = nullptr;
+    turn.step_out([&] { entry = &mem_tbb_module_trackers->find_or_create(name); });
+    return *entry;
 }
 
 bool asks_for_path(std::uint32_t word) {
     return (word & MEM_TRACKING_CALL_PATHS) != 0 && mem_tbb_call_paths != nullptr;
-}
-
-// The record that a path is charged to is searched for once.
-MEM_CALL_SITE* find_call_site_of(std::uint32_t account, const STACK_WALK_START& start) {
-    if (account == MEM_CALL_PATHS::none) return mem_find_call_site(start);
-    const std::uint32_t known = mem_tbb_call_paths->site_of(account);
-    if (known != 0) [[likely]]
-        return &mem_tbb_call_sites->by_number(known - 1);
-    MEM_CALL_SITE* site = mem_find_call_site(start);
-    if (site != nullptr) mem_tbb_call_paths->note_site(account, site->number, site->frame.pc);
-    return site;
 }
 
 // A path for which no node could be made is cut to its call site.
@@ -132,50 +123,36 @@ MEM_ADDRESS_ENTRY entry_of(const MEM_CALL_SITE& site, const MEM_ALLOCATION& made
     return MEM_ADDRESS_ENTRY::of_path(account, thread_id, made.block.allocated - asked_for);
 }
 
-void charge_path(std::uint32_t account, const MEM_PATH_BLOCK& block) {
-    if (mem_tbb_call_paths->charge(account, block)) mem_tbb_call_paths->note_peak(mem_events_numbered());
+void charge_path(MEM_TURN& turn, std::uint32_t account, const MEM_PATH_BLOCK& block) {
+    if (mem_tbb_call_paths->charge(turn, account, block))
+        mem_tbb_call_paths->note_peak(mem_events_numbered());
 }
 
 // Enters the block and charges its path, if it has one. False when there is no memory for an entry.
-bool enter(const MEM_CALL_SITE& site, const MEM_ALLOCATION& made) {
+bool enter(MEM_TURN& turn, const MEM_CALL_SITE& site, const MEM_ALLOCATION& made) {
     const std::uint32_t thread_id = (made.word & MEM_TRACKING_PER_FILELINE) != 0 ? _Thrd_id() : 0;
     const MEM_ADDRESS_ENTRY entry = entry_of(site, made, thread_id);
-    if (!mem_address_table->put(made.block.address, MEM_BLOCK_MARK::of_charge(entry.as_word(), made.bins)))
-        return false;
-    if (entry.is_path()) charge_path(entry.account(), made.block);
+    const auto mark = MEM_BLOCK_MARK::of_charge(entry.as_word(), made.bins);
+    if (!mem_address_table->put(turn, made.block.address, mark)) return false;
+    if (entry.is_path()) charge_path(turn, entry.account(), made.block);
     return true;
 }
 
-// found: null where memory was too scarce to name it. Without an entry the block is charged to what its free
-// will come off.
-void charge(MEM_CALL_SITE* found, MEM_ALLOCATION& made) {
-    const auto& [address, requested, allocated] = made.block;
-    const bool is_entered = found != nullptr && enter(*found, made);
-    MEM_CALL_SITE& site = is_entered ? *found : mem_tbb_call_sites->other();
-    if (!is_entered) [[unlikely]] {
-        made.bins = 0;
-        if (asks_for_path(made.word)) charge_path(mem_path_unseen, {address, 0, allocated});
-    }
-    if ((made.word & mem_call_site_counter_bits) != 0) site.tally.charge(requested, allocated);
-    if ((made.word & MEM_TRACKING_PER_LIBRARY) == 0) return;
-    MEM_MODULE_ENTRY& module = module_of(site);
-    module.tally.charge(requested, allocated);
-    if (site.module_tracker.load(std::memory_order_relaxed) == nullptr) [[unlikely]]
-        site.module_tracker.store(&module, std::memory_order_release);
-    if (made.sampling_point) [[unlikely]]
-        mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+void sample_modules(MEM_TURN& turn) {
+    turn.step_out([] { mem_tbb_module_timelines->sample(*mem_tbb_module_trackers); });
 }
 
 // Takes a freed block off its path, if it has one, and returns its call site. A block whose allocation was
 // not seen counts against what could not be attributed, among the paths, too.
-MEM_CALL_SITE& discharge_path(const MEM_ADDRESS_ENTRY* entry, std::uint64_t address, std::uint64_t allocated,
-                              std::uint32_t word) {
+MEM_CALL_SITE& discharge_path(MEM_TURN& turn, const MEM_ADDRESS_ENTRY* entry, std::uint64_t address,
+                              std::uint64_t allocated, std::uint32_t word) {
     if (entry == nullptr) {
-        if (asks_for_path(word)) mem_tbb_call_paths->discharge(mem_path_unseen, {address, 0, allocated});
+        if (asks_for_path(word))
+            mem_tbb_call_paths->discharge(turn, mem_path_unseen, {address, 0, allocated});
         return mem_tbb_call_sites->other();
     }
     if (entry->is_path())
-        mem_tbb_call_paths->discharge(entry->account(),
+        mem_tbb_call_paths->discharge(turn, entry->account(),
                                       {address, allocated - entry->spare_bytes(), allocated});
     return mem_call_site_of(*entry);
 }
@@ -213,29 +190,52 @@ std::uint32_t mem_find_path(std::uint32_t word, const STACK_WALK_START& start) {
     return mem_tbb_call_paths->find(start, static_cast<std::uint32_t>(search_window().skip));
 }
 
-bool mem_attribute_alloc(MEM_ALLOCATION& made, const STACK_WALK_START& start, bool may_be_named) {
-    MEM_CALL_SITE* const site = find_call_site_of(made.account, start);
-    if (site == nullptr && may_be_named) [[unlikely]]
-        return false;
-    charge(site, made);
-    return true;
+// The record that a path is charged to is searched for once.
+MEM_CALL_SITE* mem_find_call_site_of(std::uint32_t account, const STACK_WALK_START& start) {
+    if (account == MEM_CALL_PATHS::none) return mem_find_call_site(start);
+    const std::uint32_t known = mem_tbb_call_paths->site_of(account);
+    if (known != 0) [[likely]]
+        return &mem_tbb_call_sites->by_number(known - 1);
+    MEM_CALL_SITE* site = mem_find_call_site(start);
+    if (site != nullptr) mem_tbb_call_paths->note_site(account, site->number, site->frame.pc);
+    return site;
 }
 
-std::uint32_t mem_attribute_dealloc(std::uint64_t address, std::uint64_t allocated, std::uint32_t word,
-                                    bool sampling_point) {
-    const MEM_BLOCK_MARK mark = mem_address_table->take(address, (word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0
-                                                                     ? MEM_BLOCK_MARK::both_halves
-                                                                     : MEM_BLOCK_MARK::charge_half);
+// Without an entry the block is charged to what its free will come off.
+void mem_attribute_alloc(MEM_TURN& turn, MEM_CALL_SITE* found, MEM_ALLOCATION& made) {
+    const auto& [address, requested, allocated] = made.block;
+    const bool is_entered = found != nullptr && enter(turn, *found, made);
+    MEM_CALL_SITE& site = is_entered ? *found : mem_tbb_call_sites->other();
+    if (!is_entered) [[unlikely]] {
+        made.bins = 0;
+        if (asks_for_path(made.word)) charge_path(turn, mem_path_unseen, {address, 0, allocated});
+    }
+    if ((made.word & mem_call_site_counter_bits) != 0) site.tally.charge(turn, requested, allocated);
+    if ((made.word & MEM_TRACKING_PER_LIBRARY) == 0) return;
+    MEM_MODULE_ENTRY& module = module_of(turn, site);
+    module.tally.charge(turn, requested, allocated);
+    if (site.module_tracker.load(std::memory_order_relaxed) == nullptr) [[unlikely]]
+        site.module_tracker.store(&module, std::memory_order_release);
+    if (made.sampling_point) [[unlikely]]
+        sample_modules(turn);
+}
+
+std::uint32_t mem_attribute_dealloc(MEM_TURN& turn, std::uint64_t address, std::uint64_t allocated,
+                                    std::uint32_t word, bool sampling_point) {
+    const MEM_BLOCK_MARK mark =
+        mem_address_table->take(turn, address,
+                                (word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0 ? MEM_BLOCK_MARK::both_halves
+                                                                            : MEM_BLOCK_MARK::charge_half);
     const bool known = mark.has_charge();
     const auto entry = MEM_ADDRESS_ENTRY::of_word(mark.charge);
-    MEM_CALL_SITE& site = discharge_path(known ? &entry : nullptr, address, allocated, word);
+    MEM_CALL_SITE& site = discharge_path(turn, known ? &entry : nullptr, address, allocated, word);
     const bool is_mismatched = known && (word & MEM_TRACKING_PER_FILELINE) != 0 &&
                                allocated <= largest_mismatched_block && entry.thread_id() != _Thrd_id();
     if ((word & mem_call_site_counter_bits) != 0)
-        site.tally.discharge(allocated, is_mismatched ? allocated : 0);
+        site.tally.discharge(turn, allocated, is_mismatched ? allocated : 0);
     if ((word & MEM_TRACKING_PER_LIBRARY) == 0) return mark.bins();
-    module_of(site).tally.discharge(allocated);
+    module_of(turn, site).tally.discharge(turn, allocated);
     if (sampling_point) [[unlikely]]
-        mem_tbb_module_timelines->sample(*mem_tbb_module_trackers);
+        sample_modules(turn);
     return mark.bins();
 }

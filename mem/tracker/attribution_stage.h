@@ -1,10 +1,10 @@
 // The stage of an event that charges a call site and a module: the one place where a stack is walked. It runs
 // inside the gate, as a mouse, together with all else that the event charges.
 //
-// Lock order: the gate first; then one at a time a part of the address table, the account of the path,
-// the tally of the call site, the tally of its module. No lock is held across a walk, and neither a lock nor
-// the gate across a symbol look-up: that waits for other look-ups and for the loader, whose own allocations
-// come here, too.
+// Lock order: the gate first, then a turn (mem/base/turns.h); in the turn one at a time a part of the address
+// table, the account of the path, the tally of the call site, the tally of its module. No lock is held
+// across a walk, and neither a lock nor the gate across a symbol look-up: that waits for other look-ups and
+// for the loader, whose own allocations come here, too.
 #pragma once
 
 #include <cstdint>
@@ -13,6 +13,7 @@
 #include "platform/stack_walk.h"
 
 class MEM_ADDRESS_ENTRY;
+class MEM_TURN;
 struct MEM_CALL_SITE;
 
 // The record of the first frame that is not filtered, or the OTHER record; null when the way there leads
@@ -39,10 +40,13 @@ struct MEM_ALLOCATION {
 // The account of a stack's path, if the word asks for paths. Outside of the gate.
 std::uint32_t mem_find_path(std::uint32_t word, const STACK_WALK_START& start);
 
-// False, and nothing is charged, when program counters have to be named first. Who has tried that in vain
-// says that they can't be.
-bool mem_attribute_alloc(MEM_ALLOCATION& made, const STACK_WALK_START& start, bool may_be_named);
+// The record that an allocation with this path, or none, is charged to; null when program counters have to be
+// named first.
+MEM_CALL_SITE* mem_find_call_site_of(std::uint32_t account, const STACK_WALK_START& start);
+
+// found: null where they can't be named.
+void mem_attribute_alloc(MEM_TURN& turn, MEM_CALL_SITE* found, MEM_ALLOCATION& made);
 
 // Returns the number of bin and tag that the block's entry held, or 0.
-std::uint32_t mem_attribute_dealloc(std::uint64_t address, std::uint64_t allocated, std::uint32_t word,
-                                    bool sampling_point);
+std::uint32_t mem_attribute_dealloc(MEM_TURN& turn, std::uint64_t address, std::uint64_t allocated,
+                                    std::uint32_t word, bool sampling_point);

@@ -5,6 +5,15 @@
 #include "mem/base/tracker_phase.h"
 #include "mem/tracker/attribution_stage.h"
 
+namespace {
+
+MEM_BLOCK_MARK mark_of(std::uint64_t address) {
+    MEM_TURN turn;
+    return mem_address_table->look_up(turn, address);
+}
+
+}  // namespace
+
 bool mem_get_address_tracker(const void* address, MEM_ADDRESS_TRACKER& out) {
     if (!mem_tbb_tracker_serves(mem_conditions::started_at_block_query)) return false;
     const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
@@ -14,10 +23,7 @@ bool mem_get_address_tracker(const void* address, MEM_ADDRESS_TRACKER& out) {
         out = mem_tbb_call_sites->other().copy();
         return true;
     }
-    bool is_charged = false;
-    mem_address_table->inspect(reinterpret_cast<std::uint64_t>(address), [&](const MEM_BLOCK_MARK& mark) {
-        is_charged = mark.has_charge();
-        if (is_charged) out = mem_call_site_of(MEM_ADDRESS_ENTRY::of_word(mark.charge)).copy();
-    });
-    return is_charged;
+    const MEM_BLOCK_MARK mark = mark_of(reinterpret_cast<std::uint64_t>(address));
+    if (mark.has_charge()) out = mem_call_site_of(MEM_ADDRESS_ENTRY::of_word(mark.charge)).copy();
+    return mark.has_charge();
 }

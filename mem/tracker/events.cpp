@@ -40,7 +40,7 @@ MEM_COLD void record_peak(std::int64_t total, std::uint32_t word) {
         static_cast<long long>(mem_tbb_peak_search.next_shown_after(total)));
     const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
     const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
-    const MEM_SHARES_AT_REST at_rest;
+    const MEM_TURNS_HELD at_rest;
     if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) {
         mem_tbb_bin_table->take_peak();
         mem_tbb_tag_table->take_peak();
@@ -117,33 +117,40 @@ bool charge(MEM_ALLOCATION& made, const STACK_WALK_START& start, bool may_be_nam
     // The event began before the hooks were detached, and the gate opened for it after the last report:
     // nobody will read it, and what it would use may be on its way out with the process.
     if (mem_tbb_tracker_has_ended()) return true;
+    const bool has_site = (made.word & mem_stack_walk_bits) != 0;
+    MEM_CALL_SITE* site = nullptr;
+    bool is_known = true;
+    if (has_site) pass([&] { is_known = (site = mem_find_call_site_of(made.account, start)) != nullptr; });
+    if (!is_known && may_be_named) [[unlikely]]
+        return false;
+
     const std::uint64_t allocated = made.block.allocated;
-    if ((made.word & mem_stack_walk_bits) != 0) {
-        bool is_done = true;
-        pass([&] { is_done = mem_attribute_alloc(made, start, may_be_named); });
-        if (!is_done) return false;
+    MEM_TURN turn;
+    if (has_site) {
+        pass([&] { mem_attribute_alloc(turn, site, made); });
     } else if (has_bins(made.word) &&
-               !mem_address_table->put(made.block.address, MEM_BLOCK_MARK::of_bins(made.bins))) {
+               !mem_address_table->put(turn, made.block.address, MEM_BLOCK_MARK::of_bins(made.bins))) {
         made.bins = 0;
     }
-    if (has_bins(made.word)) pass([&] { mem_charge_bin_and_tag(made.bins, allocated); });
-    if ((made.word & mem_stats_bits) != 0) mem_stats_add_block(allocated);
-    if ((made.word & mem_timeline_mask) != 0) mem_tbb_total_bytes.charge(allocated, allocated);
+    if (has_bins(made.word)) pass([&] { mem_charge_bin_and_tag(turn, made.bins, allocated); });
+    if ((made.word & mem_stats_bits) != 0) mem_stats.tally.charge(turn, allocated, allocated);
+    if ((made.word & mem_timeline_mask) != 0) mem_tbb_total_bytes.charge(turn, allocated, allocated);
     return true;
 }
 
 void discharge(std::uint64_t address, std::uint64_t allocated, std::uint32_t word, bool sampling_point) {
     const MEM_GATE_SCOPE inside(*mem_tbb_gate, MEM_MOUSE);
     if (mem_tbb_tracker_has_ended()) return;
+    MEM_TURN turn;
     std::uint32_t bins = 0;
     if ((word & mem_stack_walk_bits) != 0) {
-        pass([&] { bins = mem_attribute_dealloc(address, allocated, word, sampling_point); });
+        pass([&] { bins = mem_attribute_dealloc(turn, address, allocated, word, sampling_point); });
     } else if (has_bins(word)) {
-        bins = mem_address_table->take(address, MEM_BLOCK_MARK::bins_half).bins();
+        bins = mem_address_table->take(turn, address, MEM_BLOCK_MARK::bins_half).bins();
     }
-    if ((word & mem_stats_bits) != 0) mem_stats_remove_block(allocated);
-    if (has_bins(word)) pass([&] { mem_discharge_bin_and_tag(bins, allocated); });
-    if ((word & mem_timeline_mask) != 0) mem_tbb_total_bytes.discharge(allocated);
+    if ((word & mem_stats_bits) != 0) mem_stats.tally.discharge(turn, allocated);
+    if (has_bins(word)) pass([&] { mem_discharge_bin_and_tag(turn, bins, allocated); });
+    if ((word & mem_timeline_mask) != 0) mem_tbb_total_bytes.discharge(turn, allocated);
 }
 
 }  // namespace

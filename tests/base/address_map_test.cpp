@@ -45,6 +45,7 @@ std::uint64_t any_address(std::uint64_t number) {
 
 TEST(AddressMap, AgreesWithAModelOverManyChanges) {
     MAP map{COUNTING_SOURCE{}};
+    MEM_TURN turn;
     std::unordered_map<std::uint64_t, MEM_BLOCK_MARK> model;
     std::mt19937_64 random(42);
     for (int i = 0; i < 200000; ++i) {
@@ -55,24 +56,22 @@ TEST(AddressMap, AgreesWithAModelOverManyChanges) {
             random() % 4 != 0 ? MEM_BLOCK_MARK::of_charge(random(), bins) : MEM_BLOCK_MARK::of_bins(bins);
         MEM_BLOCK_MARK there = model.contains(address) ? model[address] : MEM_BLOCK_MARK{};
         if (i % 50000 == 49999) {
-            map.forget_charges();
+            turn.step_out([&] { map.forget_charges(); });
             for (auto& [where, left] : model) left.halves &= MEM_BLOCK_MARK::bins_half;
             std::erase_if(model, [](const auto& entry) { return entry.second.is_empty(); });
         } else if (random() % 2 == 0 && !mark.is_empty()) {
-            map.put(address, mark);
+            map.put(turn, address, mark);
             model[address] = {mark.has_charge() ? mark.charge : there.charge,
                               ((mark.halves | there.halves) & MEM_BLOCK_MARK::charge_half) |
                                   (there.bins() != 0 ? there.bins() : mark.bins())};
         } else if (random() % 4 == 0) {
-            MEM_BLOCK_MARK seen;
-            ASSERT_EQ(map.inspect(address, [&](const MEM_BLOCK_MARK& found) { seen = found; }),
-                      !there.is_empty());
-            ASSERT_TRUE(seen == there);
+            ASSERT_TRUE(map.look_up(turn, address) == there);
         } else {
             const std::uint32_t halves[] = {MEM_BLOCK_MARK::charge_half, MEM_BLOCK_MARK::bins_half,
                                             MEM_BLOCK_MARK::both_halves};
             const std::uint32_t asked = halves[random() % 3];
-            ASSERT_TRUE(map.take(address, asked) == (MEM_BLOCK_MARK{there.charge, there.halves & asked}));
+            ASSERT_TRUE(map.take(turn, address, asked) ==
+                        (MEM_BLOCK_MARK{there.charge, there.halves & asked}));
             there.halves &= ~asked;
             model[address] = there;
             if (there.is_empty()) model.erase(address);
@@ -86,20 +85,21 @@ TEST(AddressMap, AgreesWithAModelOverManyChanges) {
 
 TEST(AddressMap, WithoutMemoryItFillsItsLastSlotsAndThenRefusesEntries) {
     MAP map{COUNTING_SOURCE{.limit = std::size_t{16} * 64}};
+    MEM_TURN turn;
     constexpr std::uint64_t last = std::uint64_t{16} * 500;
     std::size_t stored = 0;
     for (std::uint64_t address = 16; address <= last; address += 16)
-        stored += map.put(address, MEM_BLOCK_MARK::of_charge(address));
+        stored += map.put(turn, address, MEM_BLOCK_MARK::of_charge(address));
     EXPECT_EQ(map.size(), stored);
     EXPECT_LT(stored, 2 * 64);  // two arrays of sixteen buckets at the most
     EXPECT_GT(stored, 2 * 64 * 6 / 8);
     std::size_t found = 0;
     for (std::uint64_t address = 16; address <= last; address += 16) {
-        const bool is_known = map.inspect(address, [](const MEM_BLOCK_MARK&) {});
-        EXPECT_EQ(map.put(address, MEM_BLOCK_MARK::of_charge(address)), is_known) << address;
-        const MEM_BLOCK_MARK taken = map.take(address, MEM_BLOCK_MARK::both_halves);
+        const bool is_known = !map.look_up(turn, address).is_empty();
+        EXPECT_EQ(map.put(turn, address, MEM_BLOCK_MARK::of_charge(address)), is_known) << address;
+        const MEM_BLOCK_MARK taken = map.take(turn, address, MEM_BLOCK_MARK::both_halves);
         EXPECT_EQ(taken.charge, is_known ? address : 0);
-        EXPECT_TRUE(!is_known || map.put(address, taken)) << address;
+        EXPECT_TRUE(!is_known || map.put(turn, address, taken)) << address;
         found += is_known;
     }
     EXPECT_EQ(found, stored);

@@ -46,11 +46,22 @@ class BinObjects : public testing::Test {
     // As the event path does.
     static void charge_bin_and_tag(std::uint64_t address, std::uint64_t bytes) {
         const std::uint32_t bins = mem_current_bin_and_tag();
-        mem_address_table->put(address, MEM_BLOCK_MARK::of_bins(bins));
-        mem_charge_bin_and_tag(bins, bytes);
+        MEM_TURN turn;
+        mem_address_table->put(turn, address, MEM_BLOCK_MARK::of_bins(bins));
+        mem_charge_bin_and_tag(turn, bins, bytes);
     }
     static void discharge_bin_and_tag(std::uint64_t address, std::uint64_t bytes) {
-        mem_discharge_bin_and_tag(mem_address_table->take(address, MEM_BLOCK_MARK::bins_half).bins(), bytes);
+        MEM_TURN turn;
+        mem_discharge_bin_and_tag(
+            turn, mem_address_table->take(turn, address, MEM_BLOCK_MARK::bins_half).bins(), bytes);
+    }
+    static void add_bytes(MEM_PROFILE_BIN_TABLE& table, std::uint64_t bytes, std::uint32_t id) {
+        MEM_TURN turn;
+        table.add_bytes(turn, bytes, id);
+    }
+    static void remove_bytes(MEM_PROFILE_BIN_TABLE& table, std::uint64_t bytes, std::uint32_t id) {
+        MEM_TURN turn;
+        table.remove_bytes(turn, bytes, id);
     }
     static void open(const char* name, const char* tag) { mem_open_profile_bin(name, tag); }
     // Start, end and peak.

@@ -149,12 +149,12 @@ TEST_F(BinObjects, ABlockComesOffTheBinThatItWasChargedTo) {
 
 TEST_F(BinObjects, AFreeAfterAClearGoesBelowZeroWithoutMemory) {
     open("X", "T");
-    for (std::uint32_t i = 0; i < 200; ++i) mem_tbb_tag_table->add_bytes(8, i);
+    for (std::uint32_t i = 0; i < 200; ++i) add_bytes(*mem_tbb_tag_table, 8, i);
     charge_bin_and_tag(0x7000, 100);
     mem_tbb_tag_table->clear();
     EXPECT_EQ(mem_tbb_tag_table->size(), 0u);
     const int before = allocations;
-    mem_tbb_tag_table->remove_bytes(8, 199);
+    remove_bytes(*mem_tbb_tag_table, 8, 199);
     EXPECT_EQ(allocations, before);
     discharge_bin_and_tag(0x7000, 100);
     EXPECT_EQ(mem_tbb_tag_table->size(), 200u);
@@ -167,7 +167,7 @@ TEST_F(BinObjects, RowsStayWhereTheyAreWhileTheTableGrows) {
     MEM_PROFILE_BIN_TABLE& table = *mem_tbb_bin_table;
     std::vector<MEM_PROFILE_BIN*> rows;
     for (const std::uint32_t id : {0u, 63u, 64u, 127u, 128u, 70000u}) {
-        table.add_bytes(id, id);
+        add_bytes(table, id, id);
         rows.push_back(&table.row(id));
         EXPECT_EQ(table.size(), id + 1);
         for (MEM_PROFILE_BIN* row : rows)
@@ -181,7 +181,7 @@ TEST_F(BinObjects, ThreadsThatGrowTheTableAtOnceGetTheSameRows) {
     on_threads(2, [&](int) {
         for (MEM_PROFILE_BIN_TABLE& table : tables) {
             line.wait();
-            table.add_bytes(1, 64);
+            add_bytes(table, 1, 64);
         }
     });
     for (const MEM_PROFILE_BIN_TABLE& table : tables) ASSERT_EQ(table.row(64).tally.read().current_bytes, 2);

@@ -75,7 +75,7 @@ class TagTimeline : public BinObjects {
   protected:
     static void charge_tag(std::uint64_t bytes, std::uint32_t id) {
         const MEM_GATE_SCOPE inside(gate, MEM_MOUSE);
-        mem_tbb_tag_table->add_bytes(bytes, id);
+        add_bytes(*mem_tbb_tag_table, bytes, id);
     }
     void sample_alone() {
         const MEM_GATE_SCOPE alone(gate, MEM_CAT);
@@ -148,7 +148,7 @@ TEST_F(TagTimeline, ResetsExcludeSamplersAndEvents) {
 
 // One thread adds to two tags in turn, so that the first is ahead by one or not at all at every moment.
 TEST_F(TagTimeline, ASampleIsOneMomentForAllTags) {
-    mem_tbb_tag_table->add_bytes(0, 300);
+    add_bytes(*mem_tbb_tag_table, 0, 300);
     {
         const Meanwhile events(1, [] {
             charge_tag(1, 0);
