@@ -85,11 +85,10 @@ struct MEM_PATH_NODE {
     std::uint64_t pc;
     std::uint32_t parent;
     std::uint16_t load;                       // of the module that pc lies in; 0: none
-    MEM_PATH_WORD<std::uint16_t> generation;  // the writing process's own, as are the next two and the last
+    MEM_PATH_WORD<std::uint16_t> generation;  // the writing process's own, as are the next two
     MEM_PATH_WORD<std::uint32_t> first_child;
-    MEM_PATH_WORD<std::uint32_t> next;
+    std::uint32_t first_child_pc;          // the lowest bits of it
     MEM_PATH_WORD<std::uint32_t> account;  // 0: none
-    bool is_chained;
 };
 
 // A module from one loading to its unloading. Load 0 is none.

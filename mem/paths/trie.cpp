@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::uint32_t first_buckets = 1024;
+constexpr std::uint32_t first_slots = 1024;
 constexpr std::size_t first_pcs = 1024;
 
 std::size_t home_of(std::uint64_t pc, std::size_t mask) {
@@ -16,22 +16,28 @@ std::size_t home_of(std::uint64_t pc, std::size_t mask) {
 }  // namespace
 
 MEM_PATH_TRIE::~MEM_PATH_TRIE() {
-    for (BUCKETS* buckets = current.load(std::memory_order_relaxed); buckets != nullptr;) {
-        BUCKETS* outgrown = buckets->outgrown;
-        unmap_memory(buckets, buckets->bytes());
-        buckets = outgrown;
+    for (TABLE* table = current.load(std::memory_order_relaxed); table != nullptr;) {
+        TABLE* outgrown = table->outgrown;
+        unmap_memory(table, table->bytes());
+        table = outgrown;
     }
     if (pcs.slots != nullptr) unmap_memory(pcs.slots, (pcs.mask + 1) * sizeof *pcs.slots);
 }
 
 bool MEM_PATH_TRIE::create() {
-    current.store(make_buckets(first_buckets, nullptr), std::memory_order_release);
+    current.store(make_table(first_slots, nullptr), std::memory_order_release);
     return current.load(std::memory_order_relaxed) != nullptr;
 }
 
-MEM_PATH_TRIE::BUCKETS* MEM_PATH_TRIE::make_buckets(std::uint32_t count, BUCKETS* outgrown) {
-    void* bytes = map_memory(BUCKETS::bytes_for(count));
-    return bytes == nullptr ? nullptr : new (bytes) BUCKETS{outgrown, count - 1};
+MEM_PATH_TRIE::TABLE* MEM_PATH_TRIE::make_table(std::uint32_t slots, TABLE* outgrown) {
+    void* bytes = map_memory(TABLE::bytes_for(slots));
+    return bytes == nullptr ? nullptr : new (bytes) TABLE{outgrown, slots - 1};
+}
+
+void MEM_PATH_TRIE::TABLE::enter(std::uint64_t hash, std::uint32_t number) {
+    std::uint64_t place = hash;
+    while (slot(place).get() != 0) ++place;
+    slot(place).publish((hash >> 32) << 32 | number);
 }
 
 std::uint32_t MEM_PATH_TRIE::INSERTION::child(std::uint32_t parent, std::uint64_t pc, std::uint16_t load) {
@@ -50,7 +56,7 @@ std::uint32_t MEM_PATH_TRIE::make(std::uint32_t parent, std::uint64_t pc, std::u
                                   std::uint16_t generation) {
     MEM_PATH_WORD<std::uint32_t>& count = memory.region.header->nodes;
     const std::uint32_t number = count.get();
-    if (!memory.reserve_node(number)) return none;
+    if (!memory.reserve_node(number) || !has_room_for_child(parent)) return none;
     MEM_PATH_NODE& node = memory.region.node(number);
     node.pc = pc;
     node.parent = parent;
@@ -61,37 +67,34 @@ std::uint32_t MEM_PATH_TRIE::make(std::uint32_t parent, std::uint64_t pc, std::u
     return number;
 }
 
-void MEM_PATH_TRIE::add_child(std::uint32_t parent, std::uint32_t number) {
-    MEM_PATH_WORD<std::uint32_t>& first_child = memory.region.node(parent).first_child;
-    if (first_child.get() == none) {
-        first_child.publish(number);
-        return;
+// Makes room where it takes more slots. Without memory for them the table fills up to seven eighths.
+bool MEM_PATH_TRIE::has_room_for_child(std::uint32_t parent) {
+    if (memory.region.node(parent).first_child.get() == none) return true;
+    TABLE* table = current.load(std::memory_order_relaxed);
+    const std::uint32_t slots = table->mask + 1;
+    if (slots_taken < slots / 2) return true;
+    TABLE* more = make_table(2 * slots, table);
+    if (more == nullptr) return slots_taken < slots - slots / 8;
+    for (std::uint32_t at = 0; at < slots; ++at) {
+        const auto number = static_cast<std::uint32_t>(table->slot(at).get());
+        if (number == none) continue;
+        const MEM_PATH_NODE& node = memory.region.node(number);
+        more->enter(hash_of(node.parent, node.pc), number);
     }
-    add_buckets();
-    memory.region.node(number).is_chained = true;
-    chain(*current.load(std::memory_order_relaxed), number);
-    ++chained;
-}
-
-void MEM_PATH_TRIE::chain(BUCKETS& buckets, std::uint32_t number) {
-    MEM_PATH_NODE& node = memory.region.node(number);
-    MEM_PATH_WORD<std::uint32_t>& head = buckets.head(node.parent, node.pc);
-    node.next.publish(head.get());
-    head.publish(number);
-}
-
-// Without memory for more the chains grow longer.
-void MEM_PATH_TRIE::add_buckets() {
-    BUCKETS* outgrown = current.load(std::memory_order_relaxed);
-    if (chained <= outgrown->mask) return;
-    BUCKETS* more = make_buckets(2 * (outgrown->mask + 1), outgrown);
-    if (more == nullptr) return;
-    // In the order of the numbers, so that a search in an old chain that comes to a node of the new ones goes
-    // on to nodes with lower numbers, and ends.
-    const std::uint32_t nodes = memory.region.header->nodes.get();
-    for (std::uint32_t number = mem_path_first_node; number < nodes; ++number)
-        if (memory.region.node(number).is_chained) chain(*more, number);
     current.store(more, std::memory_order_release);
+    return true;
+}
+
+void MEM_PATH_TRIE::add_child(std::uint32_t parent, std::uint32_t number) {
+    MEM_PATH_NODE& from = memory.region.node(parent);
+    const std::uint64_t pc = memory.region.node(number).pc;
+    if (from.first_child.get() == none) {
+        from.first_child_pc = static_cast<std::uint32_t>(pc);
+        from.first_child.publish(number);
+    } else {
+        current.load(std::memory_order_relaxed)->enter(hash_of(parent, pc), number);
+        ++slots_taken;
+    }
 }
 
 __attribute__((noinline, cold)) std::uint32_t MEM_PATH_TRIE::open_account(std::uint32_t node) {

@@ -1,11 +1,11 @@
 // MEM_PATH_TRIE: from the path of a caller and a return address to the path of the frame. A path that is
 // known is found without a lock; one that is new is entered under one.
 //
-// A node knows its first child; most have no other, and the paths of a new one's children need no search. The
-// further children are chained by their numbers in the buckets of a hash table. When there are more of them
-// than buckets, twice as many buckets take over. A search that runs meanwhile may then miss a node, and looks
-// again with the lock held; it never finds a wrong one, and it ends, since a chain leads at any moment to
-// nodes that were chained before.
+// A node knows its first child; most have no other, and what lies behind a new node needs no search. The
+// further children lie in a table of slots, which hold their numbers beside a part of their hash, so that a
+// search hardly ever touches the wrong node. When half of the slots are taken, twice as many take over. A
+// search that runs meanwhile may then miss a node, and looks again with the lock held; it never finds a wrong
+// one.
 #pragma once
 
 #include <atomic>
@@ -73,22 +73,24 @@ class MEM_PATH_TRIE {
     symbols::LOADED_IMAGE image(std::uint16_t load) { return loads.image(load); }
 
   private:
-    // In memory of its own, the heads behind it.
-    struct BUCKETS {
-        BUCKETS* outgrown;
+    // In memory of its own, the slots behind it. A slot is 0, or a number below the upper half of the hash.
+    struct TABLE {
+        using SLOT = MEM_PATH_WORD<std::uint64_t>;
+        TABLE* outgrown;
         std::uint32_t mask;
 
-        MEM_PATH_WORD<std::uint32_t>& head(std::uint32_t parent, std::uint64_t pc) const {
-            const std::uint64_t mixed = (pc ^ std::uint64_t{parent} << 40) * 0x9e3779b97f4a7c15U + parent;
-            auto* heads = const_cast<MEM_PATH_WORD<std::uint32_t>*>(
-                reinterpret_cast<const MEM_PATH_WORD<std::uint32_t>*>(this + 1));
-            return heads[static_cast<std::uint32_t>((mixed * 0x9e3779b97f4a7c15U) >> 32) & mask];
+        SLOT& slot(std::uint64_t place) const {
+            auto* slots = const_cast<SLOT*>(reinterpret_cast<const SLOT*>(this + 1));
+            return slots[place & mask];
         }
-        std::size_t bytes() const { return bytes_for(mask + 1); }
-        static std::size_t bytes_for(std::size_t count) {
-            return sizeof(BUCKETS) + count * sizeof(MEM_PATH_WORD<std::uint32_t>);
-        }
+        void enter(std::uint64_t hash, std::uint32_t number);
+        std::size_t bytes() const { return bytes_for(std::size_t{mask} + 1); }
+        static std::size_t bytes_for(std::size_t count) { return sizeof(TABLE) + count * sizeof(SLOT); }
     };
+    static std::uint64_t hash_of(std::uint32_t parent, std::uint64_t pc) {
+        const std::uint64_t mixed = (pc ^ std::uint64_t{parent} << 40) * 0x9e3779b97f4a7c15U + parent;
+        return (mixed ^ mixed >> 32) * 0x9e3779b97f4a7c15U;
+    }
     // A set of program counters; in memory of its own, too.
     struct PC_SET {
         std::uint64_t* slots = nullptr;
@@ -101,30 +103,33 @@ class MEM_PATH_TRIE {
 
     template <class FITS>
     std::uint32_t find_if(std::uint32_t parent, std::uint64_t pc, FITS fits) const {
-        std::uint32_t at = memory.region.node(parent).first_child.get_published();
-        if (at == none) return none;
-        const MEM_PATH_NODE& first = memory.region.node(at);
-        if (first.pc == pc && fits(first)) return at;
-        at = current.load(std::memory_order_acquire)->head(parent, pc).get_published();
-        while (at != none) {
-            const MEM_PATH_NODE& node = memory.region.node(at);
-            if (node.pc == pc && node.parent == parent && fits(node)) break;
-            at = node.next.get_published();
+        const MEM_PATH_NODE& from = memory.region.node(parent);
+        const std::uint32_t first = from.first_child.get_published();
+        if (first == none) return none;
+        const auto is_it = [&](std::uint32_t number) {
+            const MEM_PATH_NODE& node = memory.region.node(number);
+            return node.pc == pc && node.parent == parent && fits(node);
+        };
+        if (from.first_child_pc == static_cast<std::uint32_t>(pc) && is_it(first)) return first;
+        const std::uint64_t hash = hash_of(parent, pc);
+        const TABLE* table = current.load(std::memory_order_acquire);
+        for (std::uint64_t place = hash;; ++place) {
+            const std::uint64_t slot = table->slot(place).get_published();
+            const auto number = static_cast<std::uint32_t>(slot);
+            if (slot == 0 || ((slot ^ hash) >> 32 == 0 && is_it(number))) return number;
         }
-        return at;
     }
 
     std::uint32_t open_account(std::uint32_t node);
-    static BUCKETS* make_buckets(std::uint32_t count, BUCKETS* outgrown);
+    static TABLE* make_table(std::uint32_t slots, TABLE* outgrown);
     std::uint32_t make(std::uint32_t parent, std::uint64_t pc, std::uint16_t load, std::uint16_t generation);
+    bool has_room_for_child(std::uint32_t parent);
     void add_child(std::uint32_t parent, std::uint32_t number);
-    void chain(BUCKETS& buckets, std::uint32_t number);
-    void add_buckets();
 
     MEM_PATH_MEMORY& memory;
     MEM_PATH_LOADS loads;
     MEM_SPIN_LOCK lock;
-    std::atomic<BUCKETS*> current{nullptr};
-    std::uint32_t chained = 0;  // nodes that are in the buckets
+    std::atomic<TABLE*> current{nullptr};
+    std::uint32_t slots_taken = 0;
     PC_SET pcs;
 };

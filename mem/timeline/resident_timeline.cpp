@@ -9,9 +9,9 @@ MEM_RESIDENT_TIMELINE* mem_tbb_resident_timeline = nullptr;
 
 namespace {
 
-// So that full points never cost more than a tenth of the time while the program grows fast. There are few of
-// them in any case: each takes an eighth more than the last one.
-constexpr std::int32_t pause_per_cost = 10;
+// So that full points never cost more than a thirtieth of the time while the program grows fast. There are
+// few of them in any case: each takes an eighth more than the last one.
+constexpr std::int32_t pause_per_cost = 30;
 
 // Half a page of text a mapping is too much for the stack of an event.
 constinit MEM_UNDESTROYED<MAPPING_BUFFERS> buffers;

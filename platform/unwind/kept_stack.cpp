@@ -13,11 +13,13 @@ namespace {
 using FRAME = KEPT_STACK::FRAME;
 using STEP = KEPT_STACK::STEP;
 
-// A step by the rule, if that is one by two words: fills in how, and moves on to the caller.
-bool step_plainly(FRAME_RULE rule, std::uint64_t stack_end, FRAME& from, STACK_WALK_START& frame) {
+// A step by the rule, if that is one by two words: moves on to the caller, and fills in the frame and how.
+inline bool step_plainly(FRAME_RULE rule, std::uint64_t stack_end, bool is_exact, FRAME& from,
+                         STACK_WALK_START& frame) {
+    const STACK_WALK_START here = frame;
     if (!take_plain_step(rule, stack_end, frame)) return false;
-    from.step = STEP::by_two_words;
-    from.saved_bp = rule.saves_bp_below_cfa() ? frame.sp + rule.slot() : 0;
+    from = {here.pc, here.sp,  here.bp,           rule.saves_bp_below_cfa() ? frame.sp + rule.slot() : 0,
+            0,       is_exact, STEP::by_two_words};
     return true;
 }
 
@@ -41,13 +43,13 @@ struct KEPT_STACK::WALKER {
     bool on_stack() const { return frame.sp >= stack_begin && frame.sp < stack_end; }
 
     // To the caller; false when the stack ends.
-    bool step(FRAME& from) {
-        from = {frame.pc, frame.sp, frame.bp, 0, 0, is_exact, STEP::other};
+    __attribute__((always_inline)) bool step(FRAME& from) {
         const FRAME_RULE rule = rule_table.find(frame.pc, is_exact);
-        if (on_stack() && step_plainly(rule, stack_end, from, frame)) [[likely]] {
+        if (on_stack() && step_plainly(rule, stack_end, is_exact, from, frame)) [[likely]] {
             is_exact = false;
             return true;
         }
+        from = {frame.pc, frame.sp, frame.bp, 0, 0, is_exact, STEP::other};
         if (!is_end(rule)) return step_slowly(from, rule.end_confirmed());
         from.step = STEP::stack_ends;
         return false;
@@ -67,7 +69,7 @@ struct KEPT_STACK::WALKER {
         }
         const STACK_WALK_START next = walk.frame();
         STACK_WALK_START plainly = frame;
-        if (on_stack() && step_plainly(rule, stack_end, from, plainly) &&
+        if (on_stack() && step_plainly(rule, stack_end, is_exact, from, plainly) &&
             (walk.is_exact() || plainly != next))
             from.step = STEP::other;
         frame = next;
@@ -120,12 +122,8 @@ inline bool KEPT_STACK::walk_in_place(const STACK_WALK_START& start, std::uint64
             return true;
         }
         kept_count = at;
-        const STACK_WALK_START here = frame;
-        const FRAME_RULE rule = rule_table.find(here.pc, false);
-        if (at == 0 || !take_plain_step(rule, stack_end, frame)) return false;
-        kept[at] = {
-            here.pc, here.sp, here.bp,           rule.saves_bp_below_cfa() ? frame.sp + rule.slot() : 0,
-            0,       false,   STEP::by_two_words};
+        const FRAME_RULE rule = rule_table.find(frame.pc, false);
+        if (at == 0 || !step_plainly(rule, stack_end, false, kept[at], frame)) return false;
     }
     return false;
 }
