@@ -17,6 +17,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -66,8 +67,8 @@ const MODULE* find_module(const LOADED_IMAGE& image, const std::string& path);
 // Lists all modules that are loaded now.
 void refresh_modules();
 
-// The address within the module's file. Reads the program's code, and no file.
-CODE_ADDRESS locate(std::uint64_t address, const MODULE& module);
+// The addresses within the module's file. Reads the program's code, and no file.
+std::vector<CODE_ADDRESS> locate(std::span<const std::uint64_t> addresses, const MODULE& module);
 
 // The levels of the address, innermost first: the innermost inlined function, then its callers outwards,
 // each at its own place. Empty when nothing is known. Lists new modules by itself.

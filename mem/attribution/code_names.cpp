@@ -5,11 +5,15 @@
 #include <mutex>
 
 #include "mem/attribution/symbolizer.h"
+#include "mem/base/scarcity.h"
 #include "platform/symbols/asked_names.h"
 
 constinit MEM_PLAIN_WORD<bool> mem_tbb_best_names;
 
 namespace {
+
+// What the files of a module's debug information may take.
+constexpr std::size_t largest_naming = std::size_t{16} << 20;
 
 // Modules live as long as the process.
 using MODULES = std::vector<const symbols::MODULE*>;
@@ -30,15 +34,17 @@ class QUESTIONS {
             if (modules[i] != nullptr) by_module[modules[i]].push_back(i);
         for (const auto& [module, numbers] : by_module) {
             symbols::NAME_QUESTION& question = all.emplace_back();
-            question = {module->path, module->build_id, module->is_executable, {}};
-            for (const std::size_t i : numbers)
-                question.addresses.push_back(symbols::locate(pcs[i], *module));
+            std::vector<std::uint64_t> asked;
+            asked.reserve(numbers.size());
+            for (const std::size_t i : numbers) asked.push_back(pcs[i]);
+            question = {module->path, module->build_id, module->is_executable,
+                        symbols::locate(asked, *module)};
         }
     }
 
     bool ask(std::vector<MEM_NAMED_CODE>& named) const {
         std::vector<std::vector<symbols::FRAME>> answers;
-        if (!symbols::can_ask() || !symbols::ask(all, answers)) return false;
+        if (!symbols::ask(all, answers)) return false;
         std::size_t at = 0;
         for (const auto& [module, numbers] : by_module)
             for (const std::size_t i : numbers) named[i].levels = std::move(answers[at++]);
@@ -68,13 +74,17 @@ void complete(std::uint64_t pc, const symbols::MODULE& module, std::vector<symbo
 
 }  // namespace
 
+bool mem_has_room_for_naming() {
+    return symbols::can_ask() || mem_has_room_for(largest_naming);
+}
+
 std::vector<MEM_NAMED_CODE> mem_name_code(const std::vector<std::uint64_t>& pcs) {
     return mem_name_code(pcs, find_modules(pcs));
 }
 
 std::vector<MEM_NAMED_CODE> mem_name_code(const std::vector<std::uint64_t>& pcs, const MODULES& modules) {
     std::vector<MEM_NAMED_CODE> named(pcs.size());
-    if (!QUESTIONS(pcs, modules).ask(named)) {
+    if (!symbols::can_ask() || !QUESTIONS(pcs, modules).ask(named)) {
         const std::lock_guard guard(mem_tbb_symbolizer_lock);
         for (std::size_t i = 0; i < pcs.size(); ++i)
             if (modules[i] != nullptr) named[i].levels = symbols::find_frames(pcs[i], *modules[i]);

@@ -18,6 +18,9 @@ struct MEM_NAMED_CODE {
 // ("function+0x1c", "module+0x1234").
 extern MEM_PLAIN_WORD<bool> mem_tbb_best_names;
 
+// Whether the system would give the memory that naming may take. Costs nothing where another process names.
+bool mem_has_room_for_naming();
+
 // Names captured addresses, in their order. Asking for many at once costs less. It may allocate, takes
 // mem_tbb_symbolizer_lock by itself, never waits for the loader, and may wait for another process: no lock of
 // the tracker may be held.

@@ -14,7 +14,7 @@ void write_row(std::ostream& out, std::uint64_t pc, const MEM_STACK_FRAME& frame
     out << '"' << reinterpret_cast<const void*>(pc) << "\",\"" << frame.module << "\",\"" << frame.function
         << "\",\"";
     if (frame.file[0] != '\0') out << frame.file << ':' << frame.line;
-    out << '"' << std::endl;
+    out << "\"\n";
 }
 
 }  // namespace
@@ -26,7 +26,7 @@ void mem_write_filters_file() {
         return;
     }
     out.imbue(std::locale::classic());  // whatever the host has set for all streams
-    out << R"("PC","module","function","fileline")" << std::endl;
+    out << R"("PC","module","function","fileline")" << '\n';
     const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
     for (const auto& [pc, site] : mem_tbb_call_sites->records())
         if (site.is_filtered) write_row(out, pc, site.frame);

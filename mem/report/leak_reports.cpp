@@ -47,8 +47,7 @@ std::vector<LEAK> leaks_by_size() {
 void write_leak(std::ostream& out, const LEAK& leak) {
     const MEM_STACK_FRAME& frame = *leak.frame;
     out << frame.module << " leaked " << leak.bytes << " bytes in " << leak.blocks
-        << " object(s) allocated at " << frame.file << ':' << frame.line << ' ' << frame.function
-        << std::endl;
+        << " object(s) allocated at " << frame.file << ':' << frame.line << ' ' << frame.function << '\n';
 }
 
 std::string fast_block() {
@@ -70,14 +69,14 @@ void mem_dump_tbb_leak_tracking() {
     OUTPUT_STREAM out((in_za_mode() ? mem_report_path(za_log) : usual_name).c_str());
     if (!out) return;
     out.imbue(std::locale::classic());  // whatever the host has set for all streams
-    out << mem_report::leaks.title << std::endl << std::endl;
+    out << mem_report::leaks.title << "\n\n";
     std::int64_t total = 0;
     for (const LEAK& leak : leaks) {
         if (leak.frame->pc == 0) continue;  // what could not be attributed is no one's leak
         write_leak(out, leak);
         total += leak.bytes;
     }
-    out << std::endl << "Total leaked bytes: " << total << std::endl;
+    out << "\nTotal leaked bytes: " << total << '\n';
 }
 
 void mem_dump_tbb_fast_leak_tracking() {

@@ -52,7 +52,7 @@ class MEM_RESIDENT_TIMELINE {
     MEM_SPIN_LOCK lock;
     std::vector<MEM_RESIDENT_POINT> points;
     std::int64_t next_full_blocks = 0;  // bytes in use that are worth the next full point
-    std::int32_t next_full_ms = 0;      // and when the last one will be paid off
+    std::int32_t next_full_ms = 30;  // and when the last one will be paid off; of a short run only its end is
 };
 
 extern MEM_RESIDENT_TIMELINE* mem_tbb_resident_timeline;

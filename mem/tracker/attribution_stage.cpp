@@ -5,9 +5,9 @@
 #include <new>
 
 #include "mem/attribution/address_table.h"
+#include "mem/attribution/code_names.h"
 #include "mem/base/gate.h"
 #include "mem/base/internal_error.h"
-#include "mem/base/scarcity.h"
 #include "mem/base/tracker_phase.h"
 #include "mem/paths/call_paths.h"
 #include "mem/timeline/module_timelines.h"
@@ -27,9 +27,6 @@ constexpr int frames_behind_start = 4;
 
 // Blocks above this size are freed on other threads by design and do not count as mismatched.
 constexpr std::uint64_t largest_mismatched_block = 8128;
-
-// What the files of a module's debug information may take.
-constexpr std::size_t largest_naming = std::size_t{16} << 20;
 
 // The frames that the search looks at: what remains of the most after those that an ignore depth below the
 // hook's would have shown, and where the search begins.
@@ -168,7 +165,7 @@ MEM_CALL_SITE* mem_find_call_site(const STACK_WALK_START& start) {
 // A program counter is new: its stack is walked with rules made from the unwind tables and not from the
 // walker's memory, which may stem from a module that was unloaded since.
 __attribute__((noinline)) bool mem_name_call_sites(const STACK_WALK_START& start) try {
-    if (!mem_has_room_for(largest_naming)) return false;
+    if (!mem_has_room_for_naming()) return false;
     const THREAD_NOT_CANCELLED symbol_files_are_read;
     const SEARCH_WINDOW window = search_window();
     STACK_WALK walk(start, true);

@@ -16,6 +16,7 @@ constexpr int most_slices = 20;
 
 std::atomic<NAME_CHANNEL*> used_channel{nullptr};
 std::atomic<NAME_BELL*> used_bell{nullptr};
+std::atomic<int> waiting_for_slot{0};
 std::atomic<pid_t> owner{0};  // a forked child shares the memory with its parent, and must not write there
 
 void give_up() {
@@ -48,17 +49,21 @@ bool wait_until(const void* word, CONDITION is_done) {
 class CLAIMED_SLOT {
   public:
     explicit CLAIMED_SLOT(NAME_CHANNEL& all) : channel(all) {
+        slot = claim();
+        if (slot != nullptr) return;
+        ++waiting_for_slot;
         wait_until(&channel.freed, [this](std::uint32_t& freed) {
             freed = channel.freed.load();
             slot = claim();
-            return slot != nullptr || !can_ask();
+            return slot != nullptr || used_channel.load() == nullptr;
         });
+        --waiting_for_slot;
     }
     ~CLAIMED_SLOT() {
         if (slot == nullptr || !is_returned) return;
         slot->state.store(SLOT_STATE::FREE);
         ++channel.freed;
-        wake_waiting(&channel.freed);
+        if (waiting_for_slot.load() != 0) wake_waiting(&channel.freed);
     }
     CLAIMED_SLOT(const CLAIMED_SLOT&) = delete;
     CLAIMED_SLOT& operator=(const CLAIMED_SLOT&) = delete;
@@ -140,7 +145,7 @@ bool can_ask() {
 bool ask(const std::vector<NAME_QUESTION>& questions, std::vector<std::vector<FRAME>>& answers) {
     answers.clear();
     NAME_CHANNEL* channel = used_channel.load();
-    if (channel == nullptr || !can_ask()) return false;
+    if (channel == nullptr) return false;
     std::size_t before = 0;
     for (const NAME_QUESTION& question : questions) {
         while (answers.size() - before < question.addresses.size()) {

@@ -18,8 +18,8 @@ KTL_MEM_API void use_name_channel(NAME_CHANNEL* channel, NAME_BELL* bell);
 bool can_ask();
 
 // Asks for all addresses of all questions; answers are in their order, one for each address. False when
-// nobody answers: after a second of silence nobody is asked again. Any number of threads may ask at once.
-// Waits for the other process, so no lock may be held that others need meanwhile.
+// nobody answers: after a second of silence nobody is asked again. Only where can_ask(). Any number of
+// threads may ask at once. Waits for the other process, so no lock may be held that others need meanwhile.
 bool ask(const std::vector<NAME_QUESTION>& questions, std::vector<std::vector<FRAME>>& answers);
 
 }  // namespace symbols

@@ -1,5 +1,6 @@
 #include "platform/symbols/call_instruction.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -36,16 +37,42 @@ std::size_t indirect_call_length(const unsigned char* code) {
     return 2 + scale + (has_distance ? 4 : 0);
 }
 
-}  // namespace
+using CODE = std::array<unsigned char, longest_call>;
 
-bool is_behind_call(std::uint64_t address, std::uint64_t image_begin, std::uint64_t image_end) {
-    std::array<unsigned char, longest_call> code{};
-    if (!read_own_memory(address - code.size(), code.data(), code.size())) return false;
+bool ends_with_call(const CODE& code, std::uint64_t address, std::uint64_t image_begin,
+                    std::uint64_t image_end) {
     const unsigned char* const end = code.data() + code.size();
     if (is_direct_call(end - direct_call, address, image_begin, image_end)) return true;
     for (std::size_t length = 2; length <= longest_call; ++length)
         if (indirect_call_length(end - length) == length) return true;
     return false;
+}
+
+// What cannot be read stays zero, which is no call.
+void read_code_before(std::span<const std::uint64_t> addresses, std::span<CODE> codes) {
+    std::array<OWN_PIECE, most_own_pieces> pieces;
+    for (std::size_t i = 0; i < addresses.size(); ++i)
+        pieces[i] = {addresses[i] - longest_call, longest_call};
+    if (read_own_pieces({pieces.data(), addresses.size()}, codes.data())) return;
+    for (std::size_t i = 0; i < addresses.size(); ++i)
+        if (!read_own_memory(pieces[i].address, codes[i].data(), longest_call)) codes[i] = {};
+}
+
+}  // namespace
+
+std::vector<bool> are_behind_calls(std::span<const std::uint64_t> addresses, std::uint64_t image_begin,
+                                   std::uint64_t image_end) {
+    std::vector<bool> are_calls;
+    are_calls.reserve(addresses.size());
+    while (!addresses.empty()) {
+        const auto some = addresses.first(std::min(addresses.size(), most_own_pieces));
+        std::array<CODE, most_own_pieces> codes;
+        read_code_before(some, codes);
+        for (std::size_t i = 0; i < some.size(); ++i)
+            are_calls.push_back(ends_with_call(codes[i], some[i], image_begin, image_end));
+        addresses = addresses.subspan(some.size());
+    }
+    return are_calls;
 }
 
 }  // namespace symbols

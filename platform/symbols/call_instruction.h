@@ -2,11 +2,14 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
+#include <vector>
 
 namespace symbols {
 
-// Whether the instruction that ends at the address is a call. False when the code can't be read.
+// Of each address, whether the instruction that ends there is a call. False when the code can't be read.
 // A direct call counts when it stays in the image.
-bool is_behind_call(std::uint64_t address, std::uint64_t image_begin, std::uint64_t image_end);
+std::vector<bool> are_behind_calls(std::span<const std::uint64_t> addresses, std::uint64_t image_begin,
+                                   std::uint64_t image_end);
 
 }  // namespace symbols

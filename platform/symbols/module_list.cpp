@@ -56,7 +56,7 @@ void MODULE_ENTRY::share_symbols_of(const MODULE_ENTRY& other) {
 }
 
 std::uint64_t MODULE_ENTRY::instruction(std::uint64_t address) {
-    return symbols()->instruction(locate(address, description));
+    return symbols()->instruction(locate({&address, 1}, description).front());
 }
 
 // What is loaded now goes behind all others: once it is unloaded, it was the last at its addresses.
@@ -69,10 +69,14 @@ MODULE_ENTRY* MODULE_LIST::find_loaded(CONDITION is_wanted) {
     return entries.back().get();
 }
 
-MODULE_ENTRY* MODULE_LIST::find(std::uint64_t address, LISTING listing) {
-    MODULE_ENTRY* unchanged = find_loaded([address](const LOADED_IMAGE& image) {
+MODULE_ENTRY* MODULE_LIST::find_unchanged(std::uint64_t address) {
+    return find_loaded([address](const LOADED_IMAGE& image) {
         return address >= image.begin && address < image.end && still_holds(image, address);
     });
+}
+
+MODULE_ENTRY* MODULE_LIST::find(std::uint64_t address, LISTING listing) {
+    MODULE_ENTRY* unchanged = find_unchanged(address);
     if (unchanged != nullptr) return unchanged;
     const std::optional<LOADED_IMAGE> image = loaded_image_at(address);
     if (!image) {

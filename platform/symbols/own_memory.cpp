@@ -11,11 +11,12 @@
 namespace symbols {
 
 bool read_own_memory(std::uint64_t address, void* target, std::size_t size) {
-    return read_own_pieces({{address, size}}, target);
+    const OWN_PIECE whole{address, size};
+    return read_own_pieces({&whole, 1}, target);
 }
 
-bool read_own_pieces(std::initializer_list<OWN_PIECE> pieces, void* target) {
-    std::array<iovec, 8> remote;
+bool read_own_pieces(std::span<const OWN_PIECE> pieces, void* target) {
+    std::array<iovec, most_own_pieces> remote;
     std::size_t count = 0;
     std::size_t size = 0;
     for (const OWN_PIECE& piece : pieces) {

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
+#include <span>
 #include <string>
 
 namespace symbols {
@@ -13,12 +13,14 @@ namespace symbols {
 // Allocates nothing, takes no lock.
 bool read_own_memory(std::uint64_t address, void* target, std::size_t size);
 
-// Several pieces of it, one behind the other into target, in one system call. At most eight.
+// Several pieces of it, one behind the other into target, in one system call. False when one of them cannot
+// be read.
 struct OWN_PIECE {
     std::uint64_t address;
     std::size_t size;
 };
-bool read_own_pieces(std::initializer_list<OWN_PIECE> pieces, void* target);
+inline constexpr std::size_t most_own_pieces = 64;
+bool read_own_pieces(std::span<const OWN_PIECE> pieces, void* target);
 
 // The zero-terminated text at address, at most 4,095 characters of it; empty when it cannot be read.
 std::string read_own_text(std::uint64_t address);

@@ -22,8 +22,8 @@ void detach_from_loader() {
 }
 
 const MODULE* find_module(std::uint64_t address, LISTING listing) {
-    const MODULE_ENTRY* entry = nullptr;
-    run_on_own_stack([&] { entry = modules().find(address, listing); });
+    const MODULE_ENTRY* entry = modules().find_unchanged(address);
+    if (entry == nullptr) run_on_own_stack([&] { entry = modules().find(address, listing); });
     return entry == nullptr ? nullptr : &entry->module();
 }
 
@@ -35,8 +35,13 @@ void refresh_modules() {
     run_on_own_stack([] { modules().refresh(); });
 }
 
-CODE_ADDRESS locate(std::uint64_t address, const MODULE& module) {
-    return {address - module.bias, is_behind_call(address, module.begin, module.end)};
+std::vector<CODE_ADDRESS> locate(std::span<const std::uint64_t> addresses, const MODULE& module) {
+    const std::vector<bool> are_calls = are_behind_calls(addresses, module.begin, module.end);
+    std::vector<CODE_ADDRESS> located;
+    located.reserve(addresses.size());
+    for (std::size_t i = 0; i < addresses.size(); ++i)
+        located.push_back({addresses[i] - module.bias, are_calls[i]});
+    return located;
 }
 
 std::vector<FRAME> find_frames(std::uint64_t address) {

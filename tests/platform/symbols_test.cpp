@@ -130,7 +130,12 @@ TEST(call_instructions, are_told_by_the_bytes_in_front) {
         code.insert(code.end(), instruction.begin(), instruction.end());
         const auto begin = reinterpret_cast<std::uint64_t>(code.data());
         const std::uint64_t end = begin + code.size();
-        EXPECT_EQ(symbols::is_behind_call(end, begin, end + 1), is_call)
+        // One address among many that cannot be read, in several turns.
+        std::vector<std::uint64_t> addresses(100, 16);
+        addresses[70] = end;
+        std::vector<bool> expected(addresses.size());
+        expected[70] = is_call;
+        EXPECT_EQ(symbols::are_behind_calls(addresses, begin, end + 1), expected)
             << testing::PrintToString(instruction);
     }
 }
