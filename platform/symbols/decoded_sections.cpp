@@ -1,9 +1,9 @@
 #include "platform/symbols/decoded_sections.h"
 
+#include <zstd.h>
+
 #include <cstdint>
 #include <cstring>
-
-#include "platform/symbols/file_helpers.h"
 
 namespace symbols {
 namespace {
@@ -39,17 +39,22 @@ bool read_header(const char* image, std::size_t size, std::size_t at, Elf64_Shdr
     return compression.ch_type == compression_zstd;
 }
 
+// More than the format can express is the claim of a damaged file.
+constexpr std::uint64_t most_per_byte = 1 << 16;
+
 void append_decoded(std::vector<char>& image, std::size_t at) {
     Elf64_Shdr section;
     Elf64_Chdr compression;
-    if (!read_header(image.data(), image.size(), at, section, compression)) return;
+    if (!read_header(image.data(), image.size(), at, section, compression) ||
+        compression.ch_size / most_per_byte > section.sh_size)
+        return;
     constexpr std::size_t alignment = 16;
     const std::size_t begin = (image.size() + alignment - 1) / alignment * alignment;
     image.resize(begin + compression.ch_size);
-    if (!file_helpers.decompress_zstd(image.data() + section.sh_offset + sizeof compression,
-                                      section.sh_size - sizeof compression, image.data() + begin,
-                                      compression.ch_size))
-        return;
+    const std::size_t decoded = ZSTD_decompress(image.data() + begin, compression.ch_size,
+                                                image.data() + section.sh_offset + sizeof compression,
+                                                section.sh_size - sizeof compression);
+    if (decoded != compression.ch_size) return;
     section.sh_offset = begin;
     section.sh_size = compression.ch_size;
     section.sh_addralign = compression.ch_addralign;
@@ -70,7 +75,7 @@ bool has_zstd(const char* image, std::size_t size, const SECTION_HEADERS& header
 std::vector<char> image_with_decoded_sections(Elf* elf) {
     std::size_t size = 0;
     const char* raw = elf_rawfile(elf, &size);
-    if (raw == nullptr || file_helpers.decompress_zstd == nullptr) return {};
+    if (raw == nullptr) return {};
     const SECTION_HEADERS headers(raw, size);
     if (!has_zstd(raw, size, headers)) return {};
     std::vector<char> image(raw, raw + size);

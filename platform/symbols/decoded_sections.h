@@ -7,8 +7,7 @@
 
 namespace symbols {
 
-// The file's image with its zstd-compressed sections decompressed; empty when it has none that can be
-// (file_helpers.h).
+// The file's image with its zstd-compressed sections decompressed; empty when it has none.
 std::vector<char> image_with_decoded_sections(Elf* elf);
 
 }  // namespace symbols

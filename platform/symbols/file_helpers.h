@@ -1,16 +1,12 @@
-// Help in reading modules that takes libraries which no program should have to load. The library leaves it
-// out; the launcher's namer sets it before it reads the first file.
+// Help in reading modules that takes libraries which no program should have to load, and a network. The
+// library leaves it out; the launcher's namer sets it before it reads the first file.
 #pragma once
 
-#include <cstddef>
 #include <string>
 
 namespace symbols {
 
 struct FILE_HELPERS {
-    // Decompresses zstd data into exactly `size` bytes; false when it is none or of another size.
-    bool (*decompress_zstd)(const char* data, std::size_t data_size, char* target,
-                            std::size_t size) = nullptr;
     // The path of the debug file of that build, fetched from elsewhere for the module of that path; empty
     // when there is none.
     std::string (*fetch_debug_file)(const std::string& build_id, const std::string& module_path) = nullptr;

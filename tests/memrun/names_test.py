@@ -148,6 +148,7 @@ class Names(LauncherTest):
         self.assertIn(b"hold_later", self.entry_of_holder().read_bytes())
 
     def test_a_program_outlives_its_launcher(self):
+        self.run_checked("objcopy", "--compress-debug-sections=zstd", "holder")
         process = self.start_tracked("holder")
         os.kill(process.pid, signal.SIGKILL)
         begin = time.monotonic()

@@ -7,7 +7,6 @@
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <unistd.h>
-#include <zstd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -238,12 +237,7 @@ void bound_resources() {
     close(score);
 }
 
-bool decompress_zstd(const char* data, std::size_t data_size, char* target, std::size_t size) {
-    return ZSTD_decompress(target, size, data, data_size) == size;
-}
-
 void set_helpers(const NamerSeat& seat) {
-    symbols::file_helpers.decompress_zstd = decompress_zstd;
     if (!seat.fetches) return;
     prepare_fetching([] { beats = 0; });
     symbols::file_helpers.fetch_debug_file = fetch_debug_file;
