@@ -84,6 +84,11 @@ class Control(LauncherTest):
         self.assertRegex(refused.stderr.decode(), "made no allocation or free for .*--interrupt")
         self.assertFalse((self.reports / "marks").exists())
         self.assertEqual(self.ask("mark", "late", "--interrupt").returncode, 0)
+        pid = self.status()["processes"][0]["pid"]
+        os.kill(pid, signal.SIGSTOP)
+        stopped = self.ask("mark", "stopped", "--interrupt", "--timeout", "0.3")
+        os.kill(pid, signal.SIGCONT)
+        self.assertEqual((stopped.returncode, b"is stopped by a signal" in stopped.stderr), (1, True), stopped.stderr)
         self.check(self.reports / "marks/late")
         self.wait_for(lambda: self.status()["processes"][0]["seconds_since_event"] > 0)
         self.assertEqual(self.end(process)[0], 0)
@@ -97,7 +102,8 @@ class Control(LauncherTest):
                 asker.connect(str(place))
                 asker.sendall(line)
                 self.assertIn(b'"ok":false', asker.recv(65536), line)
-        for order, status, word in ((("mark", "a/b"), 1, b"is no name for a mark"), (("mark",), 2, b"NAME"), (("go",), 2, b"go")):
+        for order, status, word in ((("mark", "a/b"), 1, b"is no name for a mark"), (("mark",), 2, b"NAME"), (("go",), 2, b"go"),
+                                    (("mark", b"\xff"), 2, b"UTF-8")):
             result = self.ask(*order)
             self.assertEqual((result.returncode, word in result.stderr), (status, True), result.stderr)
         self.assertEqual(self.end(process)[0], 0)
@@ -159,6 +165,9 @@ class Control(LauncherTest):
                 self.assertNotIn("\x1b[31m", shown("-e"))
             press("c")
             self.wait_for(lambda: "written to" in shown())
+            press("m")
+            self.wait_for(lambda: "marks/" in shown())
+            self.assertEqual(len(list((self.reports / "marks").iterdir())), number + 1)
             for width, height in ((40, 10), (120, 30)):
                 subprocess.run([*tmux, "resize-window", "-x", str(width), "-y", str(height)], check=True)
                 self.wait_for(lambda: shown().startswith("python3") and

@@ -1,5 +1,7 @@
 #include "tools/memctl/answer_text.h"
 
+#include "tools/common/harmless.h"
+#include "tools/common/shell_word.h"
 #include "tools/memrun/units.h"
 
 namespace memctl {
@@ -12,7 +14,7 @@ using memrun::seconds_text;
 using nlohmann::json;
 
 std::string name_of(const json& process) {
-    return process.value("word", "") + " (" + std::to_string(process.value("pid", 0)) + ")";
+    return harmless(process.value("word", "")) + " (" + std::to_string(process.value("pid", 0)) + ")";
 }
 
 std::int64_t number(const json& from, const char* key) {
@@ -69,7 +71,8 @@ std::string order_text(const std::string& order, const json& answer) {
                 (process.value("done", false) ? done_text(order) : process.value("error", "")) + "\n";
     if (answer.contains("folder")) {
         const auto folder = answer.value("folder", "");
-        text += "reports     " + folder + "\nnext        ktl_memview show " + folder + "\n";
+        text += "reports     " + harmless(folder) + "\nnext        ktl_memview show " +
+                harmless(shell_word(folder)) + "\n";
     }
     return text;
 }

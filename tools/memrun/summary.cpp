@@ -10,6 +10,7 @@
 
 #include "tools/common/harmless.h"
 #include "tools/common/readable_names.h"
+#include "tools/common/shell_word.h"
 #include "tools/memrun/figures.h"
 #include "tools/memrun/reasons.h"
 #include "tools/memrun/units.h"
@@ -164,14 +165,6 @@ void add_checkpoint(Lines& lines, const Run& run) {
                                 " before the end, in " + run.output + "/checkpoint");
 }
 
-// The path as the shell takes it.
-std::string quoted(const std::string& path) {
-    if (path.find_first_of(" \t\n'\"\\$`*?[](){}<>|&;#~!") == std::string::npos) return path;
-    std::string text = "'";
-    for (const char c : path) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return text + "'";
-}
-
 }  // namespace
 
 bool ended_with_reports(const std::vector<ProcessNote>& notes) {
@@ -193,7 +186,8 @@ std::string summary_text(const Run& run, const Options& options, bool with_colou
     for (const std::string& remark : remarks(run, figures, options)) lines.add("note", remark);
     add_checkpoint(lines, run);
     if (figures.has_files)
-        lines.add("next", "ktl_memview show " + quoted(run.output) + ", or ktl_memview html for the page");
+        lines.add("next",
+                  "ktl_memview show " + shell_word(run.output) + ", or ktl_memview html for the page");
     return lines.text();
 }
 

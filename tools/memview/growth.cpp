@@ -14,11 +14,13 @@ namespace memview {
 namespace {
 
 constexpr const char* MARKS_FOLDER = "marks";
+constexpr std::size_t WIDEST_MARK = 16;
 
 // The oldest first; a mark is never changed once it is there.
 std::vector<fs::path> marks_below(const std::string& folder) {
     std::vector<std::pair<fs::file_time_type, fs::path>> found;
     std::error_code error;
+    if (!fs::is_directory(folder, error)) throw ReportError({folder, 0, "is no folder of reports"});
     for (const fs::directory_entry& mark : fs::directory_iterator(fs::path(folder) / MARKS_FOLDER, error)) {
         fs::file_time_type made = fs::file_time_type::max();
         for (const fs::directory_entry& report : fs::directory_iterator(mark.path(), error))
@@ -27,9 +29,9 @@ std::vector<fs::path> marks_below(const std::string& folder) {
     }
     if (found.size() < 2) {
         throw ReportError({folder, 0,
-                           "holds " + std::to_string(found.size()) +
-                               " marks, and growth shows between two or more: make them with ktl_memctl " +
-                               folder + " mark NAME"});
+                           "holds " + std::string(found.empty() ? "no mark" : "one mark") +
+                               ", and growth shows between two or more: make them with ktl_memctl " + folder +
+                               " mark NAME"});
     }
     std::sort(found.begin(), found.end());
     std::vector<fs::path> marks;
@@ -86,7 +88,8 @@ Growth read_growth(const std::string& folder, const std::string& process, bool k
 void print_growth(const Growth& growth, std::size_t top, const Terminal& terminal, std::ostream& out) {
     using Align = TextTable::Align;
     std::vector<TextTable::Heading> headings = {{"growth", Align::right}};
-    for (const std::string& mark : growth.marks) headings.push_back({harmless(mark), Align::right});
+    for (const std::string& mark : growth.marks)
+        headings.push_back({shortened(harmless(mark), WIDEST_MARK), Align::right});
     headings.push_back({"place", Align::left, TextTable::Cut::start});
     headings.push_back({"function", Align::left, TextTable::Cut::end});
     TextTable table(headings);

@@ -33,7 +33,8 @@ void print_lines(LiveRun& run, std::ostream& out) {
 
 void watch_run(const std::string& folder, std::ostream& out) {
     LiveRun run(folder);
-    const bool is_terminal = ::isatty(STDOUT_FILENO) == 1 && ::isatty(STDIN_FILENO) == 1;
+    const bool is_terminal =
+        ::isatty(STDOUT_FILENO) == 1 && ::isatty(STDIN_FILENO) == 1 && TopScreen::is_possible();
     LiveLook first = run.look();
     try {
         if (is_terminal)

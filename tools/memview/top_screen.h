@@ -14,6 +14,9 @@ class TopScreen {
   public:
     TopScreen(LiveRun& run, LiveLook first) : m_run(run), m_look(std::move(first)) {}
 
+    // Whether the terminal is one of a kind that can show it.
+    static bool is_possible();
+
     // Returns when the user leaves; throws NoLauncher when the run ends. The terminal is as before in both
     // cases, also when a signal ends the process.
     void show();

@@ -133,13 +133,19 @@ Answer Control::write_paths(const std::string& output) const {
     Answer written = Answer::array();
     std::error_code error;
     std::filesystem::create_directory(folder, error);
-    for (const auto& process : followed_.running())
-        if (write_call_paths(*process, folder))
-            written.push_back({{"pid", process->pid}, {"word", process->word}, {"done", true}});
-    std::string why = written.empty()
-                          ? "no call paths are shared with the launcher: the run was started with "
-                            "--no-paths, or no tracked process runs just now"
-                          : replace_folder(folder, output + "/" + paths_folder);
+    std::string why =
+        "no call paths are shared with the launcher: the run was started with --no-paths, or no "
+        "tracked process runs just now";
+    for (const auto& process : followed_.running()) {
+        if (process->call_paths < 0) continue;
+        why.clear();
+        if (!write_call_paths(*process, folder)) {
+            why = "cannot write the call paths to '" + output + "'. Is the disk full?";
+            break;
+        }
+        written.push_back({{"pid", process->pid}, {"word", process->word}, {"done", true}});
+    }
+    if (why.empty()) why = replace_folder(folder, output + "/" + paths_folder);
     std::filesystem::remove_all(folder, error);
     if (!why.empty()) return refusal(why);
     return {{"ok", true}, {"processes", written}, {"folder", output + "/" + paths_folder}};

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include "tools/memrun/contract.h"
 #include "tools/memrun/control/whole_folder.h"
@@ -64,12 +66,30 @@ Answer answer_of(const Process& process, Wish wish) {
     return answer;
 }
 
-std::string silence_text(const Process& process) {
+// The third field of /proc/PID/stat, behind a name that may hold anything.
+bool is_stopped(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    const std::size_t name_end = text.rfind(')');
+    return name_end != std::string::npos && text.size() > name_end + 2 &&
+           (text[name_end + 2] == 'T' || text[name_end + 2] == 't');
+}
+
+std::string silence_text(const Process& process, bool was_interrupted) {
+    if (is_stopped(process.pid))
+        return "is stopped by a signal or a debugger, and answers once it goes on (kill -CONT " +
+               std::to_string(process.pid) + ")";
     const std::uint64_t since =
         process.figures_wished_ms != 0 ? process.figures_wished_ms : process.arrived_ms;
-    return "made no allocation or free for " + seconds_text(static_cast<double>(now_ms() - since) / 1000) +
-           ", and only then can it answer; --interrupt has it answer at once, but a system call in which it "
-           "waits may return early";
+    const std::string silence =
+        "made no allocation or free for " + seconds_text(static_cast<double>(now_ms() - since) / 1000);
+    if (was_interrupted)
+        return silence +
+               " and did not heed SIGURG, which it blocks or handles itself, or it needs longer "
+               "than the --timeout";
+    return silence +
+           ", and only then can it answer; --interrupt has it answer at once, but a system call in "
+           "which it waits may return early";
 }
 
 }  // namespace
@@ -151,7 +171,7 @@ void Desk::withdraw(Job& job) {
         job.answers.push_back({{"pid", process->pid},
                                {"word", process->word},
                                {"done", false},
-                               {"error", silence_text(*process)}});
+                               {"error", silence_text(*process, job.request.interrupt)}});
     }
 }
 
