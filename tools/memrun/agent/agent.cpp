@@ -11,6 +11,7 @@
 #include <new>
 
 #include "ktl_mem/initializer.h"
+#include "ktl_mem/running_reports.h"
 #include "ktl_mem/services.h"
 #include "ktl_mem/tracking.h"
 #include "tools/memrun/agent/allocator_hooks.h"
@@ -103,12 +104,30 @@ void await_end() {
     if (is_tracked()) wait_for_end();
 }
 
+std::int64_t own_bytes() {
+    MEM_TRACKING_FIGURES figures;
+    return mem_get_tracking_figures(figures) ? figures.own_bytes : 0;
+}
+
+// The C library keeps exit actions in blocks of 32. The last of these here opens a block, so that the ones
+// that the program's start registers next find room: a block of theirs would show as the program's.
+void have_exits_wait() {
+    constexpr int actions_in_block = 32;
+    bool is_block_new = false;
+    for (int thread = 0; thread < most_threads_that_wait + actions_in_block; ++thread) {
+        if (thread >= most_threads_that_wait && is_block_new) return;
+        const std::int64_t before = own_bytes();
+        std::atexit(await_end);
+        is_block_new = own_bytes() != before;
+    }
+}
+
 struct Agent {
     Agent() {
         const int saved_errno = errno;
         const int was_blocked = mem_block_thread_tracking();
-        for (int thread = 0; thread < most_threads_that_wait; ++thread) std::atexit(await_end);
         start();
+        have_exits_wait();
         if (was_blocked == 0) mem_unblock_thread_tracking();
         errno = saved_errno;
     }
