@@ -15,6 +15,8 @@ target_compile_options(ktl_mem_flags INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi>
   # clang 14 takes the 0 that an order is compared with for a pointer.
   $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wzero-as-null-pointer-constant>
+  # Who touches what a lock guards holds it (mem/base/thread_safety.h).
+  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>
   $<$<BOOL:${KTL_MEM_WERROR}>:-Werror>
   -fvisibility=hidden $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>)
 target_include_directories(ktl_mem_flags INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)

@@ -76,7 +76,7 @@ MEM_CALL_SITE& MEM_CALL_SITE_TABLE::number_anew(MEM_CALL_SITE& site) {
 
 MEM_CALL_SITE& MEM_CALL_SITE_TABLE::find_or_make(std::uint64_t pc, const MEM_CALL_SITE_TEXT& text) {
     if (text.is_filtered) mem_tbb_any_frame_filtered = true;
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_LOCK_SCOPE guard(mem_call_site_lock);
     const auto [site, is_new] = make(pc);
     if (is_new) {
         site.frame = text.frame;
@@ -89,14 +89,14 @@ MEM_CALL_SITE& MEM_CALL_SITE_TABLE::find_or_make(std::uint64_t pc, const MEM_CAL
 MEM_CALL_SITE& MEM_CALL_SITE_TABLE::other() {
     // Acquire: who sees the record sees it made.
     if (MEM_CALL_SITE* known = other_record.load(std::memory_order_acquire)) return *known;
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_LOCK_SCOPE guard(mem_call_site_lock);
     const auto [site, is_new] = make(0);
     if (is_new) other_record.store(&number_anew(site), std::memory_order_release);
     return site;
 }
 
 void MEM_CALL_SITE_TABLE::clear() {
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_LOCK_SCOPE guard(mem_call_site_lock);
     index.clear();
     other_record.store(nullptr, std::memory_order_relaxed);
     numbered.set_size(0);

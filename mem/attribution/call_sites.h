@@ -64,16 +64,16 @@ class MEM_CALL_SITE_TABLE {
     MEM_CALL_SITE& by_number(std::uint32_t number) const { return *numbered[number]; }
 
     // All records by program counter; with mem_call_site_lock held.
-    MAP& records() { return map; }
+    MAP& records() MEM_CALLED_WITH(mem_call_site_lock) { return map; }
 
     // As a cat.
     void clear();
 
   private:
-    std::pair<MEM_CALL_SITE&, bool> make(std::uint64_t pc);
-    MEM_CALL_SITE& number_anew(MEM_CALL_SITE& site);
+    std::pair<MEM_CALL_SITE&, bool> make(std::uint64_t pc) MEM_CALLED_WITH(mem_call_site_lock);
+    MEM_CALL_SITE& number_anew(MEM_CALL_SITE& site) MEM_CALLED_WITH(mem_call_site_lock);
 
-    MAP map;
+    MAP map MEM_GUARDED_BY(mem_call_site_lock);
     MEM_PC_INDEX index;
     MEM_STEADY_ARRAY<MEM_CALL_SITE*> numbered;
     std::atomic<MEM_CALL_SITE*> other_record{nullptr};

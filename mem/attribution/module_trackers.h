@@ -2,7 +2,6 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -41,7 +40,7 @@ class MEM_MODULE_TABLE {
     // belong to one moment. Events hold one entry at a time, so holding them all cannot deadlock.
     template <class VISIT>
     void for_each_at_rest(VISIT&& visit) {
-        const std::lock_guard<MEM_SPIN_LOCK> guard(mem_module_lock);
+        const MEM_LOCK_SCOPE guard(mem_module_lock);
         const AT_REST all(entries);
         for (auto& [name, entry] : entries) {
             entry.sampled = entry.tally.held();
@@ -67,7 +66,7 @@ class MEM_MODULE_TABLE {
         MAP& entries;
     };
 
-    MAP entries;
+    MAP entries MEM_GUARDED_BY(mem_module_lock);
 };
 
 extern MEM_MODULE_TABLE* mem_tbb_module_trackers;

@@ -6,16 +6,17 @@
 #include <atomic>
 #include <cstdint>
 
+#include "mem/base/thread_safety.h"
 #include "platform/critical_section.h"
 
-class MEM_COUNTED_LOCK {
+class MEM_IS_LOCK MEM_COUNTED_LOCK {
   public:
     // Creates the lock, unless it is created already.
     void create();
 
-    void lock();
+    void lock() MEM_TAKES();
     // Does nothing when nobody holds the lock, so that a release after the deletion is harmless.
-    void unlock();
+    void unlock() MEM_GIVES_BACK();
     // Releases every hold of the calling thread, which holds the lock.
     void unlock_all();
 

@@ -34,7 +34,7 @@
 inline constexpr int MEM_MOUSE = 0;
 inline constexpr int MEM_CAT = 1;
 
-class MEM_CATS_AND_MICE {
+class MEM_IS_LOCK MEM_CATS_AND_MICE {
   public:
     // A kind other than the two returns at once.
     void enter(int kind) {
@@ -106,10 +106,11 @@ class MEM_CATS_AND_MICE {
 };
 
 // Inside the gate for a scope.
-class MEM_GATE_SCOPE {
+class MEM_IS_LOCK_SCOPE MEM_GATE_SCOPE {
   public:
-    MEM_GATE_SCOPE(MEM_CATS_AND_MICE& entered, int as) : gate(entered), kind(as) { gate.enter(kind); }
-    ~MEM_GATE_SCOPE() { gate.leave(kind); }
+    MEM_GATE_SCOPE(MEM_CATS_AND_MICE& entered, int as)
+    MEM_TAKES_SHARED(entered) MEM_LOCKS_UNCHECKED : gate(entered), kind(as) { gate.enter(kind); }
+    ~MEM_GATE_SCOPE() MEM_GIVES_BACK_ANY() MEM_LOCKS_UNCHECKED { gate.leave(kind); }
     MEM_GATE_SCOPE(const MEM_GATE_SCOPE&) = delete;
     MEM_GATE_SCOPE& operator=(const MEM_GATE_SCOPE&) = delete;
 

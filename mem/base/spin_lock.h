@@ -1,5 +1,5 @@
 // MEM_SPIN_LOCK: one byte, zero when free. Short doubling pauses, then the processor is given away.
-// Allocates nothing; safe in a hook, but not in a signal handler. Held through std::unique_lock.
+// Allocates nothing; safe in a hook, but not in a signal handler. Held through MEM_LOCK_SCOPE.
 //
 // A locked instruction waits until all earlier stores of the thread are done, also those of the program that
 // missed the cache; that wait is most of what a lock costs. While the process has one thread, a load and a
@@ -8,6 +8,7 @@
 
 #include <atomic>
 
+#include "mem/base/thread_safety.h"
 #include "platform/thread.h"
 
 // The waiting of every lock here: pauses of 1, 2, 4, 8, 16 steps, then one yield a turn.
@@ -26,11 +27,11 @@ class MEM_BACK_OFF {
     int steps = 1;
 };
 
-class MEM_SPIN_LOCK {
+class MEM_IS_LOCK MEM_SPIN_LOCK {
   public:
-    void lock() { acquire(); }
+    void lock() MEM_TAKES() { acquire(); }
     // The same; true when another thread held the lock.
-    bool acquire() {
+    bool acquire() MEM_TAKES() MEM_LOCKS_UNCHECKED {
         if (process_has_one_thread() && !held.load(std::memory_order_relaxed)) {
             // Nobody to race with.
             held.store(true, std::memory_order_relaxed);
@@ -41,8 +42,10 @@ class MEM_SPIN_LOCK {
         lock_slow();
         return true;
     }
-    bool try_lock() { return !held.exchange(true, std::memory_order_acquire); }
-    void unlock() { held.store(false, std::memory_order_release); }
+    bool try_lock() MEM_TAKES_IF(true) MEM_LOCKS_UNCHECKED {
+        return !held.exchange(true, std::memory_order_acquire);
+    }
+    void unlock() MEM_GIVES_BACK() MEM_LOCKS_UNCHECKED { held.store(false, std::memory_order_release); }
 
   private:
     // Waits with a plain read, so that waiting threads share the line in place of stealing it. A call, so
@@ -55,4 +58,16 @@ class MEM_SPIN_LOCK {
     }
 
     std::atomic<bool> held{false};
+};
+
+// Holds the lock for a scope.
+class MEM_IS_LOCK_SCOPE MEM_LOCK_SCOPE {
+  public:
+    explicit MEM_LOCK_SCOPE(MEM_SPIN_LOCK& taken) MEM_TAKES(taken) : held(taken) { held.lock(); }
+    ~MEM_LOCK_SCOPE() MEM_GIVES_BACK() { held.unlock(); }
+    MEM_LOCK_SCOPE(const MEM_LOCK_SCOPE&) = delete;
+    MEM_LOCK_SCOPE& operator=(const MEM_LOCK_SCOPE&) = delete;
+
+  private:
+    MEM_SPIN_LOCK& held;
 };

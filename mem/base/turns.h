@@ -98,7 +98,7 @@ class MEM_TURN {
         if (!is_owner) [[unlikely]]
             lock.take(stripe);
     }
-    void end() {
+    void end() MEM_LOCKS_UNCHECKED {
         if (is_owner) [[likely]] {
             lock.leave();
         } else {
@@ -148,7 +148,7 @@ class MEM_KEPT_LOCK {
             return false;
         return enter_common(turn);
     }
-    void leave() { lock.unlock(); }
+    void leave() MEM_LOCKS_UNCHECKED { lock.unlock(); }
 
     // While it is locked: groups have come in turns for a while. That need not be often: besides the line
     // that changes processors, everyone who comes pays a locked instruction.
@@ -157,7 +157,7 @@ class MEM_KEPT_LOCK {
     // While all turns are held: from now on everybody locks.
     void make_common() { keeper.store(nobody, std::memory_order_relaxed); }
     // In a forked child.
-    void renew() { lock.unlock(); }
+    void renew() MEM_LOCKS_UNCHECKED { lock.unlock(); }
 
   private:
     static constexpr std::uint8_t nobody = 0;

@@ -1,7 +1,5 @@
 #include "mem/bins/bin_tag_numbers.h"
 
-#include <mutex>
-
 MEM_BIN_TAG_NUMBERS* mem_bin_tag_numbers = nullptr;
 
 MEM_BIN_TAG_NUMBERS::MEM_BIN_TAG_NUMBERS() {
@@ -10,7 +8,7 @@ MEM_BIN_TAG_NUMBERS::MEM_BIN_TAG_NUMBERS() {
 }
 
 std::uint32_t MEM_BIN_TAG_NUMBERS::find_or_make(const MEM_BIN_TAG_ENTRY& entry) {
-    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    const MEM_LOCK_SCOPE guard(lock);
     const std::uint32_t next = entries.size();
     const std::uint64_t key = std::uint64_t{entry.bin_id} << 32 | entry.tag_id;
     std::uint32_t& number = numbers[key];

@@ -39,7 +39,7 @@ class MEM_BIN_TAG_NUMBERS {
     MEM_STEADY_ARRAY<MEM_BIN_TAG_ENTRY> entries;
     std::atomic<std::uint32_t> latest{none};  // bins seldom change
     MEM_SPIN_LOCK lock;                       // guards the map, and who adds an entry
-    std::unordered_map<std::uint64_t, std::uint32_t> numbers;
+    std::unordered_map<std::uint64_t, std::uint32_t> numbers MEM_GUARDED_BY(lock);
 };
 
 extern MEM_BIN_TAG_NUMBERS* mem_bin_tag_numbers;

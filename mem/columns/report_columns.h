@@ -40,6 +40,7 @@ inline constexpr MEM_COLUMN current_blocks = {"current_blocks", "Current blocks"
 inline constexpr MEM_COLUMN max_blocks = {"max_blocks", "Max blocks", blocks};
 inline constexpr MEM_COLUMN peak_blocks = {"peak_blocks", "Peak blocks", blocks};
 inline constexpr MEM_COLUMN cumulative_blocks = {"cumulative_blocks", "Cumulative blocks", blocks};
+inline constexpr MEM_COLUMN temporary_blocks = {"temporary_blocks", "Temporary blocks", blocks};
 inline constexpr MEM_COLUMN module = {"module", "Module", text};
 inline constexpr MEM_COLUMN file = {"file", "File", text};
 inline constexpr MEM_COLUMN line_number = {"line", "Line", line};
@@ -97,7 +98,7 @@ inline constexpr MEM_COLUMN of_nodes[] = {{"node", "Node", line},
                                           cumulative,
                                           cumulative_blocks,
                                           requested,
-                                          {"temporary_blocks", "Temporary blocks", blocks}};
+                                          temporary_blocks};
 inline constexpr std::size_t columns_before_figures = 4;  // of the nodes
 inline constexpr MEM_COLUMN of_clock[] = {
     {"sample", "Sample", line}, {"milliseconds", "Milliseconds", line}, {"event", "Event", line}};

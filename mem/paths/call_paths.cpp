@@ -130,7 +130,7 @@ std::uint32_t MEM_CALL_PATHS::find_for_cut_path(std::uint64_t site_pc) {
 
 void MEM_CALL_PATHS::note_site(std::uint32_t account, std::uint32_t site, std::uint64_t site_pc) {
     MEM_PATH_HEADER& header = *memory.region.header;
-    const std::lock_guard<MEM_SPIN_LOCK> guard(site_lock);
+    const MEM_LOCK_SCOPE guard(site_lock);
     for (std::uint32_t next = header.sites.get(); next <= site && memory.reserve_site(next); ++next)
         header.sites.publish(next + 1);
     if (site < header.sites.get()) memory.region.site(site).set(site_pc);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <mutex>
 #include <string>
 
 #include "platform/modules.h"
@@ -39,7 +38,7 @@ std::uint16_t MEM_PATH_LOADS::find(std::uint64_t pc, std::uint16_t generation) {
 }
 
 std::uint16_t MEM_PATH_LOADS::find_checked(std::uint64_t pc, std::uint16_t generation) {
-    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    const MEM_LOCK_SCOPE guard(lock);
     const auto at = std::ranges::find_if(known, [&](const KNOWN& load) {
         return load.generation == generation && pc >= load.image.begin && pc < load.image.end;
     });
@@ -49,7 +48,7 @@ std::uint16_t MEM_PATH_LOADS::find_checked(std::uint64_t pc, std::uint16_t gener
 std::uint16_t MEM_PATH_LOADS::enter(const symbols::LOADED_IMAGE& image, std::uint16_t generation) {
     MEM_PATH_LOAD described{};
     describe(described, image);
-    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    const MEM_LOCK_SCOPE guard(lock);
     const auto at = std::ranges::find_if(known, [&](const KNOWN& load) { return load.image == image; });
     if (at != known.end()) {
         at->generation = generation;
@@ -64,6 +63,6 @@ std::uint16_t MEM_PATH_LOADS::enter(const symbols::LOADED_IMAGE& image, std::uin
 }
 
 symbols::LOADED_IMAGE MEM_PATH_LOADS::image(std::uint16_t number) {
-    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    const MEM_LOCK_SCOPE guard(lock);
     return known[number - 1U].image;
 }

@@ -31,5 +31,5 @@ class MEM_PATH_LOADS {
 
     MEM_PATH_MEMORY& memory;
     MEM_SPIN_LOCK lock;
-    std::vector<KNOWN> known;  // by their numbers, less 1
+    std::vector<KNOWN> known MEM_GUARDED_BY(lock);  // by their numbers, less 1
 };

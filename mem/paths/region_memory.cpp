@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <mutex>
 #include <utility>
 
 #include "platform/kept_stack.h"
@@ -81,7 +80,7 @@ bool MEM_PATH_MEMORY::reserve(PIECE (&pieces)[LAYOUT::most_pieces], MEM_PATH_WOR
     const std::uint32_t at = LINE::piece_of(number);
     if (at >= LAYOUT::most_pieces) return false;
     if (pieces[at].memory != nullptr) return true;
-    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    const MEM_LOCK_SCOPE guard(lock);
     pieces[at] = take(LINE::bytes_of(at));
     if (pieces[at].memory == nullptr) return false;
     publish(at, pieces[at].memory);

@@ -1,6 +1,5 @@
 #include "mem/paths/thread_stack.h"
 
-#include <mutex>
 #include <new>
 
 #include "mem/base/spin_lock.h"
@@ -12,7 +11,7 @@ constinit thread_local MEM_THREAD_STACK* mem_thread_stack_of_this = nullptr;
 namespace {
 
 constinit MEM_SPIN_LOCK free_lock;
-constinit MEM_THREAD_STACK* first_free = nullptr;
+constinit MEM_THREAD_STACK* first_free MEM_GUARDED_BY(free_lock) = nullptr;
 
 // For an exiting thread. Events that it makes even after this take another one.
 void give_back() {
@@ -21,13 +20,13 @@ void give_back() {
     mem_thread_stack_of_this = nullptr;
     stack->frames.forget();
     stack->latest_block = 0;
-    const std::lock_guard<MEM_SPIN_LOCK> guard(free_lock);
+    const MEM_LOCK_SCOPE guard(free_lock);
     stack->next_free = first_free;
     first_free = stack;
 }
 
 MEM_THREAD_STACK* take_free() {
-    const std::lock_guard<MEM_SPIN_LOCK> guard(free_lock);
+    const MEM_LOCK_SCOPE guard(free_lock);
     MEM_THREAD_STACK* stack = first_free;
     if (stack != nullptr) first_free = stack->next_free;
     return stack;
@@ -48,6 +47,6 @@ __attribute__((noinline, cold)) MEM_THREAD_STACK* mem_take_thread_stack() {
 }
 
 // At any moment the list is whole.
-void mem_renew_thread_stacks() {
+void mem_renew_thread_stacks() MEM_LOCKS_UNCHECKED {
     free_lock.unlock();
 }

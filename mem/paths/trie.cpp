@@ -98,7 +98,7 @@ void MEM_PATH_TRIE::add_child(std::uint32_t parent, std::uint32_t number) {
 }
 
 __attribute__((noinline, cold)) std::uint32_t MEM_PATH_TRIE::open_account(std::uint32_t node) {
-    const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
+    const MEM_LOCK_SCOPE guard(lock);
     MEM_PATH_WORD<std::uint32_t>& account = memory.region.node(node).account;
     if (account.get() != 0) return account.get();
     MEM_PATH_WORD<std::uint32_t>& count = memory.region.header->accounts;

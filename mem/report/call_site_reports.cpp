@@ -29,7 +29,7 @@ struct CALL_SITE_ROW {
 // The counters of all records at one moment: events wait while they are copied, and go on while they are
 // sorted and written. The texts never change, so rows point at them; `held` keeps a reset from taking them
 // away.
-std::vector<CALL_SITE_ROW> copy_rows(std::unique_lock<MEM_SPIN_LOCK>& held) {
+std::vector<CALL_SITE_ROW> copy_rows(std::unique_lock<MEM_SPIN_LOCK>& held) MEM_LOCKS_UNCHECKED {
     std::vector<CALL_SITE_ROW> rows;
     const MEM_REPORT_GATE alone;
     held.lock();
@@ -85,7 +85,7 @@ void add(MEMORY_TRACKER_BASE& sum, const MEMORY_TRACKER_BASE& counters) {
 SUBSYSTEMS sum_by_module() {
     SUBSYSTEMS sums;
     const MEM_REPORT_GATE alone;
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_LOCK_SCOPE guard(mem_call_site_lock);
     for (auto& [pc, site] : mem_tbb_call_sites->records()) {
         const auto found = sums.find(std::string_view(site.frame.module));
         add(found != sums.end() ? found->second : sums[site.frame.module], site.counters());

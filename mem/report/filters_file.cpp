@@ -2,7 +2,6 @@
 
 #include <iostream>
 #include <locale>
-#include <mutex>
 
 #include "mem/attribution/call_sites.h"
 #include "mem/report/report_files.h"
@@ -27,7 +26,7 @@ void mem_write_filters_file() {
     }
     out.imbue(std::locale::classic());  // whatever the host has set for all streams
     out << R"("PC","module","function","fileline")" << '\n';
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_LOCK_SCOPE guard(mem_call_site_lock);
     for (const auto& [pc, site] : mem_tbb_call_sites->records())
         if (site.is_filtered) write_row(out, pc, site.frame);
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <iomanip>
 #include <locale>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -35,7 +34,7 @@ struct LEAK {
 
 std::vector<LEAK> leaks_by_size() {
     std::vector<LEAK> leaks;
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_LOCK_SCOPE guard(mem_call_site_lock);
     for (auto& [pc, site] : mem_tbb_call_sites->records()) {
         const MEMORY_TRACKER_BASE now = site.tally.read();
         if (now.current_bytes > 0) leaks.push_back({&site.frame, now.current_bytes, now.current_blocks});

@@ -64,7 +64,7 @@ void mem_shutdown_tbb_tracking() {
     const MEMORY_FOR_REPORTS given_back;
     mem_restore_flushed_peaks();
     mem_write_report_files();
-    mem_disable_tracking(MEM_TRACKING_ALL | MEM_TRACKING_CALL_PATHS | MEM_TRACKING_RESIDENT);
+    mem_disable_tracking(static_cast<MEM_TRACKING_GRANULARITY>(~std::uint32_t{MEM_TRACKING_LEAKS_FAST}));
     mem_reports_due = 0;
 }
 

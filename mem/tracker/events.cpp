@@ -39,7 +39,7 @@ MEM_COLD void record_peak(std::int64_t total, std::uint32_t word) {
         static_cast<long long>(total), static_cast<unsigned long long>(mem_tbb_timeline_index.read()),
         static_cast<long long>(mem_tbb_peak_search.next_shown_after(total)));
     const MEM_GATE_SCOPE alone(*mem_tbb_gate, MEM_CAT);
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_LOCK_SCOPE guard(mem_call_site_lock);
     const MEM_TURNS_HELD at_rest;
     if ((word & MEM_TRACKING_PROFILE_BIN_TAGS) != 0) {
         mem_tbb_bin_table->take_peak();

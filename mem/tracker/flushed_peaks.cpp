@@ -22,7 +22,7 @@ namespace {
 std::mutex flush_mutex;
 
 void keep_peaks_of_call_sites() {
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_LOCK_SCOPE guard(mem_call_site_lock);
     if (mem_tbb_flushed_peaks == nullptr) {
         mem_tbb_flushed_peaks = new std::unordered_map<std::uint64_t, MEM_FLUSHED_PEAK>;
     } else {
@@ -35,7 +35,7 @@ void keep_peaks_of_call_sites() {
 }
 
 bool has_kept_peaks() {
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_LOCK_SCOPE guard(mem_call_site_lock);
     return mem_tbb_flushed_peaks != nullptr;
 }
 
@@ -81,7 +81,7 @@ void mem_restore_flushed_peaks() {
     if (!has_kept_peaks() || mem_tbb_flushed_peak < mem_tbb_peak_search.recorded()) return;
     mem_tbb_bin_table->restore_peak();
     mem_tbb_tag_table->restore_peak();
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_LOCK_SCOPE guard(mem_call_site_lock);
     for (auto& [pc, site] : mem_tbb_call_sites->records()) {
         const auto kept = mem_tbb_flushed_peaks->find(pc);
         const MEM_FLUSHED_PEAK peak =

@@ -1,7 +1,6 @@
 #include "mem/tracker/resident_sampling.h"
 
 #include <algorithm>
-#include <mutex>
 
 #include "mem/attribution/call_sites.h"
 #include "mem/base/gate.h"
@@ -17,7 +16,7 @@ constinit std::atomic<std::int64_t> mem_tbb_announced_bytes{0};
 namespace {
 
 std::int64_t add_up_rounding() {
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_call_site_lock);
+    const MEM_LOCK_SCOPE guard(mem_call_site_lock);
     double sum = 0;
     for (auto& [pc, site] : mem_tbb_call_sites->records()) {
         const MEMORY_TRACKER_BASE counters = site.counters();

@@ -1,5 +1,4 @@
 // The switch of the tracking word: the hooks are attached exactly while it holds a bit.
-#include <mutex>
 
 #include "mem/base/scarcity.h"
 #include "mem/base/spin_lock.h"
@@ -18,7 +17,7 @@ void change_word(CHANGE change) {
     // Without tables nothing may be tracked any more. The lock of a forked child may be held for ever, so the
     // question comes before it too.
     if (mem_tbb_tracker_has_ended()) return;
-    const std::lock_guard<MEM_SPIN_LOCK> guard(mem_tracking_word_lock);
+    const MEM_LOCK_SCOPE guard(mem_tracking_word_lock);
     if (mem_tbb_tracker_has_ended()) return;
     const std::uint32_t before = mem_tracking_word;
     const std::uint32_t after = change(before);

@@ -109,6 +109,7 @@ class Storm : public TrackedEvents {
     }
     static SUMS current_and_ever_of_call_sites() {
         SUMS sums;
+        const MEM_LOCK_SCOPE guard(mem_call_site_lock);
         for (auto& [pc, site] : mem_tbb_call_sites->records())
             sums = {sums.first + site.counters().current_bytes,
                     sums.second + site.counters().cumulative_bytes};
@@ -121,6 +122,7 @@ class Storm : public TrackedEvents {
     }
     static std::int64_t peaks_of_call_sites() {
         std::int64_t sum = 0;
+        const MEM_LOCK_SCOPE guard(mem_call_site_lock);
         for (auto& [pc, site] : mem_tbb_call_sites->records()) sum += site.peak_bytes;
         return sum;
     }

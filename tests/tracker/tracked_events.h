@@ -73,6 +73,7 @@ class TrackedEvents : public testing::Test {
     // Bytes and blocks at the peak, of the call site with that number.
     static std::pair<std::int64_t, std::int32_t> peak_at(int number) {
         const std::string name = "allocate_at<" + std::to_string(number) + ">";
+        const MEM_LOCK_SCOPE guard(mem_call_site_lock);
         for (const auto& [pc, site] : mem_tbb_call_sites->records())
             if (std::string(site.frame.function).find(name) != std::string::npos)
                 return {site.peak_bytes, site.peak_blocks};

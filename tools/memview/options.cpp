@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "mem/columns/report_columns.h"
 #include "tools/memview/units.h"
 
 namespace memview {
@@ -69,11 +70,19 @@ void add_measure(CLI::App& command, Options& options, const char* text) {
         ->type_name("COLUMN");
 }
 
+// The figures of call sites, what paths have beside them, and the name.
+std::vector<std::string> sort_keys() {
+    std::vector<std::string> keys;
+    for (const MEM_COLUMN& column : mem_report::call_sites.columns)
+        if (column.unit == MEM_COLUMN_UNIT::bytes || column.unit == MEM_COLUMN_UNIT::blocks)
+            keys.emplace_back(column.key);
+    keys.insert(keys.end(), {mem_column::temporary_blocks.key, "name"});
+    return keys;
+}
+
 void add_selection(CLI::App& command, Options& options) {
     command.add_option("--sort", options.sort, std::string("Sort by this figure, or \"name\""))
-        ->check(
-            CLI::IsMember({"peak", "max", "current", "cumulative", "requested", "mismatched", "peak_blocks",
-                           "current_blocks", "cumulative_blocks", "temporary_blocks", "name"}))
+        ->check(CLI::IsMember(sort_keys()))
         ->capture_default_str()
         ->type_name("COLUMN");
     add_top(command, options);
