@@ -1,6 +1,7 @@
 #include "platform/unwind/call_frame.h"
 
 #include <dlfcn.h>
+#include <dwarf.h>
 #include <link.h>
 
 namespace unwind {
@@ -8,8 +9,7 @@ namespace unwind {
 namespace {
 
 // The header of the search table, as linkers write it: a table of pairs of 32-bit offsets from the header.
-constexpr std::uint8_t TABLE_OF_OFFSETS = 0x3b;
-constexpr std::uint8_t OMITTED = 0xff;
+constexpr std::uint8_t TABLE_OF_OFFSETS = DW_EH_PE_datarel | DW_EH_PE_sdata4;
 
 struct TABLE_ROW {
     std::int32_t function;
@@ -36,7 +36,7 @@ bool open_search_table(const dl_find_object& module, SEARCH_TABLE* table) {
     const auto frame_encoding = reader.read<std::uint8_t>();
     const auto count_encoding = reader.read<std::uint8_t>();
     const auto table_encoding = reader.read<std::uint8_t>();
-    if (version != 1 || count_encoding == OMITTED || table_encoding != TABLE_OF_OFFSETS) return false;
+    if (version != 1 || count_encoding == DW_EH_PE_omit || table_encoding != TABLE_OF_OFFSETS) return false;
     reader.read_encoded_number(frame_encoding);
     table->header = header;
     table->count = reader.read_encoded_number(count_encoding);

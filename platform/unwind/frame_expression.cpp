@@ -1,5 +1,7 @@
 #include "platform/unwind/frame_expression.h"
 
+#include <dwarf.h>
+
 #include "platform/unwind/frame_row.h"
 
 namespace unwind {
@@ -8,40 +10,6 @@ namespace {
 
 using BASE = EXPRESSION_VALUE::BASE;
 using RESULT = std::optional<EXPRESSION_VALUE>;
-
-enum OPERATION : std::uint8_t {
-    DEREFERENCE = 0x06,
-    CONSTANT_1_UNSIGNED = 0x08,
-    CONSTANT_1_SIGNED = 0x09,
-    CONSTANT_2_UNSIGNED = 0x0a,
-    CONSTANT_2_SIGNED = 0x0b,
-    CONSTANT_4_UNSIGNED = 0x0c,
-    CONSTANT_4_SIGNED = 0x0d,
-    CONSTANT_8_UNSIGNED = 0x0e,
-    CONSTANT_8_SIGNED = 0x0f,
-    CONSTANT_UNSIGNED = 0x10,
-    CONSTANT_SIGNED = 0x11,
-    DUPLICATE = 0x12,
-    DROP = 0x13,
-    SWAP = 0x16,
-    AND = 0x1a,
-    MINUS = 0x1c,
-    OR = 0x21,
-    PLUS = 0x22,
-    PLUS_CONSTANT = 0x23,
-    SHIFT_LEFT = 0x24,
-    SHIFT_RIGHT = 0x25,
-    EQUAL = 0x29,
-    GREATER_OR_EQUAL = 0x2a,
-    GREATER = 0x2b,
-    LESS_OR_EQUAL = 0x2c,
-    LESS = 0x2d,
-    NOT_EQUAL = 0x2e,
-    LITERAL_0 = 0x30,
-    LITERAL_31 = 0x4f,
-    REGISTER_0 = 0x70,
-    REGISTER_31 = 0x8f
-};
 
 EXPRESSION_VALUE number(std::int64_t value) {
     return {BASE::number, 0, value};
@@ -57,25 +25,25 @@ RESULT on_numbers(std::uint8_t operation, std::int64_t left, std::int64_t right)
     const auto bits = static_cast<std::uint64_t>(left);
     const auto shift = static_cast<std::uint64_t>(right);
     switch (operation) {
-        case AND:
+        case DW_OP_and:
             return number(left & right);
-        case OR:
+        case DW_OP_or:
             return number(left | right);
-        case SHIFT_LEFT:
+        case DW_OP_shl:
             return number(shift < 64 ? static_cast<std::int64_t>(bits << shift) : 0);
-        case SHIFT_RIGHT:
+        case DW_OP_shr:
             return number(shift < 64 ? static_cast<std::int64_t>(bits >> shift) : 0);
-        case EQUAL:
+        case DW_OP_eq:
             return number(left == right);
-        case GREATER_OR_EQUAL:
+        case DW_OP_ge:
             return number(left >= right);
-        case GREATER:
+        case DW_OP_gt:
             return number(left > right);
-        case LESS_OR_EQUAL:
+        case DW_OP_le:
             return number(left <= right);
-        case LESS:
+        case DW_OP_lt:
             return number(left < right);
-        case NOT_EQUAL:
+        case DW_OP_ne:
             return number(left != right);
         default:
             return std::nullopt;
@@ -83,9 +51,9 @@ RESULT on_numbers(std::uint8_t operation, std::int64_t left, std::int64_t right)
 }
 
 RESULT on_two(std::uint8_t operation, const EXPRESSION_VALUE& left, const EXPRESSION_VALUE& right) {
-    if (operation == PLUS && right.is_number()) return plus(left, right.number);
-    if (operation == PLUS && left.is_number()) return plus(right, left.number);
-    if (operation == MINUS && right.is_number()) return plus(plus(left, ~right.number), 1);
+    if (operation == DW_OP_plus && right.is_number()) return plus(left, right.number);
+    if (operation == DW_OP_plus && left.is_number()) return plus(right, left.number);
+    if (operation == DW_OP_minus && right.is_number()) return plus(plus(left, ~right.number), 1);
     if (left.is_number() && right.is_number()) return on_numbers(operation, left.number, right.number);
     return std::nullopt;
 }
@@ -106,15 +74,15 @@ class EXPRESSION_MACHINE {
     static constexpr int DEEPEST = 16;
 
     bool execute(std::uint8_t operation) {
-        if (operation >= LITERAL_0 && operation <= LITERAL_31) return push(number(operation - LITERAL_0));
-        if (operation >= REGISTER_0 && operation <= REGISTER_31) {
-            const RESULT value = source_->read_register(operation - REGISTER_0);
+        if (operation >= DW_OP_lit0 && operation <= DW_OP_lit31) return push(number(operation - DW_OP_lit0));
+        if (operation >= DW_OP_breg0 && operation <= DW_OP_breg31) {
+            const RESULT value = source_->read_register(operation - DW_OP_breg0);
             return value && push(plus(*value, reader_.read_sleb()));
         }
-        if (operation >= CONSTANT_1_UNSIGNED && operation <= CONSTANT_SIGNED) {
+        if (operation >= DW_OP_const1u && operation <= DW_OP_consts) {
             return push(number(read_constant(operation)));
         }
-        if (operation <= PLUS_CONSTANT && rearrange(operation)) return true;
+        if (operation <= DW_OP_plus_uconst && rearrange(operation)) return true;
         const RESULT right = pop();
         const RESULT left = pop();
         return left && right && push(on_two(operation, *left, *right));
@@ -122,21 +90,21 @@ class EXPRESSION_MACHINE {
 
     std::int64_t read_constant(std::uint8_t operation) {
         switch (operation) {
-            case CONSTANT_1_UNSIGNED:
+            case DW_OP_const1u:
                 return reader_.read<std::uint8_t>();
-            case CONSTANT_1_SIGNED:
+            case DW_OP_const1s:
                 return reader_.read<std::int8_t>();
-            case CONSTANT_2_UNSIGNED:
+            case DW_OP_const2u:
                 return reader_.read<std::uint16_t>();
-            case CONSTANT_2_SIGNED:
+            case DW_OP_const2s:
                 return reader_.read<std::int16_t>();
-            case CONSTANT_4_UNSIGNED:
+            case DW_OP_const4u:
                 return reader_.read<std::uint32_t>();
-            case CONSTANT_4_SIGNED:
+            case DW_OP_const4s:
                 return reader_.read<std::int32_t>();
-            case CONSTANT_UNSIGNED:
+            case DW_OP_constu:
                 return static_cast<std::int64_t>(reader_.read_uleb());
-            case CONSTANT_SIGNED:
+            case DW_OP_consts:
                 return reader_.read_sleb();
             default:
                 return reader_.read<std::int64_t>();
@@ -148,19 +116,19 @@ class EXPRESSION_MACHINE {
         if (depth_ == 0) return false;
         EXPRESSION_VALUE& top = stack_[depth_ - 1];
         switch (operation) {
-            case DUPLICATE:
+            case DW_OP_dup:
                 return push(EXPRESSION_VALUE(top));
-            case DROP:
+            case DW_OP_drop:
                 --depth_;
                 return true;
-            case SWAP:
+            case DW_OP_swap:
                 if (depth_ < 2) return false;
                 std::swap(top, stack_[depth_ - 2]);
                 return true;
-            case PLUS_CONSTANT:
+            case DW_OP_plus_uconst:
                 top = plus(top, static_cast<std::int64_t>(reader_.read_uleb()));
                 return true;
-            case DEREFERENCE: {
+            case DW_OP_deref: {
                 const RESULT value = source_->dereference(top);
                 if (value) top = *value;
                 return value.has_value();

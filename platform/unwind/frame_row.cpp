@@ -1,39 +1,12 @@
 #include "platform/unwind/frame_row.h"
 
+#include <dwarf.h>
+
 namespace unwind {
 
 namespace {
 
-enum OPERATION : std::uint8_t {
-    NOP = 0x00,
-    SET_LOCATION = 0x01,
-    ADVANCE_1 = 0x02,
-    ADVANCE_2 = 0x03,
-    ADVANCE_4 = 0x04,
-    OFFSET_EXTENDED = 0x05,
-    RESTORE_EXTENDED = 0x06,
-    UNDEFINED = 0x07,
-    SAME_VALUE = 0x08,
-    IN_REGISTER = 0x09,
-    REMEMBER_STATE = 0x0a,
-    RESTORE_STATE = 0x0b,
-    DEFINE_CFA = 0x0c,
-    DEFINE_CFA_REGISTER = 0x0d,
-    DEFINE_CFA_OFFSET = 0x0e,
-    DEFINE_CFA_EXPRESSION = 0x0f,
-    EXPRESSION = 0x10,
-    OFFSET_EXTENDED_SIGNED = 0x11,
-    DEFINE_CFA_SIGNED = 0x12,
-    DEFINE_CFA_OFFSET_SIGNED = 0x13,
-    VALUE_OFFSET = 0x14,
-    VALUE_OFFSET_SIGNED = 0x15,
-    VALUE_EXPRESSION = 0x16,
-    ARGUMENTS_SIZE = 0x2e,
-    // These hold an operand in their low six bits.
-    ADVANCE = 0x40,
-    OFFSET = 0x80,
-    RESTORE = 0xc0
-};
+// Of an instruction that holds its operand in its lower bits.
 constexpr std::uint8_t OPERAND_MASK = 0x3f;
 
 class FRAME_PROGRAM {
@@ -62,11 +35,11 @@ class FRAME_PROGRAM {
         const auto operation = reader->read<std::uint8_t>();
         const std::uint8_t operand = operation & OPERAND_MASK;
         switch (operation & ~OPERAND_MASK) {
-            case ADVANCE:
+            case DW_CFA_advance_loc:
                 return advance(operand);
-            case OFFSET:
+            case DW_CFA_offset:
                 return set(operand, RECOVERY::saved_at_offset, scaled(reader->read_uleb()));
-            case RESTORE:
+            case DW_CFA_restore:
                 return restore(operand);
             default:
                 return move(operation, reader) || define_cfa(operation, reader) || recover(operation, reader);
@@ -76,19 +49,19 @@ class FRAME_PROGRAM {
     // Operations on the place in the function and on whole rows, and those that mean nothing here.
     bool move(std::uint8_t operation, DWARF_READER* reader) {
         switch (operation) {
-            case NOP:
+            case DW_CFA_nop:
                 return true;
-            case ARGUMENTS_SIZE:
+            case DW_CFA_GNU_args_size:
                 reader->read_uleb();
                 return true;
-            case SET_LOCATION:
+            case DW_CFA_set_loc:
                 location_ = reader->read_encoded(frame_.address_encoding);
                 return true;
-            case ADVANCE_1:
+            case DW_CFA_advance_loc1:
                 return advance(reader->read<std::uint8_t>());
-            case ADVANCE_2:
+            case DW_CFA_advance_loc2:
                 return advance(reader->read<std::uint16_t>());
-            case ADVANCE_4:
+            case DW_CFA_advance_loc4:
                 return advance(reader->read<std::uint32_t>());
             default:
                 return false;
@@ -97,21 +70,21 @@ class FRAME_PROGRAM {
 
     bool define_cfa(std::uint8_t operation, DWARF_READER* reader) {
         switch (operation) {
-            case DEFINE_CFA: {
+            case DW_CFA_def_cfa: {
                 const std::uint64_t number = reader->read_uleb();
                 return set_cfa(number, static_cast<std::int64_t>(reader->read_uleb()));
             }
-            case DEFINE_CFA_SIGNED: {
+            case DW_CFA_def_cfa_sf: {
                 const std::uint64_t number = reader->read_uleb();
                 return set_cfa(number, scaled(reader->read_sleb()));
             }
-            case DEFINE_CFA_REGISTER:
+            case DW_CFA_def_cfa_register:
                 return set_cfa(reader->read_uleb(), row_.cfa_offset);
-            case DEFINE_CFA_OFFSET:
+            case DW_CFA_def_cfa_offset:
                 return set_cfa(row_.cfa_register, static_cast<std::int64_t>(reader->read_uleb()));
-            case DEFINE_CFA_OFFSET_SIGNED:
+            case DW_CFA_def_cfa_offset_sf:
                 return set_cfa(row_.cfa_register, scaled(reader->read_sleb()));
-            case DEFINE_CFA_EXPRESSION:
+            case DW_CFA_def_cfa_expression:
                 row_.cfa_expression = reader->read_block();
                 return true;
             default:
@@ -120,29 +93,29 @@ class FRAME_PROGRAM {
     }
 
     bool recover(std::uint8_t operation, DWARF_READER* reader) {
-        if (operation == REMEMBER_STATE) return remember_state();
-        if (operation == RESTORE_STATE) return restore_state();
+        if (operation == DW_CFA_remember_state) return remember_state();
+        if (operation == DW_CFA_restore_state) return restore_state();
         const std::uint64_t number = reader->read_uleb();
         switch (operation) {
-            case RESTORE_EXTENDED:
+            case DW_CFA_restore_extended:
                 return restore(number);
-            case UNDEFINED:
+            case DW_CFA_undefined:
                 return set(number, RECOVERY::undefined, 0);
-            case SAME_VALUE:
+            case DW_CFA_same_value:
                 return set(number, RECOVERY::unchanged, 0);
-            case IN_REGISTER:
+            case DW_CFA_register:
                 return set(number, RECOVERY::in_register, static_cast<std::int64_t>(reader->read_uleb()));
-            case OFFSET_EXTENDED:
+            case DW_CFA_offset_extended:
                 return set(number, RECOVERY::saved_at_offset, scaled(reader->read_uleb()));
-            case OFFSET_EXTENDED_SIGNED:
+            case DW_CFA_offset_extended_sf:
                 return set(number, RECOVERY::saved_at_offset, scaled(reader->read_sleb()));
-            case VALUE_OFFSET:
+            case DW_CFA_val_offset:
                 return set(number, RECOVERY::is_offset, scaled(reader->read_uleb()));
-            case VALUE_OFFSET_SIGNED:
+            case DW_CFA_val_offset_sf:
                 return set(number, RECOVERY::is_offset, scaled(reader->read_sleb()));
-            case EXPRESSION:
+            case DW_CFA_expression:
                 return set_expression(number, RECOVERY::saved_at_expression, reader);
-            case VALUE_EXPRESSION:
+            case DW_CFA_val_expression:
                 return set_expression(number, RECOVERY::is_expression, reader);
             default:
                 return false;
