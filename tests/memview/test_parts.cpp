@@ -39,6 +39,13 @@ TEST(Units, TextThatFitsATerminal) {
     EXPECT_EQ(shortened("abcdef", 4), "abc…");
     EXPECT_EQ(shortened("äöüß", 4), "äöüß");
     EXPECT_EQ(shortened("äöüßx", 3), "äö…");
+    // Two columns each, and an accent that takes none.
+    EXPECT_EQ(shortened("型の名", 6), "型の名");
+    EXPECT_EQ(shortened("型の名", 5), "型の…");
+    EXPECT_EQ(shortened("型の名", 4), "型…");
+    EXPECT_EQ(shortened("e\u0301e\u0301", 2), "e\u0301e\u0301");
+    EXPECT_EQ(shortened("\xff\xffxyz", 4), "\xff\xffx…");
+    EXPECT_EQ(shortened_path("/名前/長い.cpp", 9), "…長い.cpp");
     EXPECT_EQ(shortened_path("/home/user/project/file.cpp", 14), "…/file.cpp");
     EXPECT_EQ(shortened_path("/averyveryverylongname.cpp", 10), "…gname.cpp");
     EXPECT_EQ(harmless("a\033[31m\nb\xc2\x9b\x63\xc3\xa4"), "a?[31m?b??c\xc3\xa4");

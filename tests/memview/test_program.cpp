@@ -322,8 +322,11 @@ TEST_F(Program, DiffComparesPaths) {
 
 // No row is wider than the terminal, however narrow it is and however long the names are.
 TEST_F(Program, RowsFitTheTerminal) {
-    m_scratch.write("r/" + FILELINE, sites(site(1, 1024, "a::" + std::string(300, 'x') + "()") +
-                                           site(2, 5, "std::vector<int, std::allocator<int> >::f()")));
+    std::string wide = "a::";
+    for (int i = 0; i < 150; ++i) wide += "名";
+    m_scratch.write("r/" + FILELINE,
+                    sites(site(1, 1024, "a::" + std::string(300, 'x') + "()") + site(3, 1024, wide + "()") +
+                          site(2, 5, "std::vector<int, std::allocator<int> >::f()")));
     m_scratch.write("r/mem_tbb_call_paths.a.log", paths());
     m_scratch.write("b/" + FILELINE, sites(site(1, 2000, "a::" + std::string(300, 'x') + "()")));
     for (const char* columns : {"20", "60", "100", "200"}) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 
+#include "tools/common/display_text.h"
 #include "tools/common/harmless.h"
 #include "tools/common/readable_names.h"
 #include "tools/common/shell_word.h"
@@ -24,7 +25,8 @@ constexpr std::size_t widest_function = 60;
 constexpr std::size_t widest_place = 40;
 constexpr std::size_t widest_text = 200;
 constexpr std::size_t least_width = 40;
-constexpr std::size_t least_names = 20;  // for place and function together
+constexpr std::size_t least_names = 20;   // for place and function together
+constexpr std::size_t widest_bytes = 10;  // of "1023.9 KiB"
 
 class Lines {
   public:
@@ -89,8 +91,8 @@ void add_peak(Lines& lines, const Figures& figures, const std::vector<ProcessNot
 
 std::string shortened_function(const std::string& whole, std::size_t most) {
     std::string function = readable::name(whole);
-    if (function.size() <= most) return function;
-    return function.substr(0, most - 3) + "...";
+    if (display::width(function) <= most) return function;
+    return function.substr(0, display::bytes_within(function, most - 3)) + "...";
 }
 
 // Columns that standard error has for what stands behind the label; many when it is no terminal.
@@ -102,8 +104,8 @@ std::size_t room_for_text() {
 
 // The end of a path says more than its beginning.
 std::string shortened_place(const std::string& place, std::size_t most) {
-    if (place.size() <= most) return place;
-    const std::size_t tail = place.size() - most + 3;
+    if (display::width(place) <= most) return place;
+    const std::size_t tail = display::bytes_before_last(place, most - 3);
     const std::size_t slash = place.find('/', tail);
     return "..." + place.substr(slash == std::string::npos ? tail : slash);
 }
@@ -125,14 +127,16 @@ void add_sites(Lines& lines, const Figures& figures) {
     for (const CallSite& site : sites) width = std::max(width, blocks_text(site.bytes, site.blocks).size());
     std::string label = figures.has_peak ? "top at peak" : "top";
     const std::size_t room = room_for_text();
+    const bool has_room = room >= width + least_names;
+    if (!has_room) width = widest_bytes;
     for (const CallSite& site : sites) {
-        std::string sizes = blocks_text(site.bytes, site.blocks);
+        std::string sizes = has_room ? blocks_text(site.bytes, site.blocks) : bytes_text(site.bytes);
         sizes.resize(width + 2, ' ');
-        const std::size_t left = std::max(room, sizes.size() + least_names) - sizes.size();
+        const std::size_t left = room - sizes.size();
         const std::string place = shortened_place(site.place, std::min(widest_place, left / 2)) + "  ";
-        lines.add(label,
-                  sizes + place +
-                      shortened_function(site.function, std::min(widest_function, left - place.size())));
+        lines.add(label, sizes + place +
+                             shortened_function(site.function,
+                                                std::min(widest_function, left - display::width(place))));
         label.clear();
     }
 }

@@ -1,7 +1,5 @@
 #include "tools/memview/units.h"
 
-#include "tools/common/harmless.h"
-
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -10,27 +8,14 @@
 #include <cmath>
 #include <cstdio>
 
+#include "tools/common/display_text.h"
+#include "tools/common/harmless.h"
 #include "tools/reports/model.h"
 
 namespace memview {
 namespace {
 
 constexpr std::array<const char*, 7> BYTE_UNITS = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-
-bool is_continuation(char c) {
-    return (static_cast<unsigned char>(c) & 0xc0) == 0x80;
-}
-
-// Where the character number `count` begins.
-std::size_t offset_of(std::string_view text, std::size_t count) {
-    std::size_t at = 0;
-    while (at < text.size() && (count > 0 || is_continuation(text[at]))) {
-        if (!is_continuation(text[at])) --count;
-        ++at;
-    }
-    while (at < text.size() && is_continuation(text[at])) ++at;
-    return at;
-}
 
 double unit_factor(std::string_view unit) {
     if (unit.empty() || unit == "B") return 1;
@@ -130,20 +115,18 @@ std::string sparkline(const std::vector<std::int64_t>& course, std::size_t width
 }
 
 std::size_t display_width(std::string_view text) {
-    return static_cast<std::size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return !is_continuation(c); }));
+    return display::width(text);
 }
 
 std::string shortened(const std::string& text, std::size_t width) {
     if (display_width(text) <= width || width == 0) return text;
-    return text.substr(0, offset_of(text, width - 1)) + "…";
+    return text.substr(0, display::bytes_within(text, width - 1)) + "…";
 }
 
 // Whole folders are dropped from the front, then characters.
 std::string shortened_path(const std::string& path, std::size_t width) {
-    const std::size_t size = display_width(path);
-    if (size <= width || width == 0) return path;
-    const std::size_t tail = offset_of(path, size - (width - 1));
+    if (display_width(path) <= width || width == 0) return path;
+    const std::size_t tail = display::bytes_before_last(path, width - 1);
     const std::size_t slash = path.find('/', tail);
     return "…" + path.substr(slash == std::string::npos ? tail : slash);
 }

@@ -35,7 +35,7 @@ std::string sparkline(const std::vector<std::int64_t>& course, std::size_t width
 // Shortened to `width` columns of the terminal. A path keeps its end, other text its start.
 std::string shortened(const std::string& text, std::size_t width);
 std::string shortened_path(const std::string& path, std::size_t width);
-// Columns that a text takes, every character being one wide.
+// Columns that a text takes.
 std::size_t display_width(std::string_view text);
 // Text from a report with nothing in it that a terminal would obey.
 std::string harmless(std::string_view text);
