@@ -16,7 +16,7 @@
 #define MEM_LEADS_TO_GUARDED_BY(lock) MEM_ANNOTATION(pt_guarded_by(lock))
 // Of a function: it takes the lock, gives it back, or is called with it.
 #define MEM_TAKES(...) MEM_ANNOTATION(acquire_capability(__VA_ARGS__))
-#define MEM_TAKES_IF(result, ...) MEM_ANNOTATION(try_acquire_capability(result, ##__VA_ARGS__))
+#define MEM_TAKES_IF(result) MEM_ANNOTATION(try_acquire_capability(result))
 #define MEM_GIVES_BACK(...) MEM_ANNOTATION(release_capability(__VA_ARGS__))
 #define MEM_CALLED_WITH(...) MEM_ANNOTATION(requires_capability(__VA_ARGS__))
 #define MEM_TAKES_SHARED(...) MEM_ANNOTATION(acquire_shared_capability(__VA_ARGS__))
