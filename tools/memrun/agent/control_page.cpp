@@ -15,10 +15,10 @@
 #include "ktl_mem/running_reports.h"
 #include "ktl_mem/tracking.h"
 #include "platform/kept_errno.h"
+#include "platform/mapped_memory.h"
 #include "tools/memrun/agent/guarded_code.h"
 #include "tools/memrun/agent/note.h"
 #include "tools/memrun/contract.h"
-#include "tools/memrun/link/shared_memory.h"
 
 namespace memrun::agent {
 
@@ -164,7 +164,7 @@ void fulfil(bool (*is_inside)()) {
 constinit ControlPage control_page{};
 
 int share_control_page(const Orders& orders) {
-    const int fd = link::make_shared_memory("ktl_mem control", control::page_bytes);
+    const int fd = make_shared_memory("ktl_mem control", control::page_bytes);
     if (fd < 0) return -1;
     if (!map_in_place(fd, MAP_SHARED)) {
         close(fd);

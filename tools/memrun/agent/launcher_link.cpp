@@ -5,12 +5,12 @@
 #include <cstdio>
 
 #include "mem/paths/shared_region.h"
+#include "platform/mapped_memory.h"
 #include "platform/symbols/asked_names.h"
 #include "tools/memrun/agent/control_page.h"
 #include "tools/memrun/agent/note.h"
 #include "tools/memrun/contract.h"
 #include "tools/memrun/link/client.h"
-#include "tools/memrun/link/shared_memory.h"
 
 namespace memrun::agent {
 
@@ -20,15 +20,15 @@ symbols::NAME_CHANNEL* channel = nullptr;
 
 void share_names(link::Greeting& mine) {
     if (channel != nullptr) munmap(channel, sizeof *channel);  // the parent's
-    const int fd = link::make_shared_memory("ktl_mem_names", sizeof *channel);
-    channel = static_cast<symbols::NAME_CHANNEL*>(link::map_shared_memory(fd, sizeof *channel));
+    const int fd = make_shared_memory("ktl_mem_names", sizeof *channel);
+    channel = static_cast<symbols::NAME_CHANNEL*>(map_shared_memory(fd, sizeof *channel));
     if (channel != nullptr) channel->mark = symbols::name_channel_mark;
     mine.add(link::ShareKind::names, fd);
 }
 
 void take_shares(const link::Greeting& answer) {
     auto* bell = static_cast<symbols::NAME_BELL*>(
-        link::map_shared_memory(answer.find(link::ShareKind::names_bell), sizeof(symbols::NAME_BELL)));
+        map_shared_memory(answer.find(link::ShareKind::names_bell), sizeof(symbols::NAME_BELL)));
     if (channel != nullptr && bell != nullptr) symbols::use_name_channel(channel, bell);
 }
 

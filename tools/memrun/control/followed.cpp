@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <ctime>
 
-#include "tools/memrun/link/shared_memory.h"
+#include "platform/mapped_memory.h"
 
 namespace memrun::control {
 
@@ -15,7 +15,7 @@ namespace {
 
 Page* map_page(int fd) {
     if (fd < 0) return nullptr;
-    void* memory = link::map_shared_memory(fd, page_bytes);
+    void* memory = map_shared_memory(fd, page_bytes);
     if (memory == nullptr) return nullptr;
     auto* const page = static_cast<Page*>(memory);
     if (page->magic == page_magic && page->version == page_version) return page;

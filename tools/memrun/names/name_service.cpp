@@ -14,8 +14,8 @@
 #include <new>
 #include <utility>
 
+#include "platform/mapped_memory.h"
 #include "platform/symbols/asked_names.h"
-#include "tools/memrun/link/shared_memory.h"
 
 namespace memrun::names {
 
@@ -37,11 +37,10 @@ void close_and_forget(int& fd) {
 }  // namespace
 
 NameService::NameService(link::EventLoop& loop, std::string cache_folder, bool fetches)
-    : loop_(loop), bell_fd_(link::make_shared_memory("ktl_mem_bell", sizeof(symbols::NAME_BELL))) {
+    : loop_(loop), bell_fd_(make_shared_memory("ktl_mem_bell", sizeof(symbols::NAME_BELL))) {
     seat_.cache_folder = std::move(cache_folder);
     seat_.fetches = fetches;
-    seat_.bell =
-        static_cast<symbols::NAME_BELL*>(link::map_shared_memory(bell_fd_, sizeof(symbols::NAME_BELL)));
+    seat_.bell = static_cast<symbols::NAME_BELL*>(map_shared_memory(bell_fd_, sizeof(symbols::NAME_BELL)));
     void* work = anonymous_memory(sizeof(WorkTable));
     if (work != nullptr) seat_.work = new (work) WorkTable;
     if (seat_.bell != nullptr) seat_.bell->mark = symbols::name_channel_mark;
@@ -76,9 +75,9 @@ void NameService::on_departure(const link::Guest& guest) {
 void NameService::serve_launcher() {
     const std::lock_guard guard(mutex_);
     if (own_channel_ >= 0 || seat_.bell == nullptr || seat_.work == nullptr || is_finished_) return;
-    own_channel_ = link::make_shared_memory("ktl_mem_names", sizeof(symbols::NAME_CHANNEL));
-    auto* const channel = static_cast<symbols::NAME_CHANNEL*>(
-        link::map_shared_memory(own_channel_, sizeof(symbols::NAME_CHANNEL)));
+    own_channel_ = make_shared_memory("ktl_mem_names", sizeof(symbols::NAME_CHANNEL));
+    auto* const channel =
+        static_cast<symbols::NAME_CHANNEL*>(map_shared_memory(own_channel_, sizeof(symbols::NAME_CHANNEL)));
     if (channel == nullptr) return;
     channel->mark = symbols::name_channel_mark;
     channels_[getpid()] = own_channel_;

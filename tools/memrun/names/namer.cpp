@@ -15,9 +15,9 @@
 #include <memory>
 #include <optional>
 
+#include "platform/mapped_memory.h"
 #include "platform/symbols/file_helpers.h"
 #include "tools/memrun/link/message.h"
-#include "tools/memrun/link/shared_memory.h"
 #include "tools/memrun/names/debug_server.h"
 #include "tools/memrun/names/module_names.h"
 
@@ -120,7 +120,7 @@ bool Namer::hear_launcher() {
         const int fd = greeting.find(link::ShareKind::names);
         channels_.erase(greeting.pid);
         if (fd >= 0) {
-            auto* channel = static_cast<NAME_CHANNEL*>(link::map_shared_memory(fd, sizeof(NAME_CHANNEL)));
+            auto* channel = static_cast<NAME_CHANNEL*>(map_shared_memory(fd, sizeof(NAME_CHANNEL)));
             if (channel != nullptr) channels_[greeting.pid] = MappedChannel(channel);
         }
         link::close_shares(greeting);
