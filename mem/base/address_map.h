@@ -30,7 +30,7 @@
 #include "mem/base/spin_lock.h"
 #include "mem/base/turns.h"
 
-template <class SOURCE, unsigned PART_BITS = 10>
+template <class SOURCE, unsigned PART_BITS = 12>
 class MEM_ADDRESS_MAP {
   public:
     explicit MEM_ADDRESS_MAP(SOURCE array_source) : source(std::move(array_source)) {}
@@ -141,14 +141,14 @@ class MEM_ADDRESS_MAP {
     static constexpr std::uint32_t part_count = 1U << PART_BITS;
     using ARRAY = MEM_ADDRESS_BUCKETS;
     using BUCKET = MEM_ADDRESS_BUCKET;
-    static constexpr std::uint32_t first_buckets = 4;
+    static constexpr std::uint32_t first_buckets = 2;
     static constexpr std::uint32_t page_buckets = 64;
 
-    // An address without its lowest 3 bits is a neighbourhood of a kilobyte and a place in it. The
+    // An address without its lowest 3 bits is a neighbourhood of four kilobytes and a place in it. The
     // neighbourhood is mixed; part of that chooses the part. Blocks that lie close together share a part:
     // allocators hand them to one thread, and most are freed by the thread that allocated them, so that the
     // lines of a part seldom change processors.
-    static constexpr unsigned alignment_bits = 3, place_bits = 7, address_bits = 47;
+    static constexpr unsigned alignment_bits = 3, place_bits = 9, address_bits = 47;
     static constexpr unsigned neighbourhood_bits = address_bits - alignment_bits - place_bits;
     static constexpr unsigned most_key_bits = 32 + BUCKET::high_bits;
     static constexpr unsigned key_bits = address_bits - alignment_bits - PART_BITS;

@@ -86,15 +86,15 @@ TEST(AddressMap, AgreesWithAModelOverManyChanges) {
 TEST(AddressMap, WithoutMemoryItFillsItsLastSlotsAndThenRefusesEntries) {
     MAP map{COUNTING_SOURCE{.limit = std::size_t{16} * 64}};
     MEM_TURN turn;
-    constexpr std::uint64_t last = std::uint64_t{16} * 500;
+    constexpr std::uint64_t stride = 4112, last = stride * 500;  // in as many neighbourhoods
     std::size_t stored = 0;
-    for (std::uint64_t address = 16; address <= last; address += 16)
+    for (std::uint64_t address = stride; address <= last; address += stride)
         stored += map.put(turn, address, MEM_BLOCK_MARK::of_charge(address));
     EXPECT_EQ(map.size(), stored);
     EXPECT_LT(stored, 2 * 64);  // two arrays of sixteen buckets at the most
     EXPECT_GT(stored, 2 * 64 * 6 / 8);
     std::size_t found = 0;
-    for (std::uint64_t address = 16; address <= last; address += 16) {
+    for (std::uint64_t address = stride; address <= last; address += stride) {
         const bool is_known = !map.look_up(turn, address).is_empty();
         EXPECT_EQ(map.put(turn, address, MEM_BLOCK_MARK::of_charge(address)), is_known) << address;
         const MEM_BLOCK_MARK taken = map.take(turn, address, MEM_BLOCK_MARK::both_halves);
