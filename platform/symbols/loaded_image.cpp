@@ -116,7 +116,7 @@ bool still_holds(const LOADED_IMAGE& image, std::uint64_t address) {
     const std::size_t name_size = image.loader_name.size() + 1;
     const std::string& id = image.build_id;
     constexpr std::size_t head_size = offsetof(link_map, l_ld);
-    std::array<char, 1024> now;  // no more: the stack is the program's
+    std::array<char, 640> now;  // no more: the stack is the program's
     const std::array<OWN_PIECE, 3> pieces = {
         {{image.record_at, head_size}, {image.name_at, name_size}, {image.build_id_at, id.size()}}};
     if (head_size + name_size + id.size() > now.size() || !read_own_pieces(pieces, now.data())) return false;

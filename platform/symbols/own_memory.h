@@ -19,7 +19,7 @@ struct OWN_PIECE {
     std::uint64_t address;
     std::size_t size;
 };
-inline constexpr std::size_t most_own_pieces = 64;
+inline constexpr std::size_t most_own_pieces = 16;  // no more: the stack is the program's
 bool read_own_pieces(std::span<const OWN_PIECE> pieces, void* target);
 
 // The zero-terminated text at address, at most 4,095 characters of it; empty when it cannot be read.
