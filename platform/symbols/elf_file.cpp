@@ -11,8 +11,6 @@
 #include <filesystem>
 #include <new>
 
-#include "platform/symbols/decoded_sections.h"
-
 namespace symbols {
 namespace {
 
@@ -68,8 +66,8 @@ ELF_FILE::~ELF_FILE() {
 
 void ELF_FILE::decode_sections() {
     decoded_image = image_with_decoded_sections(handle);
-    if (decoded_image.empty()) return;
-    Elf* decoded = elf_memory(decoded_image.data(), decoded_image.size());
+    if (decoded_image.bytes == nullptr) return;
+    Elf* decoded = elf_memory(decoded_image.bytes.get(), decoded_image.size);
     if (decoded == nullptr) return;
     elf_end(handle);
     handle = decoded;

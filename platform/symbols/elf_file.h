@@ -8,7 +8,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
+
+#include "platform/symbols/decoded_sections.h"
 
 namespace symbols {
 
@@ -42,7 +43,7 @@ class ELF_FILE {
     void attach_shared_debug_file();
 
     std::string file_path;
-    std::vector<char> decoded_image;  // what the handle stands on where sections had to be decoded
+    DECODED_IMAGE decoded_image;  // what the handle stands on where sections had to be decoded
     Elf* handle = nullptr;
     Dwarf* debug_info = nullptr;
     bool lacks_shared_debug_file = false;
