@@ -14,7 +14,7 @@ import tempfile
 import time
 
 TURNS = 5
-QUIET_SECONDS = 8
+QUIET_SECONDS = 6
 KINDS = (("status",), ("paths",), ("checkpoint",), ("mark",))
 
 
@@ -26,33 +26,35 @@ def main():
         reports = pathlib.Path(folder, "reports")
         run = subprocess.Popen([programs / "ktl_memrun", "-o", reports, "-q", programs / "memrun_subject", "churn", "1", counters],
                                stdout=subprocess.PIPE)
-        run.stdout.readline()
-        made = iter(range(orders))
+        try:
+            run.stdout.readline()
+            made = iter(range(orders))
 
-        def ask(*order):
-            return subprocess.run([programs / "ktl_memctl", reports, *order, "--json", "--timeout", "60"], check=True,
-                                  capture_output=True).stdout
+            def ask(*order):
+                return subprocess.run([programs / "ktl_memctl", reports, *order, "--json", "--timeout", "60"], check=True,
+                                      capture_output=True).stdout
 
-        def rate(work):
-            begin, events = time.monotonic(), json.loads(ask("status"))["processes"][0]["events"]
-            work()
-            time.sleep(0.2)  # figures are renewed ten times a second
-            return (json.loads(ask("status"))["processes"][0]["events"] - events) / (time.monotonic() - begin)
+            def rate(work):
+                begin, events = time.monotonic(), json.loads(ask("status"))["processes"][0]["events"]
+                work()
+                time.sleep(0.2)  # figures are renewed ten times a second
+                return (json.loads(ask("status"))["processes"][0]["events"] - events) / (time.monotonic() - begin)
 
-        def be_asked():
-            for number in (next(made) for _ in range(orders // TURNS)):
-                kind = KINDS[number % len(KINDS)]
-                ask(*kind, *([f"m{number}"] if kind == ("mark",) else []))
+            def be_asked():
+                for number in (next(made) for _ in range(orders // TURNS)):
+                    kind = KINDS[number % len(KINDS)]
+                    ask(*kind, *([f"m{number}"] if kind == ("mark",) else []))
 
-        time.sleep(1)
-        quiet, asked = [], []
-        for _ in range(TURNS):
-            quiet.append(rate(lambda: time.sleep(QUIET_SECONDS)))
-            asked.append(rate(be_asked))
-        run.terminate()
-        run.wait()
-        print(f"events a second: {statistics.median(quiet):,.0f} alone, {statistics.median(asked):,.0f} asked {orders} times: "
-              f"ratio {statistics.median(asked) / statistics.median(quiet):.3f}")
+            time.sleep(1)
+            quiet, asked = [], []
+            for _ in range(TURNS):
+                quiet.append(rate(lambda: time.sleep(QUIET_SECONDS)))
+                asked.append(rate(be_asked))
+            print(f"events a second: {statistics.median(quiet):,.0f} alone, {statistics.median(asked):,.0f} asked {orders} times: "
+                  f"ratio {statistics.median(asked) / statistics.median(quiet):.3f}")
+        finally:
+            run.terminate()
+            run.wait()
 
 
 if __name__ == "__main__":

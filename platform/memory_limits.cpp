@@ -56,14 +56,12 @@ std::uint64_t read_keyed_number(const char* folder, const char* name, std::strin
 }
 
 struct FILES {
-    const char* root;
     const char* limit;
     const char* usage;
     const char* events;
 };
-constexpr FILES first_version = {"/sys/fs/cgroup/memory", "memory.limit_in_bytes", "memory.usage_in_bytes",
-                                 "memory.oom_control"};
-constexpr FILES second_version = {"/sys/fs/cgroup", "memory.max", "memory.current", "memory.events"};
+constexpr FILES first_version = {"memory.limit_in_bytes", "memory.usage_in_bytes", "memory.oom_control"};
+constexpr FILES second_version = {"memory.max", "memory.current", "memory.events"};
 
 std::uint64_t room_in(const CGROUP_MEMORY& memory) {
     return memory.limit - std::min(memory.limit, memory.usage);
@@ -108,26 +106,29 @@ CGROUP_PLACE find_memory_cgroup(std::string_view cgroup_text) {
     return place;
 }
 
-bool read_cgroup_memory(std::int32_t process, CGROUP_MEMORY& out) {
-    char path[64];
-    char text[4096];
-    const CGROUP_PLACE place = find_memory_cgroup(read_text(proc_path(path, process, "cgroup"), text));
-    if (place.path.empty()) return false;
-    const FILES& files = place.is_first_version ? first_version : second_version;
+bool read_cgroups(const char* root, const CGROUP_PLACE& place, CGROUP_MEMORY& out) {
     char folder[512];
-    const int length = std::snprintf(folder, sizeof folder, "%s%.*s", files.root,
+    const int length = std::snprintf(folder, sizeof folder, "%s%.*s", root,
                                      static_cast<int>(place.path.size()), place.path.data());
     if (length < 0 || static_cast<std::size_t>(length) >= sizeof folder) return false;
     out = {};
     // A limit of any group around it holds for it, too. A path from outside a container is not there inside;
     // its root then is.
-    for (const std::size_t root_length = std::strlen(files.root);;) {
-        look_at(folder, files, out);
+    for (const std::size_t root_length = std::strlen(root);;) {
+        look_at(folder, place.is_first_version ? first_version : second_version, out);
         char* const slash = std::strrchr(folder, '/');
         if (slash == nullptr || static_cast<std::size_t>(slash - folder) < root_length) break;
         *slash = '\0';
     }
     return out.limit != no_memory_limit;
+}
+
+bool read_cgroup_memory(std::int32_t process, CGROUP_MEMORY& out) {
+    char path[64];
+    char text[4096];
+    const CGROUP_PLACE place = find_memory_cgroup(read_text(proc_path(path, process, "cgroup"), text));
+    if (place.path.empty()) return false;
+    return read_cgroups(place.is_first_version ? "/sys/fs/cgroup/memory" : "/sys/fs/cgroup", place, out);
 }
 
 std::uint64_t address_space_limit(std::int32_t process) {

@@ -29,3 +29,7 @@ struct CGROUP_PLACE {
     bool is_first_version = false;
 };
 CGROUP_PLACE find_memory_cgroup(std::string_view cgroup_text);
+
+// The group at that place and all around it, up to the folder `root` where the files of their hierarchy lie;
+// false as above.
+bool read_cgroups(const char* root, const CGROUP_PLACE& place, CGROUP_MEMORY& out);

@@ -4,8 +4,12 @@
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <thread>
 
 #include "platform/memory_limits.h"
@@ -115,6 +119,44 @@ TEST(MemoryLimits, FindTheMemoryCgroupAndTheProcessesOwnLimit) {
     ASSERT_EQ(setrlimit(RLIMIT_AS, &limit), 0);
     EXPECT_EQ(address_space_limit(0), limit.rlim_cur);
     setrlimit(RLIMIT_AS, &found);
+}
+
+// outer has the least room left, though inner's limit is lower.
+TEST(MemoryLimits, AreThoseOfTheGroupWithTheLeastRoom) {
+    namespace fs = std::filesystem;
+    const fs::path root = fs::temp_directory_path() / ("ktl_mem_cgroups." + std::to_string(getpid()));
+    const auto write = [&](const char* folder, const char* name, const char* text) {
+        fs::create_directories(root / folder);
+        std::ofstream(root / folder / name) << text;
+    };
+    write("outer/inner/leaf", "memory.max", "max\n");
+    write("outer/inner", "memory.max", "1000\n");
+    write("outer/inner", "memory.current", "100\n");
+    write("outer", "memory.max", "2000\n");
+    write("outer", "memory.current", "1900\n");
+    write("outer", "memory.events", "low 0\nhigh 5\nmax 9\noom 4\noom_kill 3\noom_group_kill 0\n");
+    write("first/group", "memory.limit_in_bytes", "9223372036854771712\n");
+    write("first", "memory.limit_in_bytes", "700\n");
+    write("first", "memory.usage_in_bytes", "800\n");
+    write("first", "memory.oom_control", "oom_kill_disable 0\nunder_oom 1\noom_kill 2\n");
+    const struct {
+        CGROUP_PLACE place;
+        std::uint64_t limit, usage, kills;
+        const char* folder;
+    } cases[] = {{{"/outer/inner/leaf", false}, 2000, 1900, 3, "outer"},
+                 {{"/not/here", false}, no_memory_limit, 0, 0, nullptr},
+                 {{"/first/group", true}, 700, 800, 2, "first"},
+                 {{"/", true}, no_memory_limit, 0, 0, nullptr}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.place.path);
+        CGROUP_MEMORY found;
+        EXPECT_EQ(read_cgroups(root.c_str(), c.place, found), c.folder != nullptr);
+        EXPECT_EQ(found.limit, c.limit);
+        EXPECT_EQ(found.usage, c.usage);
+        EXPECT_EQ(found.oom_kills, c.kills);
+        EXPECT_EQ(std::string(found.folder), c.folder == nullptr ? "" : (root / c.folder).string());
+    }
+    fs::remove_all(root);
 }
 
 }  // namespace
