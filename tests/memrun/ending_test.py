@@ -108,6 +108,14 @@ class Endings(LauncherTest):
                     self.assertIn(b"not freed", result.stderr)
                     self.assert_all_whole()
 
+    def test_threads_that_throw_for_want_of_memory_at_once(self):
+        limit = 320 << 20
+        for threads in (0, 8, 8, 8):
+            result = self.run_tracked("--force", "--all", SUBJECT, "use_up_and_throw", threads,
+                                      preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+            self.assertEqual(result.returncode, -signal.SIGABRT, result.stderr)
+            self.assert_all_whole()
+
     def test_eight_threads_that_exit_at_once(self):
         for _ in range(20):
             self.assertEqual(self.run_tracked("--force", "--all", SUBJECT, "exit_at_once").returncode, 9)

@@ -195,12 +195,20 @@ int fork_without_end() {
 }
 
 // Until the allocator gives null.
+// Of that size, and what is left then in smaller ones.
 int use_up_memory(std::size_t size, int threads) {
     on_threads_at_once(threads, [size] {
-        while (void* const block = std::malloc(size)) *static_cast<volatile char*>(block) = 1;
+        for (std::size_t next = size; next >= 16; next /= 8)
+            while (void* const block = std::malloc(next)) *static_cast<volatile char*>(block) = 1;
     });
-    std::puts("no more");
-    return 7;
+    return write(STDOUT_FILENO, "no more\n", 8) == 8 ? 7 : 1;
+}
+
+// No thread catches what it gets for that.
+void use_up_memory_and_throw(int threads) {
+    on_threads_at_once(threads, [] {
+        for (std::vector<char*> blocks;;) blocks.push_back(new char[1000]);
+    });
 }
 
 int exit_at_once() {
@@ -227,6 +235,7 @@ int main(int argc, char** argv) {
         {"short_children", [&] { return fork_short_children(std::atoi(argv[2]), argv[3]); }},
         {"exec_child", exec_in_child},
         {"use_up", [&] { return use_up_memory(std::strtoull(argv[2], nullptr, 10), std::atoi(argv[3])); }},
+        {"use_up_and_throw", [&] { return use_up_memory_and_throw(std::atoi(argv[2])), 0; }},
         {"exit_at_once", exit_at_once},
     };
     return behaviours.at(argv[argc > 1 ? 1 : 0])();

@@ -98,9 +98,12 @@ void write_and_die(int signo) {
 }
 
 // The allocator throws with its locks given back, so an exception that nobody catches can come out of it; an
-// abort without one can be the allocator's own. abort() ends the process by itself when the handler returns.
+// abort without one can be the allocator's own. abort() ends the process by itself when the handler returns,
+// so who aborts while another thread writes the reports stays here.
 void on_abort() {
-    if (std::current_exception() != nullptr || !is_in_guarded_code()) write_and_die(SIGABRT);
+    if (std::current_exception() == nullptr && is_in_guarded_code()) return;
+    write_and_die(SIGABRT);
+    for (;;) pause();
 }
 
 // A signal that meets an exit has its way after it.
@@ -122,7 +125,7 @@ void on_end_signal(int signo, siginfo_t* info, void*) {
     if (getpid() != watched->owner || is_written || is_patience_over(signo, *info)) die_by(signo);
     if (signo != SIGABRT)
         on_request(signo, *info);
-    else if (ending_thread == 0)
+    else if (ending_thread != this_thread())
         on_abort();
 }
 
