@@ -4,6 +4,7 @@
 #include "ktl_mem/running_reports.h"
 #include "ktl_mem/statistics.h"
 #include "mem/base/profiler_counters.h"
+#include "mem/base/thread_state.h"
 #include "mem/base/tracker_phase.h"
 #include "mem/tracker/event_numbers.h"
 #include "mem/tracker/peak_search.h"
@@ -11,9 +12,13 @@
 
 namespace {
 
+// Hosts ask in hooks, too, and so in the middle of an event that takes memory, whose turn can't be waited
+// for.
 void take_total(MEM_TRACKING_FIGURES& out) {
-    out.current_bytes = mem_tbb_total_bytes.current_bytes();
-    out.current_blocks = mem_tbb_total_bytes.current_blocks();
+    MEM_TALLY& total = mem_tbb_total_bytes;
+    const bool in_event = mem_thread_state.in_tracker;
+    out.current_bytes = in_event ? total.peek_at_current_bytes() : total.current_bytes();
+    out.current_blocks = in_event ? total.peek_at_current_blocks() : total.current_blocks();
     out.peak_bytes = mem_tbb_peak_search.recorded();
 }
 

@@ -1,6 +1,10 @@
-#include <thread>
-#include "mem/tracker/event_numbers.h"
+#include "mem/tracker/events.h"
 
+#include <thread>
+
+#include "ktl_mem/running_reports.h"
+#include "mem/base/turns.h"
+#include "mem/tracker/event_numbers.h"
 #include "tests/tracker/tracked_events.h"
 
 namespace {
@@ -36,6 +40,19 @@ TEST_F(TrackedEvents, HaveANumberAndMoveWhatTheWordNames) {
         EXPECT_EQ(mem_tbb_total_bytes.read().current_bytes, 0);
         EXPECT_EQ(numbers_given(), before + 2);
     }
+}
+
+// As the hook of a host does that sees the event take memory for itself.
+TEST_F(TrackedEvents, TellTheFiguresOfTheProcessFromTheirMiddle) {
+    allocate_at<1>(0x1000, 700);
+    {
+        const MEM_IN_TRACKER_SCOPE inside;
+        const MEM_TURN turn;
+        MEM_TRACKING_FIGURES figures;
+        EXPECT_TRUE(mem_get_tracking_figures(figures));
+        EXPECT_EQ(figures.current_bytes, 700);
+    }
+    release(0x1000, 700);
 }
 
 TEST_F(TrackedEvents, OfShortThreadsMakeNoMoreSamplingPoints) {
