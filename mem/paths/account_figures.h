@@ -41,6 +41,10 @@ class MEM_PATH_FIGURES {
         counts.cumulative_blocks.add(1);
         counts.cumulative_requested_bytes.add(static_cast<std::int64_t>(block.requested));
     }
+    // Of a block whose free will not know what was requested, and that was added without.
+    void add_requested_ever(std::uint64_t requested) {
+        counts.cumulative_requested_bytes.add(static_cast<std::int64_t>(requested));
+    }
     void remove(const MEM_PATH_BLOCK& block, bool is_temporary) {
         counts.bytes.add(-static_cast<std::int64_t>(block.allocated));
         counts.blocks.add(-1);

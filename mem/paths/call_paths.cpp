@@ -146,6 +146,12 @@ bool MEM_CALL_PATHS::charge(MEM_TURN& turn, std::uint32_t account, const MEM_PAT
     return total.highest_bytes() != peak;
 }
 
+bool MEM_CALL_PATHS::charge_unseen(MEM_TURN& turn, const MEM_PATH_BLOCK& block) {
+    const std::int64_t peak = memory.region.header->peak_bytes.get();
+    MEM_PATH_FIGURES(memory.region, mem_path_unseen, peak).add_requested_ever(block.requested);
+    return charge(turn, mem_path_unseen, {block.address, 0, block.allocated});
+}
+
 void MEM_CALL_PATHS::discharge(MEM_TURN& turn, std::uint32_t account, const MEM_PATH_BLOCK& block) {
     const MEM_THREAD_STACK* thread = mem_thread_stack_of_this;
     const bool is_temporary = thread != nullptr && thread->latest_block == block.address;

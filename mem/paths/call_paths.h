@@ -55,6 +55,8 @@ class MEM_CALL_PATHS {
 
     // These inside the gate. True when the total is the highest ever: who charges then says in which event.
     bool charge(MEM_TURN& turn, std::uint32_t account, const MEM_PATH_BLOCK& block);
+    // A block without an entry, whose free will come off the same account.
+    bool charge_unseen(MEM_TURN& turn, const MEM_PATH_BLOCK& block);
     void note_peak(std::uint64_t event);
     void discharge(MEM_TURN& turn, std::uint32_t account, const MEM_PATH_BLOCK& block);
 

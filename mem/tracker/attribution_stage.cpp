@@ -120,9 +120,8 @@ MEM_ADDRESS_ENTRY entry_of(const MEM_CALL_SITE& site, const MEM_ALLOCATION& made
     return MEM_ADDRESS_ENTRY::of_path(account, thread_id, made.block.allocated - asked_for);
 }
 
-void charge_path(MEM_TURN& turn, std::uint32_t account, const MEM_PATH_BLOCK& block) {
-    if (mem_tbb_call_paths->charge(turn, account, block))
-        mem_tbb_call_paths->note_peak(mem_events_numbered());
+void note_if_peak(bool is_peak) {
+    if (is_peak) mem_tbb_call_paths->note_peak(mem_events_numbered());
 }
 
 // Enters the block and charges its path, if it has one. False when there is no memory for an entry.
@@ -131,7 +130,7 @@ bool enter(MEM_TURN& turn, const MEM_CALL_SITE& site, const MEM_ALLOCATION& made
     const MEM_ADDRESS_ENTRY entry = entry_of(site, made, thread_id);
     const auto mark = MEM_BLOCK_MARK::of_charge(entry.as_word(), made.bins);
     if (!mem_address_table->put(turn, made.block.address, mark)) return false;
-    if (entry.is_path()) charge_path(turn, entry.account(), made.block);
+    if (entry.is_path()) note_if_peak(mem_tbb_call_paths->charge(turn, entry.account(), made.block));
     return true;
 }
 
@@ -205,7 +204,7 @@ void mem_attribute_alloc(MEM_TURN& turn, MEM_CALL_SITE* found, MEM_ALLOCATION& m
     MEM_CALL_SITE& site = is_entered ? *found : mem_tbb_call_sites->other();
     if (!is_entered) [[unlikely]] {
         made.bins = 0;
-        if (asks_for_path(made.word)) charge_path(turn, mem_path_unseen, {address, 0, allocated});
+        if (asks_for_path(made.word)) note_if_peak(mem_tbb_call_paths->charge_unseen(turn, made.block));
     }
     if ((made.word & mem_call_site_counter_bits) != 0) site.tally.charge(turn, requested, allocated);
     if ((made.word & MEM_TRACKING_PER_LIBRARY) == 0) return;
