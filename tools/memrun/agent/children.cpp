@@ -5,8 +5,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cstddef>
 #include <climits>
+#include <cstddef>
 #include <cstdio>
 
 #include "tools/memrun/agent/note.h"
