@@ -47,10 +47,11 @@ struct END_OF_LIBRARY {
     END_OF_LIBRARY& operator=(const END_OF_LIBRARY&) = delete;
 };
 
-// Threads that exit at once take one action each. These are for those who come while the first one runs:
-// behind them lie the ends of the libraries that this one uses, and the end of the process. They are more
-// than the 32 that the C library has room for: its block for further ones is made before anything is tracked.
-constexpr int most_threads_that_wait = 33;
+// Threads that exit at once take one action each. These are for those who come while the first one runs,
+// until the one that waits has registered another: behind them lie the ends of the libraries that this one
+// uses, and the end of the process. They fit into what the C library has room for without a block, which one
+// thread would free under the hands of another.
+constexpr int most_threads_that_wait = 6;
 [[maybe_unused]] const bool others_wait = [] {
     for (int thread = 0; thread < most_threads_that_wait; ++thread) std::atexit(end_library);
     return true;

@@ -11,7 +11,6 @@
 #include <new>
 
 #include "ktl_mem/initializer.h"
-#include "ktl_mem/running_reports.h"
 #include "ktl_mem/services.h"
 #include "ktl_mem/tracking.h"
 #include "tools/memrun/agent/allocator_hooks.h"
@@ -96,38 +95,23 @@ void start() {
     std::at_quick_exit(end_of_process);
 }
 
-// The agent's end is an exit action that was registered after the library's and so runs before it. Threads
-// that run exit at once take one action each: behind the agent's lie those that have the other threads wait.
-constexpr int most_threads_that_wait = 31;
-
-void await_end() {
-    if (is_tracked()) wait_for_end();
-}
-
-std::int64_t own_bytes() {
-    MEM_TRACKING_FIGURES figures;
-    return mem_get_tracking_figures(figures) ? figures.own_bytes : 0;
-}
-
-// The C library keeps exit actions in blocks of 32. The last of these here opens a block, so that the ones
-// that the program's start registers next find room: a block of theirs would show as the program's.
-void have_exits_wait() {
-    constexpr int actions_in_block = 32;
-    bool is_block_new = false;
-    for (int thread = 0; thread < most_threads_that_wait + actions_in_block; ++thread) {
-        if (thread >= most_threads_that_wait && is_block_new) return;
-        const std::int64_t before = own_bytes();
-        std::atexit(await_end);
-        is_block_new = own_bytes() != before;
+// The agent's end is an exit action that was registered after the library's and so runs before it. Of threads
+// that run exit at once two can come this far (await_turn_to_exit), and take one action each: behind the
+// agent's lies one that has the other thread wait.
+struct EndAwaited {
+    EndAwaited() = default;
+    ~EndAwaited() {
+        if (is_tracked()) wait_for_end();
     }
-}
+    EndAwaited(const EndAwaited&) = delete;
+    EndAwaited& operator=(const EndAwaited&) = delete;
+};
 
 struct Agent {
     Agent() {
         const int saved_errno = errno;
         const int was_blocked = mem_block_thread_tracking();
         start();
-        have_exits_wait();
         if (was_blocked == 0) mem_unblock_thread_tracking();
         errno = saved_errno;
     }
@@ -136,9 +120,14 @@ struct Agent {
     Agent& operator=(const Agent&) = delete;
 };
 
+const EndAwaited end_awaited;
 const Agent agent;
 
 }  // namespace
+
+void on_exit_call() {
+    if (is_tracked()) await_turn_to_exit();
+}
 
 void on_fast_exit() {
     if (is_tracked() && !is_in_guarded_code()) end_of_process();

@@ -37,6 +37,7 @@ constexpr time_t longest_writing_s = 60;
 const Orders* watched = nullptr;
 std::atomic<int> looks{0};
 std::atomic<pid_t> ending_thread{0};
+std::atomic<pid_t> exiting_thread{0};  // the first that has called exit
 std::atomic<bool> is_written{false};
 
 pid_t this_thread() {
@@ -176,6 +177,16 @@ bool claim_end() {
     for (;;) pause();
 }
 
+void await_turn_to_exit() {
+    pid_t nobody = 0;
+    if (exiting_thread.compare_exchange_strong(nobody, this_thread()) || nobody == this_thread()) return;
+    constexpr timespec turn = {0, 1'000'000};
+    for (int turns_left = 1000; turns_left > 0;) {
+        nanosleep(&turn, nullptr);
+        if (ending_thread == 0 || is_written) --turns_left;
+    }
+}
+
 void finish_end() {
     is_written = true;
     if (is_end_due()) die_by(ending_signal);
@@ -184,6 +195,7 @@ void finish_end() {
 void renew_end() {
     ending_signal = 0;
     ending_thread = 0;
+    exiting_thread = 0;
     looks = 0;
     is_written = false;
 }

@@ -43,6 +43,10 @@ void finish_end();
 // In a forked child that is tracked: nobody ends it yet.
 void renew_end();
 
+// Of threads that call exit at once the first goes ahead. The others stay until it has written the reports
+// and ended the process; not for ever, since its exit actions may wait for one of them.
+void await_turn_to_exit();
+
 // Returns once the thread that has claimed an ordinary end, or is about to, has said that.
 void wait_for_end();
 
