@@ -17,7 +17,7 @@ using SHARE = MEM_TALLY_SHARE;
 constexpr std::int64_t charges_worth_a_settlement = 12;
 constexpr int settlements_a_look = 64;
 constexpr std::int64_t shortest_stay = 4096;
-constexpr int most_doublings = 10;
+constexpr int most_doublings = 10, most_doublings_by_frees = 4;
 
 // As the highest number of blocks, this is out of reach.
 constexpr std::int64_t ignored_blocks = std::numeric_limits<std::int64_t>::max();
@@ -146,7 +146,8 @@ struct MEM_TALLY::SHARES {
     int settlements = 0;              // since the latest look back
     std::int64_t charges_before = 0;  // at the latest look back
     int stays = 0;                    // at home, since settlements were last worth it
-    std::int64_t stay_ends_at = 0;    // by the charges that came home
+    std::int64_t stay_ends_at = 0;    // by the charges that came home, or
+    std::int64_t frees_end_stay = 0;  // by the frees: these need no room, so that many of them end it sooner
 
     SHARE& own() { return all[mem_thread_stripe().index % mem_turn_groups]; }
     SHARES_IN_USE in_use() { return SHARES_IN_USE(all); }
@@ -211,7 +212,9 @@ MEM_TALLY_FIGURES MEM_TALLY::read() {
 // Not while charges stay at home because settlements were not worth it.
 bool MEM_TALLY::may_spread() const {
     const SHARES* made = shares.load(std::memory_order_relaxed);
-    return made == nullptr || COUNTS::get(home.cumulative_blocks) >= made->stay_ends_at;
+    if (made == nullptr) return true;
+    const std::int64_t charges = COUNTS::get(home.cumulative_blocks);
+    return charges >= made->stay_ends_at || charges - COUNTS::get(home.blocks) >= made->frees_end_stay;
 }
 
 // False when charges do not come home for now.
@@ -314,7 +317,10 @@ void MEM_TALLY::gather() {
     COUNTS::set(home.highest_blocks, highest_blocks());
     COUNTS::set(home.highest_bytes, highest_bytes());
     made.in_use().for_each([&](SHARE& share) { home.take_over(share); });
-    made.stay_ends_at = COUNTS::get(home.cumulative_blocks) + (shortest_stay << made.stays);
+    const std::int64_t charges = COUNTS::get(home.cumulative_blocks);
+    made.stay_ends_at = charges + (shortest_stay << made.stays);
+    made.frees_end_stay =
+        charges - COUNTS::get(home.blocks) + (shortest_stay << std::min(made.stays, most_doublings_by_frees));
     made.stays = std::min(made.stays + 1, most_doublings);
     home.is_spread.store(false, std::memory_order_relaxed);
 }
@@ -360,7 +366,7 @@ void MEM_TALLY::clear() {
     if (SHARES* made = shares.load(std::memory_order_relaxed)) {
         if (is_spread()) gather();
         made->in_use().for_each([](SHARE& share) { SHARE::set(share.cumulative_mismatched_bytes, 0); });
-        made->stay_ends_at = 0;
+        made->stay_ends_at = made->frees_end_stay = 0;
     }
     home.clear();
     COUNTS::set(home.highest_blocks, 0);

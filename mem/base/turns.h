@@ -161,7 +161,7 @@ class MEM_KEPT_LOCK {
 
   private:
     static constexpr std::uint8_t nobody = 0;
-    static constexpr std::uint16_t first_stay = 16, step = 1024, many_steps = 4 * step, most_steps = 8 * step;
+    static constexpr std::uint16_t first_stay = 4, step = 1024, many_steps = 4 * step, most_steps = 8 * step;
     static constexpr std::uint8_t name_of(std::uint32_t group) {
         return static_cast<std::uint8_t>(group + 1);
     }
