@@ -52,17 +52,18 @@ std::vector<std::uint8_t> make_region() {
     return bytes;
 }
 
+constexpr std::uint32_t parts = 6, stretch = 1024;
+
 // The parts that make a region what it is: the head, and the first elements of each of its sequences.
 std::size_t place_in(const std::vector<std::uint8_t>& region, std::uint32_t number) {
     const auto& header = *reinterpret_cast<const MEM_PATH_HEADER*>(region.data());
-    const std::size_t starts[] = {0,
-                                  0,
-                                  header.node_pieces[0].get(),
-                                  header.account_pieces[0].get(),
-                                  header.load_pieces[0].get(),
-                                  header.site_pieces[0].get()};
-    constexpr std::size_t stretch = 1024;
-    return starts[(number >> 16) % std::size(starts)] + number % stretch;
+    const std::size_t starts[parts] = {0,
+                                       0,
+                                       header.node_pieces[0].get(),
+                                       header.account_pieces[0].get(),
+                                       header.load_pieces[0].get(),
+                                       header.site_pieces[0].get()};
+    return starts[(number >> 16) % parts] + number % stretch;
 }
 
 // The bytes are changes to a region that makes sense: a place and eight bytes that are written there.
@@ -91,15 +92,17 @@ void take(Bytes bytes) {
     });
 }
 
+// Every word of these parts with all its bits set: counts that are too large, parents, loads, accounts and
+// sites that there are none of, figures at the end of the numbers.
 std::vector<std::string> seeds() {
     std::vector<std::string> all = {""};
-    // A count that is too large, and a parent, a load, an account and a site that there are none of.
-    for (const std::uint32_t number :
-         {0x00020u, 0x00024u, 0x20008u, 0x2000cu, 0x20018u, 0x2001cu, 0x30000u, 0x50000u}) {
-        std::string change(change_size, '\xff');
-        std::memcpy(change.data(), &number, sizeof number);
-        all.push_back(change);
-    }
+    for (std::uint32_t part = 1; part < parts; ++part)
+        for (std::uint32_t word = 0; word < stretch; word += sizeof word) {
+            const std::uint32_t number = part << 16 | word;
+            std::string change(change_size, '\xff');
+            std::memcpy(change.data(), &number, sizeof number);
+            all.push_back(change);
+        }
     return all;
 }
 
