@@ -13,8 +13,8 @@ struct ENTRY {
 
 std::atomic<ENTRY*> first_entry{nullptr};
 
-template <class Visit>
-void for_each_observer(Visit visit) {
+template <class VISIT>
+void for_each_observer(VISIT visit) {
     for (ENTRY* entry = first_entry.load(); entry != nullptr; entry = entry->next.load()) {
         if (RVM_BAREBONES_NOTIFIER::OBSERVER* observer = entry->observer.load()) visit(entry, observer);
     }

@@ -1,4 +1,4 @@
-// What the compiler is told of locks, so that it finds who touches what a lock guards without holding it.
+// Annotations of locks, by which the compiler finds who touches what a lock guards without holding it.
 // Clang checks it with -Wthread-safety; other compilers pass over it.
 #pragma once
 

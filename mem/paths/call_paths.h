@@ -24,7 +24,7 @@ class MEM_CALL_PATHS {
     // Beyond the limit, for paths that were cut: one for each call site.
     static constexpr std::uint32_t reserved_nodes = std::uint32_t{1} << 16;
 
-    // Of what the allocator's module is told by the address of one of its functions. Calls the loader.
+    // Which module is the allocator's is known by the address of one of its functions. Calls the loader.
     explicit MEM_CALL_PATHS(const void* allocator_function, std::uint32_t most_nodes,
                             MEM_PATH_PLACE place = MEM_PATH_PLACE::private_memory);
     MEM_CALL_PATHS(const MEM_CALL_PATHS&) = delete;

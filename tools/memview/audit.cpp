@@ -188,15 +188,15 @@ class Auditor {
         const Cells& names = *bytes->cells("name");
         for (const char* column : {"max", "peak", "cumulative", "current"}) {
             const Cells& exact = *bytes->cells(column);
-            const Cells& told = *mib->cells(column);
+            const Cells& rounded = *mib->cells(column);
             for (std::size_t row = 0; row < std::min(bytes->rows, mib->rows); ++row) {
                 ++m_audit.compared;
                 const bool same_name = names[row] == (*mib->cells("name"))[row];
-                if (same_name && is_rounded(exact[row], told[row])) continue;
+                if (same_name && is_rounded(exact[row], rounded[row])) continue;
                 m_audit.disagreements.push_back(
                     std::string(column) + " of " + what + " row " + std::to_string(row + 1) + " (" +
                     harmless(m_names.text(names[row])) + "): bytes " + std::to_string(exact[row]) + ", MiB " +
-                    fixed_thousandths(told[row]));
+                    fixed_thousandths(rounded[row]));
             }
         }
     }
@@ -238,8 +238,8 @@ class Auditor {
         visitor.row = [&sums](std::string_view, std::span<const std::int64_t> values) {
             sums.push_back(std::accumulate(values.begin(), values.end(), std::int64_t{0}));
         };
-        Problems told(true);
-        scan_series(timeline.file, kind, told, visitor);
+        Problems left_out(true);
+        scan_series(timeline.file, kind, left_out, visitor);
         return sums;
     }
 
@@ -261,9 +261,9 @@ class Auditor {
     // Paths and call sites count the same blocks.
     void audit_paths(const Paths& paths, const Table* sites) {
         for (const Column& column : paths.nodes.columns) {
-            const auto told = paths.totals.find(column.spec.title);
-            if (told == paths.totals.end()) continue;
-            compare(std::string(column.spec.title) + " of the call paths", "head", told->second, "nodes",
+            const auto in_head = paths.totals.find(column.spec.title);
+            if (in_head == paths.totals.end()) continue;
+            compare(std::string(column.spec.title) + " of the call paths", "head", in_head->second, "nodes",
                     column.cells.sum());
         }
         if (sites == nullptr) return;

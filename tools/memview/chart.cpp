@@ -109,8 +109,8 @@ Chart read_chart(const Timeline& timeline, std::string_view kind, const Selectio
         thinner.add(std::move(row));
     };
     // The first reading has already said, or refused, what is wrong with the file.
-    Problems told(true);
-    scan_series(timeline.file, kind, told, visitor);
+    Problems left_out(true);
+    scan_series(timeline.file, kind, left_out, visitor);
     chart.rows = thinner.take();
     return chart;
 }

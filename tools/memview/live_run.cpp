@@ -66,12 +66,12 @@ LiveLook LiveRun::look() {
 void LiveRun::take_sites(const json& process, LiveLook& look) {
     if (!process.contains("sites")) return;
     look.knows_sites = true;
-    for (const json& told : process.at("sites")) {
+    for (const json& said : process.at("sites")) {
         LiveSite site;
-        site.place = harmless(told.value("place", ""));
-        site.function = harmless(told.value("function", ""));
-        site.bytes = number(told, "bytes");
-        site.blocks = number(told, "blocks");
+        site.place = harmless(said.value("place", ""));
+        site.function = harmless(said.value("function", ""));
+        site.bytes = number(said, "bytes");
+        site.blocks = number(said, "blocks");
         const std::string key = site.place + "\t" + site.function;
         m_bytes_now[key] += site.bytes;
         const auto before = m_bytes_before.find(key);

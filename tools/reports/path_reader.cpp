@@ -114,9 +114,9 @@ class PathReader {
     }
 
     void hold_against_head() {
-        const auto told = m_paths.totals.find("Nodes");
-        if (told != m_paths.totals.end() && told->second != m_nodes)
-            refuse("the head says " + std::to_string(told->second) + " nodes, found " +
+        const auto in_head = m_paths.totals.find("Nodes");
+        if (in_head != m_paths.totals.end() && in_head->second != m_nodes)
+            refuse("the head says " + std::to_string(in_head->second) + " nodes, found " +
                    std::to_string(m_nodes));
     }
 
