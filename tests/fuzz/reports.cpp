@@ -60,7 +60,7 @@ void take(Bytes bytes) {
     const std::string path = file.path();
     read_tables(path);
     read_call_paths(path);
-    for (const char* kind : {MODULE_TIMELINE, MODULE_TIMELINE_DETAILED, AUXILIARY_TIMELINE})
+    for (const char* kind : {module_timeline, module_timeline_detailed, auxiliary_timeline})
         attempt([&](Problems& problems) { read_timeline(path, kind, problems); });
     attempt([&](Problems& problems) { read_clock(path, problems); });
     attempt([&](Problems& problems) { read_resident(path, problems); });

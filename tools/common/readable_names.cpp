@@ -9,12 +9,12 @@
 namespace readable {
 namespace {
 
-constexpr int DEEPEST = 100;                            // templates within templates
-constexpr std::size_t LONGEST = std::size_t{64} << 10;  // what is longer nobody reads
-constexpr std::string_view OPERATOR = "operator";
+constexpr int deepest = 100;                            // templates within templates
+constexpr std::size_t longest = std::size_t{64} << 10;  // what is longer nobody reads
+constexpr std::string_view operator_word = "operator";
 // Longer ones before those that they begin with.
-constexpr std::array<std::string_view, 12> SIGNS = {"()", "<=>", "<<=", ">>=", "->*", "<<",
-                                                    ">>", "->",  "<=",  ">=",  "<",   ">"};
+constexpr std::array<std::string_view, 12> operator_signs = {"()", "<=>", "<<=", ">>=", "->*", "<<",
+                                                             ">>", "->",  "<=",  ">=",  "<",   ">"};
 
 bool is_word(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '$' ||
@@ -40,7 +40,7 @@ bool is_inline_namespace(std::string_view part) {
 using Alias = std::pair<std::string_view, std::string_view>;
 
 // Types that are known by a shorter name, after all else in them is folded.
-constexpr Alias ALIASES[] = {{"std::basic_string<char>", "std::string"},
+constexpr Alias aliases[] = {{"std::basic_string<char>", "std::string"},
                              {"std::basic_string<wchar_t>", "std::wstring"},
                              {"std::basic_string<char16_t>", "std::u16string"},
                              {"std::basic_string<char32_t>", "std::u32string"},
@@ -65,7 +65,7 @@ constexpr Alias ALIASES[] = {{"std::basic_string<char>", "std::string"},
                               "nlohmann::json"}};
 
 // Templates whose argument at the end is a default when it is made for the first argument.
-constexpr std::array<std::string_view, 6> DEFAULTS = {"std::less<",           "std::equal_to<",
+constexpr std::array<std::string_view, 6> defaults = {"std::less<",           "std::equal_to<",
                                                       "std::hash<",           "std::char_traits<",
                                                       "std::default_delete<", "std::regex_traits<"};
 
@@ -76,7 +76,7 @@ bool is_default(const std::vector<std::string>& arguments) {
     if (last.starts_with("std::allocator<")) return true;
     if (last == "(__gnu_cxx::_Lock_policy)2") return true;
     if (last == "void" && arguments.front() == "std::map") return true;  // base class of a json value
-    return std::any_of(DEFAULTS.begin(), DEFAULTS.end(), [&](std::string_view made) {
+    return std::any_of(defaults.begin(), defaults.end(), [&](std::string_view made) {
         return last.size() == made.size() + arguments.front().size() + 1 && last.starts_with(made) &&
                std::string_view(last).substr(made.size(), arguments.front().size()) == arguments.front();
     });
@@ -84,18 +84,18 @@ bool is_default(const std::vector<std::string>& arguments) {
 
 class Folder {
   public:
-    explicit Folder(std::string_view text) : m_text(text) {}
+    explicit Folder(std::string_view text) : text_(text) {}
 
     // Gives false when the brackets do not match, so that the text is no name of this form.
-    bool fold(std::string& out) { return sequence(out, "", 0) && m_at == m_text.size(); }
+    bool fold(std::string& out) { return sequence(out, "", 0) && at_ == text_.size(); }
 
   private:
-    bool at_end() const { return m_at >= m_text.size(); }
-    char here() const { return m_text[m_at]; }
+    bool at_end() const { return at_ >= text_.size(); }
+    char here() const { return text_[at_]; }
 
     // Up to one of the characters in `stops`, which is not taken.
     bool sequence(std::string& out, std::string_view stops, int depth) {
-        if (depth > DEEPEST) return false;
+        if (depth > deepest) return false;
         while (!at_end() && stops.find(here()) == std::string_view::npos) {
             if (!piece(out, depth)) return false;
         }
@@ -109,56 +109,56 @@ class Folder {
             return true;
         }
         if (c == '<') return arguments(out, depth);
-        if (c == '[' && m_text.substr(m_at).starts_with("[abi:")) {
-            m_at = m_text.find(']', m_at);
-            return m_at++ != std::string_view::npos;
+        if (c == '[' && text_.substr(at_).starts_with("[abi:")) {
+            at_ = text_.find(']', at_);
+            return at_++ != std::string_view::npos;
         }
         if (c == '(' || c == '[' || c == '{')
             return bracket(out, c == '(' ? ")" : c == '[' ? "]" : "}", depth);
         if (c == ')' || c == ']' || c == '}' || (c == '>' && !out.ends_with('-'))) return false;
         out += c;
-        ++m_at;
+        ++at_;
         return true;
     }
 
     bool bracket(std::string& out, std::string_view close, int depth) {
-        out += m_text[m_at++];
+        out += text_[at_++];
         if (!sequence(out, close, depth + 1)) return false;
-        out += m_text[m_at++];
+        out += text_[at_++];
         return true;
     }
 
     void word(std::string& out) {
-        const std::size_t begin = m_at;
-        while (!at_end() && is_word(here())) ++m_at;
-        const std::string_view text = m_text.substr(begin, m_at - begin);
-        const bool is_qualifier = m_text.substr(m_at).starts_with("::");
+        const std::size_t begin = at_;
+        while (!at_end() && is_word(here())) ++at_;
+        const std::string_view text = text_.substr(begin, at_ - begin);
+        const bool is_qualifier = text_.substr(at_).starts_with("::");
         if (is_qualifier && out.ends_with("::") && is_inline_namespace(text)) {
-            m_at += 2;
+            at_ += 2;
             return;
         }
         out += text;
-        if (text == OPERATOR) symbols(out);
+        if (text == operator_word) symbols(out);
     }
 
     // The signs of an operator are no brackets; template arguments behind them begin with a blank.
     void symbols(std::string& out) {
-        for (const std::string_view signs : SIGNS) {
-            if (!m_text.substr(m_at).starts_with(signs)) continue;
+        for (const std::string_view signs : operator_signs) {
+            if (!text_.substr(at_).starts_with(signs)) continue;
             out += signs;
-            m_at += signs.size();
+            at_ += signs.size();
             return;
         }
     }
 
     bool arguments(std::string& out, int depth) {
-        ++m_at;
+        ++at_;
         std::vector<std::string> all;
         for (;;) {
             std::string one;
             if (!argument(one, depth)) return false;
             all.push_back(std::move(one));
-            if (m_text[m_at++] == '>') break;
+            if (text_[at_++] == '>') break;
         }
         while (is_default(all)) all.pop_back();
         append(out, all);
@@ -167,11 +167,11 @@ class Folder {
 
     // One argument without the blanks around it; ends before its comma or bracket.
     bool argument(std::string& one, int depth) {
-        while (!at_end() && here() == ' ') ++m_at;
+        while (!at_end() && here() == ' ') ++at_;
         for (;;) {
             if (!sequence(one, ",>", depth + 1)) return false;
             if (here() == ',' || !one.ends_with('-')) break;
-            one += m_text[m_at++];  // an arrow
+            one += text_[at_++];  // an arrow
         }
         one.erase(one.find_last_not_of(' ') + 1);
         return true;
@@ -181,7 +181,7 @@ class Folder {
         std::string text = "<";
         for (const std::string& one : arguments) text += (text.size() > 1 ? ", " : "") + one;
         text += ">";
-        for (const auto& [form, alias] : ALIASES) {
+        for (const auto& [form, alias] : aliases) {
             const std::string_view base = form.substr(0, form.find('<'));
             if (form.substr(base.size()) != text || !out.ends_with(base)) continue;
             const std::size_t before = out.size() - base.size();
@@ -192,15 +192,15 @@ class Folder {
         out += text;
     }
 
-    std::string_view m_text;
-    std::size_t m_at = 0;
+    std::string_view text_;
+    std::size_t at_ = 0;
 };
 
 }  // namespace
 
 std::string name(std::string_view whole) {
     std::string out;
-    if (whole.size() > LONGEST || !Folder(whole).fold(out)) return std::string(whole);
+    if (whole.size() > longest || !Folder(whole).fold(out)) return std::string(whole);
     return out;
 }
 

@@ -209,7 +209,7 @@ void read_timeline(const memview::Run& run, Figures& figures) {
 void read_leaks(const memview::Run& run, Names& names, Figures& figures) {
     for (const auto& file : run.files) {
         const std::string& path = file.second;
-        const bool is_shared = fs::path(path).filename() == memview::FAST_LEAK_FILE;
+        const bool is_shared = fs::path(path).filename() == memview::fast_leak_file;
         if (!is_shared && file.first != mem_report::leaks.kind) continue;
         std::vector<Table> tables;
         memview::Problems strict(false);
@@ -237,11 +237,11 @@ std::string last_line(const fs::path& path) {
 
 void look_for_ends(const std::string& folder, Figures& figures) {
     std::error_code error;
-    const std::string sites = std::string(memview::FILE_PREFIX) + mem_report::call_sites.kind + ".";
+    const std::string sites = std::string(memview::file_prefix) + mem_report::call_sites.kind + ".";
     for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
         const std::string name = entry.path().filename().string();
         figures.has_files = figures.has_files || is_report_name(name);
-        if (!name.starts_with(memview::FILE_PREFIX)) continue;
+        if (!name.starts_with(memview::file_prefix)) continue;
         const bool is_whole = name.starts_with(sites) ? is_closing_line(last_line(entry.path()))
                                                       : ends_with_a_line(entry.path());
         if (!is_whole) figures.cut_file = name;

@@ -24,7 +24,7 @@ struct Asset {
 #define MEMVIEW_ENTRY(name, symbol) \
     { name, memview_asset_##symbol, memview_asset_##symbol##_end }
 
-constexpr Asset ASSETS[] = {
+constexpr Asset all_assets[] = {
     MEMVIEW_ENTRY("page.html", page_html),   MEMVIEW_ENTRY("page.css", page_css),
     MEMVIEW_ENTRY("page.js", page_js),       MEMVIEW_ENTRY("dygraph.css", dygraph_css),
     MEMVIEW_ENTRY("dygraph.js", dygraph_js), MEMVIEW_ENTRY("d3.js", d3_js)};
@@ -32,7 +32,7 @@ constexpr Asset ASSETS[] = {
 }  // namespace
 
 std::string_view asset(std::string_view name) {
-    for (const Asset& one : ASSETS) {
+    for (const Asset& one : all_assets) {
         if (one.name == name) return {one.begin, static_cast<std::size_t>(one.end - one.begin)};
     }
     return {};

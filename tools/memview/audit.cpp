@@ -17,7 +17,7 @@ namespace {
 
 using Sums = std::map<std::string, std::int64_t>;
 
-constexpr const char* OTHER = "OTHER";
+constexpr const char* other_record = "OTHER";
 
 std::string lower(std::string text) {
     for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -32,34 +32,34 @@ std::string disagreement(const std::string& what, const std::string& left, std::
 
 class Auditor {
   public:
-    Auditor(const Run& run, const Names& names) : m_run(run), m_names(names) {}
+    Auditor(const Run& run, const Names& names) : run_(run), names_(names) {}
 
     Audit run_all() {
-        const Table* sites = m_run.table("sites");
-        const Table* modules = m_run.table("modules");
-        const Table* bins = m_run.table("bins");
-        const Table* tags = m_run.table("tags");
+        const Table* sites = run_.table("sites");
+        const Table* modules = run_.table("modules");
+        const Table* bins = run_.table("bins");
+        const Table* tags = run_.table("tags");
         if (sites != nullptr) audit_bounds(*sites);
         if (sites != nullptr && modules != nullptr) audit_modules(*sites, *modules);
-        if (sites != nullptr && m_run.table("leaks") != nullptr) audit_leaks(*sites, *m_run.table("leaks"));
+        if (sites != nullptr && run_.table("leaks") != nullptr) audit_leaks(*sites, *run_.table("leaks"));
         if (bins != nullptr && tags != nullptr) audit_bins(*bins, *tags);
         if (sites != nullptr && tags != nullptr) audit_totals("call sites", *sites, "tags", *tags);
-        audit_mib("bins", bins, m_run.table("bins_mb"));
-        audit_mib("tags", tags, m_run.table("tags_mb"));
-        audit_last_sample(MODULE_TIMELINE_DETAILED, modules);
-        audit_last_sample(TAG_TIMELINE, tags);
-        audit_forms(MODULE_TIMELINE, MODULE_TIMELINE_DETAILED);
-        audit_forms(BLOCKS_TIMELINE, BLOCKS_TIMELINE_DETAILED);
-        if (m_run.paths) audit_paths(*m_run.paths, sites);
-        if (m_run.resident) audit_resident(*m_run.resident);
-        return std::move(m_audit);
+        audit_mib("bins", bins, run_.table("bins_mb"));
+        audit_mib("tags", tags, run_.table("tags_mb"));
+        audit_last_sample(module_timeline_detailed, modules);
+        audit_last_sample(tag_timeline, tags);
+        audit_forms(module_timeline, module_timeline_detailed);
+        audit_forms(blocks_timeline, blocks_timeline_detailed);
+        if (run_.paths) audit_paths(*run_.paths, sites);
+        if (run_.resident) audit_resident(*run_.resident);
+        return std::move(audit_);
     }
 
   private:
     void compare(const std::string& what, const std::string& left, std::int64_t a, const std::string& right,
                  std::int64_t b) {
-        ++m_audit.compared;
-        if (a != b) m_audit.disagreements.push_back(disagreement(what, left, a, right, b));
+        ++audit_.compared;
+        if (a != b) audit_.disagreements.push_back(disagreement(what, left, a, right, b));
     }
 
     // Every key of either side; a missing one counts as 0, which is what the reports leave out.
@@ -81,8 +81,8 @@ class Auditor {
     Sums sums_by(const Table& table, const char* name_column, const char* column) const {
         const Cells& names = *table.cells(name_column);
         const Cells& cells = *table.cells(column);
-        std::vector<std::int64_t> by_number(m_names.size());
-        std::vector<bool> is_used(m_names.size());
+        std::vector<std::int64_t> by_number(names_.size());
+        std::vector<bool> is_used(names_.size());
         for (std::size_t row = 0; row < table.rows; ++row) {
             const auto name = static_cast<std::size_t>(names[row]);
             by_number[name] += cells[row];
@@ -91,8 +91,8 @@ class Auditor {
         Sums sums;
         for (std::size_t name = 0; name < by_number.size(); ++name) {
             if (!is_used[name]) continue;
-            const std::string text(m_names.text(static_cast<std::int64_t>(name)));
-            sums[text.empty() ? OTHER : text] += by_number[name];
+            const std::string text(names_.text(static_cast<std::int64_t>(name)));
+            sums[text.empty() ? other_record : text] += by_number[name];
         }
         return sums;
     }
@@ -105,15 +105,15 @@ class Auditor {
             const Cells& peak = *sites.cells("peak" + suffix);
             const Cells& max = *sites.cells("max" + suffix);
             const Cells& cumulative = *sites.cells("cumulative" + suffix);
-            m_audit.compared += sites.rows;
+            audit_.compared += sites.rows;
             for (std::size_t row = 0; row < sites.rows; ++row) {
                 const std::int64_t highest = max[row];
                 if (current[row] <= highest && peak[row] <= highest && highest <= cumulative[row]) continue;
-                m_audit.disagreements.push_back("call site " + harmless(to_text(places[row], m_names)) +
-                                                ": current" + suffix + " " + std::to_string(current[row]) +
-                                                ", peak " + std::to_string(peak[row]) + ", max " +
-                                                std::to_string(highest) + ", cumulative " +
-                                                std::to_string(cumulative[row]) + " are out of order");
+                audit_.disagreements.push_back("call site " + harmless(to_text(places[row], names_)) +
+                                               ": current" + suffix + " " + std::to_string(current[row]) +
+                                               ", peak " + std::to_string(peak[row]) + ", max " +
+                                               std::to_string(highest) + ", cumulative " +
+                                               std::to_string(cumulative[row]) + " are out of order");
             }
         }
     }
@@ -121,17 +121,17 @@ class Auditor {
     // The report of modules has no row for what only came off OTHER and never went to it.
     bool has_no_other(const Table& sites, const Table& modules) const {
         const Sums cumulative = sums_by(sites, "module", "cumulative");
-        const auto other = cumulative.find(OTHER);
+        const auto other = cumulative.find(other_record);
         return other != cumulative.end() && other->second == 0 &&
-               !sums_by(modules, "name", "cumulative").contains(OTHER);
+               !sums_by(modules, "name", "cumulative").contains(other_record);
     }
 
     void audit_modules(const Table& sites, const Table& modules) {
-        m_no_other = has_no_other(sites, modules);
+        no_other_ = has_no_other(sites, modules);
         for (const char* column : {"current", "peak", "cumulative", "requested", "mismatched",
                                    "current_blocks", "peak_blocks", "cumulative_blocks"}) {
             Sums of_sites = sums_by(sites, "module", column);
-            if (m_no_other) of_sites.erase(OTHER);
+            if (no_other_) of_sites.erase(other_record);
             compare_all(std::string(column) + " of module", "call sites", of_sites, "module row",
                         sums_by(modules, "name", column));
         }
@@ -147,22 +147,22 @@ class Auditor {
         for (std::size_t row = 0; row < sites.rows; ++row) {
             if (address[row] != 0 && held[row] > 0) sums[places[row]].before += held[row];
         }
-        m_audit.compared += sums.size();
+        audit_.compared += sums.size();
         std::map<Place, Pair> apart;
         for (const auto& [place, pair] : sums) {
             if (pair.change() != 0) apart[place] = pair;
         }
         for (const auto& [place, pair] : apart) {
-            m_audit.disagreements.push_back(
-                disagreement("bytes held at the end by " + harmless(to_text(place, m_names)), "call site",
+            audit_.disagreements.push_back(
+                disagreement("bytes held at the end by " + harmless(to_text(place, names_)), "call site",
                              pair.before, "leak report", pair.after));
         }
     }
 
     // A reset begins the tags anew, with their timeline, and leaves the bins and the clock as they are.
     bool tags_were_reset() const {
-        const Timeline* timeline = m_run.timeline(TAG_TIMELINE);
-        return timeline != nullptr && m_run.clock && timeline->samples < m_run.clock->milliseconds.size();
+        const Timeline* timeline = run_.timeline(tag_timeline);
+        return timeline != nullptr && run_.clock && timeline->samples < run_.clock->milliseconds.size();
     }
 
     void audit_bins(const Table& bins, const Table& tags) {
@@ -170,7 +170,7 @@ class Auditor {
             audit_totals("bins", bins, "tags", tags);
             return;
         }
-        m_audit.notes.push_back(
+        audit_.notes.push_back(
             "bins count from before a reset that began the tags anew: not compared with each other");
     }
 
@@ -190,12 +190,12 @@ class Auditor {
             const Cells& exact = *bytes->cells(column);
             const Cells& rounded = *mib->cells(column);
             for (std::size_t row = 0; row < std::min(bytes->rows, mib->rows); ++row) {
-                ++m_audit.compared;
+                ++audit_.compared;
                 const bool same_name = names[row] == (*mib->cells("name"))[row];
                 if (same_name && is_rounded(exact[row], rounded[row])) continue;
-                m_audit.disagreements.push_back(
+                audit_.disagreements.push_back(
                     std::string(column) + " of " + what + " row " + std::to_string(row + 1) + " (" +
-                    harmless(m_names.text(names[row])) + "): bytes " + std::to_string(exact[row]) + ", MiB " +
+                    harmless(names_.text(names[row])) + "): bytes " + std::to_string(exact[row]) + ", MiB " +
                     fixed_thousandths(rounded[row]));
             }
         }
@@ -208,11 +208,11 @@ class Auditor {
 
     // The last sample is taken when the reports are written, so it must agree with the table.
     void audit_last_sample(const char* kind, const Table* table) {
-        const Timeline* timeline = m_run.timeline(kind);
+        const Timeline* timeline = run_.timeline(kind);
         if (timeline == nullptr || table == nullptr || timeline->samples == 0) return;
         Sums last;
         for (const Series& series : timeline->series) last[lower(series.name)] += series.last;
-        if (m_no_other && table->key == "modules") last.erase(lower(OTHER));
+        if (no_other_ && table->key == "modules") last.erase(lower(other_record));
         Sums current;
         for (const auto& [name, value] : sums_by(*table, "name", "current")) current[lower(name)] += value;
         compare_all(std::string("bytes at the end of ") + table->key + " row", "last sample", last, "table",
@@ -244,8 +244,8 @@ class Auditor {
     }
 
     void audit_forms(const char* plain_kind, const char* detailed_kind) {
-        const Timeline* plain = m_run.timeline(plain_kind);
-        const Timeline* detailed = m_run.timeline(detailed_kind);
+        const Timeline* plain = run_.timeline(plain_kind);
+        const Timeline* detailed = run_.timeline(detailed_kind);
         if (plain == nullptr || detailed == nullptr) return;
         const std::string what = std::string(plain_kind) + ", samples";
         compare(what, "plain form", static_cast<std::int64_t>(plain->samples), "detailed form",
@@ -291,10 +291,10 @@ class Auditor {
         return {sums.begin(), sums.end()};
     }
 
-    const Run& m_run;
-    const Names& m_names;
-    bool m_no_other = false;  // the modules' table leaves OTHER out
-    Audit m_audit;
+    const Run& run_;
+    const Names& names_;
+    bool no_other_ = false;  // the modules' table leaves OTHER out
+    Audit audit_;
 };
 
 }  // namespace

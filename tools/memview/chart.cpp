@@ -11,8 +11,8 @@
 namespace memview {
 namespace {
 
-constexpr std::size_t MOST_SERIES = 18;
-constexpr std::size_t LARGEST_LOOSE_STRETCH = 64;
+constexpr std::size_t most_series = 18;
+constexpr std::size_t largest_loose_stretch = 64;
 
 std::int64_t sum(const ChartRow& row) {
     return std::accumulate(row.values.begin(), row.values.end(), std::int64_t{0});
@@ -25,12 +25,12 @@ struct Selection {
     bool rest = false;
 };
 
-constexpr std::size_t NOWHERE = SIZE_MAX;
+constexpr std::size_t nowhere = SIZE_MAX;
 
 // The report's own sum of the series that it does not name; it is there even when there are none.
 bool is_empty_rest(const Timeline& timeline, std::size_t i) {
     const Series& series = timeline.series[i];
-    return i == 0 && series.name == REST_SERIES &&
+    return i == 0 && series.name == rest_series &&
            std::all_of(series.stretches.begin(), series.stretches.end(),
                        [](std::int64_t value) { return value == 0; });
 }
@@ -41,14 +41,14 @@ Selection select_highest(const Timeline& timeline) {
     for (std::size_t i = 0; i < timeline.series.size(); ++i) {
         if (!is_empty_rest(timeline, i)) order.push_back(i);
     }
-    const auto is_rest = [&](std::size_t i) { return timeline.series[i].name == REST_SERIES && i == 0; };
+    const auto is_rest = [&](std::size_t i) { return timeline.series[i].name == rest_series && i == 0; };
     std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
         if (is_rest(a) != is_rest(b)) return is_rest(a);
         return timeline.series[a].highest < timeline.series[b].highest;
     });
-    const std::size_t rest = order.size() > MOST_SERIES ? order.size() - MOST_SERIES : 0;
+    const std::size_t rest = order.size() > most_series ? order.size() - most_series : 0;
     Selection selection;
-    selection.place_of.resize(timeline.series.size(), NOWHERE);
+    selection.place_of.resize(timeline.series.size(), nowhere);
     selection.rest = rest > 0;
     if (selection.rest) {
         const bool from_report = rest == 1 && is_rest(order.front());
@@ -67,7 +67,7 @@ Selection select_process(const Timeline& timeline) {
     for (const Series& series : timeline.series) {
         const bool shown = series.name == "resident" || series.name == "commit_charge" ||
                            series.name == "page_faults" || series.name == "profiler_allocated_outstanding";
-        selection.place_of.push_back(shown ? selection.names.size() : NOWHERE);
+        selection.place_of.push_back(shown ? selection.names.size() : nowhere);
         if (shown) selection.names.push_back(series.name);
     }
     return selection;
@@ -75,21 +75,21 @@ Selection select_process(const Timeline& timeline) {
 
 class LabelNumbers {
   public:
-    explicit LabelNumbers(std::vector<std::string>& labels) : m_labels(labels) {}
+    explicit LabelNumbers(std::vector<std::string>& labels) : labels_(labels) {}
 
     std::uint32_t of(std::string_view label) {
-        if (!m_labels.empty() && m_labels[m_last] == label) return m_last;
+        if (!labels_.empty() && labels_[last_] == label) return last_;
         const auto [found, is_new] =
-            m_numbers.try_emplace(std::string(label), static_cast<std::uint32_t>(m_labels.size()));
-        if (is_new) m_labels.emplace_back(label);
-        m_last = found->second;
-        return m_last;
+            numbers_.try_emplace(std::string(label), static_cast<std::uint32_t>(labels_.size()));
+        if (is_new) labels_.emplace_back(label);
+        last_ = found->second;
+        return last_;
     }
 
   private:
-    std::vector<std::string>& m_labels;
-    std::unordered_map<std::string, std::uint32_t> m_numbers;
-    std::uint32_t m_last = 0;
+    std::vector<std::string>& labels_;
+    std::unordered_map<std::string, std::uint32_t> numbers_;
+    std::uint32_t last_ = 0;
 };
 
 Chart read_chart(const Timeline& timeline, std::string_view kind, const Selection& selection,
@@ -104,7 +104,7 @@ Chart read_chart(const Timeline& timeline, std::string_view kind, const Selectio
     visitor.row = [&](std::string_view label, std::span<const std::int64_t> values) {
         ChartRow row{chart.samples++, labels.of(label), std::vector<std::int64_t>(selection.names.size())};
         for (std::size_t i = 0; i < values.size(); ++i) {
-            if (selection.place_of[i] != NOWHERE) row.values[selection.place_of[i]] += values[i];
+            if (selection.place_of[i] != nowhere) row.values[selection.place_of[i]] += values[i];
         }
         thinner.add(std::move(row));
     };
@@ -166,32 +166,32 @@ void RowThinner::thin(Stretch& stretch) {
 }
 
 void RowThinner::join() {
-    for (std::size_t i = 0; i < m_stretches.size() / 2; ++i) {
-        Stretch joined = std::move(m_stretches[2 * i]);
-        std::move(m_stretches[2 * i + 1].begin(), m_stretches[2 * i + 1].end(), std::back_inserter(joined));
+    for (std::size_t i = 0; i < stretches_.size() / 2; ++i) {
+        Stretch joined = std::move(stretches_[2 * i]);
+        std::move(stretches_[2 * i + 1].begin(), stretches_[2 * i + 1].end(), std::back_inserter(joined));
         thin(joined);
-        m_stretches[i] = std::move(joined);
+        stretches_[i] = std::move(joined);
     }
-    m_stretches.resize(m_stretches.size() / 2);
-    m_length *= 2;
+    stretches_.resize(stretches_.size() / 2);
+    length_ *= 2;
 }
 
 void RowThinner::add(ChartRow row) {
-    if (m_stretches.empty() || m_in_last == m_length) {
-        if (!m_stretches.empty()) thin(m_stretches.back());
-        if (m_stretches.size() == m_most) join();
-        m_stretches.emplace_back();
-        m_in_last = 0;
+    if (stretches_.empty() || in_last_ == length_) {
+        if (!stretches_.empty()) thin(stretches_.back());
+        if (stretches_.size() == most_) join();
+        stretches_.emplace_back();
+        in_last_ = 0;
     }
-    ++m_in_last;
-    m_stretches.back().push_back(std::move(row));
-    if (m_stretches.back().size() >= LARGEST_LOOSE_STRETCH) thin(m_stretches.back());
+    ++in_last_;
+    stretches_.back().push_back(std::move(row));
+    if (stretches_.back().size() >= largest_loose_stretch) thin(stretches_.back());
 }
 
 std::vector<ChartRow> RowThinner::take() {
     std::vector<ChartRow> rows;
-    if (!m_stretches.empty()) thin(m_stretches.back());
-    for (Stretch& stretch : m_stretches) std::move(stretch.begin(), stretch.end(), std::back_inserter(rows));
+    if (!stretches_.empty()) thin(stretches_.back());
+    for (Stretch& stretch : stretches_) std::move(stretch.begin(), stretch.end(), std::back_inserter(rows));
     return rows;
 }
 
@@ -202,15 +202,15 @@ std::vector<Chart> read_charts(const Run& run, std::size_t most_stretches) {
         const char* kind_instead;
     };
     // The plain form has already summed up all but the highest series, and is much the smaller file.
-    static constexpr Source SOURCES[] = {{"modules", MODULE_TIMELINE, MODULE_TIMELINE_DETAILED},
-                                         {"tags", TAG_TIMELINE, TAG_TIMELINE},
-                                         {"process", AUXILIARY_TIMELINE, AUXILIARY_TIMELINE}};
+    static constexpr Source all_sources[] = {{"modules", module_timeline, module_timeline_detailed},
+                                             {"tags", tag_timeline, tag_timeline},
+                                             {"process", auxiliary_timeline, auxiliary_timeline}};
     std::vector<Chart> charts;
-    for (const Source& source : SOURCES) {
+    for (const Source& source : all_sources) {
         const char* kind = run.timeline(source.kind) != nullptr ? source.kind : source.kind_instead;
         const Timeline* timeline = run.timeline(kind);
         if (timeline == nullptr || timeline->samples == 0) continue;
-        const bool process = kind == std::string_view(AUXILIARY_TIMELINE);
+        const bool process = kind == std::string_view(auxiliary_timeline);
         Chart chart = read_chart(
             *timeline, kind, process ? select_process(*timeline) : select_highest(*timeline), most_stretches);
         chart.key = source.key;

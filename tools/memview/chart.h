@@ -32,7 +32,7 @@ struct Chart {
 // really had. At most `most_stretches` stretches are kept; when they are full, neighbours are joined.
 class RowThinner {
   public:
-    explicit RowThinner(std::size_t most_stretches) : m_most(most_stretches) {}
+    explicit RowThinner(std::size_t most_stretches) : most_(most_stretches) {}
 
     void add(ChartRow row);
     std::vector<ChartRow> take();
@@ -42,10 +42,10 @@ class RowThinner {
     static void thin(Stretch& stretch);
     void join();
 
-    std::size_t m_most;
-    std::uint64_t m_length = 1;
-    std::uint64_t m_in_last = 0;
-    std::vector<Stretch> m_stretches;
+    std::size_t most_;
+    std::uint64_t length_ = 1;
+    std::uint64_t in_last_ = 0;
+    std::vector<Stretch> stretches_;
 };
 
 // The charts that the run's reports allow, read anew from their files.

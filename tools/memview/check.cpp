@@ -13,38 +13,38 @@
 namespace memview {
 namespace {
 
-constexpr std::string_view OTHER = "OTHER";
+constexpr std::string_view other_record = "OTHER";
 
 class Check {
   public:
     Check(const Folder& folder, const Options& options, std::ostream& out)
-        : m_folder(folder), m_options(options), m_out(out) {}
+        : folder_(folder), options_(options), out_(out) {}
 
     bool all() {
-        for (const Run& run : m_folder.runs) {
-            if (m_options.max_peak) check_peak(run);
-            if (m_options.max_leaked) check_leaked(run);
+        for (const Run& run : folder_.runs) {
+            if (options_.max_peak) check_peak(run);
+            if (options_.max_leaked) check_leaked(run);
             check_audit(run);
         }
-        if (m_options.max_site_growth) check_growth();
-        return m_good;
+        if (options_.max_site_growth) check_growth();
+        return good_;
     }
 
   private:
     std::ostream& line(bool good, const std::string& name) {
-        m_good = m_good && good;
-        return m_out << (good ? "ok      " : "FAILED  ") << harmless(name) << ": ";
+        good_ = good_ && good;
+        return out_ << (good ? "ok      " : "FAILED  ") << harmless(name) << ": ";
     }
 
     void check_peak(const Run& run) {
         const std::optional<std::int64_t> peak = peak_bytes(run);
         if (!peak)
             throw ReportError({run.folder, 0, "holds no peak for --max-peak: run with call sites or bins"});
-        const bool good = static_cast<double>(*peak) <= m_options.max_peak->value;
+        const bool good = static_cast<double>(*peak) <= options_.max_peak->value;
         line(good, run.name) << "peak " << *peak << " bytes (" << human_bytes(*peak)
                              << (!run.paths && grew_to_its_end(run) ? ", held at the end" : "")
                              << "), allowed "
-                             << human_bytes(static_cast<std::int64_t>(m_options.max_peak->value)) << "\n";
+                             << human_bytes(static_cast<std::int64_t>(options_.max_peak->value)) << "\n";
     }
 
     void check_leaked(const Run& run) {
@@ -53,23 +53,24 @@ class Check {
                 {run.folder, 0, "holds no leak report for --max-leaked: run with leak checking"});
         }
         Suppressions suppressions =
-            m_options.allow.empty() ? Suppressions() : Suppressions::read(m_options.allow);
+            options_.allow.empty() ? Suppressions() : Suppressions::read(options_.allow);
         std::vector<std::size_t> counted;
         const Table* leaks = run.table("leaks");
         const std::int64_t of_nobody = leaks != nullptr ? leaked_by_nobody(run) : 0;
-        const bool nobody_is_allowed = of_nobody > 0 && suppressions.covers(OTHER);
+        const bool nobody_is_allowed = of_nobody > 0 && suppressions.covers(other_record);
         std::int64_t allowed = nobody_is_allowed ? of_nobody : 0;
         if (leaks != nullptr) allowed += split_leaks(*leaks, suppressions, counted);
         tell_unused(suppressions);
         const std::int64_t leaked = *leaked_bytes(run) + of_nobody - allowed;
-        const bool good = static_cast<double>(leaked) <= m_options.max_leaked->value;
+        const bool good = static_cast<double>(leaked) <= options_.max_leaked->value;
         line(good, run.name) << "leaked " << leaked << " bytes (" << human_bytes(leaked) << "), allowed "
-                             << human_bytes(static_cast<std::int64_t>(m_options.max_leaked->value))
+                             << human_bytes(static_cast<std::int64_t>(options_.max_leaked->value))
                              << ", suppressed " << human_bytes(allowed) << "\n";
         if (good) return;
         for (const std::size_t row : counted) print_leak(*leaks, row);
         if (of_nobody > 0 && !nobody_is_allowed)
-            m_out << "        " << of_nobody << " bytes that no call site answers for: " << OTHER << "\n";
+            out_ << "        " << of_nobody << " bytes that no call site answers for: " << other_record
+                 << "\n";
     }
 
     // What the leak report leaves out: the bytes held at the end that no call site was found for.
@@ -94,7 +95,7 @@ class Check {
         const Cells& bytes = *leaks.cells("current");
         std::int64_t covered = 0;
         for (std::size_t row = 0; row < leaks.rows; ++row) {
-            if (suppressions.covers(leaks, row, *m_folder.names)) {
+            if (suppressions.covers(leaks, row, *folder_.names)) {
                 covered += bytes[row];
             } else {
                 counted.push_back(row);
@@ -105,34 +106,34 @@ class Check {
 
     void tell_unused(const Suppressions& suppressions) {
         for (const std::string& pattern : suppressions.unused()) {
-            m_out << "note    " << m_options.allow << ": leak:" << harmless(pattern) << " matched nothing\n";
+            out_ << "note    " << options_.allow << ": leak:" << harmless(pattern) << " matched nothing\n";
         }
     }
 
     void print_leak(const Table& leaks, std::size_t row) {
-        m_out << "        " << (*leaks.cells("current"))[row] << " bytes, "
-              << (*leaks.cells("current_blocks"))[row]
-              << " blocks: " << harmless(to_text(PlaceReader(leaks)[row], *m_folder.names)) << "\n";
+        out_ << "        " << (*leaks.cells("current"))[row] << " bytes, "
+             << (*leaks.cells("current_blocks"))[row]
+             << " blocks: " << harmless(to_text(PlaceReader(leaks)[row], *folder_.names)) << "\n";
     }
 
     void check_growth() {
-        const auto baseline = read_folders({{m_options.baseline}, m_options.process, false}, m_folder.names);
-        const auto diff = make_diff(*baseline, m_folder, "peak", *m_options.max_site_growth);
+        const auto baseline = read_folders({{options_.baseline}, options_.process, false}, folder_.names);
+        const auto diff = make_diff(*baseline, folder_, "peak", *options_.max_site_growth);
         for (const ProcessDiff& process : diff->processes) {
             const auto sites = std::find_if(process.tables.begin(), process.tables.end(),
                                             [](const Table& table) { return table.key == "sites"; });
             if (sites == process.tables.end()) {
-                throw ReportError({m_options.baseline, 0,
+                throw ReportError({options_.baseline, 0,
                                    "and this run do not both have the call sites of " +
                                        in_quotes(process.name) + " for --max-site-growth"});
             }
             check_growth(process, *sites);
         }
         for (const std::string& note : diff->notes)
-            m_out << "note    " << harmless(note) << ": its call sites were not compared\n";
+            out_ << "note    " << harmless(note) << ": its call sites were not compared\n";
         if (diff->has_new_process)
             throw ReportError(
-                {m_options.baseline, 0,
+                {options_.baseline, 0,
                  "does not hold all processes of this run, so that --max-site-growth cannot be tested"});
     }
 
@@ -144,26 +145,26 @@ class Check {
         const PlaceReader places(sites);
         for (std::size_t row = 0; row < sites.rows; ++row) {
             if (change[row] <= 0) continue;
-            m_out << "        " << human_bytes((*sites.cells("before"))[row]) << " -> "
-                  << human_bytes((*sites.cells("after"))[row]) << ": "
-                  << harmless(to_text(places[row], *m_folder.names)) << "\n";
+            out_ << "        " << human_bytes((*sites.cells("before"))[row]) << " -> "
+                 << human_bytes((*sites.cells("after"))[row]) << ": "
+                 << harmless(to_text(places[row], *folder_.names)) << "\n";
         }
     }
 
     void check_audit(const Run& run) {
-        const Audit result = audit(run, *m_folder.names);
+        const Audit result = audit(run, *folder_.names);
         line(result.disagreements.empty(), run.name)
             << result.compared << " figures compared between the reports, " << result.disagreements.size()
             << " disagree\n";
-        for (const std::string& one : result.disagreements) m_out << "        " << harmless(one) << "\n";
+        for (const std::string& one : result.disagreements) out_ << "        " << harmless(one) << "\n";
         for (const std::string& one : result.notes)
-            m_out << "note    " << harmless(run.name) << ": " << one << "\n";
+            out_ << "note    " << harmless(run.name) << ": " << one << "\n";
     }
 
-    const Folder& m_folder;
-    const Options& m_options;
-    std::ostream& m_out;
-    bool m_good = true;
+    const Folder& folder_;
+    const Options& options_;
+    std::ostream& out_;
+    bool good_ = true;
 };
 
 }  // namespace

@@ -14,7 +14,7 @@
 namespace memview {
 namespace {
 
-constexpr std::size_t MOST_PATHS = 100'000;
+constexpr std::size_t most_paths = 100'000;
 
 struct DiffRow {
     Place place;
@@ -113,7 +113,7 @@ const char* who_has_them(bool is_before, bool is_after) {
 class Comparison {
   public:
     Comparison(Names& names, const Amount& tolerance, Diff& diff)
-        : m_names(names), m_tolerance(tolerance), m_diff(diff) {}
+        : names_(names), tolerance_(tolerance), diff_(diff) {}
 
     ProcessDiff compare(const Run& before, const Run& after) {
         ProcessDiff result;
@@ -131,14 +131,14 @@ class Comparison {
             const std::string old_column = column_of(before, *old_table);
             const std::string new_column = column_of(after, *new_table);
             totals.push_back(
-                {{m_names.id_of(key)}, {old_table->sum(old_column), new_table->sum(new_column), true, true}});
+                {{names_.id_of(key)}, {old_table->sum(old_column), new_table->sum(new_column), true, true}});
             PlaceSums sums;
             add_sums(*old_table, old_column, Side::before, sums);
             add_sums(*new_table, new_column, Side::after, sums);
-            result.tables.push_back(make_table(key, compared_rows(sums), m_tolerance));
+            result.tables.push_back(make_table(key, compared_rows(sums), tolerance_));
         }
         compare_paths(before, after, result);
-        result.tables.insert(result.tables.begin(), make_table("totals", std::move(totals), m_tolerance));
+        result.tables.insert(result.tables.begin(), make_table("totals", std::move(totals), tolerance_));
         return result;
     }
 
@@ -154,17 +154,17 @@ class Comparison {
         }
         result.paths_before = &*before.paths;
         result.paths_after = &*after.paths;
-        result.tables.push_back(make_table("paths", path_rows(result), m_tolerance));
+        result.tables.push_back(make_table("paths", path_rows(result), tolerance_));
     }
 
     // Those beyond the tolerance, each with the names from the outermost caller to the place that is charged.
     std::vector<DiffRow> path_rows(const ProcessDiff& process) {
-        const TreeForm form{.with_lines = false, .with_filtered = false, .most_nodes = MOST_PATHS};
-        const PathTree tree = compared_paths(process, m_diff.measure, m_names, form);
+        const TreeForm form{.with_lines = false, .with_filtered = false, .most_nodes = most_paths};
+        const PathTree tree = compared_paths(process, diff_.measure, names_, form);
         std::vector<DiffRow> rows;
         for (std::size_t node = 1; node < tree.nodes().size(); ++node) {
             const Pair pair{tree.own(node, 0), tree.own(node, 1), true, true};
-            if (is_beyond(pair, m_tolerance)) rows.push_back({{m_names.id_of(path_text(tree, node))}, pair});
+            if (is_beyond(pair, tolerance_)) rows.push_back({{names_.id_of(path_text(tree, node))}, pair});
         }
         return rows;
     }
@@ -175,22 +175,22 @@ class Comparison {
         std::string text;
         for (auto at = trail.rbegin(); at != trail.rend(); ++at) {
             if (!text.empty()) text += ";";
-            text += frame_name(tree.frames()[tree.nodes()[*at].frame].place, m_names);
+            text += frame_name(tree.frames()[tree.nodes()[*at].frame].place, names_);
         }
         return text;
     }
 
     bool has_measure(const Table* table) const {
-        return table != nullptr && table->column(m_diff.measure) >= 0;
+        return table != nullptr && table->column(diff_.measure) >= 0;
     }
     std::string column_of(const Run& run, const Table& table) const {
-        const std::string column = meant_column(table, m_diff.measure);
+        const std::string column = meant_column(table, diff_.measure);
         return column == "peak" && grew_to_its_end(run) ? "current" : column;
     }
 
-    Names& m_names;
-    const Amount& m_tolerance;
-    Diff& m_diff;
+    Names& names_;
+    const Amount& tolerance_;
+    Diff& diff_;
 };
 
 // "g++.cc1plus.3876" without its process number, and that number.
@@ -205,8 +205,8 @@ using RunPair = std::pair<const Run*, const Run*>;
 
 // Moves what both have, by `key`, from the two into pairs; the first goes with the first of the same
 // key.
-template <class KEY>
-void pair_by(KEY key, std::vector<const Run*>& before, std::vector<const Run*>& after,
+template <class Key>
+void pair_by(Key key, std::vector<const Run*>& before, std::vector<const Run*>& after,
              std::vector<RunPair>& pairs) {
     std::erase_if(before, [&](const Run* run) {
         const auto other = std::find_if(after.begin(), after.end(),

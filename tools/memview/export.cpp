@@ -71,15 +71,15 @@ const Table& sites_of(const Run& run) {
 }
 
 SiteFrames::SiteFrames(const Table& sites, Names& names)
-    : m_places(sites),
-      m_address(*sites.cells("address")),
-      m_unknown(names.id_of("unknown")),
-      m_other(names.id_of("OTHER")) {}
+    : places_(sites),
+      address_(*sites.cells("address")),
+      unknown_(names.id_of("unknown")),
+      other_(names.id_of("OTHER")) {}
 
 Place SiteFrames::operator[](std::size_t row) const {
-    Place site = m_places[row];
+    Place site = places_[row];
     for (std::int64_t* name : {&site.module, &site.file, &site.function}) {
-        if (*name == 0) *name = m_address[row] == 0 ? m_other : m_unknown;
+        if (*name == 0) *name = address_[row] == 0 ? other_ : unknown_;
     }
     return site;
 }

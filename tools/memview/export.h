@@ -33,10 +33,10 @@ class SiteFrames {
     Place operator[](std::size_t row) const;
 
   private:
-    PlaceReader m_places;
-    const Cells& m_address;
-    std::int64_t m_unknown;
-    std::int64_t m_other;
+    PlaceReader places_;
+    const Cells& address_;
+    std::int64_t unknown_;
+    std::int64_t other_;
 };
 
 }  // namespace memview

@@ -18,9 +18,9 @@ struct SampleType {
     const char* unit;
 };
 
-constexpr int SAMPLES_IN_A_PART = 4096;
+constexpr int samples_in_a_part = 4096;
 
-constexpr SampleType TYPES[] = {
+constexpr SampleType types[] = {
     {"current_blocks", "inuse_objects", "count"},    {"current", "inuse_space", "bytes"},
     {"cumulative_blocks", "alloc_objects", "count"}, {"cumulative", "alloc_space", "bytes"},
     {"peak_blocks", "peak_objects", "count"},        {"peak", "peak_space", "bytes"}};
@@ -29,21 +29,21 @@ constexpr SampleType TYPES[] = {
 // large run would take several times the memory of its reports.
 class Profile {
   public:
-    Profile(Names& names, std::ostream& out) : m_names(names), m_gzip(out) {
+    Profile(Names& names, std::ostream& out) : names_(names), gzip_(out) {
         string_number(0);
-        for (const SampleType& type : TYPES) {
-            pprof::ValueType* added = m_part.add_sample_type();
+        for (const SampleType& type : types) {
+            pprof::ValueType* added = part_.add_sample_type();
             added->set_type(literal(type.name));
             added->set_unit(literal(type.unit));
         }
-        m_part.mutable_period_type()->set_type(literal("space"));
-        m_part.mutable_period_type()->set_unit(literal("bytes"));
-        m_part.set_period(1);  // every allocation is in it
-        m_part.set_default_sample_type(literal("peak_space"));
+        part_.mutable_period_type()->set_type(literal("space"));
+        part_.mutable_period_type()->set_unit(literal("bytes"));
+        part_.set_period(1);  // every allocation is in it
+        part_.set_default_sample_type(literal("peak_space"));
     }
 
     void add(const Run& run) {
-        m_process = literal(run.name);
+        process_ = literal(run.name);
         if (run.paths) {
             add_paths(*run.paths);
         } else {
@@ -53,12 +53,12 @@ class Profile {
 
     void finish() {
         write_part();
-        m_gzip.finish();
+        gzip_.finish();
     }
 
   private:
     void add_sites(const Table& sites) {
-        const SiteFrames frames(sites, m_names);
+        const SiteFrames frames(sites, names_);
         const Cells& address = *sites.cells("address");
         add_samples(sites, [&](std::size_t row, pprof::Sample& sample) {
             sample.add_location_id(add_location(address[row], std::array{frames[row]}));
@@ -67,7 +67,7 @@ class Profile {
 
     // A location for each frame, the leaf first; its lines are the functions that it was inlined into.
     void add_paths(const Paths& paths) {
-        PathStacks stacks(paths, m_names);
+        PathStacks stacks(paths, names_);
         const Cells& address = *paths.frames.cells("address");
         std::vector<std::uint64_t> locations(paths.first_level.size());  // by frame; 0 is not yet there
         add_samples(paths.nodes, [&](std::size_t row, pprof::Sample& sample) {
@@ -85,21 +85,21 @@ class Profile {
     }
 
     // Of each row that has a figure; `add_stack` gives the sample its locations.
-    template <class ADD_STACK>
-    void add_samples(const Table& table, const ADD_STACK& add_stack) {
+    template <class AddStack>
+    void add_samples(const Table& table, const AddStack& add_stack) {
         std::vector<const Cells*> figures;
-        for (const SampleType& type : TYPES) figures.push_back(table.cells(meant_column(table, type.column)));
+        for (const SampleType& type : types) figures.push_back(table.cells(meant_column(table, type.column)));
         const std::int64_t key = literal("process");
         for (std::size_t row = 0; row < table.rows; ++row) {
             const auto is_zero = [row](const Cells* cells) { return (*cells)[row] == 0; };
             if (std::all_of(figures.begin(), figures.end(), is_zero)) continue;
-            pprof::Sample& sample = *m_part.add_sample();
+            pprof::Sample& sample = *part_.add_sample();
             for (const Cells* cells : figures) sample.add_value((*cells)[row]);
             add_stack(row, sample);
             pprof::Label* label = sample.add_label();
             label->set_key(key);
-            label->set_str(m_process);
-            if (m_part.sample_size() == SAMPLES_IN_A_PART) write_part();
+            label->set_str(process_);
+            if (part_.sample_size() == samples_in_a_part) write_part();
         }
     }
 
@@ -130,24 +130,24 @@ class Profile {
     }
 
     void write_part() {
-        m_part.SerializeToString(&m_serialised);
-        m_gzip.write(m_serialised);
-        m_part.Clear();
+        part_.SerializeToString(&serialised_);
+        gzip_.write(serialised_);
+        part_.Clear();
     }
 
-    std::int64_t literal(std::string_view text) { return string_number(m_names.id_of(text)); }
+    std::int64_t literal(std::string_view text) { return string_number(names_.id_of(text)); }
 
     std::int64_t string_number(std::int64_t name) {
-        const auto [found, is_new] = m_strings.try_emplace(name, m_strings.size());
-        if (is_new) m_part.add_string_table(utf8(std::string(m_names.text(name))));
+        const auto [found, is_new] = strings_.try_emplace(name, strings_.size());
+        if (is_new) part_.add_string_table(utf8(std::string(names_.text(name))));
         return static_cast<std::int64_t>(found->second);
     }
 
     // The reports do not say where a module lay, so its range stays open.
     std::uint64_t mapping_number(std::int64_t module) {
-        const auto [found, is_new] = m_mappings.try_emplace(module, m_mappings.size() + 1);
+        const auto [found, is_new] = mappings_.try_emplace(module, mappings_.size() + 1);
         if (is_new) {
-            pprof::Mapping* mapping = m_part.add_mapping();
+            pprof::Mapping* mapping = part_.add_mapping();
             mapping->set_id(found->second);
             mapping->set_filename(string_number(module));
             mapping->set_has_functions(true);
@@ -159,9 +159,9 @@ class Profile {
 
     std::uint64_t function_number(const Place& site) {
         const auto [found, is_new] =
-            m_functions.try_emplace({0, site.file, site.function, 0}, m_functions.size() + 1);
+            functions_.try_emplace({0, site.file, site.function, 0}, functions_.size() + 1);
         if (is_new) {
-            pprof::Function* function = m_part.add_function();
+            pprof::Function* function = part_.add_function();
             function->set_id(found->second);
             function->set_name(string_number(site.function));
             function->set_system_name(string_number(site.function));
@@ -172,8 +172,8 @@ class Profile {
 
     // The innermost place first.
     std::uint64_t add_location(std::int64_t address, std::span<const Place> places) {
-        pprof::Location* location = m_part.add_location();
-        location->set_id(++m_locations);
+        pprof::Location* location = part_.add_location();
+        location->set_id(++locations_);
         location->set_mapping_id(mapping_number(places.front().module));
         location->set_address(static_cast<std::uint64_t>(address));
         for (const Place& place : places) {
@@ -181,18 +181,18 @@ class Profile {
             line->set_function_id(function_number(place));
             line->set_line(place.line);
         }
-        return m_locations;
+        return locations_;
     }
 
-    Names& m_names;
-    Gzip m_gzip;
-    pprof::Profile m_part;
-    std::string m_serialised;
-    std::int64_t m_process = 0;
-    std::uint64_t m_locations = 0;
-    std::unordered_map<std::int64_t, std::size_t> m_strings;  // by number of Names
-    std::unordered_map<std::int64_t, std::size_t> m_mappings;
-    std::unordered_map<Place, std::size_t, PlaceHash> m_functions;
+    Names& names_;
+    Gzip gzip_;
+    pprof::Profile part_;
+    std::string serialised_;
+    std::int64_t process_ = 0;
+    std::uint64_t locations_ = 0;
+    std::unordered_map<std::int64_t, std::size_t> strings_;  // by number of Names
+    std::unordered_map<std::int64_t, std::size_t> mappings_;
+    std::unordered_map<Place, std::size_t, PlaceHash> functions_;
 };
 
 }  // namespace

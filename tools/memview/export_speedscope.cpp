@@ -13,34 +13,34 @@ namespace {
 // but a name.
 class SharedFrames {
   public:
-    explicit SharedFrames(const Names& names) : m_names(names) {}
+    explicit SharedFrames(const Names& names) : names_(names) {}
 
     std::size_t of_name(std::int64_t name) { return number_of({name}); }
     std::size_t of_function(const Place& site) {
-        return number_of({NO_MODULE, site.file, site.function, site.line});
+        return number_of({no_module, site.file, site.function, site.line});
     }
-    const std::string& text() const { return m_text; }
+    const std::string& text() const { return text_; }
 
   private:
-    static constexpr std::int64_t NO_MODULE = -1;
+    static constexpr std::int64_t no_module = -1;
 
     std::size_t number_of(const Place& frame) {
-        const auto [found, is_new] = m_numbers.try_emplace(frame, m_numbers.size());
-        if (is_new) m_text += (m_text.empty() ? "\n" : ",\n") + json_text(frame_json(frame));
+        const auto [found, is_new] = numbers_.try_emplace(frame, numbers_.size());
+        if (is_new) text_ += (text_.empty() ? "\n" : ",\n") + json_text(frame_json(frame));
         return found->second;
     }
 
     nlohmann::ordered_json frame_json(const Place& frame) const {
-        if (frame.module != NO_MODULE) return {{"name", m_names.text(frame.module)}};
-        nlohmann::ordered_json json = {{"name", m_names.text(frame.function)},
-                                       {"file", m_names.text(frame.file)}};
+        if (frame.module != no_module) return {{"name", names_.text(frame.module)}};
+        nlohmann::ordered_json json = {{"name", names_.text(frame.function)},
+                                       {"file", names_.text(frame.file)}};
         if (frame.line > 0) json["line"] = frame.line;
         return json;
     }
 
-    const Names& m_names;
-    std::unordered_map<Place, std::size_t, PlaceHash> m_numbers;
-    std::string m_text;
+    const Names& names_;
+    std::unordered_map<Place, std::size_t, PlaceHash> numbers_;
+    std::string text_;
 };
 
 struct Measure {
@@ -49,11 +49,11 @@ struct Measure {
     const char* unit;
 };
 
-constexpr Measure MEASURES[] = {{"peak", "peak bytes", "bytes"},
-                                {"cumulative", "cumulative bytes", "bytes"},
-                                {"peak_blocks", "peak blocks", "none"},
-                                {"cumulative_blocks", "cumulative blocks", "none"},
-                                {"temporary_blocks", "temporary blocks", "none"}};
+constexpr Measure all_measures[] = {{"peak", "peak bytes", "bytes"},
+                                    {"cumulative", "cumulative bytes", "bytes"},
+                                    {"peak_blocks", "peak blocks", "none"},
+                                    {"cumulative_blocks", "cumulative blocks", "none"},
+                                    {"temporary_blocks", "temporary blocks", "none"}};
 
 // An array with what `append` writes of each row of which the measure says something.
 template <typename Append>
@@ -137,7 +137,7 @@ void export_speedscope(const Folder& folder, std::ostream& out) {
     for (const Run& run : folder.runs) {
         const Samples samples = run.paths ? samples_of_paths(*run.paths, *folder.names, frames)
                                           : samples_of_sites(sites_of(run), *folder.names, frames);
-        for (const Measure& measure : MEASURES) {
+        for (const Measure& measure : all_measures) {
             if (samples.figures(measure.column) == nullptr) continue;
             out << before;
             write_profile(run.name, measure, samples, out);

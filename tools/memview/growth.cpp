@@ -13,15 +13,15 @@ namespace fs = std::filesystem;
 namespace memview {
 namespace {
 
-constexpr const char* MARKS_FOLDER = "marks";
-constexpr std::size_t WIDEST_MARK = 16;
+constexpr const char* marks_folder = "marks";
+constexpr std::size_t widest_mark = 16;
 
 // The oldest first; a mark is never changed once it is there.
 std::vector<fs::path> marks_below(const std::string& folder) {
     std::vector<std::pair<fs::file_time_type, fs::path>> found;
     std::error_code error;
     if (!fs::is_directory(folder, error)) throw ReportError({folder, 0, "is no folder of reports"});
-    for (const fs::directory_entry& mark : fs::directory_iterator(fs::path(folder) / MARKS_FOLDER, error)) {
+    for (const fs::directory_entry& mark : fs::directory_iterator(fs::path(folder) / marks_folder, error)) {
         fs::file_time_type made = fs::file_time_type::max();
         for (const fs::directory_entry& report : fs::directory_iterator(mark.path(), error))
             made = std::min(made, report.last_write_time(error));
@@ -89,7 +89,7 @@ void print_growth(const Growth& growth, std::size_t top, const Terminal& termina
     using Align = TextTable::Align;
     std::vector<TextTable::Heading> headings = {{"growth", Align::right}};
     for (const std::string& mark : growth.marks)
-        headings.push_back({shortened(harmless(mark), WIDEST_MARK), Align::right});
+        headings.push_back({shortened(harmless(mark), widest_mark), Align::right});
     headings.push_back({"place", Align::left, TextTable::Cut::start});
     headings.push_back({"function", Align::left, TextTable::Cut::end});
     TextTable table(headings);

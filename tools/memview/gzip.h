@@ -22,8 +22,8 @@ class Gzip {
   private:
     void deflate_all(int flush);
 
-    std::ostream& m_out;
-    z_stream m_stream{};
+    std::ostream& out_;
+    z_stream stream_{};
 };
 
 }  // namespace memview

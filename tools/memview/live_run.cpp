@@ -10,8 +10,8 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::uint64_t ANSWER_MS = 30'000;
-constexpr std::uint64_t ORDER_MS = 2000;
+constexpr std::uint64_t answer_ms = 30'000;
+constexpr std::uint64_t order_ms = 2000;
 
 std::int64_t now_ms() {
     using namespace std::chrono;
@@ -32,7 +32,7 @@ std::string memory_text(const json& answer) {
 }  // namespace
 
 LiveLook LiveRun::look() {
-    const json answer = json::parse(m_launcher.ask(R"({"order":"top"})", ANSWER_MS));
+    const json answer = json::parse(launcher_.ask(R"({"order":"top"})", answer_ms));
     LiveLook look;
     std::int64_t events = 0;
     for (const json& process : answer.value("processes", json::array())) {
@@ -49,13 +49,13 @@ LiveLook LiveRun::look() {
     }
     look.memory = memory_text(answer);
     const std::int64_t now = now_ms();
-    if (m_events_before >= 0 && now > m_looked_ms)
+    if (events_before_ >= 0 && now > looked_ms_)
         look.events_per_second =
-            static_cast<double>(events - m_events_before) * 1000 / static_cast<double>(now - m_looked_ms);
-    m_events_before = events;
-    m_looked_ms = now;
-    m_bytes_before = std::move(m_bytes_now);
-    m_bytes_now.clear();
+            static_cast<double>(events - events_before_) * 1000 / static_cast<double>(now - looked_ms_);
+    events_before_ = events;
+    looked_ms_ = now;
+    bytes_before_ = std::move(bytes_now_);
+    bytes_now_.clear();
     std::stable_sort(look.sites.begin(), look.sites.end(),
                      [](const LiveSite& a, const LiveSite& b) { return a.bytes > b.bytes; });
     return look;
@@ -73,17 +73,17 @@ void LiveRun::take_sites(const json& process, LiveLook& look) {
         site.bytes = number(said, "bytes");
         site.blocks = number(said, "blocks");
         const std::string key = site.place + "\t" + site.function;
-        m_bytes_now[key] += site.bytes;
-        const auto before = m_bytes_before.find(key);
+        bytes_now_[key] += site.bytes;
+        const auto before = bytes_before_.find(key);
         site.change =
-            m_bytes_before.empty() ? 0 : site.bytes - (before == m_bytes_before.end() ? 0 : before->second);
+            bytes_before_.empty() ? 0 : site.bytes - (before == bytes_before_.end() ? 0 : before->second);
         look.sites.push_back(std::move(site));
     }
 }
 
 std::string LiveRun::order(const std::string& order, const std::string& name) {
-    const json request = {{"order", order}, {"name", name}, {"timeout_ms", ORDER_MS}};
-    const json answer = json::parse(m_launcher.ask(request.dump(), ANSWER_MS));
+    const json request = {{"order", order}, {"name", name}, {"timeout_ms", order_ms}};
+    const json answer = json::parse(launcher_.ask(request.dump(), answer_ms));
     if (answer.value("ok", false)) return "written to " + answer.value("folder", "");
     return answer.value("error", "the launcher gave no reason");
 }

@@ -36,7 +36,7 @@ struct LiveLook {
 class LiveRun {
   public:
     // Throws NoLauncher when nobody runs there, as do the others when the run ends.
-    explicit LiveRun(const std::string& folder) : m_launcher(folder) {}
+    explicit LiveRun(const std::string& folder) : launcher_(folder) {}
 
     LiveLook look();
     // The launcher's word on an order: what it did, or why not.
@@ -45,11 +45,11 @@ class LiveRun {
   private:
     void take_sites(const nlohmann::json& process, LiveLook& look);
 
-    LauncherConnection m_launcher;
-    std::int64_t m_events_before = -1;
-    std::int64_t m_looked_ms = 0;
-    std::map<std::string, std::int64_t> m_bytes_before;
-    std::map<std::string, std::int64_t> m_bytes_now;
+    LauncherConnection launcher_;
+    std::int64_t events_before_ = -1;
+    std::int64_t looked_ms_ = 0;
+    std::map<std::string, std::int64_t> bytes_before_;
+    std::map<std::string, std::int64_t> bytes_now_;
 };
 
 }  // namespace memview

@@ -30,8 +30,8 @@ namespace fs = std::filesystem;
 namespace memview {
 namespace {
 
-constexpr int DIFFERENT = 1;
-constexpr int TROUBLE = 2;
+constexpr int status_different = 1;
+constexpr int status_trouble = 2;
 
 void say_left_out(const Folder& folder) {
     for (const std::string& line : folder.left_out)
@@ -57,24 +57,24 @@ int run_show(const Options& options) {
 // the end. What is no plain file, such as a pipe, is written itself.
 class OutputFile {
   public:
-    explicit OutputFile(const std::string& name) : m_name(name), m_written(name) {
-        if (!fs::exists(name) || fs::is_regular_file(name)) m_written += ".part";
+    explicit OutputFile(const std::string& name) : name_(name), written_(name) {
+        if (!fs::exists(name) || fs::is_regular_file(name)) written_ += ".part";
     }
     ~OutputFile() {
         std::error_code not_there;
-        if (m_written != m_name) fs::remove(m_written, not_there);
+        if (written_ != name_) fs::remove(written_, not_there);
     }
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
-    const std::string& written() const { return m_written; }
+    const std::string& written() const { return written_; }
     void keep() const {
-        if (m_written != m_name) fs::rename(m_written, m_name);
+        if (written_ != name_) fs::rename(written_, name_);
     }
 
   private:
-    std::string m_name;
-    std::string m_written;
+    std::string name_;
+    std::string written_;
 };
 
 // A report is never written over, whether it is one of those that are read or not.
@@ -82,8 +82,8 @@ void require_no_report(const Options& options) {
     std::error_code not_there;
     if (options.output.empty() || !fs::is_regular_file(options.output, not_there)) return;
     const std::string name = fs::path(options.output).filename().string();
-    const bool is_report = (name.starts_with(FILE_PREFIX) && name.ends_with(FILE_SUFFIX)) ||
-                           name == FAST_LEAK_FILE || name == SHARED_LEAK_FILE;
+    const bool is_report = (name.starts_with(file_prefix) && name.ends_with(file_suffix)) ||
+                           name == fast_leak_file || name == shared_leak_file;
     if (is_report) throw ReportError({options.output, 0, "is a report: give --output another name"});
 }
 
@@ -129,7 +129,7 @@ int run_diff(const Options& options) {
     }
     say_left_out(*before);
     say_left_out(*after);
-    return diff->different() ? DIFFERENT : 0;
+    return diff->different() ? status_different : 0;
 }
 
 int run_check(const Options& options) {
@@ -137,7 +137,7 @@ int run_check(const Options& options) {
     const bool good = check(*folder, options, std::cout);
     say_left_out(*folder);
     if (!good) return options.exit_code;
-    return folder->left_out.empty() ? 0 : TROUBLE;  // what was not read has not passed
+    return folder->left_out.empty() ? 0 : status_trouble;  // what was not read has not passed
 }
 
 int run_export(const Options& options) {
@@ -168,11 +168,11 @@ int run_top(const Options& options) {
 }
 
 int run(const Options& options) {
-    static const std::map<std::string, int (*)(const Options&)> COMMANDS = {
+    static const std::map<std::string, int (*)(const Options&)> commands = {
         {"show", run_show},     {"html", run_html},     {"diff", run_diff}, {"check", run_check},
         {"export", run_export}, {"growth", run_growth}, {"top", run_top}};
     require_no_report(options);
-    const int status = COMMANDS.at(options.command)(options);
+    const int status = commands.at(options.command)(options);
     std::cout.flush();
     if (!std::cout) throw ReportError({"standard output", 0, "cannot be written"});
     return status;
@@ -187,10 +187,10 @@ int parse_and_run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app->exit(error);  // --help and --version come this way too
         std::cerr << "ktl_memview: " << error.what() << "\nTry 'ktl_memview --help'.\n";
-        return TROUBLE;
+        return status_trouble;
     } catch (const std::exception& error) {
         std::cerr << "ktl_memview: " << harmless(error.what()) << "\n";
-        return TROUBLE;
+        return status_trouble;
     }
 }
 

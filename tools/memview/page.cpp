@@ -9,16 +9,16 @@
 namespace memview {
 namespace {
 
-constexpr std::size_t LARGEST_PAGE = 10'000'000;
+constexpr std::size_t largest_page = 10'000'000;
 
 // Scripts and styles of the page carry this word, and the page forbids all others; it is not to be guessed,
 // so that no name in a report could be written to fit it.
 std::string make_nonce() {
-    static constexpr char DIGITS[] = "0123456789abcdef";
+    static constexpr char hex_digits[] = "0123456789abcdef";
     std::random_device random;
     std::string nonce;
     for (int i = 0; i < 4; ++i) {
-        for (std::uint32_t bits = random(), n = 0; n < 8; ++n, bits >>= 4) nonce += DIGITS[bits & 15];
+        for (std::uint32_t bits = random(), n = 0; n < 8; ++n, bits >>= 4) nonce += hex_digits[bits & 15];
     }
     return nonce;
 }
@@ -101,7 +101,7 @@ std::string make_page(const std::function<Page(const PageLimits&)>& make) {
     PageLimits limits;
     for (;;) {
         std::string page = assemble(page_data(make(limits), limits));
-        if (page.size() <= LARGEST_PAGE) return page;
+        if (page.size() <= largest_page) return page;
         if (limits.rows == 0 && limits.nodes == 0) {
             throw ReportError(
                 {"the page", 0, "does not fit 10 MB with so many processes: choose some with --process"});

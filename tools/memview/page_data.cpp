@@ -16,31 +16,31 @@ namespace {
 using nlohmann::json;
 
 // A name of a megabyte is no help to a reader, and a few of them would fill the page.
-constexpr std::size_t LONGEST_NAME = 16384;
+constexpr std::size_t longest_name = 16384;
 
 // Each text of the page once, in the order of first use.
 class Texts {
   public:
     std::size_t number_of(std::string_view text) {
-        const auto [found, is_new] = m_numbers.try_emplace(std::string(text), m_list.size());
-        if (is_new) m_list.push_back(shortened(found->first, LONGEST_NAME));
+        const auto [found, is_new] = numbers_.try_emplace(std::string(text), list_.size());
+        if (is_new) list_.push_back(shortened(found->first, longest_name));
         return found->second;
     }
     // Of a function, whose name may be read otherwise.
     std::size_t number_of_function(std::string_view name) {
         const std::size_t number = number_of(name);
         const std::string readable = readable::name(name);
-        if (readable != name) m_readable[std::to_string(number)] = shortened(readable, LONGEST_NAME);
+        if (readable != name) readable_[std::to_string(number)] = shortened(readable, longest_name);
         return number;
     }
-    const json& list() const { return m_list; }
+    const json& list() const { return list_; }
     // By number, of those that are read otherwise.
-    const json& readable() const { return m_readable; }
+    const json& readable() const { return readable_; }
 
   private:
-    std::unordered_map<std::string, std::size_t> m_numbers;
-    json m_list = json::array();
-    json m_readable = json::object();
+    std::unordered_map<std::string, std::size_t> numbers_;
+    json list_ = json::array();
+    json readable_ = json::object();
 };
 
 const char* unit_name(Unit unit) {

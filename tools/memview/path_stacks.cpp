@@ -7,43 +7,43 @@
 namespace memview {
 
 PathStacks::PathStacks(const Paths& paths, Names& names)
-    : m_paths(paths),
-      m_parents(*paths.nodes.cells("parent")),
-      m_frames(*paths.nodes.cells("frame")),
-      m_places(paths.frames),
-      m_names(names) {
-    m_deeper.function = names.id_of(DEEPER);
+    : paths_(paths),
+      parents_(*paths.nodes.cells("parent")),
+      frames_(*paths.nodes.cells("frame")),
+      places_(paths.frames),
+      names_(names) {
+    deeper_.function = names.id_of(deeper_frames);
 }
 
 std::span<const std::uint32_t> PathStacks::frames(std::size_t node) {
-    m_stack.clear();
-    for (; node != 0; node = static_cast<std::size_t>(m_parents[node - 1]))
-        m_stack.push_back(static_cast<std::uint32_t>(m_frames[node - 1]));
-    return m_stack;
+    stack_.clear();
+    for (; node != 0; node = static_cast<std::size_t>(parents_[node - 1]))
+        stack_.push_back(static_cast<std::uint32_t>(frames_[node - 1]));
+    return stack_;
 }
 
 std::span<const std::uint32_t> PathStacks::levels(std::uint32_t frame) {
-    m_levels.clear();
-    if (frame == 0) m_levels.push_back(DEEPER_ROW);
-    for (std::uint32_t row = m_paths.first_level[frame]; row < m_paths.first_level[frame + 1]; ++row)
-        m_levels.push_back(row);
-    return m_levels;
+    levels_.clear();
+    if (frame == 0) levels_.push_back(deeper_row);
+    for (std::uint32_t row = paths_.first_level[frame]; row < paths_.first_level[frame + 1]; ++row)
+        levels_.push_back(row);
+    return levels_;
 }
 
 std::span<const std::uint32_t> PathStacks::rows(std::size_t node) {
-    m_rows.clear();
+    rows_.clear();
     for (const std::uint32_t frame : frames(node)) {
         const std::span<const std::uint32_t> inwards = levels(frame);
-        m_rows.insert(m_rows.end(), inwards.begin(), inwards.end());
+        rows_.insert(rows_.end(), inwards.begin(), inwards.end());
     }
-    std::reverse(m_rows.begin(), m_rows.end());
-    return m_rows;
+    std::reverse(rows_.begin(), rows_.end());
+    return rows_;
 }
 
 Place PathStacks::place(std::uint32_t row) const {
-    if (row == DEEPER_ROW) return m_deeper;
-    Place place = m_places[row];
-    if (place.function == 0) place.function = m_names.id_of(frame_name(place, m_names));
+    if (row == deeper_row) return deeper_;
+    Place place = places_[row];
+    if (place.function == 0) place.function = names_.id_of(frame_name(place, names_));
     return place;
 }
 

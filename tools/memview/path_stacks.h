@@ -12,7 +12,7 @@ namespace memview {
 
 class PathStacks {
   public:
-    static constexpr std::uint32_t DEEPER_ROW =
+    static constexpr std::uint32_t deeper_row =
         UINT32_MAX;  // of what lay beyond the depth that the tracker looks to
 
     // The names are those of the paths, which must outlive this.
@@ -29,15 +29,15 @@ class PathStacks {
     Place place(std::uint32_t row) const;
 
   private:
-    const Paths& m_paths;
-    const Cells& m_parents;
-    const Cells& m_frames;
-    PlaceReader m_places;
-    Place m_deeper;
-    Names& m_names;
-    std::vector<std::uint32_t> m_stack;
-    std::vector<std::uint32_t> m_rows;
-    std::vector<std::uint32_t> m_levels;
+    const Paths& paths_;
+    const Cells& parents_;
+    const Cells& frames_;
+    PlaceReader places_;
+    Place deeper_;
+    Names& names_;
+    std::vector<std::uint32_t> stack_;
+    std::vector<std::uint32_t> rows_;
+    std::vector<std::uint32_t> levels_;
 };
 
 }  // namespace memview

@@ -45,26 +45,26 @@ std::vector<bool> kept_nodes(const Paths& paths, std::span<const char* const> co
 
 }  // namespace
 
-PathTree::PathTree(Names& names, std::size_t figures) : m_names(names), m_figures(figures) {
+PathTree::PathTree(Names& names, std::size_t figures) : names_(names), figures_(figures) {
     Place root;
-    root.function = names.id_of(ALL_PATHS);
-    m_nodes.push_back({0, frame_number(root, false)});
-    m_own.resize(m_figures);
+    root.function = names.id_of(all_paths);
+    nodes_.push_back({0, frame_number(root, false)});
+    own_.resize(figures_);
 }
 
 std::uint32_t PathTree::frame_number(const Place& place, bool filtered) {
-    const auto next = static_cast<std::uint32_t>(m_frames.size());
-    const auto [found, is_new] = m_frame_numbers[filtered ? 1 : 0].try_emplace(place, next);
-    if (is_new) m_frames.push_back({place, filtered});
+    const auto next = static_cast<std::uint32_t>(frames_.size());
+    const auto [found, is_new] = frame_numbers_[filtered ? 1 : 0].try_emplace(place, next);
+    if (is_new) frames_.push_back({place, filtered});
     return found->second;
 }
 
 std::uint32_t PathTree::child(std::uint32_t parent, std::uint32_t frame) {
     const std::uint64_t key = std::uint64_t{parent} << 32 | frame;
-    const auto [found, is_new] = m_children.try_emplace(key, static_cast<std::uint32_t>(m_nodes.size()));
+    const auto [found, is_new] = children_.try_emplace(key, static_cast<std::uint32_t>(nodes_.size()));
     if (is_new) {
-        m_nodes.push_back({parent, frame});
-        m_own.resize(m_own.size() + m_figures);
+        nodes_.push_back({parent, frame});
+        own_.resize(own_.size() + figures_);
     }
     return found->second;
 }
@@ -75,7 +75,7 @@ std::vector<std::vector<std::uint32_t>> PathTree::frames_of(const Paths& paths, 
     const Cells& filtered = *paths.frames.cells("filtered");
     std::vector<std::vector<std::uint32_t>> all(paths.first_level.size() - 1);
     Place deeper;
-    deeper.function = m_names.id_of(DEEPER);
+    deeper.function = names_.id_of(deeper_frames);
     all[0] = {frame_number(deeper, false)};
     for (std::size_t frame = 1; frame < all.size(); ++frame) {
         for (std::size_t row = paths.first_level[frame + 1]; row > paths.first_level[frame]; --row) {
@@ -94,7 +94,7 @@ void PathTree::add(const Paths& paths, std::span<const char* const> columns, std
     const std::vector<bool> kept = kept_nodes(paths, columns, form.most_nodes);
     const std::vector<std::vector<std::uint32_t>> frames = frames_of(paths, form);
     Place others;
-    others.function = m_names.id_of(OTHERS);
+    others.function = names_.id_of(name_of_others);
     const std::uint32_t others_frame = frame_number(others, false);
     const Cells& parents = *paths.nodes.cells("parent");
     const Cells& node_frames = *paths.nodes.cells("frame");
@@ -112,15 +112,15 @@ void PathTree::add(const Paths& paths, std::span<const char* const> columns, std
         }
         place[node] = at;
         for (std::size_t i = 0; i < cells.size(); ++i)
-            m_own[at * m_figures + first + i] += (*cells[i])[node - 1];
+            own_[at * figures_ + first + i] += (*cells[i])[node - 1];
     }
 }
 
 std::vector<std::int64_t> PathTree::with_children(std::size_t figure) const {
-    std::vector<std::int64_t> sums(m_nodes.size());
-    for (std::size_t node = m_nodes.size(); node-- > 0;) {
+    std::vector<std::int64_t> sums(nodes_.size());
+    for (std::size_t node = nodes_.size(); node-- > 0;) {
         sums[node] += own(node, figure);
-        if (node > 0) sums[m_nodes[node].parent] += sums[node];
+        if (node > 0) sums[nodes_[node].parent] += sums[node];
     }
     return sums;
 }

@@ -39,9 +39,9 @@ class PathTree {
              const TreeForm& form);
 
     // Node 0 is the root, frame 0 its name.
-    const std::vector<Node>& nodes() const { return m_nodes; }
-    const std::vector<Frame>& frames() const { return m_frames; }
-    std::int64_t own(std::size_t node, std::size_t figure) const { return m_own[node * m_figures + figure]; }
+    const std::vector<Node>& nodes() const { return nodes_; }
+    const std::vector<Frame>& frames() const { return frames_; }
+    std::int64_t own(std::size_t node, std::size_t figure) const { return own_[node * figures_ + figure]; }
     // By node, what it and all below it have.
     std::vector<std::int64_t> with_children(std::size_t figure) const;
 
@@ -50,18 +50,19 @@ class PathTree {
     std::uint32_t child(std::uint32_t parent, std::uint32_t frame);
     std::vector<std::vector<std::uint32_t>> frames_of(const Paths& paths, const TreeForm& form);
 
-    Names& m_names;
-    std::size_t m_figures;
-    std::vector<Frame> m_frames;
-    std::vector<Node> m_nodes;
-    std::vector<std::int64_t> m_own;
-    std::unordered_map<Place, std::uint32_t, PlaceHash> m_frame_numbers[2];  // by whether filtered
-    std::unordered_map<std::uint64_t, std::uint32_t> m_children;             // by parent and frame
+    Names& names_;
+    std::size_t figures_;
+    std::vector<Frame> frames_;
+    std::vector<Node> nodes_;
+    std::vector<std::int64_t> own_;
+    std::unordered_map<Place, std::uint32_t, PlaceHash> frame_numbers_[2];  // by whether filtered
+    std::unordered_map<std::uint64_t, std::uint32_t> children_;             // by parent and frame
 };
 
-inline constexpr const char* ALL_PATHS = "all";
-inline constexpr const char* DEEPER = "(deeper)";  // what lay beyond the depth that the tracker looks to
-inline constexpr const char* OTHERS = "(others)";  // what was too small to be kept
+inline constexpr const char* all_paths = "all";
+inline constexpr const char* deeper_frames =
+    "(deeper)";  // what lay beyond the depth that the tracker looks to
+inline constexpr const char* name_of_others = "(others)";  // what was too small to be kept
 
 // What a frame is called: its function, else its module, else that it is unknown.
 std::string frame_name(const Place& place, const Names& names);

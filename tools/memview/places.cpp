@@ -11,14 +11,14 @@ std::size_t PlaceHash::operator()(const Place& place) const {
 }
 
 PlaceReader::PlaceReader(const Table& table)
-    : m_module(*table.cells(table.column("module") >= 0 ? "module" : "name")),
-      m_file(table.cells("file")),
-      m_function(table.cells("function")),
-      m_line(table.cells("line")) {}
+    : module_(*table.cells(table.column("module") >= 0 ? "module" : "name")),
+      file_(table.cells("file")),
+      function_(table.cells("function")),
+      line_(table.cells("line")) {}
 
 Place PlaceReader::operator[](std::size_t row) const {
-    if (m_file == nullptr) return {m_module[row]};
-    return {m_module[row], (*m_file)[row], (*m_function)[row], (*m_line)[row]};
+    if (file_ == nullptr) return {module_[row]};
+    return {module_[row], (*file_)[row], (*function_)[row], (*line_)[row]};
 }
 
 void add_sums(const Table& table, const std::string& column, Side side, PlaceSums& sums) {

@@ -50,10 +50,10 @@ class PlaceReader {
     Place operator[](std::size_t row) const;
 
   private:
-    const Cells& m_module;
-    const Cells* m_file;
-    const Cells* m_function;
-    const Cells* m_line;
+    const Cells& module_;
+    const Cells* file_;
+    const Cells* function_;
+    const Cells* line_;
 };
 
 // Adds a column of the table to one side.

@@ -8,7 +8,7 @@ namespace memview {
 namespace {
 
 // Parts from this share of the resident size on are worth a sentence.
-constexpr std::int64_t LARGE_SHARE = 10;
+constexpr std::int64_t large_share = 10;
 
 const char* name_of(ResidentIndex part) {
     switch (part) {
@@ -111,7 +111,7 @@ std::vector<ResidentStep> resident_steps(const ResidentPoint& point) {
     for (const ResidentIndex part : order) {
         const std::int64_t bytes = point.parts[part];
         if (bytes == 0) continue;
-        const bool is_large = bytes >= resident / LARGE_SHARE;
+        const bool is_large = bytes >= resident / large_share;
         steps.push_back({name_of(part), bytes, is_large ? advice_on(part, bytes) : std::string()});
     }
     return steps;

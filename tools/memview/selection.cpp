@@ -33,54 +33,54 @@ bool texts_before(const Table& table, const Names& names, std::uint32_t left, st
 class RowFilter {
   public:
     RowFilter(const Table& table, const Names& names, const Pattern& pattern)
-        : m_names(names), m_pattern(pattern), m_verdicts(pattern.matches_all() ? 0 : names.size()) {
+        : names_(names), pattern_(pattern), verdicts_(pattern.matches_all() ? 0 : names.size()) {
         for (const Column& column : table.columns) {
-            if (column.spec.unit == Unit::text) m_texts.push_back(&column);
+            if (column.spec.unit == Unit::text) texts_.push_back(&column);
         }
     }
 
     // Whether any text of the row matches.
     bool lets_pass(std::size_t row) {
-        return m_pattern.matches_all() ||
-               std::any_of(m_texts.begin(), m_texts.end(),
-                           [&](const Column* column) { return name_matches(column->cells[row]); });
+        return pattern_.matches_all() || std::any_of(texts_.begin(), texts_.end(), [&](const Column* column) {
+                   return name_matches(column->cells[row]);
+               });
     }
 
   private:
     enum class Verdict : char { unknown, yes, no };
 
     bool name_matches(std::int64_t id) {
-        Verdict& verdict = m_verdicts[static_cast<std::size_t>(id)];
+        Verdict& verdict = verdicts_[static_cast<std::size_t>(id)];
         if (verdict == Verdict::unknown)
-            verdict = m_pattern.matches(m_names.text(id)) ? Verdict::yes : Verdict::no;
+            verdict = pattern_.matches(names_.text(id)) ? Verdict::yes : Verdict::no;
         return verdict == Verdict::yes;
     }
 
-    const Names& m_names;
-    const Pattern& m_pattern;
-    std::vector<Verdict> m_verdicts;  // by name
-    std::vector<const Column*> m_texts;
+    const Names& names_;
+    const Pattern& pattern_;
+    std::vector<Verdict> verdicts_;  // by name
+    std::vector<const Column*> texts_;
 };
 
 }  // namespace
 
-Pattern::Pattern(const std::string& expression) : m_matches_all(expression.empty()) {
-    const int error = ::regcomp(&m_compiled, expression.c_str(), REG_EXTENDED | REG_NOSUB);
+Pattern::Pattern(const std::string& expression) : matches_all_(expression.empty()) {
+    const int error = ::regcomp(&compiled_, expression.c_str(), REG_EXTENDED | REG_NOSUB);
     if (error == 0) return;
     char reason[120];
-    ::regerror(error, &m_compiled, reason, sizeof reason);
+    ::regerror(error, &compiled_, reason, sizeof reason);
     throw CLI::ValidationError("--match",
                                "\"" + expression + "\" is no extended regular expression: " + reason);
 }
 
 Pattern::~Pattern() {
-    ::regfree(&m_compiled);
+    ::regfree(&compiled_);
 }
 
 bool Pattern::matches(std::string_view text) const {
-    if (m_matches_all) return true;
+    if (matches_all_) return true;
     regmatch_t whole{0, static_cast<regoff_t>(text.size())};
-    return ::regexec(&m_compiled, text.data(), 1, &whole, REG_STARTEND) == 0;
+    return ::regexec(&compiled_, text.data(), 1, &whole, REG_STARTEND) == 0;
 }
 
 Selection select_rows(const Table& table, const Names& names, const Pattern& pattern,

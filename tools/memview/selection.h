@@ -23,11 +23,11 @@ class Pattern {
     Pattern& operator=(const Pattern&) = delete;
 
     bool matches(std::string_view text) const;
-    bool matches_all() const { return m_matches_all; }
+    bool matches_all() const { return matches_all_; }
 
   private:
-    bool m_matches_all;
-    regex_t m_compiled{};
+    bool matches_all_;
+    regex_t compiled_{};
 };
 
 struct Selection {

@@ -14,8 +14,8 @@
 namespace memview {
 namespace {
 
-constexpr std::size_t SPARK_WIDTH = 32;
-constexpr const char* RECORDED_PEAK = "recorded_peak";
+constexpr std::size_t spark_width = 32;
+constexpr const char* recorded_peak_key = "recorded_peak";
 
 struct View {
     const char* key;
@@ -23,8 +23,8 @@ struct View {
     const char* timeline;  // with the course of the rows, or null
 };
 
-constexpr View VIEWS[] = {{"sites", "Call sites", nullptr}, {"modules", "Modules", MODULE_TIMELINE_DETAILED},
-                          {"bins", "Bins", nullptr},        {"tags", "Tags", TAG_TIMELINE},
+constexpr View views[] = {{"sites", "Call sites", nullptr}, {"modules", "Modules", module_timeline_detailed},
+                          {"bins", "Bins", nullptr},        {"tags", "Tags", tag_timeline},
                           {"leaks", "Leaks", nullptr},      {"fast_leaks", "Fast leak summaries", nullptr}};
 
 std::string figure_text(std::int64_t value, Unit unit) {
@@ -45,22 +45,18 @@ bool same_name(const std::string& a, const std::string& b) {
 class Show {
   public:
     Show(const Folder& folder, const Options& options, const Terminal& terminal, std::ostream& out)
-        : m_names(*folder.names),
-          m_options(options),
-          m_terminal(terminal),
-          m_out(out),
-          m_pattern(options.match) {}
+        : names_(*folder.names), options_(options), terminal_(terminal), out_(out), pattern_(options.match) {}
 
     void print(const Run& run) const {
-        m_out << bold(harmless(run.name), m_terminal) << "  (" << harmless(run.folder) << ")\n";
+        out_ << bold(harmless(run.name), terminal_) << "  (" << harmless(run.folder) << ")\n";
         print_summary(run);
         for (const auto& [kind, title] :
-             {std::pair{AUXILIARY_TIMELINE, "Process"}, {MODULE_TIMELINE, "Modules"}}) {
+             {std::pair{auxiliary_timeline, "Process"}, {module_timeline, "Modules"}}) {
             const Timeline* timeline = run.timeline(kind);
             if (timeline != nullptr) print_series(*timeline, title);
         }
-        if (run.resident) show_resident(*run.resident, m_terminal, m_out);
-        for (const View& view : VIEWS) {
+        if (run.resident) show_resident(*run.resident, terminal_, out_);
+        for (const View& view : views) {
             const Table* table = run.table(view.key);
             if (table != nullptr) print_table(run, *table, view);
         }
@@ -70,22 +66,22 @@ class Show {
     void print_summary(const Run& run) const {
         std::string what;
         for (const std::string& one : tracked(run)) what += (what.empty() ? "" : ", ") + one;
-        m_out << "  Tracked: " << what << "\n";
+        out_ << "  Tracked: " << what << "\n";
         TextTable table({{"", TextTable::Align::left}, {"", TextTable::Align::right}});
         const std::vector<Figure> figures = summary(run);
         for (const Figure& figure : figures)
             table.add({figure.title, figure_text(figure.value, figure.unit)});
-        table.print(m_out, m_terminal);
+        table.print(out_, terminal_);
         for (const Figure& figure : figures)
-            if (figure.value < 0) m_out << "  " << figure.title << ": " << figure.explanation << "\n";
+            if (figure.value < 0) out_ << "  " << figure.title << ": " << figure.explanation << "\n";
     }
 
     void print_series(const Timeline& timeline, const char* title) const {
-        m_out << "\n"
-              << bold(std::string(title) + " over " + grouped(static_cast<std::int64_t>(timeline.samples)) +
-                          " samples",
-                      m_terminal)
-              << "\n";
+        out_ << "\n"
+             << bold(std::string(title) + " over " + grouped(static_cast<std::int64_t>(timeline.samples)) +
+                         " samples",
+                     terminal_)
+             << "\n";
         TextTable table({{"HIGHEST", TextTable::Align::right},
                          {"LAST", TextTable::Align::right},
                          {"COURSE", TextTable::Align::left},
@@ -95,52 +91,51 @@ class Show {
                 series->name == "page_faults" || series->name.find("_num_") != std::string::npos;
             const Unit unit = counts ? Unit::blocks : Unit::bytes;
             table.add({figure_text(series->highest, unit), figure_text(series->last, unit),
-                       sparkline(series->stretches, SPARK_WIDTH), harmless(series->name)});
+                       sparkline(series->stretches, spark_width), harmless(series->name)});
         }
-        table.print(m_out, m_terminal);
+        table.print(out_, terminal_);
     }
 
     std::vector<const Series*> shown_series(const Timeline& timeline) const {
         std::vector<const Series*> all;
         for (const Series& series : timeline.series) {
-            if (m_pattern.matches(series.name)) all.push_back(&series);
+            if (pattern_.matches(series.name)) all.push_back(&series);
         }
         std::stable_sort(all.begin(), all.end(),
                          [](const Series* a, const Series* b) { return a->highest > b->highest; });
-        if (m_options.top != 0 && all.size() > m_options.top) all.resize(m_options.top);
+        if (options_.top != 0 && all.size() > options_.top) all.resize(options_.top);
         return all;
     }
 
     void print_table(const Run& run, const Table& table, const View& view) const {
-        const Selection selection = select_rows(table, m_names, m_pattern, m_options.sort, m_options.top);
+        const Selection selection = select_rows(table, names_, pattern_, options_.sort, options_.top);
         const std::string sort =
-            table.column(m_options.sort) >= 0 || m_options.sort == "name" ? m_options.sort : "bytes";
-        m_out << "\n"
-              << bold(view.title, m_terminal) << "  (" << selection.rows.size() << " of "
-              << selection.matching << (m_pattern.matches_all() ? "" : " matching") << ", by " << sort
-              << ")\n";
+            table.column(options_.sort) >= 0 || options_.sort == "name" ? options_.sort : "bytes";
+        out_ << "\n"
+             << bold(view.title, terminal_) << "  (" << selection.rows.size() << " of " << selection.matching
+             << (pattern_.matches_all() ? "" : " matching") << ", by " << sort << ")\n";
         if (selection.rows.empty()) return;
-        const bool has_room = m_terminal.width == 0 || m_terminal.width >= 100;
+        const bool has_room = terminal_.width == 0 || terminal_.width >= 100;
         const Timeline* course = has_room && view.timeline != nullptr ? run.timeline(view.timeline) : nullptr;
         TextTable text(headings(run, table, course != nullptr));
         for (const std::uint32_t row : selection.rows) text.add(cells(table, row, course));
-        text.print(m_out, m_terminal);
+        text.print(out_, terminal_);
     }
 
     // The figure that the rows are sorted by, then as many others as leave room for the names; the exports
     // have all.
     std::vector<const Column*> figure_columns(const Table& table) const {
         std::vector<std::string> keys = {"peak", "current"};
-        if (m_terminal.width == 0 || m_terminal.width >= 100) keys.emplace_back("cumulative");
-        if (m_terminal.width == 0 || m_terminal.width >= 130)
-            keys.insert(keys.end(), {"max", "peak_blocks", "current_blocks", RECORDED_PEAK});
-        std::erase(keys, m_options.sort);
-        keys.insert(keys.begin(), m_options.sort);
+        if (terminal_.width == 0 || terminal_.width >= 100) keys.emplace_back("cumulative");
+        if (terminal_.width == 0 || terminal_.width >= 130)
+            keys.insert(keys.end(), {"max", "peak_blocks", "current_blocks", recorded_peak_key});
+        std::erase(keys, options_.sort);
+        keys.insert(keys.begin(), options_.sort);
         std::vector<const Column*> columns;
         for (const std::string& key : keys) {
-            const bool has_recorded = table.column(EXACT_PEAK) >= 0;
-            if (key == RECORDED_PEAK && !has_recorded) continue;
-            const int index = table.column(key == RECORDED_PEAK ? "peak" : meant_column(table, key));
+            const bool has_recorded = table.column(exact_peak) >= 0;
+            if (key == recorded_peak_key && !has_recorded) continue;
+            const int index = table.column(key == recorded_peak_key ? "peak" : meant_column(table, key));
             if (index < 0) continue;
             const Column& column = table.columns[static_cast<std::size_t>(index)];
             if (column.spec.unit != Unit::text) columns.push_back(&column);
@@ -151,9 +146,9 @@ class Show {
     static std::string heading(const Run& run, const Table& table, const Column& column) {
         const std::string key = column.spec.key;
         if (table.key == "leaks" && column.spec.unit == Unit::bytes) return "LEAKED";
-        if (key == EXACT_PEAK) return "PEAK";
-        if (key == EXACT_PEAK_BLOCKS) return "PEAK BLOCKS";
-        return key == "peak" && run.paths ? upper(RECORDED_PEAK) : upper(key);
+        if (key == exact_peak) return "PEAK";
+        if (key == exact_peak_blocks) return "PEAK BLOCKS";
+        return key == "peak" && run.paths ? upper(recorded_peak_key) : upper(key);
     }
 
     std::vector<TextTable::Heading> headings(const Run& run, const Table& table, bool with_course) const {
@@ -188,25 +183,25 @@ class Show {
         const std::string function = text(table, row, "function");
         all.push_back(module.empty() ? "OTHER" : module);
         all.push_back(file.empty() ? "" : file + ":" + std::to_string((*table.cells("line"))[row]));
-        all.push_back(m_options.full_names ? function : readable::name(function));
+        all.push_back(options_.full_names ? function : readable::name(function));
     }
 
     static std::string course_of(const Timeline& timeline, const std::string& name) {
         for (const Series& series : timeline.series) {
-            if (same_name(series.name, name)) return sparkline(series.stretches, SPARK_WIDTH);
+            if (same_name(series.name, name)) return sparkline(series.stretches, spark_width);
         }
         return {};
     }
 
     std::string text(const Table& table, std::size_t row, const char* key) const {
-        return table.column(key) < 0 ? std::string() : harmless(table.text(key, row, m_names));
+        return table.column(key) < 0 ? std::string() : harmless(table.text(key, row, names_));
     }
 
-    const Names& m_names;
-    const Options& m_options;
-    const Terminal& m_terminal;
-    std::ostream& m_out;
-    Pattern m_pattern;
+    const Names& names_;
+    const Options& options_;
+    const Terminal& terminal_;
+    std::ostream& out_;
+    Pattern pattern_;
 };
 
 }  // namespace

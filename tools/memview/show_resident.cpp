@@ -9,7 +9,7 @@
 namespace memview {
 namespace {
 
-constexpr double BAR_WIDTH = 24;
+constexpr double bar_width = 24;
 
 std::string share_text(std::int64_t bytes, std::int64_t resident) {
     if (resident <= 0) return "";
@@ -21,7 +21,7 @@ std::string share_text(std::int64_t bytes, std::int64_t resident) {
 std::string bar(std::int64_t from, std::int64_t to, std::int64_t whole) {
     const auto place = [whole](std::int64_t bytes) {
         const double share = whole > 0 ? static_cast<double>(bytes) / static_cast<double>(whole) : 0;
-        return static_cast<std::size_t>(std::clamp(std::round(share * BAR_WIDTH), 0.0, 2 * BAR_WIDTH));
+        return static_cast<std::size_t>(std::clamp(std::round(share * bar_width), 0.0, 2 * bar_width));
     };
     const auto [low, high] = std::minmax({place(from), place(to)});
     return std::string(low, ' ') + std::string(std::max<std::size_t>(high - low, 1), from <= to ? '#' : '-');

@@ -16,7 +16,7 @@ const Table* whole_table(const Run& run) {
     return nullptr;
 }
 
-constexpr const char* DEFICIT = "Below zero, since blocks came off that the tracker had not seen allocated.";
+constexpr const char* deficit = "Below zero, since blocks came off that the tracker had not seen allocated.";
 
 void add_table_figures(const Table& table, std::vector<Figure>& figures) {
     struct Source {
@@ -25,7 +25,7 @@ void add_table_figures(const Table& table, std::vector<Figure>& figures) {
         Unit unit;
         const char* explanation;
     };
-    static constexpr Source SOURCES[] = {
+    static constexpr Source all_sources[] = {
         {"peak", "Recorded peak", Unit::bytes,
          "Bytes held at the recorded peak. A peak is recorded when the total doubles or passes a step, so "
          "that a sample can stand higher."},
@@ -39,18 +39,18 @@ void add_table_figures(const Table& table, std::vector<Figure>& figures) {
          "What callers asked for; the rest of the cumulative bytes is rounding."},
         {"mismatched", "Freed elsewhere", Unit::bytes,
          "Small blocks freed on another thread than their own."}};
-    for (const Source& source : SOURCES) {
+    for (const Source& source : all_sources) {
         if (table.column(source.column) < 0) continue;
         const std::int64_t value = table.sum(source.column);
         figures.push_back(
-            {source.column, source.title, value, source.unit, value < 0 ? DEFICIT : source.explanation});
+            {source.column, source.title, value, source.unit, value < 0 ? deficit : source.explanation});
     }
 }
 
 void add_path_figures(const Paths& paths, std::vector<Figure>& figures) {
-    figures.push_back({EXACT_PEAK, "Peak", paths.nodes.sum("peak"), Unit::bytes,
+    figures.push_back({exact_peak, "Peak", paths.nodes.sum("peak"), Unit::bytes,
                        "The most bytes that the process ever held, with everybody's share at that moment."});
-    figures.push_back({EXACT_PEAK_BLOCKS, "Blocks at the peak", paths.nodes.sum("peak_blocks"), Unit::blocks,
+    figures.push_back({exact_peak_blocks, "Blocks at the peak", paths.nodes.sum("peak_blocks"), Unit::blocks,
                        "Blocks held at that moment."});
     const auto after = paths.totals.find("Peak milliseconds");
     if (after == paths.totals.end()) return;
@@ -59,7 +59,7 @@ void add_path_figures(const Paths& paths, std::vector<Figure>& figures) {
 }
 
 void add_auxiliary_figures(const Run& run, std::vector<Figure>& figures) {
-    const Timeline* timeline = run.timeline(AUXILIARY_TIMELINE);
+    const Timeline* timeline = run.timeline(auxiliary_timeline);
     if (timeline == nullptr) return;
     for (const Series& series : timeline->series) {
         if (series.name == "resident") {
@@ -106,8 +106,8 @@ std::vector<Figure> summary(const Run& run) {
     if (run.paths) add_path_figures(*run.paths, figures);
     const Table* table = whole_table(run);
     if (table != nullptr) add_table_figures(*table, figures);
-    const Timeline* timeline = run.timeline(MODULE_TIMELINE);
-    if (timeline == nullptr) timeline = run.timeline(TAG_TIMELINE);
+    const Timeline* timeline = run.timeline(module_timeline);
+    if (timeline == nullptr) timeline = run.timeline(tag_timeline);
     if (timeline != nullptr) {
         const auto recorded = std::find_if(figures.begin(), figures.end(),
                                            [](const Figure& figure) { return figure.key == "peak"; });
@@ -135,15 +135,15 @@ std::vector<std::string> tracked(const Run& run) {
         const char* kind;
         const char* title;
     };
-    static constexpr Source SOURCES[] = {{"fileline", "call sites"},
-                                         {MODULE_TIMELINE, "modules over time"},
-                                         {"pbin_stats", "bins and tags"},
-                                         {"leak_warning", "leaks"},
-                                         {PATHS_KIND, "call paths"},
-                                         {"fast_leak_warning", "fast leaks"},
-                                         {AUXILIARY_TIMELINE, "process figures"}};
+    static constexpr Source all_sources[] = {{"fileline", "call sites"},
+                                             {module_timeline, "modules over time"},
+                                             {"pbin_stats", "bins and tags"},
+                                             {"leak_warning", "leaks"},
+                                             {paths_kind, "call paths"},
+                                             {"fast_leak_warning", "fast leaks"},
+                                             {auxiliary_timeline, "process figures"}};
     std::vector<std::string> all;
-    for (const Source& source : SOURCES) {
+    for (const Source& source : all_sources) {
         if (run.files.contains(source.kind)) all.emplace_back(source.title);
     }
     return all;

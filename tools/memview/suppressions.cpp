@@ -33,10 +33,10 @@ bool matches_whole(std::string_view pattern, std::string_view text) {
 }
 
 std::string_view trimmed(std::string_view line) {
-    constexpr std::string_view BLANKS = " \t\r";
-    const std::size_t first = line.find_first_not_of(BLANKS);
+    constexpr std::string_view blanks = " \t\r";
+    const std::size_t first = line.find_first_not_of(blanks);
     if (first == std::string_view::npos) return {};
-    return line.substr(first, line.find_last_not_of(BLANKS) - first + 1);
+    return line.substr(first, line.find_last_not_of(blanks) - first + 1);
 }
 
 }  // namespace
@@ -57,24 +57,24 @@ bool matches_pattern(const std::string& pattern, std::string_view text) {
 }
 
 Suppressions Suppressions::read(const std::string& path) {
-    constexpr std::string_view KIND = "leak:";
+    constexpr std::string_view line_kind = "leak:";
     Suppressions result;
     LineReader reader(path);
     for (std::string_view line; reader.next(line);) {
         const std::string_view text = trimmed(line);
         if (text.empty() || text.front() == '#') continue;
-        if (!text.starts_with(KIND) || text.size() == KIND.size()) {
+        if (!text.starts_with(line_kind) || text.size() == line_kind.size()) {
             throw ReportError({path, reader.number(), "leak:PATTERN expected, found " + in_quotes(text)});
         }
-        result.m_entries.push_back({std::string(text.substr(KIND.size())), false});
+        result.entries_.push_back({std::string(text.substr(line_kind.size())), false});
     }
     return result;
 }
 
 bool Suppressions::covers(std::string_view text) {
     const auto entry = std::ranges::find_if(
-        m_entries, [text](const Entry& one) { return matches_pattern(one.pattern, text); });
-    if (entry == m_entries.end()) return false;
+        entries_, [text](const Entry& one) { return matches_pattern(one.pattern, text); });
+    if (entry == entries_.end()) return false;
     entry->used = true;
     return true;
 }
@@ -86,7 +86,7 @@ bool Suppressions::covers(const Table& leaks, std::size_t row, const Names& name
 
 std::vector<std::string> Suppressions::unused() const {
     std::vector<std::string> patterns;
-    for (const Entry& entry : m_entries) {
+    for (const Entry& entry : entries_) {
         if (!entry.used) patterns.push_back(entry.pattern);
     }
     return patterns;

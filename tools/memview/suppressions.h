@@ -29,7 +29,7 @@ class Suppressions {
         std::string pattern;
         bool used = false;
     };
-    std::vector<Entry> m_entries;
+    std::vector<Entry> entries_;
 };
 
 // A pattern may lie anywhere in the text; "*" stands for anything, "^" in front and "$" behind bind it to the

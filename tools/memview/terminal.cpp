@@ -12,8 +12,8 @@
 namespace memview {
 namespace {
 
-constexpr std::string_view GAP = "  ";
-constexpr std::size_t LEAST_WIDTH = 8;  // of a column that is cut
+constexpr std::string_view gap = "  ";
+constexpr std::size_t least_width = 8;  // of a column that is cut
 
 // Empty when the variable is not set.
 std::string_view environment(const char* name) {
@@ -42,8 +42,8 @@ std::string bold(const std::string& text, const Terminal& terminal) {
 }
 
 std::size_t TextTable::column_width(std::size_t column) const {
-    std::size_t width = display_width(m_headings[column].title);
-    for (const std::vector<std::string>& row : m_rows) width = std::max(width, display_width(row[column]));
+    std::size_t width = display_width(headings_[column].title);
+    for (const std::vector<std::string>& row : rows_) width = std::max(width, display_width(row[column]));
     return width;
 }
 
@@ -52,14 +52,14 @@ std::vector<std::size_t> TextTable::fitting_widths(std::size_t width) const {
     std::vector<std::size_t> widths;
     std::size_t taken = 0;
     std::size_t widest = 0;
-    for (std::size_t i = 0; i < m_headings.size(); ++i) {
+    for (std::size_t i = 0; i < headings_.size(); ++i) {
         widths.push_back(column_width(i));
-        taken += widths.back() + GAP.size();
-        if (m_headings[i].cut != Cut::never) widest = std::max(widest, widths.back());
+        taken += widths.back() + gap.size();
+        if (headings_[i].cut != Cut::never) widest = std::max(widest, widths.back());
     }
-    for (; width != 0 && taken > width && widest > LEAST_WIDTH; --widest) {
+    for (; width != 0 && taken > width && widest > least_width; --widest) {
         for (std::size_t i = 0; i < widths.size() && taken > width; ++i) {
-            if (m_headings[i].cut == Cut::never || widths[i] < widest) continue;
+            if (headings_[i].cut == Cut::never || widths[i] < widest) continue;
             --widths[i];
             --taken;
         }
@@ -71,14 +71,14 @@ std::string TextTable::row_text(const std::vector<std::string>& cells,
                                 const std::vector<std::size_t>& widths) const {
     std::string line;
     for (std::size_t i = 0; i < cells.size(); ++i) {
-        const bool from_the_start = m_headings[i].cut == Cut::start;
-        const bool is_whole = m_headings[i].cut == Cut::never;
+        const bool from_the_start = headings_[i].cut == Cut::start;
+        const bool is_whole = headings_[i].cut == Cut::never;
         const std::string cell = is_whole         ? cells[i]
                                  : from_the_start ? shortened_path(cells[i], widths[i])
                                                   : shortened(cells[i], widths[i]);
         const std::string padding(widths[i] - std::min(widths[i], display_width(cell)), ' ');
-        line += GAP;
-        line += m_headings[i].align == Align::left ? cell + padding : padding + cell;
+        line += gap;
+        line += headings_[i].align == Align::left ? cell + padding : padding + cell;
     }
     line.erase(line.find_last_not_of(' ') + 1);
     return line;
@@ -86,12 +86,12 @@ std::string TextTable::row_text(const std::vector<std::string>& cells,
 
 void TextTable::print(std::ostream& out, const Terminal& terminal) const {
     std::vector<std::string> titles;
-    for (const Heading& heading : m_headings) titles.push_back(heading.title);
+    for (const Heading& heading : headings_) titles.push_back(heading.title);
     const std::vector<std::size_t> widths = fitting_widths(terminal.width);
     if (terminal.colour) out << "\033[2m";
     out << shortened(row_text(titles, widths), terminal.width) << "\n";
     if (terminal.colour) out << "\033[0m";
-    for (const std::vector<std::string>& row : m_rows)
+    for (const std::vector<std::string>& row : rows_)
         out << shortened(row_text(row, widths), terminal.width) << "\n";
 }
 

@@ -32,9 +32,9 @@ class TextTable {
         Cut cut = Cut::never;
     };
 
-    explicit TextTable(std::vector<Heading> headings) : m_headings(std::move(headings)) {}
+    explicit TextTable(std::vector<Heading> headings) : headings_(std::move(headings)) {}
 
-    void add(std::vector<std::string> cells) { m_rows.push_back(std::move(cells)); }
+    void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
     // No row is wider than the terminal.
     void print(std::ostream& out, const Terminal& terminal) const;
 
@@ -43,8 +43,8 @@ class TextTable {
     std::vector<std::size_t> fitting_widths(std::size_t width) const;
     std::string row_text(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths) const;
 
-    std::vector<Heading> m_headings;
-    std::vector<std::vector<std::string>> m_rows;
+    std::vector<Heading> headings_;
+    std::vector<std::vector<std::string>> rows_;
 };
 
 // Wraps a text in bold when the terminal has colour.

@@ -15,9 +15,9 @@
 namespace memview {
 namespace {
 
-constexpr int REFRESH_MS = 1000;
-constexpr std::size_t LONGEST_COURSE = 600;
-constexpr int HEAD_LINES = 6;
+constexpr int refresh_ms = 1000;
+constexpr std::size_t longest_course = 600;
+constexpr int head_lines = 6;
 
 // The terminal as ncurses has it, for a scope.
 class CursesScope {
@@ -107,8 +107,8 @@ std::string mark_name() {
 void TopScreen::show() {
     using Clock = std::chrono::steady_clock;
     const CursesScope curses;
-    m_course.push_back(m_look.bytes);
-    auto next = Clock::now() + std::chrono::milliseconds(REFRESH_MS);
+    course_.push_back(look_.bytes);
+    auto next = Clock::now() + std::chrono::milliseconds(refresh_ms);
     for (;;) {
         draw();
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()).count();
@@ -117,40 +117,40 @@ void TopScreen::show() {
         if (key != ERR && !handle(key)) return;
         if (Clock::now() < next) continue;
         look_again();
-        next = Clock::now() + std::chrono::milliseconds(REFRESH_MS);
+        next = Clock::now() + std::chrono::milliseconds(refresh_ms);
     }
 }
 
 void TopScreen::look_again() {
-    m_look = m_run.look();
-    m_course.push_back(m_look.bytes);
-    if (m_course.size() > LONGEST_COURSE) m_course.erase(m_course.begin());
+    look_ = run_.look();
+    course_.push_back(look_.bytes);
+    if (course_.size() > longest_course) course_.erase(course_.begin());
 }
 
 bool TopScreen::handle(int key) {
     if (key == KEY_RESIZE) return true;
-    if (m_is_searching) return handle_search(key), true;
+    if (is_searching_) return handle_search(key), true;
     if (key == 'q') return false;
     if (key == '/') {
-        m_is_searching = true;
-        m_search.clear();
+        is_searching_ = true;
+        search_.clear();
     }
-    if (key == 'm') m_told = m_run.order("mark", mark_name());
-    if (key == 'c') m_told = m_run.order("checkpoint", "");
+    if (key == 'm') told_ = run_.order("mark", mark_name());
+    if (key == 'c') told_ = run_.order("checkpoint", "");
     return true;
 }
 
 void TopScreen::handle_search(int key) {
-    constexpr int ESCAPE = 27;
+    constexpr int escape = 27;
     if (key == '\n' || key == KEY_ENTER) {
-        m_is_searching = false;
-    } else if (key == ESCAPE) {
-        m_is_searching = false;
-        m_search.clear();
+        is_searching_ = false;
+    } else if (key == escape) {
+        is_searching_ = false;
+        search_.clear();
     } else if (key == KEY_BACKSPACE || key == 127 || key == '\b') {
-        if (!m_search.empty()) m_search.pop_back();
+        if (!search_.empty()) search_.pop_back();
     } else if (key >= ' ' && key < 256) {
-        m_search += static_cast<char>(key);
+        search_ += static_cast<char>(key);
     }
 }
 
@@ -167,31 +167,31 @@ void TopScreen::draw() {
 
 void TopScreen::draw_head(int width) {
     attron(A_BOLD);
-    put(0, 0, joined(m_look.processes), width);
+    put(0, 0, joined(look_.processes), width);
     attroff(A_BOLD);
     put(1, 0,
-        "holds " + human_bytes(m_look.bytes) + " in " + grouped(m_look.blocks) + " blocks, peak " +
-            human_bytes(m_look.peak) + ", resident " + human_bytes(m_look.resident),
+        "holds " + human_bytes(look_.bytes) + " in " + grouped(look_.blocks) + " blocks, peak " +
+            human_bytes(look_.peak) + ", resident " + human_bytes(look_.resident),
         width);
-    std::string events = grouped(static_cast<std::int64_t>(m_look.events_per_second)) + " events a second";
-    if (m_look.seconds_since_event >= 1)
+    std::string events = grouped(static_cast<std::int64_t>(look_.events_per_second)) + " events a second";
+    if (look_.seconds_since_event >= 1)
         events +=
-            ", the last one " + grouped(static_cast<std::int64_t>(m_look.seconds_since_event)) + " s ago";
-    put(2, 0, m_look.memory.empty() ? events : events + "; " + m_look.memory, width);
-    put(3, 0, course_text(m_course, static_cast<std::size_t>(std::max(1, width - 8))), width);
+            ", the last one " + grouped(static_cast<std::int64_t>(look_.seconds_since_event)) + " s ago";
+    put(2, 0, look_.memory.empty() ? events : events + "; " + look_.memory, width);
+    put(3, 0, course_text(course_, static_cast<std::size_t>(std::max(1, width - 8))), width);
     attron(A_REVERSE);
-    mvhline(HEAD_LINES - 1, 0, ' ', width);
-    put(HEAD_LINES - 1, 0, "      bytes     change      blocks  place  function", width);
+    mvhline(head_lines - 1, 0, ' ', width);
+    put(head_lines - 1, 0, "      bytes     change      blocks  place  function", width);
     attroff(A_REVERSE);
 }
 
 void TopScreen::draw_sites(int height, int width) {
-    if (!m_look.knows_sites)
-        put(HEAD_LINES, 0, "Call sites are not shown: the run was started with --no-paths.", width);
-    int row = HEAD_LINES;
-    for (const LiveSite& site : m_look.sites) {
+    if (!look_.knows_sites)
+        put(head_lines, 0, "Call sites are not shown: the run was started with --no-paths.", width);
+    int row = head_lines;
+    for (const LiveSite& site : look_.sites) {
         if (row >= height - 1) return;
-        if ((site.place + " " + site.function).find(m_search) == std::string::npos) continue;
+        if ((site.place + " " + site.function).find(search_) == std::string::npos) continue;
         put_right(row, 0, 11, human_bytes(site.bytes), width);
         put_change(row, 11, site.change, width);
         put_right(row, 22, 12, grouped(site.blocks), width);
@@ -205,12 +205,12 @@ void TopScreen::draw_sites(int height, int width) {
 
 void TopScreen::draw_foot(int height, int width) {
     const std::string keys = "m mark  c checkpoint  / search  q quit";
-    if (m_is_searching)
-        put(height - 1, 0, "/" + m_search, width);
-    else if (!m_told.empty())
-        put(height - 1, 0, m_told, width);
+    if (is_searching_)
+        put(height - 1, 0, "/" + search_, width);
+    else if (!told_.empty())
+        put(height - 1, 0, told_, width);
     else
-        put(height - 1, 0, m_search.empty() ? keys : keys + "   only: " + m_search, width);
+        put(height - 1, 0, search_.empty() ? keys : keys + "   only: " + search_, width);
 }
 
 }  // namespace memview

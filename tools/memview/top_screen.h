@@ -12,7 +12,7 @@ namespace memview {
 
 class TopScreen {
   public:
-    TopScreen(LiveRun& run, LiveLook first) : m_run(run), m_look(std::move(first)) {}
+    TopScreen(LiveRun& run, LiveLook first) : run_(run), look_(std::move(first)) {}
 
     // Whether the terminal is one of a kind that can show it.
     static bool is_possible();
@@ -30,12 +30,12 @@ class TopScreen {
     void handle_search(int key);
     void look_again();
 
-    LiveRun& m_run;
-    LiveLook m_look;
-    std::vector<std::int64_t> m_course;  // bytes held at each look
-    std::string m_search;
-    std::string m_told;  // the answer to the last order
-    bool m_is_searching = false;
+    LiveRun& run_;
+    LiveLook look_;
+    std::vector<std::int64_t> course_;  // bytes held at each look
+    std::string search_;
+    std::string told_;  // the answer to the last order
+    bool is_searching_ = false;
 };
 
 }  // namespace memview

@@ -15,7 +15,7 @@
 namespace memview {
 namespace {
 
-constexpr std::array<const char*, 7> BYTE_UNITS = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+constexpr std::array<const char*, 7> byte_units = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
 
 double unit_factor(std::string_view unit) {
     if (unit.empty() || unit == "B") return 1;
@@ -30,13 +30,13 @@ double unit_factor(std::string_view unit) {
 std::string human_bytes(std::int64_t bytes) {
     double value = std::fabs(static_cast<double>(bytes));
     std::size_t unit = 0;
-    while (value >= 1023.95 && unit + 1 < BYTE_UNITS.size()) {
+    while (value >= 1023.95 && unit + 1 < byte_units.size()) {
         value /= 1024;
         ++unit;
     }
     char text[48];
     std::snprintf(text, sizeof text, unit == 0 ? "%s%.0f %s" : "%s%.1f %s", bytes < 0 ? "-" : "", value,
-                  BYTE_UNITS.at(unit));
+                  byte_units.at(unit));
     return text;
 }
 
@@ -67,7 +67,7 @@ void append_quoted(std::string& out, std::string_view text, std::string_view esc
 
 std::string hex_address(std::int64_t address) {
     if (address == 0) return "OTHER";
-    if (address == NO_SITE) return "-";
+    if (address == no_site) return "-";
     char text[24] = "0x";
     char* const end =
         std::to_chars(text + 2, text + sizeof text, static_cast<std::uint64_t>(address), 16).ptr;
@@ -100,7 +100,7 @@ Amount parse_amount(const std::string& text) {
 }
 
 std::string sparkline(const std::vector<std::int64_t>& course, std::size_t width) {
-    static constexpr std::array<const char*, 8> BARS = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
+    static constexpr std::array<const char*, 8> bars = {"▁", "▂", "▃", "▄", "▅", "▆", "▇", "█"};
     if (course.empty()) return {};
     const std::size_t cells = std::min(width, course.size());
     const std::int64_t highest = std::max<std::int64_t>(1, *std::max_element(course.begin(), course.end()));
@@ -109,7 +109,7 @@ std::string sparkline(const std::vector<std::int64_t>& course, std::size_t width
         const auto from = course.begin() + static_cast<std::ptrdiff_t>(cell * course.size() / cells);
         const auto to = course.begin() + static_cast<std::ptrdiff_t>((cell + 1) * course.size() / cells);
         const double share = static_cast<double>(*std::max_element(from, to)) / static_cast<double>(highest);
-        line += BARS.at(static_cast<std::size_t>(std::lround(std::clamp(share, 0.0, 1.0) * 7)));
+        line += bars.at(static_cast<std::size_t>(std::lround(std::clamp(share, 0.0, 1.0) * 7)));
     }
     return line;
 }

@@ -21,7 +21,7 @@ std::string grouped(std::int64_t number);
 void append_number(std::string& out, std::int64_t number);
 // The text between double quotes, with `escaped` in the place of each quote in it.
 void append_quoted(std::string& out, std::string_view text, std::string_view escaped);
-// "0x...", OTHER for 0, and "-" for NO_SITE.
+// "0x...", OTHER for 0, and "-" for no_site.
 std::string hex_address(std::int64_t address);
 // Thousandths as "1.500".
 std::string fixed_thousandths(std::int64_t value);

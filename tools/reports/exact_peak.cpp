@@ -33,8 +33,8 @@ HeldBy held_by_sites(const Table& nodes) {
 // A key that two rows bear counts for the first of them.
 void add_columns(Table& table, const char* key_column, HeldBy held) {
     const std::size_t key_index = static_cast<std::size_t>(table.column(key_column));
-    Column bytes{EXACT_COLUMNS[0], {}};
-    Column blocks{EXACT_COLUMNS[1], {}};
+    Column bytes{exact_columns[0], {}};
+    Column blocks{exact_columns[1], {}};
     for (std::size_t row = 0; row < table.rows; ++row) {
         Held& share = held[table.columns[key_index].cells[row]];
         bytes.cells.push_back(share.bytes);
@@ -62,8 +62,8 @@ void add_exact_peaks(Run& run, Names& names) {
     if (modules == nullptr) return;
     const std::int64_t other = names.id_of("OTHER");
     const Cells& module = *sites->cells("module");
-    const Cells& bytes = *sites->cells(EXACT_PEAK);
-    const Cells& blocks = *sites->cells(EXACT_PEAK_BLOCKS);
+    const Cells& bytes = *sites->cells(exact_peak);
+    const Cells& blocks = *sites->cells(exact_peak_blocks);
     HeldBy held;
     for (std::size_t row = 0; row < sites->rows; ++row) {
         held[module[row] == 0 ? other : module[row]].add({bytes[row], blocks[row]});
@@ -72,7 +72,7 @@ void add_exact_peaks(Run& run, Names& names) {
 }
 
 std::string meant_column(const Table& table, const std::string& key) {
-    const std::string exact = key == "peak" ? EXACT_PEAK : key == "peak_blocks" ? EXACT_PEAK_BLOCKS : key;
+    const std::string exact = key == "peak" ? exact_peak : key == "peak_blocks" ? exact_peak_blocks : key;
     return table.column(exact) >= 0 ? exact : key;
 }
 

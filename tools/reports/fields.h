@@ -20,15 +20,15 @@ bool parse_number(std::string_view text, Number& value, int base = 10) {
 // Walks the fields of one line. A line of n tabs has n + 1 fields; an empty line has one empty field.
 class Fields {
   public:
-    explicit Fields(std::string_view line) : m_at(line.data()), m_end(line.data() + line.size()) {}
+    explicit Fields(std::string_view line) : at_(line.data()), end_(line.data() + line.size()) {}
 
     bool next(std::string_view& field) {
-        if (m_at == nullptr) return false;
-        const auto left = static_cast<std::size_t>(m_end - m_at);
-        const void* tab = left == 0 ? nullptr : std::memchr(m_at, '\t', left);
-        const char* stop = tab != nullptr ? static_cast<const char*>(tab) : m_end;
-        field = {m_at, static_cast<std::size_t>(stop - m_at)};
-        m_at = tab != nullptr ? stop + 1 : nullptr;
+        if (at_ == nullptr) return false;
+        const auto left = static_cast<std::size_t>(end_ - at_);
+        const void* tab = left == 0 ? nullptr : std::memchr(at_, '\t', left);
+        const char* stop = tab != nullptr ? static_cast<const char*>(tab) : end_;
+        field = {at_, static_cast<std::size_t>(stop - at_)};
+        at_ = tab != nullptr ? stop + 1 : nullptr;
         return true;
     }
 
@@ -36,25 +36,25 @@ class Fields {
     // parses in one go, since a large report is little else than short numbers.
     template <typename Number>
     bool next_number(Number& value) {
-        if (m_at == nullptr) return false;
-        const bool negative = std::is_signed_v<Number> && m_at != m_end && *m_at == '-';
-        const char* const first = m_at + (negative ? 1 : 0);
+        if (at_ == nullptr) return false;
+        const bool negative = std::is_signed_v<Number> && at_ != end_ && *at_ == '-';
+        const char* const first = at_ + (negative ? 1 : 0);
         const char* at = first;
         Number magnitude = 0;
-        while (at - first < ALWAYS_FIT && at != m_end && *at >= '0' && *at <= '9') {
+        while (at - first < always_fit && at != end_ && *at >= '0' && *at <= '9') {
             magnitude = magnitude * 10 + static_cast<Number>(*at++ - '0');
         }
-        const bool ends = at == m_end || *at == '\t';
+        const bool ends = at == end_ || *at == '\t';
         if (at == first || !ends) {
             std::string_view field;
             return next(field) && parse_number(field, value);
         }
         value = negative ? -magnitude : magnitude;
-        m_at = at == m_end ? nullptr : at + 1;
+        at_ = at == end_ ? nullptr : at + 1;
         return true;
     }
 
-    bool at_end() const { return m_at == nullptr; }
+    bool at_end() const { return at_ == nullptr; }
 
     std::size_t rest() {
         std::size_t count = 0;
@@ -63,10 +63,10 @@ class Fields {
     }
 
   private:
-    static constexpr std::ptrdiff_t ALWAYS_FIT = 18;  // digits of a number of 64 bits
+    static constexpr std::ptrdiff_t always_fit = 18;  // digits of a number of 64 bits
 
-    const char* m_at;
-    const char* m_end;
+    const char* at_;
+    const char* end_;
 };
 
 }  // namespace memview

@@ -19,20 +19,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* LEAK_KIND = mem_report::leaks.kind;
-constexpr const char* FILTER_KIND = "filters";
-constexpr const char* FAST_LEAK_KIND = "fast_leak_warning";
+constexpr const char* leak_kind = mem_report::leaks.kind;
+constexpr const char* filter_kind = "filters";
+constexpr const char* fast_leak_kind = "fast_leak_warning";
 
 bool is_kind(std::string_view kind) {
-    return table_kind(kind) != nullptr || timeline_title(kind) != nullptr || kind == LEAK_KIND ||
-           kind == FILTER_KIND || kind == CLOCK_KIND || kind == PATHS_KIND || kind == RESIDENT_KIND;
+    return table_kind(kind) != nullptr || timeline_title(kind) != nullptr || kind == leak_kind ||
+           kind == filter_kind || kind == clock_kind || kind == paths_kind || kind == resident_kind;
 }
 
 // Splits "mem_tbb_KIND.WORD.log"; the word may hold points and may be empty.
 bool split_name(const std::string& file, std::string& kind, std::string& word) {
-    if (!file.starts_with(FILE_PREFIX) || !file.ends_with(FILE_SUFFIX)) return false;
+    if (!file.starts_with(file_prefix) || !file.ends_with(file_suffix)) return false;
     const std::string middle =
-        file.substr(FILE_PREFIX.size(), file.size() - FILE_PREFIX.size() - FILE_SUFFIX.size());
+        file.substr(file_prefix.size(), file.size() - file_prefix.size() - file_suffix.size());
     const std::size_t point = middle.find('.');
     if (point == std::string::npos) return false;
     kind = middle.substr(0, point);
@@ -58,13 +58,13 @@ void read_file(Run& run, const std::string& kind, const std::string& path, Names
         run.tables.push_back(read_table(path, *table, names, problems, run.peak_index));
     } else if (timeline_title(kind) != nullptr) {
         run.timelines[kind] = read_timeline(path, kind, problems);
-    } else if (kind == CLOCK_KIND) {
+    } else if (kind == clock_kind) {
         run.clock = read_clock(path, problems);
-    } else if (kind == RESIDENT_KIND) {
+    } else if (kind == resident_kind) {
         run.resident = read_resident(path, problems);
-    } else if (kind == PATHS_KIND) {
+    } else if (kind == paths_kind) {
         run.paths = read_paths(path, names);
-    } else if (kind == FILTER_KIND) {
+    } else if (kind == filter_kind) {
         run.tables.push_back(read_filtered(path, names, problems));
     } else {
         read_leaks(path, names, problems, run.tables);
@@ -112,7 +112,7 @@ std::vector<Run> find_runs(const std::string& folder) {
         std::string kind;
         std::string word;
         const std::string path = (fs::path(folder) / name).string();
-        if (name == FAST_LEAK_FILE || name == SHARED_LEAK_FILE) shared.push_back(path);
+        if (name == fast_leak_file || name == shared_leak_file) shared.push_back(path);
         if (!split_name(name, kind, word)) continue;
         Run& run = by_word[word];
         run.name = word;
@@ -124,8 +124,8 @@ std::vector<Run> find_runs(const std::string& folder) {
         Run& run = by_word[word];
         run.name = word;
         run.folder = folder;
-        const bool first = run.files.try_emplace(FAST_LEAK_KIND, path).second;
-        if (!first) run.files[std::string(FAST_LEAK_KIND) + "2"] = path;
+        const bool first = run.files.try_emplace(fast_leak_kind, path).second;
+        if (!first) run.files[std::string(fast_leak_kind) + "2"] = path;
     }
     if (by_word.empty()) throw ReportError({folder, 0, "holds no report files (mem_tbb_*.log)"});
     std::vector<Run> runs;

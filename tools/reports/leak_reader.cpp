@@ -10,8 +10,8 @@
 namespace memview {
 namespace {
 
-constexpr std::string_view PROGRAM_END = " memory leak summary";
-constexpr std::string_view RULE = "===============================";
+constexpr std::string_view program_end = " memory leak summary";
+constexpr std::string_view rule = "===============================";
 
 // The digits at the start of `text`, which are taken off; false when there are none or `then` does not
 // follow.
@@ -27,9 +27,10 @@ bool take_number(std::string_view& text, std::string_view then, std::int64_t& va
 // "MODULE leaked N bytes in N object(s) allocated at FILE:LINE FUNCTION". A name may hold such words itself,
 // so each split is taken where the numbers fit.
 bool parse_leak(std::string_view line, Names& names, std::array<std::int64_t, 6>& row) {
-    constexpr std::string_view LEAKED = " leaked ";
-    for (std::size_t at = line.find(LEAKED); at != std::string_view::npos; at = line.find(LEAKED, at + 1)) {
-        std::string_view rest = line.substr(at + LEAKED.size());
+    constexpr std::string_view word_leaked = " leaked ";
+    for (std::size_t at = line.find(word_leaked); at != std::string_view::npos;
+         at = line.find(word_leaked, at + 1)) {
+        std::string_view rest = line.substr(at + word_leaked.size());
         std::int64_t bytes = 0;
         std::int64_t blocks = 0;
         if (!take_number(rest, " bytes in ", bytes)) continue;
@@ -50,18 +51,18 @@ bool parse_leak(std::string_view line, Names& names, std::array<std::int64_t, 6>
 class LeakReader {
   public:
     LeakReader(const std::string& path, Names& names, Problems& problems)
-        : m_reader(path), m_names(names), m_problems(problems) {}
+        : reader_(path), names_(names), problems_(problems) {}
 
     void read(std::vector<Table>& tables) {
         std::string_view line;
-        if (!m_reader.next(line)) throw ReportError({m_reader.path(), 0, "the file is empty"});
+        if (!reader_.next(line)) throw ReportError({reader_.path(), 0, "the file is empty"});
         if (line == mem_report::leaks.title) {
             tables.push_back(read_full());
-            if (!m_reader.next(line)) return;
-        } else if (line == FAST_LEAK_HEAD) {
+            if (!reader_.next(line)) return;
+        } else if (line == fast_leak_head) {
             expect_empty();
-            if (!m_reader.next(line)) throw wrong("the file is cut: it holds no summary");
-        } else if (!line.ends_with(PROGRAM_END)) {
+            if (!reader_.next(line)) throw wrong("the file is cut: it holds no summary");
+        } else if (!line.ends_with(program_end)) {
             throw wrong("not this kind of report: it begins with " + in_quotes(line));
         }
         tables.push_back(read_fast(line));
@@ -69,55 +70,55 @@ class LeakReader {
 
   private:
     ReportError wrong(const std::string& reason) const {
-        return ReportError({m_reader.path(), m_reader.number(), reason});
+        return ReportError({reader_.path(), reader_.number(), reason});
     }
 
     void expect_empty() {
         std::string_view line;
-        if (!m_reader.next(line) || !line.empty()) throw wrong("an empty line expected");
+        if (!reader_.next(line) || !line.empty()) throw wrong("an empty line expected");
     }
 
     Table read_full() {
-        Table table = empty_table("leaks", m_reader.path(), LEAK_COLUMNS);
+        Table table = empty_table("leaks", reader_.path(), leak_columns);
         expect_empty();
         std::string_view line;
         std::array<std::int64_t, 6> row{};
-        while (m_reader.next(line)) {
+        while (reader_.next(line)) {
             if (line.empty()) {
                 read_total(table);
                 return table;
             }
-            if (!m_reader.terminated()) break;
-            if (parse_leak(line, m_names, row)) {
-                add_row(m_reader, row, table);
+            if (!reader_.terminated()) break;
+            if (parse_leak(line, names_, row)) {
+                add_row(reader_, row, table);
                 continue;
             }
-            m_problems.add({m_reader.path(), m_reader.number(), "no leak row: " + in_quotes(line)});
+            problems_.add({reader_.path(), reader_.number(), "no leak row: " + in_quotes(line)});
         }
-        m_problems.add({m_reader.path(), m_reader.number(), "the file is cut: its total is missing"});
+        problems_.add({reader_.path(), reader_.number(), "the file is cut: its total is missing"});
         return table;
     }
 
     void read_total(const Table& table) {
-        constexpr std::string_view TOTAL = "Total leaked bytes: ";
+        constexpr std::string_view total_label = "Total leaked bytes: ";
         std::string_view line;
         std::int64_t total = 0;
-        if (!m_reader.next(line) || !line.starts_with(TOTAL) ||
-            !parse_number(line.substr(TOTAL.size()), total)) {
-            m_problems.add({m_reader.path(), m_reader.number(), "the file is cut: its total is missing"});
-        } else if (!m_reader.terminated()) {
-            m_problems.add({m_reader.path(), m_reader.number(), "the file is cut in its total"});
+        if (!reader_.next(line) || !line.starts_with(total_label) ||
+            !parse_number(line.substr(total_label.size()), total)) {
+            problems_.add({reader_.path(), reader_.number(), "the file is cut: its total is missing"});
+        } else if (!reader_.terminated()) {
+            problems_.add({reader_.path(), reader_.number(), "the file is cut in its total"});
         } else if (total != table.sum("current")) {
-            m_problems.add({m_reader.path(), m_reader.number(),
-                            "the total is " + std::to_string(total) + ", but its rows hold " +
-                                std::to_string(table.sum("current"))});
+            problems_.add({reader_.path(), reader_.number(),
+                           "the total is " + std::to_string(total) + ", but its rows hold " +
+                               std::to_string(table.sum("current"))});
         }
     }
 
     // Takes "LABEL  N" and gives N.
     bool read_figure(std::string_view label, std::int64_t& value) {
         std::string_view line;
-        if (!m_reader.next(line) || !line.starts_with(label)) return false;
+        if (!reader_.next(line) || !line.starts_with(label)) return false;
         line.remove_prefix(label.size());
         line.remove_prefix(std::min(line.size(), line.find_first_not_of(' ')));
         return parse_number(line, value);
@@ -125,50 +126,50 @@ class LeakReader {
 
     bool read_rule() {
         std::string_view line;
-        return m_reader.next(line) && line == RULE;
+        return reader_.next(line) && line == rule;
     }
 
     Table read_fast(std::string_view first) {
-        Table table = empty_table("fast_leaks", m_reader.path(), FAST_LEAK_COLUMNS);
+        Table table = empty_table("fast_leaks", reader_.path(), fast_leak_columns);
         std::string_view line = first;
         do {
-            if (line.empty() || line == FAST_LEAK_HEAD)
+            if (line.empty() || line == fast_leak_head)
                 continue;  // two processes may both have made the file
-            if (!line.ends_with(PROGRAM_END))
+            if (!line.ends_with(program_end))
                 throw wrong("the start of a summary expected, found " + in_quotes(line));
-            const std::int64_t program = m_names.id_of(line.substr(0, line.size() - PROGRAM_END.size()));
+            const std::int64_t program = names_.id_of(line.substr(0, line.size() - program_end.size()));
             std::int64_t leaked = 0;
             std::int64_t peak = 0;
             const bool whole = read_rule() && read_figure("Leaked bytes:", leaked) &&
                                read_figure("Peak bytes on heap:", peak) && read_rule();
             if (!whole) throw wrong("the summary is cut or does not parse here");
             table.add_row({program, leaked, peak});
-        } while (m_reader.next(line));
+        } while (reader_.next(line));
         return table;
     }
 
-    LineReader m_reader;
-    Names& m_names;
-    Problems& m_problems;
+    LineReader reader_;
+    Names& names_;
+    Problems& problems_;
 };
 
 // "PC","module","function","fileline" without escapes: the function is whatever lies between the others.
 bool parse_filtered(std::string_view line, Names& names, Table& table) {
-    constexpr std::string_view BETWEEN = "\",\"";
+    constexpr std::string_view parting = "\",\"";
     if (line.size() < 2 || line.front() != '"' || line.back() != '"') return false;
     line = line.substr(1, line.size() - 2);
-    const std::size_t first = line.find(BETWEEN);
+    const std::size_t first = line.find(parting);
     const std::size_t second =
-        first == std::string_view::npos ? first : line.find(BETWEEN, first + BETWEEN.size());
-    const std::size_t last = line.rfind(BETWEEN);
+        first == std::string_view::npos ? first : line.find(parting, first + parting.size());
+    const std::size_t last = line.rfind(parting);
     if (second == std::string_view::npos || last <= second) return false;
     std::uint64_t address = 0;
     if (!line.starts_with("0x") || !parse_number(line.substr(2, first - 2), address, 16)) return false;
     const auto between = [&](std::size_t from, std::size_t to) {
-        return names.id_of(line.substr(from + BETWEEN.size(), to - from - BETWEEN.size()));
+        return names.id_of(line.substr(from + parting.size(), to - from - parting.size()));
     };
     table.add_row({static_cast<std::int64_t>(address), between(first, second), between(second, last),
-                   names.id_of(line.substr(last + BETWEEN.size()))});
+                   names.id_of(line.substr(last + parting.size()))});
     return true;
 }
 
@@ -180,7 +181,7 @@ void read_leaks(const std::string& path, Names& names, Problems& problems, std::
 
 Table read_filtered(const std::string& path, Names& names, Problems& problems) {
     LineReader reader(path);
-    Table table = empty_table("filtered", path, FILTERED_COLUMNS);
+    Table table = empty_table("filtered", path, filtered_columns);
     std::string_view line;
     if (!reader.next(line)) throw ReportError({path, 0, "the file is empty"});
     if (line != R"("PC","module","function","fileline")") {

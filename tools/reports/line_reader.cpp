@@ -12,81 +12,81 @@
 namespace memview {
 namespace {
 
-constexpr std::size_t FIRST_BUFFER = std::size_t{256} << 10;
+constexpr std::size_t first_buffer = std::size_t{256} << 10;
 // A sample of 65,536 tags with numbers of 20 digits is a line of 1.4 MB.
-constexpr std::size_t LONGEST_LINE = std::size_t{64} << 20;
+constexpr std::size_t longest_line = std::size_t{64} << 20;
 
 }  // namespace
 
 // Without O_NONBLOCK a pipe of a report's name would hold us for ever.
 LineReader::LineReader(std::string path)
-    : m_path(std::move(path)),
-      m_file(::open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)),
-      m_buffer(FIRST_BUFFER) {
-    if (m_file < 0) throw ReportError({m_path, 0, std::string("cannot be opened: ") + std::strerror(errno)});
+    : path_(std::move(path)),
+      file_(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)),
+      buffer_(first_buffer) {
+    if (file_ < 0) throw ReportError({path_, 0, std::string("cannot be opened: ") + std::strerror(errno)});
     struct stat status {};
-    if (::fstat(m_file, &status) == 0 && S_ISREG(status.st_mode)) {
-        m_file_size = static_cast<std::uint64_t>(status.st_size);
-        ::posix_fadvise(m_file, 0, 0, POSIX_FADV_SEQUENTIAL);
+    if (::fstat(file_, &status) == 0 && S_ISREG(status.st_mode)) {
+        file_size_ = static_cast<std::uint64_t>(status.st_size);
+        ::posix_fadvise(file_, 0, 0, POSIX_FADV_SEQUENTIAL);
         return;
     }
-    ::close(m_file);
-    throw ReportError({m_path, 0, "is not a regular file"});
+    ::close(file_);
+    throw ReportError({path_, 0, "is not a regular file"});
 }
 
 LineReader::~LineReader() {
-    ::close(m_file);
+    ::close(file_);
 }
 
 // Moves what is left to the front and reads behind it; false at the end of the file.
 bool LineReader::fill() {
-    if (m_begin > 0) {
-        std::memmove(m_buffer.data(), m_buffer.data() + m_begin, m_end - m_begin);
-        m_end -= m_begin;
-        m_begin = 0;
+    if (begin_ > 0) {
+        std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
+        end_ -= begin_;
+        begin_ = 0;
     }
-    if (m_end == m_buffer.size()) {
-        if (m_end >= LONGEST_LINE)
-            throw ReportError({m_path, m_number + 1, "no line end within 64 MiB: not a report"});
-        m_buffer.resize(m_buffer.size() * 2);
+    if (end_ == buffer_.size()) {
+        if (end_ >= longest_line)
+            throw ReportError({path_, number_ + 1, "no line end within 64 MiB: not a report"});
+        buffer_.resize(buffer_.size() * 2);
     }
     ssize_t got = 0;
     do {
-        got = ::read(m_file, m_buffer.data() + m_end, m_buffer.size() - m_end);
+        got = ::read(file_, buffer_.data() + end_, buffer_.size() - end_);
     } while (got < 0 && errno == EINTR);
     if (got < 0)
-        throw ReportError({m_path, m_number + 1, std::string("cannot be read: ") + std::strerror(errno)});
-    m_end += static_cast<std::size_t>(got);
+        throw ReportError({path_, number_ + 1, std::string("cannot be read: ") + std::strerror(errno)});
+    end_ += static_cast<std::size_t>(got);
     return got > 0;
 }
 
 bool LineReader::next(std::string_view& line) {
     std::size_t searched = 0;
     for (;;) {
-        const char* start = m_buffer.data() + m_begin;
-        const std::size_t size = m_end - m_begin;
+        const char* start = buffer_.data() + begin_;
+        const std::size_t size = end_ - begin_;
         const void* found = size > searched ? std::memchr(start + searched, '\n', size - searched) : nullptr;
-        m_terminated = found != nullptr;
-        if (m_terminated) {
+        terminated_ = found != nullptr;
+        if (terminated_) {
             line = {start, static_cast<std::size_t>(static_cast<const char*>(found) - start)};
-            m_begin += line.size() + 1;
+            begin_ += line.size() + 1;
             break;
         }
         searched = size;
         if (fill()) continue;
         if (size == 0) return false;
-        line = {m_buffer.data() + m_begin, size};
-        m_begin = m_end;
+        line = {buffer_.data() + begin_, size};
+        begin_ = end_;
         break;
     }
-    ++m_number;
-    m_given += line.size() + 1;
+    ++number_;
+    given_ += line.size() + 1;
     return true;
 }
 
 std::size_t LineReader::lines_ahead() const {
-    if (m_number == 0 || m_given >= m_file_size) return 0;
-    return static_cast<std::size_t>((m_file_size - m_given) / (m_given / m_number));
+    if (number_ == 0 || given_ >= file_size_) return 0;
+    return static_cast<std::size_t>((file_size_ - given_) / (given_ / number_));
 }
 
 }  // namespace memview

@@ -21,9 +21,9 @@ class LineReader {
     // Throws ReportError on a failed read and on a line that no report can hold.
     bool next(std::string_view& line);
 
-    const std::string& path() const { return m_path; }
-    std::uint64_t number() const { return m_number; }  // of the line last given, from 1
-    bool terminated() const { return m_terminated; }   // whether that line had its line feed
+    const std::string& path() const { return path_; }
+    std::uint64_t number() const { return number_; }  // of the line last given, from 1
+    bool terminated() const { return terminated_; }   // whether that line had its line feed
 
     // Lines still to come, should they be as long as those so far.
     std::size_t lines_ahead() const;
@@ -31,15 +31,15 @@ class LineReader {
   private:
     bool fill();
 
-    std::string m_path;
-    int m_file = -1;
-    std::vector<char> m_buffer;
-    std::size_t m_begin = 0;
-    std::size_t m_end = 0;
-    std::uint64_t m_file_size = 0;
-    std::uint64_t m_given = 0;  // bytes of the lines so far
-    std::uint64_t m_number = 0;
-    bool m_terminated = true;
+    std::string path_;
+    int file_ = -1;
+    std::vector<char> buffer_;
+    std::size_t begin_ = 0;
+    std::size_t end_ = 0;
+    std::uint64_t file_size_ = 0;
+    std::uint64_t given_ = 0;  // bytes of the lines so far
+    std::uint64_t number_ = 0;
+    bool terminated_ = true;
 };
 
 }  // namespace memview

@@ -8,9 +8,9 @@
 namespace memview {
 namespace {
 
-constexpr std::uint32_t FREE = UINT32_MAX;
-constexpr std::size_t FIRST_SLOTS = 1024;
-constexpr std::size_t BLOCK = std::size_t{64} << 10;
+constexpr std::uint32_t free_slot = UINT32_MAX;
+constexpr std::size_t first_slots = 1024;
+constexpr std::size_t block_bytes = std::size_t{64} << 10;
 
 std::uint32_t hash_of(std::string_view text) {
     return static_cast<std::uint32_t>(std::hash<std::string_view>()(text));
@@ -18,59 +18,59 @@ std::uint32_t hash_of(std::string_view text) {
 
 }  // namespace
 
-Names::Names() : m_slots(FIRST_SLOTS, Slot{0, FREE}) {
+Names::Names() : slots_(first_slots, Slot{0, free_slot}) {
     id_of({});
 }
 
 std::uint32_t Names::id_of(std::string_view text) {
     const std::uint32_t hash = hash_of(text);
-    std::size_t at = hash & (m_slots.size() - 1);
-    for (; m_slots[at].id != FREE; at = (at + 1) & (m_slots.size() - 1)) {
-        if (m_slots[at].hash == hash && m_texts[m_slots[at].id] == text) return m_slots[at].id;
+    std::size_t at = hash & (slots_.size() - 1);
+    for (; slots_[at].id != free_slot; at = (at + 1) & (slots_.size() - 1)) {
+        if (slots_[at].hash == hash && texts_[slots_[at].id] == text) return slots_[at].id;
     }
-    const auto id = static_cast<std::uint32_t>(m_texts.size());
-    m_slots[at] = {hash, id};
-    m_texts.push_back(keep(text));
-    if (m_texts.size() * 2 > m_slots.size()) grow();
+    const auto id = static_cast<std::uint32_t>(texts_.size());
+    slots_[at] = {hash, id};
+    texts_.push_back(keep(text));
+    if (texts_.size() * 2 > slots_.size()) grow();
     return id;
 }
 
 std::string_view Names::keep(std::string_view text) {
     if (text.empty()) return "";
-    if (text.size() > m_left) {
-        m_left = std::max(BLOCK, text.size());
-        m_blocks.push_back(std::make_unique_for_overwrite<char[]>(m_left));
+    if (text.size() > left_) {
+        left_ = std::max(block_bytes, text.size());
+        blocks_.push_back(std::make_unique_for_overwrite<char[]>(left_));
     }
     // Blocks are filled from their end, so that what is left of one says where the next text goes.
-    m_left -= text.size();
-    char* const place = m_blocks.back().get() + m_left;
+    left_ -= text.size();
+    char* const place = blocks_.back().get() + left_;
     std::memcpy(place, text.data(), text.size());
     return {place, text.size()};
 }
 
 void Names::grow() {
-    std::vector<Slot> old(m_slots.size() * 2, Slot{0, FREE});
-    old.swap(m_slots);
+    std::vector<Slot> old(slots_.size() * 2, Slot{0, free_slot});
+    old.swap(slots_);
     for (const Slot& slot : old) {
-        if (slot.id == FREE) continue;
-        std::size_t at = slot.hash & (m_slots.size() - 1);
-        while (m_slots[at].id != FREE) at = (at + 1) & (m_slots.size() - 1);
-        m_slots[at] = slot;
+        if (slot.id == free_slot) continue;
+        std::size_t at = slot.hash & (slots_.size() - 1);
+        while (slots_[at].id != free_slot) at = (at + 1) & (slots_.size() - 1);
+        slots_[at] = slot;
     }
 }
 
 void Cells::push_wide(std::int64_t value) {
-    if (m_wide.empty()) {
-        m_wide.reserve(m_narrow.capacity());
-        m_wide.assign(m_narrow.begin(), m_narrow.end());
-        std::vector<std::int32_t>().swap(m_narrow);
+    if (wide_.empty()) {
+        wide_.reserve(narrow_.capacity());
+        wide_.assign(narrow_.begin(), narrow_.end());
+        std::vector<std::int32_t>().swap(narrow_);
     }
-    m_wide.push_back(value);
+    wide_.push_back(value);
 }
 
 std::int64_t Cells::sum() const {
-    return m_wide.empty() ? std::accumulate(m_narrow.begin(), m_narrow.end(), std::int64_t{0})
-                          : std::accumulate(m_wide.begin(), m_wide.end(), std::int64_t{0});
+    return wide_.empty() ? std::accumulate(narrow_.begin(), narrow_.end(), std::int64_t{0})
+                         : std::accumulate(wide_.begin(), wide_.end(), std::int64_t{0});
 }
 
 void Table::add_row(std::span<const std::int64_t> row) {

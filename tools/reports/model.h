@@ -24,8 +24,8 @@ class Names {
     Names();
     std::uint32_t id_of(std::string_view text);
     // Lives as long as this.
-    std::string_view text(std::int64_t id) const { return m_texts[static_cast<std::size_t>(id)]; }
-    std::size_t size() const { return m_texts.size(); }
+    std::string_view text(std::int64_t id) const { return texts_[static_cast<std::size_t>(id)]; }
+    std::size_t size() const { return texts_.size(); }
 
   private:
     // Hash and number together, so that a look-up seldom touches a text that is not the wanted one.
@@ -37,36 +37,36 @@ class Names {
     std::string_view keep(std::string_view text);
     void grow();
 
-    std::vector<std::string_view> m_texts;
-    std::vector<Slot> m_slots;  // open addressing; a power of two, at most half of it taken
-    std::vector<std::unique_ptr<char[]>> m_blocks;
-    std::size_t m_left = 0;  // of the last block
+    std::vector<std::string_view> texts_;
+    std::vector<Slot> slots_;  // open addressing; a power of two, at most half of it taken
+    std::vector<std::unique_ptr<char[]>> blocks_;
+    std::size_t left_ = 0;  // of the last block
 };
 
 // Whole numbers, of 4 bytes each until one does not fit and of 8 bytes from then on.
 class Cells {
   public:
-    void reserve(std::size_t count) { m_wide.empty() ? m_narrow.reserve(count) : m_wide.reserve(count); }
+    void reserve(std::size_t count) { wide_.empty() ? narrow_.reserve(count) : wide_.reserve(count); }
     void push_back(std::int64_t value) {
         const auto narrow = static_cast<std::int32_t>(value);
-        if (m_wide.empty() && narrow == value) {
-            m_narrow.push_back(narrow);
+        if (wide_.empty() && narrow == value) {
+            narrow_.push_back(narrow);
         } else {
             push_wide(value);
         }
     }
-    std::int64_t operator[](std::size_t row) const { return m_wide.empty() ? m_narrow[row] : m_wide[row]; }
+    std::int64_t operator[](std::size_t row) const { return wide_.empty() ? narrow_[row] : wide_[row]; }
     std::int64_t sum() const;
 
   private:
     void push_wide(std::int64_t value);
 
-    std::vector<std::int32_t> m_narrow;
-    std::vector<std::int64_t> m_wide;
+    std::vector<std::int32_t> narrow_;
+    std::vector<std::int64_t> wide_;
 };
 
 using Unit = MEM_COLUMN_UNIT;  // a text is a number of Names, a MiB a thousand, address 0 the OTHER record
-inline constexpr std::int64_t NO_SITE = -1;
+inline constexpr std::int64_t no_site = -1;
 
 using ColumnSpec = MEM_COLUMN;
 
@@ -160,14 +160,14 @@ enum ResidentIndex : std::size_t {
     UNEXPLAINED,
     GIVEN_BACK
 };
-inline constexpr std::size_t RESIDENT_PARTS = GIVEN_BACK + 1;
-static_assert(RESIDENT_PARTS == std::size(mem_column::of_resident) - mem_column::columns_before_parts);
+inline constexpr std::size_t resident_part_count = GIVEN_BACK + 1;
+static_assert(resident_part_count == std::size(mem_column::of_resident) - mem_column::columns_before_parts);
 
 struct ResidentPoint {
     std::int64_t milliseconds = 0;  // since the start of the process
     std::uint64_t event = 0;
     bool is_full = false;  // all parts are known; else those that need the mappings are 0
-    std::array<std::int64_t, RESIDENT_PARTS> parts{};
+    std::array<std::int64_t, resident_part_count> parts{};
 };
 
 struct Resident {

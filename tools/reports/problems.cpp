@@ -3,8 +3,8 @@
 namespace memview {
 namespace {
 
-constexpr std::size_t MOST_KEPT = 100;
-constexpr std::size_t LONGEST_QUOTE = 60;
+constexpr std::size_t most_kept = 100;
+constexpr std::size_t longest_quote = 60;
 
 }  // namespace
 
@@ -16,26 +16,26 @@ std::string to_text(const Problem& problem) {
 
 std::string in_quotes(std::string_view text) {
     std::string out = "\"";
-    for (const char c : text.substr(0, LONGEST_QUOTE)) {
+    for (const char c : text.substr(0, longest_quote)) {
         const auto byte = static_cast<unsigned char>(c);
         out += byte < 0x20 || byte >= 0x7f ? '?' : c;
     }
-    return out + (text.size() > LONGEST_QUOTE ? "...\"" : "\"");
+    return out + (text.size() > longest_quote ? "...\"" : "\"");
 }
 
 ReportError::ReportError(Problem problem)
-    : std::runtime_error(to_text(problem)), m_problem(std::move(problem)) {}
+    : std::runtime_error(to_text(problem)), problem_(std::move(problem)) {}
 
 void Problems::add(Problem problem) {
-    if (!m_keep_going) throw ReportError(std::move(problem));
-    ++m_count;
-    if (m_kept.size() < MOST_KEPT) m_kept.push_back(std::move(problem));
+    if (!keep_going_) throw ReportError(std::move(problem));
+    ++count_;
+    if (kept_.size() < most_kept) kept_.push_back(std::move(problem));
 }
 
 std::vector<std::string> Problems::lines() const {
     std::vector<std::string> all;
-    for (const Problem& problem : m_kept) all.push_back(to_text(problem));
-    if (m_count > m_kept.size()) all.push_back("and " + std::to_string(m_count - m_kept.size()) + " more");
+    for (const Problem& problem : kept_) all.push_back(to_text(problem));
+    if (count_ > kept_.size()) all.push_back("and " + std::to_string(count_ - kept_.size()) + " more");
     return all;
 }
 

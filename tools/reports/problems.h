@@ -26,31 +26,31 @@ std::string in_quotes(std::string_view text);
 class ReportError : public std::runtime_error {
   public:
     explicit ReportError(Problem problem);
-    const Problem& problem() const { return m_problem; }
+    const Problem& problem() const { return problem_; }
 
   private:
-    Problem m_problem;
+    Problem problem_;
 };
 
 // Takes what a reader leaves out. Strict, the first one ends the reading; with keep-going they are counted
 // and the first hundred kept, and whoever shows a result must show them too.
 class Problems {
   public:
-    explicit Problems(bool keep_going) : m_keep_going(keep_going) {}
+    explicit Problems(bool keep_going) : keep_going_(keep_going) {}
 
     // Throws ReportError unless keep-going.
     void add(Problem problem);
-    bool keep_going() const { return m_keep_going; }
-    const std::vector<Problem>& kept() const { return m_kept; }
-    std::uint64_t count() const { return m_count; }
+    bool keep_going() const { return keep_going_; }
+    const std::vector<Problem>& kept() const { return kept_; }
+    std::uint64_t count() const { return count_; }
 
     // One line each, and one for those that were not kept.
     std::vector<std::string> lines() const;
 
   private:
-    bool m_keep_going;
-    std::uint64_t m_count = 0;
-    std::vector<Problem> m_kept;
+    bool keep_going_;
+    std::uint64_t count_ = 0;
+    std::vector<Problem> kept_;
 };
 
 }  // namespace memview

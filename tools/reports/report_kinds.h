@@ -9,23 +9,23 @@
 
 namespace memview {
 
-inline constexpr std::string_view FILE_PREFIX = "mem_tbb_";
-inline constexpr std::string_view FILE_SUFFIX = ".log";
-inline constexpr const char* FAST_LEAK_FILE = "mem_tbb_fast_leak_warning.log";
-inline constexpr const char* SHARED_LEAK_FILE = "veldrin_za_leak_warning.txt";
+inline constexpr std::string_view file_prefix = "mem_tbb_";
+inline constexpr std::string_view file_suffix = ".log";
+inline constexpr const char* fast_leak_file = "mem_tbb_fast_leak_warning.log";
+inline constexpr const char* shared_leak_file = "veldrin_za_leak_warning.txt";
 
-inline constexpr const char* MODULE_TIMELINE = mem_report::module_timeline.kind;
-inline constexpr const char* MODULE_TIMELINE_DETAILED = mem_report::module_timeline_detailed.kind;
-inline constexpr const char* BLOCKS_TIMELINE = mem_report::blocks_timeline.kind;
-inline constexpr const char* BLOCKS_TIMELINE_DETAILED = mem_report::blocks_timeline_detailed.kind;
-inline constexpr const char* TAG_TIMELINE = mem_report::tag_timeline.kind;
-inline constexpr const char* AUXILIARY_TIMELINE = mem_report::process.kind;
-inline constexpr const char* CLOCK_KIND = mem_report::clock.kind;
-inline constexpr const char* RESIDENT_KIND = mem_report::resident.kind;
-inline constexpr const char* PATHS_KIND = mem_report::call_paths.kind;
+inline constexpr const char* module_timeline = mem_report::module_timeline.kind;
+inline constexpr const char* module_timeline_detailed = mem_report::module_timeline_detailed.kind;
+inline constexpr const char* blocks_timeline = mem_report::blocks_timeline.kind;
+inline constexpr const char* blocks_timeline_detailed = mem_report::blocks_timeline_detailed.kind;
+inline constexpr const char* tag_timeline = mem_report::tag_timeline.kind;
+inline constexpr const char* auxiliary_timeline = mem_report::process.kind;
+inline constexpr const char* clock_kind = mem_report::clock.kind;
+inline constexpr const char* resident_kind = mem_report::resident.kind;
+inline constexpr const char* paths_kind = mem_report::call_paths.kind;
 
-inline constexpr const char* FAST_LEAK_HEAD = "For more detail, use INI mem_check_leaks=on";
-inline constexpr const char* REST_SERIES = "Misc";
+inline constexpr const char* fast_leak_head = "For more detail, use INI mem_check_leaks=on";
+inline constexpr const char* rest_series = "Misc";
 
 // A report that is one table.
 struct TableKind {
@@ -42,22 +42,22 @@ const TableKind* table_kind(std::string_view kind);
 // Which title a kind bears that is a timeline; null for one that is none.
 const char* timeline_title(std::string_view kind);
 
-inline constexpr const char* EXACT_PEAK = "exact_peak";  // a column that the reader adds from the call paths
-inline constexpr const char* EXACT_PEAK_BLOCKS = "exact_peak_blocks";
-inline constexpr ColumnSpec EXACT_COLUMNS[] = {{EXACT_PEAK, "Exact peak bytes", Unit::bytes},
-                                               {EXACT_PEAK_BLOCKS, "Exact peak blocks", Unit::blocks}};
+inline constexpr const char* exact_peak = "exact_peak";  // a column that the reader adds from the call paths
+inline constexpr const char* exact_peak_blocks = "exact_peak_blocks";
+inline constexpr ColumnSpec exact_columns[] = {{exact_peak, "Exact peak bytes", Unit::bytes},
+                                               {exact_peak_blocks, "Exact peak blocks", Unit::blocks}};
 
 // What the reader calls the parts of reports that have sentences instead of columns.
-inline constexpr ColumnSpec LEAK_COLUMNS[] = {mem_column::module,
+inline constexpr ColumnSpec leak_columns[] = {mem_column::module,
                                               {"current", "Leaked bytes", Unit::bytes},
                                               {"current_blocks", "Objects", Unit::blocks},
                                               mem_column::file,
                                               mem_column::line_number,
                                               mem_column::function};
-inline constexpr ColumnSpec FAST_LEAK_COLUMNS[] = {{"name", "Program", Unit::text},
+inline constexpr ColumnSpec fast_leak_columns[] = {{"name", "Program", Unit::text},
                                                    {"current", "Leaked bytes", Unit::bytes},
                                                    {"peak", "Peak bytes on heap", Unit::bytes}};
-inline constexpr ColumnSpec FILTERED_COLUMNS[] = {{"address", "PC", Unit::address},
+inline constexpr ColumnSpec filtered_columns[] = {{"address", "PC", Unit::address},
                                                   {"module", "module", Unit::text},
                                                   {"function", "function", Unit::text},
                                                   {"place", "fileline", Unit::text}};

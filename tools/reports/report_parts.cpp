@@ -6,7 +6,7 @@
 namespace memview {
 namespace {
 
-constexpr std::size_t ROWS_TO_ESTIMATE_BY = 1000;
+constexpr std::size_t rows_to_estimate_by = 1000;
 
 void read_end(LineReader& reader, Problems& problems) {
     if (!reader.terminated())
@@ -45,7 +45,7 @@ std::string wrong_field_count(const LineReader& reader, std::string_view line, s
 
 // Growing step by step would hold a large column twice; what is reserved too much is never touched.
 void add_row(const LineReader& reader, std::span<const std::int64_t> row, Table& table) {
-    if (table.rows == ROWS_TO_ESTIMATE_BY) {
+    if (table.rows == rows_to_estimate_by) {
         const std::size_t ahead = reader.lines_ahead();
         for (Column& column : table.columns) column.cells.reserve(table.rows + ahead + ahead / 8);
     }

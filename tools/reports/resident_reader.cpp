@@ -11,7 +11,7 @@
 namespace memview {
 namespace {
 
-constexpr std::size_t MOST_SAMPLES = 4000;
+constexpr std::size_t most_samples = 4000;
 
 std::optional<std::int64_t> read_limit(LineReader& reader, std::string_view title) {
     std::string_view line;
@@ -68,14 +68,14 @@ Resident read_resident(const std::string& path, Problems& problems) {
     std::string_view empty;
     reader.next(empty);
     expect_columns(reader, mem_report::resident.columns);
-    std::size_t thinned_at = MOST_SAMPLES;
+    std::size_t thinned_at = most_samples;
     const auto read_row = [&](std::string_view line) {
         ResidentPoint point;
         if (!read_point(line, point) || !reader.terminated()) return false;
         resident.points.push_back(point);
         if (resident.points.size() < thinned_at) return true;
         thin(resident.points);
-        thinned_at = std::max(2 * resident.points.size(), MOST_SAMPLES);
+        thinned_at = std::max(2 * resident.points.size(), most_samples);
         return true;
     };
     const RowReader rows{read_row, [&](std::string_view line) {

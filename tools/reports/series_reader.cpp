@@ -12,46 +12,46 @@
 namespace memview {
 namespace {
 
-constexpr std::size_t MOST_STRETCHES = 128;
+constexpr std::size_t most_stretches = 128;
 
 class SeriesScan {
   public:
     SeriesScan(const std::string& path, std::string_view kind, Problems& problems,
                const SeriesVisitor& visitor)
-        : m_reader(path),
-          m_kind(kind),
-          m_auxiliary(kind == AUXILIARY_TIMELINE),
-          m_problems(problems),
-          m_visitor(visitor) {}
+        : reader_(path),
+          kind_(kind),
+          auxiliary_(kind == auxiliary_timeline),
+          problems_(problems),
+          visitor_(visitor) {}
 
     void run() {
-        const std::string rest = read_head(m_reader, timeline_title(m_kind));
+        const std::string rest = read_head(reader_, timeline_title(kind_));
         if (!rest.empty())
-            throw ReportError({m_reader.path(), 1, "unexpected title, ends in " + in_quotes(rest)});
+            throw ReportError({reader_.path(), 1, "unexpected title, ends in " + in_quotes(rest)});
         read_names();
         const RowReader rows{[this](std::string_view line) { return read_row(line); },
                              [this](std::string_view line) { return fault_of(line); }};
-        read_rows(m_reader, rows, true, m_problems);
+        read_rows(reader_, rows, true, problems_);
     }
 
   private:
     void read_names() {
-        const std::string_view line = read_column_line(m_reader);
-        if (m_auxiliary) hold_against(m_reader, line, mem_report::process.columns);
+        const std::string_view line = read_column_line(reader_);
+        if (auxiliary_) hold_against(reader_, line, mem_report::process.columns);
         std::vector<std::string> names;
         Fields fields(line);
         std::string_view name;
-        if (!m_auxiliary && fields.next(name) && !name.empty()) {
+        if (!auxiliary_ && fields.next(name) && !name.empty()) {
             throw ReportError(
-                {m_reader.path(), m_reader.number(), "column names expected, found " + in_quotes(line)});
+                {reader_.path(), reader_.number(), "column names expected, found " + in_quotes(line)});
         }
         while (fields.next(name)) names.emplace_back(name);
-        m_values.resize(names.size());
-        m_visitor.header(names);
+        values_.resize(names.size());
+        visitor_.header(names);
     }
 
     bool next_value(Fields& fields, std::int64_t& value) const {
-        if (!m_auxiliary) return fields.next_number(value);
+        if (!auxiliary_) return fields.next_number(value);
         std::uint64_t bits = 0;
         const bool good = fields.next_number(bits);
         value = static_cast<std::int64_t>(bits);
@@ -61,12 +61,12 @@ class SeriesScan {
     bool read_row(std::string_view line) {
         Fields fields(line);
         std::string_view label;
-        if (!m_auxiliary) fields.next(label);
-        for (std::int64_t& value : m_values) {
+        if (!auxiliary_) fields.next(label);
+        for (std::int64_t& value : values_) {
             if (!next_value(fields, value)) return false;
         }
-        if (!fields.at_end() || !m_reader.terminated()) return false;
-        m_visitor.row(label, m_values);
+        if (!fields.at_end() || !reader_.terminated()) return false;
+        visitor_.row(label, values_);
         return true;
     }
 
@@ -74,69 +74,69 @@ class SeriesScan {
     std::string fault_of(std::string_view line) const {
         Fields fields(line);
         std::string_view field;
-        const std::size_t labels = m_auxiliary ? 0 : 1;
-        if (!m_auxiliary) fields.next(field);
-        for (std::size_t i = 0; i < m_values.size() && fields.next(field); ++i) {
+        const std::size_t labels = auxiliary_ ? 0 : 1;
+        if (!auxiliary_) fields.next(field);
+        for (std::size_t i = 0; i < values_.size() && fields.next(field); ++i) {
             Fields alone(field);
             std::int64_t value = 0;
             if (next_value(alone, value)) continue;
-            if (!m_reader.terminated()) return "the file is cut inside this row";
+            if (!reader_.terminated()) return "the file is cut inside this row";
             return in_quotes(field) + " is no number (series " + std::to_string(i + 1) + ")";
         }
         const std::size_t found = Fields(line).rest();
-        if (found == m_values.size() + labels) return "the file is cut inside this row";
-        return wrong_field_count(m_reader, line, found, m_values.size() + labels);
+        if (found == values_.size() + labels) return "the file is cut inside this row";
+        return wrong_field_count(reader_, line, found, values_.size() + labels);
     }
 
-    LineReader m_reader;
-    std::string_view m_kind;
-    bool m_auxiliary;
-    Problems& m_problems;
-    const SeriesVisitor& m_visitor;
-    std::vector<std::int64_t> m_values;
+    LineReader reader_;
+    std::string_view kind_;
+    bool auxiliary_;
+    Problems& problems_;
+    const SeriesVisitor& visitor_;
+    std::vector<std::int64_t> values_;
 };
 
-// The highest value of each series in each of at most MOST_STRETCHES equally long stretches of samples. When
+// The highest value of each series in each of at most most_stretches equally long stretches of samples. When
 // they are full, neighbours are joined and the stretches become twice as long.
 class Stretches {
   public:
-    explicit Stretches(std::size_t series) : m_series(series) {}
+    explicit Stretches(std::size_t series) : series_(series) {}
 
     void add(std::span<const std::int64_t> values) {
-        if (m_in_last == m_length || m_cells.empty()) open();
-        ++m_in_last;
-        std::int64_t* cells = m_cells.data() + (m_cells.size() - m_series);
-        for (std::size_t i = 0; i < m_series; ++i) cells[i] = std::max(cells[i], values[i]);
+        if (in_last_ == length_ || cells_.empty()) open();
+        ++in_last_;
+        std::int64_t* cells = cells_.data() + (cells_.size() - series_);
+        for (std::size_t i = 0; i < series_; ++i) cells[i] = std::max(cells[i], values[i]);
     }
 
     std::vector<std::int64_t> of(std::size_t series) const {
         std::vector<std::int64_t> course;
-        for (std::size_t at = series; at < m_cells.size(); at += m_series) course.push_back(m_cells[at]);
+        for (std::size_t at = series; at < cells_.size(); at += series_) course.push_back(cells_[at]);
         return course;
     }
 
   private:
     void open() {
-        if (m_series != 0 && m_cells.size() / m_series == MOST_STRETCHES) join();
-        m_cells.resize(m_cells.size() + m_series, INT64_MIN);
-        m_in_last = 0;
+        if (series_ != 0 && cells_.size() / series_ == most_stretches) join();
+        cells_.resize(cells_.size() + series_, INT64_MIN);
+        in_last_ = 0;
     }
 
     void join() {
-        for (std::size_t pair = 0; pair < MOST_STRETCHES / 2; ++pair) {
-            for (std::size_t i = 0; i < m_series; ++i) {
-                m_cells[pair * m_series + i] =
-                    std::max(m_cells[2 * pair * m_series + i], m_cells[(2 * pair + 1) * m_series + i]);
+        for (std::size_t pair = 0; pair < most_stretches / 2; ++pair) {
+            for (std::size_t i = 0; i < series_; ++i) {
+                cells_[pair * series_ + i] =
+                    std::max(cells_[2 * pair * series_ + i], cells_[(2 * pair + 1) * series_ + i]);
             }
         }
-        m_cells.resize(MOST_STRETCHES / 2 * m_series);
-        m_length *= 2;
+        cells_.resize(most_stretches / 2 * series_);
+        length_ *= 2;
     }
 
-    std::size_t m_series;
-    std::size_t m_length = 1;
-    std::size_t m_in_last = 0;
-    std::vector<std::int64_t> m_cells;
+    std::size_t series_;
+    std::size_t length_ = 1;
+    std::size_t in_last_ = 0;
+    std::vector<std::int64_t> cells_;
 };
 
 }  // namespace

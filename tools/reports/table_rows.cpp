@@ -33,7 +33,7 @@ bool parse_address(std::string_view text, std::int64_t& value) {
 // The call site of a path; "-" where none is.
 bool parse_site(std::string_view text, std::int64_t& value) {
     if (text != "-") return parse_address(text, value);
-    value = NO_SITE;
+    value = no_site;
     return true;
 }
 
@@ -93,24 +93,24 @@ void hold_against(const LineReader& reader, std::string_view line, std::span<con
 
 bool RowParser::parse(std::string_view line) {
     Fields fields(line);
-    for (std::size_t i = 0; i < m_row.size(); ++i) {
-        if (!parse_cell(fields, m_columns[i].unit, m_names, m_row[i])) return false;
+    for (std::size_t i = 0; i < row_.size(); ++i) {
+        if (!parse_cell(fields, columns_[i].unit, names_, row_[i])) return false;
     }
-    return fields.at_end() && m_reader.terminated() && line.find('\0') == std::string_view::npos;
+    return fields.at_end() && reader_.terminated() && line.find('\0') == std::string_view::npos;
 }
 
 std::string RowParser::fault_of(std::string_view line) {
     const std::size_t found = Fields(line).rest();
-    if (found != m_row.size()) return wrong_field_count(m_reader, line, found, m_row.size());
-    if (!m_reader.terminated()) return "the file is cut inside this row";
+    if (found != row_.size()) return wrong_field_count(reader_, line, found, row_.size());
+    if (!reader_.terminated()) return "the file is cut inside this row";
     Fields fields(line);
-    for (const ColumnSpec& column : m_columns) {
+    for (const ColumnSpec& column : columns_) {
         std::string_view field;
         fields.next(field);
         Fields alone(field);
         std::int64_t value = 0;
         const bool good =
-            field.find('\0') == std::string_view::npos && parse_cell(alone, column.unit, m_names, value);
+            field.find('\0') == std::string_view::npos && parse_cell(alone, column.unit, names_, value);
         if (!good) return in_quotes(field) + " is no value for column " + in_quotes(column.title);
     }
     return {};

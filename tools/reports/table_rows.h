@@ -27,23 +27,20 @@ inline void expect_columns(LineReader& reader, std::span<const ColumnSpec> colum
 class RowParser {
   public:
     RowParser(const LineReader& reader, std::span<const ColumnSpec> columns, Names& names)
-        : m_reader(reader),
-          m_columns(columns.begin(), columns.end()),
-          m_names(names),
-          m_row(m_columns.size()) {}
+        : reader_(reader), columns_(columns.begin(), columns.end()), names_(names), row_(columns_.size()) {}
 
     // False for a wrong row.
     bool parse(std::string_view line);
     // The cells of the row that was parsed last.
-    std::span<const std::int64_t> row() const { return m_row; }
+    std::span<const std::int64_t> row() const { return row_; }
     // What is wrong with a row that could not be parsed.
     std::string fault_of(std::string_view line);
 
   private:
-    const LineReader& m_reader;
-    std::vector<ColumnSpec> m_columns;
-    Names& m_names;
-    std::vector<std::int64_t> m_row;
+    const LineReader& reader_;
+    std::vector<ColumnSpec> columns_;
+    Names& names_;
+    std::vector<std::int64_t> row_;
 };
 
 }  // namespace memview
