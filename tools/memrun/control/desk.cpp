@@ -22,7 +22,7 @@ namespace memrun::control {
 namespace {
 
 constexpr std::uint64_t pause_factor = 50;
-constexpr std::uint64_t order_pause_factor = 100;
+constexpr std::uint64_t order_pause_factor = 200;
 constexpr std::uint64_t longest_order_pause_ms = 2000;
 constexpr std::uint64_t allowance_ms = 2000;
 constexpr std::uint64_t interrupt_step_ms = 20;
