@@ -9,7 +9,7 @@
 
 // Runs action, whose allocations are no events. Memory that runs out in it ends the process, with its
 // reports: a peak without its call sites, or rows that stand beside the wrong ones of another report, would
-// be told as if they were true. By then the locks are given back.
+// be shown as if they were true. By then the locks are given back.
 template <class ACTION>
 void mem_change_wholly(ACTION&& action) {
     try {

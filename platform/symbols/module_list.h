@@ -35,7 +35,7 @@ class MODULE_ENTRY {
 
 class MODULE_LIST {
   public:
-    // The module that is known to hold the address, where that can be told with little stack; null else.
+    // The module that is known to hold the address, where that can be found out with little stack; null else.
     MODULE_ENTRY* find_unchanged(std::uint64_t address);
     // As find_module in symbol_services.h.
     MODULE_ENTRY* find(std::uint64_t address, LISTING listing);

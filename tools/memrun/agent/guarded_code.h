@@ -15,7 +15,7 @@ bool is_in_guarded_code();
 // allocator calls with its locks given back.
 bool is_in_guarded_code_beyond_hook();
 
-// Whether the allocator or the tracker has made the call of the system that a hook is told of, and not the
+// Whether the allocator or the tracker has made the call of the system that a hook stands in for, and not the
 // program. To be asked in a hook of mmap and its like.
 bool is_hooked_call_guarded();
 
