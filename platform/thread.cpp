@@ -63,6 +63,11 @@ THREAD_NOT_CANCELLED::~THREAD_NOT_CANCELLED() {
     pthread_setcancelstate(state_before, nullptr);
 }
 
+bool is_thread_of_process(std::uint32_t id) {
+    const KEPT_ERRNO errno_is_kept;
+    return syscall(SYS_tgkill, getpid(), id, 0) == 0 || errno != ESRCH;
+}
+
 void _Thrd_yield() {
     sched_yield();
 }

@@ -15,6 +15,9 @@ inline std::uint32_t _Thrd_id() {
     return thread_id_kept != 0 ? thread_id_kept : ask_thread_id();
 }
 
+// Whether a thread of this process, other than the calling one, has not ended yet.
+bool is_thread_of_process(std::uint32_t id);
+
 // Lets no request to cancel the calling thread act while it lives. An allocation is no place where a thread
 // may be cancelled, but what an allocator hook reads and writes would make it one.
 class THREAD_NOT_CANCELLED {

@@ -27,4 +27,19 @@ TEST(Stripes, ComeBackFromThreadsThatAskAtTheVeryEnd) {
     pthread_key_delete(late_key);
 }
 
+// The destructor of the library's own key has no further round after the last one.
+void ask_at_last(void* round) {
+    if (round == &late_key + PTHREAD_DESTRUCTOR_ITERATIONS - 1) mem_thread_stripe();
+    pthread_setspecific(late_key, static_cast<pthread_key_t*>(round) + 1);
+}
+
+TEST(Stripes, ComeBackFromThreadsThatNeverGaveThemBack) {
+    if (!can_run_barrier_on_all_threads()) GTEST_SKIP() << "stripes are shared here";
+    ASSERT_EQ(pthread_key_create(&late_key, ask_at_last), 0);
+    for (std::uint32_t i = 0; i < 2 * mem_stripe_count; ++i)
+        std::thread([] { pthread_setspecific(late_key, &late_key); }).join();
+    pthread_key_delete(late_key);
+    std::thread([] { EXPECT_TRUE(mem_thread_stripe().is_own); }).join();
+}
+
 }  // namespace
