@@ -81,7 +81,7 @@ std::uint32_t MEM_CALL_PATHS::find(const STACK_WALK_START& start, std::uint32_t 
 }
 
 inline std::uint32_t MEM_CALL_PATHS::account_of(std::uint32_t node) {
-    const std::uint32_t account = trie.account_of(node);
+    const std::uint32_t account = trie.account_of(node, MEM_PATH_TRIE::PATH::whole);
     if (account == none || !memory.region.counts(account).is_shared.get()) [[likely]]
         return account;
     const std::uint32_t share = share_of(node);
@@ -97,7 +97,7 @@ __attribute__((noinline, cold)) bool MEM_CALL_PATHS::go_on(KEPT_STACK& frames, s
         return false;
     for (std::uint32_t at = way.at; at < length; ++at)
         frames.frame(at).tag = trie.load_of(frames.frame(at).pc, generation);
-    MEM_PATH_TRIE::INSERTION insertion(trie, generation, memory.region.header->most_nodes);
+    MEM_PATH_TRIE::INSERTION insertion(trie, generation, MEM_PATH_TRIE::PATH::whole);
     for (; way.at < length; ++way.at) {
         KEPT_STACK::FRAME& frame = frames.frame(way.at);
         const std::uint32_t child =
@@ -112,9 +112,9 @@ std::uint32_t MEM_CALL_PATHS::share_of(std::uint32_t node) {
     const std::uint64_t pc = mem_path_pc_share + mem_thread_stripe().index % mem_path_most_shares;
     std::uint32_t share = trie.find(node, pc, generation_of_shares);
     if (share == none)
-        share = MEM_PATH_TRIE::INSERTION(trie, generation_of_shares, memory.region.header->most_nodes)
+        share = MEM_PATH_TRIE::INSERTION(trie, generation_of_shares, MEM_PATH_TRIE::PATH::whole)
                     .child(node, pc, 0);
-    return share == none ? none : trie.account_of(share);
+    return share == none ? none : trie.account_of(share, MEM_PATH_TRIE::PATH::whole);
 }
 
 std::uint32_t MEM_CALL_PATHS::find_for_cut_path(std::uint64_t site_pc) {
@@ -122,10 +122,9 @@ std::uint32_t MEM_CALL_PATHS::find_for_cut_path(std::uint64_t site_pc) {
     if (site_pc == 0) return mem_path_deeper;
     const std::uint16_t generation = KEPT_STACK::generation_of_rules();
     const std::uint16_t load = trie.load_of(site_pc, generation);
-    const std::uint32_t node =
-        MEM_PATH_TRIE::INSERTION(trie, generation, memory.region.header->most_nodes + reserved_nodes)
-            .child(mem_path_deeper, site_pc, load);
-    return node == none ? none : trie.account_of(node);
+    const std::uint32_t node = MEM_PATH_TRIE::INSERTION(trie, generation, MEM_PATH_TRIE::PATH::cut)
+                                   .child(mem_path_deeper, site_pc, load);
+    return node == none ? none : trie.account_of(node, MEM_PATH_TRIE::PATH::cut);
 }
 
 void MEM_CALL_PATHS::note_site(std::uint32_t account, std::uint32_t site, std::uint64_t site_pc) {

@@ -21,8 +21,6 @@
 class MEM_CALL_PATHS {
   public:
     static constexpr std::uint32_t none = MEM_PATH_TRIE::none;
-    // Beyond the limit, for paths that were cut: one for each call site.
-    static constexpr std::uint32_t reserved_nodes = std::uint32_t{1} << 16;
 
     // Which module is the allocator's is known by the address of one of its functions. Calls the loader.
     explicit MEM_CALL_PATHS(const void* allocator_function, std::uint32_t most_nodes,

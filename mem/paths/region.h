@@ -119,14 +119,14 @@ struct MEM_PATH_PIECES {
 };
 
 struct MEM_PATH_NODE_LAYOUT {
-    static constexpr std::uint32_t first_size = 1024;
-    static constexpr std::uint32_t most_pieces = 14;
+    static constexpr std::uint32_t first_size = 4096;
+    static constexpr std::uint32_t most_pieces = 12;
     static constexpr std::size_t element_bytes = sizeof(MEM_PATH_NODE);
 };
 // The counts of a piece come first, then the late ones.
 struct MEM_PATH_ACCOUNT_LAYOUT {
-    static constexpr std::uint32_t first_size = 512;
-    static constexpr std::uint32_t most_pieces = 15;
+    static constexpr std::uint32_t first_size = 4096;
+    static constexpr std::uint32_t most_pieces = 12;
     static constexpr std::size_t element_bytes = sizeof(MEM_PATH_COUNTS) + sizeof(MEM_PATH_LATE_COUNTS);
 };
 struct MEM_PATH_LOAD_LAYOUT {

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <concepts>
 #include <cstring>
+#include <new>
 #include <ostream>
 #include <string_view>
 #include <unordered_map>
@@ -181,7 +182,12 @@ class NUMBERS {
 };
 
 std::vector<std::vector<MEM_PATH_LEVEL>> name_frames(const NUMBERS& numbers, const MEM_PATH_NAMER& name) {
-    std::vector<std::vector<MEM_PATH_LEVEL>> named = name(numbers.frames);
+    std::vector<std::vector<MEM_PATH_LEVEL>> named;
+    try {
+        named = name(numbers.frames);
+    } catch (const std::bad_alloc&) {
+        named.assign(numbers.frames.size(), {MEM_PATH_LEVEL{}});  // addresses are left, and all figures
+    }
     for (std::size_t i = 0; i < named.size(); ++i) {
         if (numbers.frames[i].pc != mem_path_pc_unseen) continue;
         named[i].assign(1, {});

@@ -6,7 +6,10 @@
 
 namespace {
 
-constexpr std::uint32_t first_slots = 1024;
+constexpr std::uint32_t first_slots = 8192;
+constexpr std::uint32_t kept_ready = 2048;
+// Beyond the limit of whole paths.
+constexpr std::uint32_t most_cut_paths = std::uint32_t{1} << 16;
 constexpr std::size_t first_pcs = 1024;
 
 std::size_t home_of(std::uint64_t pc, std::size_t mask) {
@@ -47,16 +50,25 @@ std::uint32_t MEM_PATH_TRIE::INSERTION::child(std::uint32_t parent, std::uint64_
         trie.memory.region.node(same).generation.set(generation);
         return same;
     }
-    if (trie.memory.region.header->nodes.get() >= limit) return none;
+    if (!trie.has_room(trie.memory.region.header->nodes.get(), parent, path)) return none;
     latest = trie.make(parent, pc, load, generation);
     return latest;
+}
+
+std::uint32_t MEM_PATH_TRIE::kept_ready_beside(PATH path) {
+    return path == PATH::whole ? kept_ready : 0;
+}
+
+bool MEM_PATH_TRIE::has_room(std::uint32_t number, std::uint32_t parent, PATH path) {
+    const std::uint32_t limit = memory.region.header->most_nodes + (path == PATH::cut ? most_cut_paths : 0);
+    return number < limit && memory.reserve_node(number + kept_ready_beside(path)) &&
+           has_slot_for_child(parent, path);
 }
 
 std::uint32_t MEM_PATH_TRIE::make(std::uint32_t parent, std::uint64_t pc, std::uint16_t load,
                                   std::uint16_t generation) {
     MEM_PATH_WORD<std::uint32_t>& count = memory.region.header->nodes;
     const std::uint32_t number = count.get();
-    if (!memory.reserve_node(number) || !has_room_for_child(parent)) return none;
     MEM_PATH_NODE& node = memory.region.node(number);
     node.pc = pc;
     node.parent = parent;
@@ -67,14 +79,15 @@ std::uint32_t MEM_PATH_TRIE::make(std::uint32_t parent, std::uint64_t pc, std::u
     return number;
 }
 
-// Makes room where it takes more slots. Without memory for them the table fills up to seven eighths.
-bool MEM_PATH_TRIE::has_room_for_child(std::uint32_t parent) {
+// Adds slots where it takes more of them. Without memory for that, whole paths fill five eighths of the
+// table, and those that were cut seven eighths.
+bool MEM_PATH_TRIE::has_slot_for_child(std::uint32_t parent, PATH path) {
     if (memory.region.node(parent).first_child.get() == none) return true;
     TABLE* table = current.load(std::memory_order_relaxed);
     const std::uint32_t slots = table->mask + 1;
     if (slots_taken < slots / 2) return true;
     TABLE* more = make_table(2 * slots, table);
-    if (more == nullptr) return slots_taken < slots - slots / 8;
+    if (more == nullptr) return slots_taken < slots / 8 * (path == PATH::whole ? 5 : 7);
     for (std::uint32_t at = 0; at < slots; ++at) {
         const auto number = static_cast<std::uint32_t>(table->slot(at).get());
         if (number == none) continue;
@@ -97,13 +110,13 @@ void MEM_PATH_TRIE::add_child(std::uint32_t parent, std::uint32_t number) {
     }
 }
 
-__attribute__((noinline, cold)) std::uint32_t MEM_PATH_TRIE::open_account(std::uint32_t node) {
+__attribute__((noinline, cold)) std::uint32_t MEM_PATH_TRIE::open_account(std::uint32_t node, PATH path) {
     const MEM_LOCK_SCOPE guard(lock);
     MEM_PATH_WORD<std::uint32_t>& account = memory.region.node(node).account;
     if (account.get() != 0) return account.get();
     MEM_PATH_WORD<std::uint32_t>& count = memory.region.header->accounts;
     const std::uint32_t number = count.get();
-    if (!memory.reserve_account(number)) return none;
+    if (!memory.reserve_account(number + kept_ready_beside(path))) return none;
     memory.region.late_counts(number).node = node;
     count.publish(number + 1);
     account.publish(number);

@@ -20,6 +20,11 @@ class MEM_PATH_TRIE {
   public:
     static constexpr std::uint32_t none = mem_path_root;  // no child
 
+    // A path that was cut stands for all those of a call site for which no node could be made. Nodes and
+    // accounts are kept ready for such, where there is no memory for others, and their number has a limit of
+    // its own.
+    enum class PATH { whole, cut };
+
     explicit MEM_PATH_TRIE(MEM_PATH_MEMORY& memory_of_region) : memory(memory_of_region), loads(memory) {}
     ~MEM_PATH_TRIE();
     MEM_PATH_TRIE(const MEM_PATH_TRIE&) = delete;
@@ -35,9 +40,9 @@ class MEM_PATH_TRIE {
     }
 
     // The node's account, opened when it has none; none when there is no memory for it.
-    std::uint32_t account_of(std::uint32_t node) {
+    std::uint32_t account_of(std::uint32_t node, PATH path) {
         const std::uint32_t known = memory.region.node(node).account.get_published();
-        return known != 0 ? known : open_account(node);
+        return known != 0 ? known : open_account(node, path);
     }
 
     // The load of the module that holds pc now. With no lock held.
@@ -55,8 +60,8 @@ class MEM_PATH_TRIE {
     // Makes nodes for a scope, in which nobody else does.
     class INSERTION {
       public:
-        INSERTION(MEM_PATH_TRIE& into, std::uint16_t seen_in, std::uint32_t most_nodes)
-            : trie(into), guard(into.lock), generation(seen_in), limit(most_nodes) {}
+        INSERTION(MEM_PATH_TRIE& into, std::uint16_t seen_in, PATH of_path)
+            : trie(into), guard(into.lock), generation(seen_in), path(of_path) {}
 
         // The child, made when it is new; none when it can't be made, for lack of memory or because there are
         // as many nodes as there may be.
@@ -66,7 +71,7 @@ class MEM_PATH_TRIE {
         MEM_PATH_TRIE& trie;
         const std::lock_guard<MEM_SPIN_LOCK> guard;
         const std::uint16_t generation;
-        const std::uint32_t limit;
+        const PATH path;
         std::uint32_t latest = none;  // that was made here, and has no child yet
     };
 
@@ -120,10 +125,12 @@ class MEM_PATH_TRIE {
         }
     }
 
-    std::uint32_t open_account(std::uint32_t node);
+    static std::uint32_t kept_ready_beside(PATH path);
+    std::uint32_t open_account(std::uint32_t node, PATH path);
     static TABLE* make_table(std::uint32_t slots, TABLE* outgrown);
+    bool has_room(std::uint32_t number, std::uint32_t parent, PATH path);
     std::uint32_t make(std::uint32_t parent, std::uint64_t pc, std::uint16_t load, std::uint16_t generation);
-    bool has_room_for_child(std::uint32_t parent);
+    bool has_slot_for_child(std::uint32_t parent, PATH path);
     void add_child(std::uint32_t parent, std::uint32_t number);
 
     MEM_PATH_MEMORY& memory;

@@ -19,7 +19,7 @@ namespace {
 constexpr std::uint32_t paths_made = 12;
 
 void charge(MEM_PATH_MEMORY& memory, MEM_PATH_TRIE& trie, std::uint32_t node, std::uint32_t site) {
-    const std::uint32_t account = trie.account_of(node);
+    const std::uint32_t account = trie.account_of(node, MEM_PATH_TRIE::PATH::whole);
     memory.region.counts(account).site.set(site + 1);
     memory.region.counts(account).bytes.set(64 * node);
     memory.region.counts(account).blocks.set(node);
@@ -40,7 +40,7 @@ std::vector<std::uint8_t> make_region() {
     std::uint32_t node = mem_path_root;
     for (std::uint32_t i = 0; i < paths_made; ++i) {
         const bool is_last = i + 1 == paths_made;
-        MEM_PATH_TRIE::INSERTION paths(trie, 0, 1024);
+        MEM_PATH_TRIE::INSERTION paths(trie, 0, MEM_PATH_TRIE::PATH::whole);
         node = paths.child(node, is_last ? mem_path_pc_share : 0x401000 + 16 * i, is_last ? 0 : 1);
     }
     for (std::uint32_t i = 0; i < 4; ++i) charge(memory, trie, node - i, 0);

@@ -1,6 +1,7 @@
 // Stacks that a walk which keeps frames may stumble over. Each function that ends in _place allocates blocks
 // of a size of its own.
 #include <dlfcn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <ucontext.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "tests/process/behaviour.h"
@@ -131,6 +133,31 @@ void make_all_paths(char**) {
     wait(nullptr);
 }
 const BEHAVIOUR paths{"paths", make_all_paths};
+
+// More paths than there is address space for, through code that is known by then.
+template <int NUMBER>
+PLACE branch_place(int levels, unsigned way) {
+    if (levels == 0) {
+        std::free(kept(std::malloc(32)));
+    } else if (way % 2 == 0) {
+        branch_place<0>(levels - 1, way / 2);
+    } else {
+        branch_place<1>(levels - 1, way / 2);
+    }
+    asm volatile("" ::"i"(NUMBER));
+}
+void make_scarce_paths(char**) {
+    for (const unsigned way : {0U, ~0U, 0x5555U, 0x3333U, 0x6666U}) branch_place<0>(14, way);
+    long pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    rlimit before{};
+    getrlimit(RLIMIT_AS, &before);
+    const rlimit scarce{static_cast<rlim_t>(pages) * 4096, before.rlim_max};
+    setrlimit(RLIMIT_AS, &scarce);
+    for (unsigned way = 0; way < 1U << 14; ++way) branch_place<0>(14, way);
+    setrlimit(RLIMIT_AS, &before);
+}
+const BEHAVIOUR scarce_paths{"scarce_paths", make_scarce_paths};
 
 // On the main thread, whose stack the test makes large enough.
 const BEHAVIOUR deep_paths{"deep_paths", [](char**) { deep_place(1'000'000); }};

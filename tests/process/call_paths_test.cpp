@@ -44,9 +44,11 @@ struct Paths {
     std::map<std::string, long>
         blocks;  // current ones of each path, as "function<function<...", places alone
     std::map<std::string, long> blocks_in;  // current ones, by the module of the innermost frame
+    int deepest = 0;
 
     explicit Paths(const ENDING& ending) {
         std::map<std::string, std::string> place, module, way{{"0", ""}};
+        std::map<std::string, int> depth;
         int table = 0;
         for (const Row& row : rows_of(ending.files.at("mem_tbb_call_paths.vii.log"))) {
             if (row.empty()) ++table;
@@ -58,6 +60,7 @@ struct Paths {
                 module[row[0]] = row[4];
             }
             if (table != 3 || row.size() != 13 || row[0] == "Node") continue;
+            deepest = std::max(deepest, depth[row[0]] = depth[row[1]] + 1);
             // A recursion is one place.
             const std::string& here = place[row[2]];
             way[row[0]] = way[row[1]].starts_with(here) ? way[row[1]] : here + way[row[1]];
@@ -98,6 +101,41 @@ TEST(CallPaths, AgreeWithTheCallSitesAndNameTheCallersOfAllStacks) {
     EXPECT_EQ(paths.head["Shortened events"], 0);
 }
 
+// Figures of each path, by its addresses: bytes and blocks that it holds, held at the peak, and ever had.
+std::map<std::string, std::array<long, 6>> by_addresses(const std::string& report) {
+    std::map<std::string, std::array<long, 6>> figures;
+    std::map<std::string, std::string> address, way{{"0", ""}};
+    int table = 0;
+    for (const Row& row : rows_of(report)) {
+        if (row.empty()) ++table;
+        if (table == 2 && row.size() >= 7) address[row[0]] = row[2] + "<";
+        if (table != 3 || row.size() != 13 || row[0] == "Node") continue;
+        way[row[0]] = way[row[1]] + address[row[2]];
+        std::array<long, 6>& sum = figures[way[row[0]]];
+        constexpr std::array<std::size_t, 6> columns = {4, 5, 7, 8, 9, 10};
+        for (std::size_t i = 0; i < sum.size(); ++i) sum[i] += std::stol(row[columns[i]]);
+    }
+    return figures;
+}
+
+TEST(CallPaths, AreThoseOfAnEventLogByAnotherUnwinder) {
+    const ENDING ending =
+        run("tracked_host truth " BUILT "/module.so " BUILT "/forms_gcc_O2/forms_plugin.so", with_paths);
+    ASSERT_EQ(ending.how, "exit 0") << ending.error;
+    auto reported = by_addresses(ending.files.at("mem_tbb_call_paths.vii.log"));
+    std::istringstream lines(ending.files.at("truth"));
+    int paths = 0;
+    for (std::string line; std::getline(lines, line); ++paths) {
+        std::istringstream in(line);
+        std::array<long, 6> figures;
+        for (long& figure : figures) in >> figure;
+        std::string way;
+        in >> way;
+        EXPECT_EQ(reported[way], figures) << way;
+    }
+    EXPECT_GT(paths, 500);
+}
+
 TEST(CallPaths, AreCutWithoutRoomAndStillAgree) {
     for (const char* too_little :
          {"VELDRIN_MEM_PROFILE_CALL_PATH_NODES=40 ", "VELDRIN_MEM_PROFILE_CALL_PATH_NODES=1 "}) {
@@ -110,6 +148,15 @@ TEST(CallPaths, AreCutWithoutRoomAndStillAgree) {
     }
 }
 
+TEST(CallPaths, AreCutWithoutMemoryForMoreAndStillAgree) {
+    const ENDING ending = run("tracked_host scarce_paths", with_paths);
+    ASSERT_EQ(ending.how, "exit 0") << ending.error;
+    Paths paths(ending);
+    EXPECT_EQ(paths.by_site, sites_of(ending));
+    EXPECT_GT(paths.head["Shortened events"], 1000);
+    EXPECT_LT(paths.head["Shortened events"], 1 << 14);
+}
+
 TEST(CallPaths, OfARecursionAMillionDeepAreFew) {
     const ENDING ending = run("sh -c 'ulimit -s 1000000 && tracked_host deep_paths'", with_paths);
     ASSERT_EQ(ending.how, "exit 0") << ending.error;
@@ -117,6 +164,9 @@ TEST(CallPaths, OfARecursionAMillionDeepAreFew) {
     EXPECT_EQ(paths.by_site, sites_of(ending));
     EXPECT_EQ(paths.blocks["deep_place<"], 1001);
     EXPECT_LT(paths.head["Nodes"], 2000);
+    EXPECT_EQ(paths.head["Depth"], 128);
+    EXPECT_GE(paths.deepest, 120);  // those of the allocator are none
+    EXPECT_LE(paths.deepest, 256);
 }
 
 TEST(CallPaths, ChangeNoOtherReport) {

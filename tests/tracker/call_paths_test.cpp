@@ -4,6 +4,7 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <thread>
 
 #include "ktl_mem/reports.h"
 #include "mem/paths/call_paths.h"
@@ -170,6 +171,60 @@ TEST_F(CallPaths, AreThoseOfAnIndependentRecorderToTheByte) {
     }
     mem_reset_tracking_entries();
     EXPECT_EQ(Report().paths, Paths());
+}
+
+__attribute__((noinline)) void large_block(std::uint64_t address) {
+    allocate({address, 9000, 10000});
+    asm volatile("");
+}
+
+TEST_F(CallPaths, ThreadsThatMeetAreCountedInSharesThatMakeTheWhole) {
+    constexpr int threads = 4, blocks = 500;
+    for (int i = 0; i < 2; ++i) {
+        std::vector<std::thread> all;
+        for (int thread = 0; thread < threads; ++thread)
+            all.emplace_back([=] {
+                const std::uint64_t from = 0x10000000U * static_cast<unsigned>(1 + i * threads + thread);
+                for (int block = 0; block < blocks; ++block) large_block(from + 0x10000U * block);
+                for (int block = i; block < blocks; ++block) release(from + 0x10000U * block, 10000);
+            });
+        for (std::thread& thread : all) thread.join();
+        // As if they had waited for each other often enough.
+        const MEM_PATH_REGION& region = mem_tbb_call_paths->region();
+        for (std::uint32_t at = 1; at < region.header->accounts.get(); ++at)
+            region.counts(at).is_shared.set(true);
+    }
+    const Report report;
+    ASSERT_EQ(report.paths.size(), 1U);  // none of them leads through a step
+    const Figures& all = report.paths.begin()->second;
+    EXPECT_EQ(all.bytes, 4 * 10000);
+    EXPECT_EQ(all.blocks, 4);
+    EXPECT_EQ(all.requested, 4 * 9000);
+    EXPECT_EQ(all.cumulative, 2 * 4 * 500 * 10000);
+    EXPECT_EQ(all.cumulative_blocks, 2 * 4 * 500);
+    EXPECT_EQ(all.peak_bytes, report.head.at("Peak bytes"));
+    for (unsigned thread = 0; thread < threads; ++thread)
+        release(std::uint64_t{0x10000000U} * (1 + threads + thread), 10000);
+}
+
+TEST_F(CallPaths, OfTheMostBytesIsToldAsText) {
+    const volatile unsigned blocks = 2;  // so that the loop stays one place
+    for (unsigned block = 1; block <= blocks; ++block) large_block(0x10000U * block);
+    allocate({0x40000, 15000, 16000});
+    release(0x10000, 10000);
+    const auto first_frame = [](const std::string& text) {
+        const std::size_t begin = text.find('\n') + 1;
+        return text.substr(begin, text.find('\n', begin) - begin);
+    };
+    const std::string at_peak = mem_get_largest_call_path(MEM_CALL_PATH_MOMENT::PEAK);
+    EXPECT_TRUE(at_peak.starts_with("20000 bytes in 2 blocks\n")) << at_peak;
+    EXPECT_NE(first_frame(at_peak).find("::large_block(unsigned long)"), std::string::npos) << at_peak;
+    EXPECT_NE(at_peak.find("call_paths_test.cpp:"), std::string::npos) << at_peak;
+    const std::string now = mem_get_largest_call_path(MEM_CALL_PATH_MOMENT::NOW);
+    EXPECT_TRUE(now.starts_with("16000 bytes in 1 blocks\n")) << now;
+    EXPECT_NE(first_frame(now).find("OfTheMostBytesIsToldAsText"), std::string::npos) << now;
+    for (const auto& [address, bytes] : {std::pair{0x20000, 10000}, {0x40000, 16000}})
+        release(static_cast<std::uint64_t>(address), static_cast<std::uint64_t>(bytes));
 }
 
 }  // namespace
