@@ -71,7 +71,7 @@ bool MEM_CATS_AND_MICE::enter_cat_soon(int patience) {
 }
 
 // Mice that were about to step back are counted for good.
-void MEM_CATS_AND_MICE::renew() {
+void MEM_CATS_AND_MICE::renew() MEM_LOCKS_UNCHECKED {
     for (MEM_STRIPE& stripe : stripes) stripe.count.store(0, std::memory_order_relaxed);
     cat_word.store(0, std::memory_order_relaxed);
     state_lock.unlock();
