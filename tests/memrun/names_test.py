@@ -128,6 +128,9 @@ class Names(LauncherTest):
     def test_the_cache_names_what_it_knows(self):
         self.run_tracked("--no-name-cache", "./holder")
         self.assertFalse(self.cache.exists())
+        homeless = {**os.environ, "HOME": str(self.folder / "home"), "XDG_CACHE_HOME": ""}
+        self.assertEqual(self.run_tracked("--force", "./holder", env=homeless).returncode, 0)
+        self.assertFalse((self.folder / "home").exists())
         self.run_tracked("--force", "./holder")
         entry = self.entry_of_holder()
         whole = entry.read_bytes()

@@ -227,7 +227,9 @@ std::string default_cache_folder() {
     const char* cache = std::getenv("XDG_CACHE_HOME");
     if (cache != nullptr && cache[0] == '/') return std::string(cache) + "/ktl_mem";
     const char* home = std::getenv("HOME");
-    return home != nullptr && home[0] == '/' ? std::string(home) + "/.cache/ktl_mem" : std::string();
+    std::error_code error;  // users of daemons have a home that is not there, and must not get one
+    if (home == nullptr || home[0] != '/' || !fs::is_directory(home, error)) return "";
+    return std::string(home) + "/.cache/ktl_mem";
 }
 
 }  // namespace memrun::names
