@@ -1,12 +1,15 @@
 #include "tests/process/child_process.h"
 
 const std::string run_out = "prlimit --as=1073741824 ending_host run_out ";
-const std::string tracked = with_allocator + track_all;
+const std::string tracked_without_paths = with_allocator + track_all;
+const std::string tracked = tracked_without_paths + "VELDRIN_MEM_PROFILE_CALL_PATHS=1 ";
 
 // The one line. A process whose address space ends at one gibibyte has used 1073 million bytes.
 const std::string line_of_any = "\nOut of memory \\([1-9][0-9]* megabytes used\\)\n";
 const std::string line_at_limit = "\nOut of memory \\(10[0-7][0-9] megabytes used\\)\n";
 const std::string line_of_sixteen = "\nOut of memory \\((9[0-9]|10[0-7])[0-9] megabytes used\\)\n";
+// The allocator has lines of its own to say.
+const std::string allocators = "(src/[^\n]*\n)*";
 
 TEST(OutOfMemory, EndsInOneForm) {
     const std::tuple<const char*, const char*, std::string> cases[] = {
@@ -29,11 +32,11 @@ TEST(OutOfMemory, EndsInOneForm) {
 
 // A report that was cut off has no end of line, and one that was not begun has no file.
 TEST(OutOfMemory, SixteenThreadsAtOnceGiveOneMessageAndCompleteReports) {
-    const ENDING model = run(run_out + "new none 1", tracked);
+    const ENDING model = run(run_out + "new none 1", tracked_without_paths);
     ASSERT_FALSE(model.files.empty());
     for (int round = 0; round < 100; ++round) {
-        const ENDING ending =
-            expect({run_out + "new none 16", tracked, "exit action\n", "exit 1", line_of_sixteen});
+        const ENDING ending = expect(
+            {run_out + "new none 16", tracked_without_paths, "exit action\n", "exit 1", line_of_sixteen});
         for (const auto& [name, text] : model.files) {
             ASSERT_TRUE(ending.files.contains(name)) << round << name;
             ASSERT_TRUE(ending.files.at(name).ends_with('\n')) << round << name;
@@ -46,11 +49,10 @@ ENDING fail_at(long number, const std::string& how) {
                track_all + "LD_PRELOAD=" BUILT "/failing_allocator.so:" TCMALLOC_MINIMAL);
 }
 
-// With null, and without it. The allocator has lines of its own to say.
+// With null, and without it.
 TEST(OutOfMemory, LeavesAllReportsWhateverTheSizeOfTheBlocks) {
     const ENDING model = run("ending_host run_out call none 0", tracked);
     ASSERT_GT(model.files.size(), 10U);
-    const std::string allocators = "(src/[^\n]*\n)*";
     for (const std::string bytes : {"16", "100", "1000", "30000", "1048576", "1073741824"}) {
         for (const std::string threads : {"0", "8"}) {
             const std::string limit = threads == "0" ? "160000000" : "320000000";
