@@ -49,24 +49,20 @@ bool MEM_CATS_AND_MICE::try_enter_cat() {
 }
 
 void MEM_CATS_AND_MICE::enter_cat() {
-    cat_word.fetch_add(1, std::memory_order_seq_cst);
-    barrier_on_all_threads();
-    MEM_BACK_OFF back_off;
-    while (!try_enter_cat()) back_off.wait();
-    cat_word.fetch_sub(1, std::memory_order_seq_cst);
-    mem_require(cats_approaching() >= 0, mem_conditions::cat_was_approaching);
+    enter_cat_soon(UINT64_MAX);
 }
 
-bool MEM_CATS_AND_MICE::enter_cat_soon(int patience) {
+bool MEM_CATS_AND_MICE::enter_cat_soon(std::uint64_t patience) {
     cat_word.fetch_add(1, std::memory_order_seq_cst);
     barrier_on_all_threads();
     MEM_BACK_OFF back_off;
     bool is_inside = try_enter_cat();
-    for (int turn = 0; turn < patience && !is_inside; ++turn) {
+    for (; patience != 0 && !is_inside; --patience) {
         back_off.wait();
         is_inside = try_enter_cat();
     }
     cat_word.fetch_sub(1, std::memory_order_seq_cst);
+    mem_require(cats_approaching() >= 0, mem_conditions::cat_was_approaching);
     return is_inside;
 }
 

@@ -53,8 +53,8 @@ class MEM_IS_LOCK MEM_CATS_AND_MICE {
         }
     }
 
-    // As a cat, unless mice or another cat stay inside for too long: then false.
-    bool enter_cat_soon(int patience);
+    // As a cat, unless mice or another cat stay inside for more looks than that: then false.
+    bool enter_cat_soon(std::uint64_t patience);
 
     // In a forked child of the thread that was inside as a cat: nobody is inside.
     void renew();
