@@ -17,7 +17,6 @@
 #include "mem/base/tracker_phase.h"
 #include "mem/debug/debug_patterns.h"
 #include "mem/tracker/exe_string.h"
-#include "mem/tracker/fork_gate.h"
 #include "mem/tracker/hooks.h"
 #include "mem/tracker/peak_search.h"
 #include "mem/tracker/tracker_objects.h"
@@ -57,7 +56,6 @@ void build_and_go_live(MEM_TRACKING_GRANULARITY starting_word) {
     mem_choose_symbolizer(starting_word != 0);
     if (starting_word != 0) mem_read_user_defined_filters();
     mem_create_exe_string();
-    mem_make_fork_gate();
     seed_catch_alls();
     if (mem_cfg_is_on("mem_profile_with_incomplete_fileline_info", false)) mem_tbb_incomplete_fileline = true;
     if (mem_cfg_is_on("mem_profile_with_best_names", false)) mem_tbb_best_names = true;

@@ -24,6 +24,7 @@
 #include "mem/timeline/tag_timeline.h"
 #include "mem/tracker/exe_string.h"
 #include "mem/tracker/flushed_peaks.h"
+#include "mem/tracker/fork_gate.h"
 #include "mem/tracker/tracker_state.h"
 
 MEM_TRACKER_POOL* mem_tracker_pool = nullptr;
@@ -79,6 +80,7 @@ constexpr MEM_OWNED objects[] = {
     {make<mem_tbb_tag_table>, remove<mem_tbb_tag_table>},
     {[] { mem_tbb_tag_timeline = new MEM_TAG_TIMELINE(*mem_tbb_tag_table); }, remove<mem_tbb_tag_timeline>},
     {make<mem_tbb_gate>, remove<mem_tbb_gate>},
+    {mem_make_fork_gate, remove<mem_fork_gate>},
     {made_elsewhere, [] { delete mem_tbb_profile_bins.exchange(nullptr); }},
 };
 
