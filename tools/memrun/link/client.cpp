@@ -18,29 +18,33 @@ bool talk(int connection, const char* folder, const Greeting& mine, Greeting& an
            receive_greeting(connection, answer);
 }
 
-}  // namespace
-
-bool greet_launcher(const char* folder, Greeting& mine, void (*take)(const Greeting& answer)) {
+// Over a connection of its own; false when nobody answers. What the answer shares is closed after `take`.
+template <class Take>
+bool ask_launcher(const char* folder, const Greeting& mine, Take take) {
     const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     Greeting answer;
     const bool is_answered = connection >= 0 && talk(connection, folder, mine, answer);
     if (is_answered) take(answer);
     close_shares(answer);
-    close_shares(mine);
     if (connection >= 0) close(connection);
     return is_answered;
 }
 
+}  // namespace
+
+bool greet_launcher(const char* folder, Greeting& mine, void (*take)(const Greeting& answer)) {
+    const bool is_answered = ask_launcher(folder, mine, take);
+    close_shares(mine);
+    return is_answered;
+}
+
 bool is_trackable(const char* folder, int file) {
-    const int connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     Greeting question;
-    Greeting answer;
     question.pid = getpid();
     question.add(ShareKind::successor, file);
-    const bool is_answered = connection >= 0 && talk(connection, folder, question, answer);
-    close_shares(answer);
-    if (connection >= 0) close(connection);
-    return is_answered && answer.word[0] != 0;
+    bool is_yes = false;
+    ask_launcher(folder, question, [&](const Greeting& answer) { is_yes = answer.word[0] != 0; });
+    return is_yes;
 }
 
 }  // namespace memrun::link
