@@ -28,9 +28,10 @@ inline STACK_WALK_START stack_walk_start(const void* frame_address) {
 
 class STACK_WALK {
   public:
-    // With fresh every rule is worked out anew from the call frame information and put into the table. Ask
-    // for that when a walk has met a program counter that was never seen before: it may be new, or a rule
-    // may have outlived the module that it was made for. Finding such a rule empties the table.
+    // With fresh every rule is worked out anew from the call frame information and put into the table, but
+    // for those of modules that are never unloaded. Ask for that when a walk has met a program counter that
+    // was never seen before: it may be new, or a rule may have outlived the module that it was made for.
+    // Finding such a rule empties the table.
     explicit STACK_WALK(const STACK_WALK_START& start, bool fresh = false);
     // Goes on from a frame that an earlier walk of the same stack has come to, with its answers to is_exact
     // and has_seen_loader.

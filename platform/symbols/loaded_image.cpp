@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/startup_modules.h"
 #include "platform/symbols/own_memory.h"
 
 namespace symbols {
@@ -106,6 +107,7 @@ std::optional<LOADED_IMAGE> loaded_image_at(std::uint64_t address) {
 }
 
 bool still_holds(const LOADED_IMAGE& image, std::uint64_t address) {
+    if (const STARTUP_MODULE* module = startup_module_at(address)) return module->begin == image.begin;
     dl_find_object found;
     if (image.build_id.empty() || _dl_find_object(reinterpret_cast<void*>(address), &found) != 0)
         return false;

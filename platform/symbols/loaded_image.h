@@ -29,8 +29,9 @@ struct LOADED_IMAGE {
 // The image that holds the address now.
 std::optional<LOADED_IMAGE> loaded_image_at(std::uint64_t address);
 
-// Whether the image that was found before is, beyond doubt, what holds the address now. Costs one system
-// call and little stack; an image without a build-id or with a long path leaves doubt.
+// Whether the image that was found before is, beyond doubt, what holds the address now. Costs little stack,
+// and one system call unless it is there from the start of the process. An image without a build-id or with
+// a long path leaves doubt.
 bool still_holds(const LOADED_IMAGE& image, std::uint64_t address);
 
 // The file that is mapped at the address; empty when there is none.

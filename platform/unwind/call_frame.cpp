@@ -4,12 +4,38 @@
 #include <dwarf.h>
 #include <link.h>
 
+#include "platform/startup_modules.h"
+
 namespace unwind {
 
 namespace {
 
 // The header of the search table, as linkers write it: a table of pairs of 32-bit offsets from the header.
 constexpr std::uint8_t TABLE_OF_OFFSETS = DW_EH_PE_datarel | DW_EH_PE_sdata4;
+
+struct MODULE {
+    std::uint64_t begin = 0;
+    const std::uint8_t* end = nullptr;
+    const std::uint8_t* index = nullptr;
+
+    bool holds(std::uint64_t address) const {
+        return address >= begin && address < reinterpret_cast<std::uint64_t>(end);
+    }
+};
+
+bool find_module(std::uint64_t address, MODULE* module) {
+    if (const STARTUP_MODULE* known = startup_module_at(address)) {
+        *module = {known->begin, reinterpret_cast<const std::uint8_t*>(known->end),
+                   static_cast<const std::uint8_t*>(known->frame_index)};
+        return true;
+    }
+    dl_find_object found;
+    if (_dl_find_object(reinterpret_cast<void*>(address), &found) != 0) return false;
+    *module = {reinterpret_cast<std::uint64_t>(found.dlfo_map_start),
+               static_cast<const std::uint8_t*>(found.dlfo_map_end),
+               static_cast<const std::uint8_t*>(found.dlfo_eh_frame)};
+    return true;
+}
 
 struct TABLE_ROW {
     std::int32_t function;
@@ -28,10 +54,10 @@ struct SEARCH_TABLE {
     }
 };
 
-bool open_search_table(const dl_find_object& module, SEARCH_TABLE* table) {
-    const auto* header = static_cast<const std::uint8_t*>(module.dlfo_eh_frame);
+bool open_search_table(const MODULE& module, SEARCH_TABLE* table) {
+    const std::uint8_t* header = module.index;
     if (header == nullptr) return false;
-    DWARF_READER reader({header, static_cast<const std::uint8_t*>(module.dlfo_map_end)});
+    DWARF_READER reader({header, module.end});
     const auto version = reader.read<std::uint8_t>();
     const auto frame_encoding = reader.read<std::uint8_t>();
     const auto count_encoding = reader.read<std::uint8_t>();
@@ -125,21 +151,15 @@ bool read_function(const std::uint8_t* record, const void* limit, CALL_FRAME* fr
     return !reader.failed();
 }
 
-bool holds(const dl_find_object& module, std::uint64_t address) {
-    return address >= reinterpret_cast<std::uint64_t>(module.dlfo_map_start) &&
-           address < reinterpret_cast<std::uint64_t>(module.dlfo_map_end);
-}
-
 }  // namespace
 
 bool find_call_frame(std::uint64_t address, CALL_FRAME* frame) {
-    dl_find_object module;
+    MODULE module;
     SEARCH_TABLE table;
-    if (_dl_find_object(reinterpret_cast<void*>(address), &module) != 0) return false;
-    if (!open_search_table(module, &table)) return false;
+    if (!find_module(address, &module) || !open_search_table(module, &table)) return false;
     const std::uint8_t* record = search(table, address);
-    if (record == nullptr || !read_function(record, module.dlfo_map_end, frame)) return false;
-    frame->in_loader = holds(module, _r_debug.r_ldbase);
+    if (record == nullptr || !read_function(record, module.end, frame)) return false;
+    frame->in_loader = module.holds(_r_debug.r_ldbase);
     return address >= frame->function_begin && address < frame->function_end;
 }
 

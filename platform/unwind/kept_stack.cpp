@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/startup_modules.h"
 #include "platform/unwind/plain_step.h"
 #include "platform/unwind/rule_table.h"
 #include "platform/unwind/stack_memory.h"
@@ -208,6 +209,7 @@ void KEPT_STACK::walk_elsewhere(const STACK_WALK_START& start) {
 bool KEPT_STACK::rules_hold() {
     for (std::uint32_t at = unchanged_count; at < found_count; ++at) {
         const FRAME& frame = found[at];
+        if (startup_module_at(frame.pc) != nullptr) continue;
         const FRAME_RULE known = rule_table.find(frame.pc, frame.is_exact);
         if (known.is_none() || known.same_steps_as(compute_rule(frame.pc, frame.is_exact))) continue;
         rule_table.start_new_generation();

@@ -15,6 +15,7 @@
 
 #include <cstddef>
 
+#include "platform/startup_modules.h"
 #include "platform/unwind/frame_rule.h"
 #include "platform/unwind/plain_step.h"
 #include "platform/unwind/register_walk.h"
@@ -116,7 +117,7 @@ bool STACK_WALK::step_slowly() {
 // The rule for frame_.pc from the table, or worked out and put there.
 std::uint64_t STACK_WALK::current_rule() {
     const FRAME_RULE known = rule_table.find(frame_.pc, exact_);
-    if (!fresh_ && !known.is_none()) return known.bits;
+    if (!known.is_none() && (!fresh_ || startup_module_at(frame_.pc) != nullptr)) return known.bits;
     const FRAME_RULE rule = compute_rule(frame_.pc, exact_);
     if (known.same_steps_as(rule)) return rule.bits;
     if (!known.is_none()) rule_table.start_new_generation();
