@@ -1,8 +1,9 @@
 #include "mem/attribution/code_names.h"
 
-#include <cstdio>
-#include <map>
+#include <algorithm>
+#include <charconv>
 #include <mutex>
+#include <utility>
 
 #include "mem/attribution/symbolizer.h"
 #include "mem/base/scarcity.h"
@@ -15,84 +16,116 @@ namespace {
 // What the files of a module's debug information may take.
 constexpr std::size_t largest_naming = std::size_t{16} << 20;
 
-// Modules live as long as the process.
-using MODULES = std::vector<const symbols::MODULE*>;
+}  // namespace
 
-MODULES find_modules(const std::vector<std::uint64_t>& pcs) {
-    MODULES modules;
-    modules.reserve(pcs.size());
-    const std::lock_guard guard(mem_tbb_symbolizer_lock);
-    for (const std::uint64_t pc : pcs) modules.push_back(symbols::find_module(pc, symbols::LISTING::CURRENT));
-    return modules;
-}
-
-// The addresses by module, so that each is named once in what goes to the other process.
-class QUESTIONS {
+// The addresses by module, so that each module is named once in what goes to the other process.
+class MEM_CODE_NAMES::QUESTIONS {
   public:
-    QUESTIONS(const std::vector<std::uint64_t>& pcs, const MODULES& modules) {
-        for (std::size_t i = 0; i < pcs.size(); ++i)
-            if (modules[i] != nullptr) by_module[modules[i]].push_back(i);
-        for (const auto& [module, numbers] : by_module) {
-            symbols::NAME_QUESTION& question = all.emplace_back();
+    QUESTIONS(const MEM_CODE_NAMES& names, std::vector<std::size_t> missing) : numbers(std::move(missing)) {
+        const auto module_of = [&](std::size_t i) { return names.modules[i]; };
+        std::ranges::stable_sort(numbers, {}, module_of);
+        for (auto at = numbers.begin(); at != numbers.end();) {
+            const symbols::MODULE& module = *module_of(*at);
             std::vector<std::uint64_t> asked;
-            asked.reserve(numbers.size());
-            for (const std::size_t i : numbers) asked.push_back(pcs[i]);
-            question = {module->path, module->build_id, module->is_executable,
-                        symbols::locate(asked, *module)};
+            for (; at != numbers.end() && module_of(*at) == &module; ++at) asked.push_back(names.pcs[*at]);
+            all.push_back(
+                {module.path, module.build_id, module.is_executable, symbols::locate(asked, module)});
         }
     }
 
-    bool ask(std::vector<MEM_NAMED_CODE>& named) const {
-        std::vector<std::vector<symbols::FRAME>> answers;
-        if (!symbols::ask(all, answers)) return false;
-        std::size_t at = 0;
-        for (const auto& [module, numbers] : by_module)
-            for (const std::size_t i : numbers) named[i].levels = std::move(answers[at++]);
+    bool ask(MEM_CODE_NAMES& names) const {
+        if (!symbols::ask(all, names.answers)) return false;
+        for (std::size_t i = 0; i < numbers.size(); ++i) names.named[numbers[i]].answer = i + 1;
         return true;
     }
 
   private:
-    std::map<const symbols::MODULE*, std::vector<std::size_t>> by_module;
+    std::vector<std::size_t> numbers;
     std::vector<symbols::NAME_QUESTION> all;
 };
-
-std::string with_distance(const std::string& name, std::uint64_t distance) {
-    char text[24];
-    std::snprintf(text, sizeof text, "+0x%llx", static_cast<unsigned long long>(distance));
-    return name + text;
-}
-
-void complete(std::uint64_t pc, const symbols::MODULE& module, std::vector<symbols::FRAME>& levels) {
-    if (levels.empty()) levels.emplace_back();
-    for (symbols::FRAME& level : levels) {
-        if (level.function.empty())
-            level.function = with_distance(module.name, pc - module.bias);
-        else if (level.offset)
-            level.function = with_distance(level.function, *level.offset);
-    }
-}
-
-}  // namespace
 
 bool mem_has_room_for_naming() {
     return symbols::can_ask() || mem_has_room_for(largest_naming);
 }
 
-std::vector<MEM_NAMED_CODE> mem_name_code(const std::vector<std::uint64_t>& pcs) {
-    return mem_name_code(pcs, find_modules(pcs));
+const symbols::MODULE* mem_find_module(std::uint64_t pc) {
+    const std::lock_guard guard(mem_tbb_symbolizer_lock);
+    return symbols::find_module(pc, symbols::LISTING::CURRENT);
 }
 
-std::vector<MEM_NAMED_CODE> mem_name_code(const std::vector<std::uint64_t>& pcs, const MODULES& modules) {
-    std::vector<MEM_NAMED_CODE> named(pcs.size());
-    if (!symbols::can_ask() || !QUESTIONS(pcs, modules).ask(named)) {
-        const std::lock_guard guard(mem_tbb_symbolizer_lock);
-        for (std::size_t i = 0; i < pcs.size(); ++i)
-            if (modules[i] != nullptr) named[i].levels = symbols::find_frames(pcs[i], *modules[i]);
-    }
+MEM_CODE_NAMES::MEM_CODE_NAMES(std::vector<std::uint64_t> addresses,
+                               std::vector<const symbols::MODULE*> of_addresses)
+    : pcs(std::move(addresses)), modules(std::move(of_addresses)), named(pcs.size()) {
+    const std::vector<std::size_t> missing = look_up();
+    if (missing.empty() || (symbols::can_ask() && QUESTIONS(*this, missing).ask(*this))) return;
+    name_inside(missing);
+}
+
+// The numbers of those that nobody has named yet.
+std::vector<std::size_t> MEM_CODE_NAMES::look_up() {
+    std::vector<std::size_t> missing;
+    const symbols::NAME_TABLE* const table = symbols::known_names();
+    const symbols::MODULE* latest = nullptr;
+    std::uint32_t number_of_latest = 0;
     for (std::size_t i = 0; i < pcs.size(); ++i) {
-        if (modules[i] == nullptr) continue;
-        named[i].module = modules[i]->name;
-        if (mem_tbb_best_names) complete(pcs[i], *modules[i], named[i].levels);
+        const symbols::MODULE* const module = modules[i];
+        if (module == nullptr) continue;
+        if (table != nullptr) {
+            const symbols::NAME_TABLE_READER reader(*table);
+            if (module != std::exchange(latest, module))
+                number_of_latest = reader.find_module(module->path, module->build_id);
+            const auto is_behind_call = [&] {
+                return symbols::locate({&pcs[i], 1}, *module).front().is_behind_call;
+            };
+            if (number_of_latest != 0)
+                named[i].known = reader.find(number_of_latest, pcs[i] - module->bias, is_behind_call);
+        }
+        if (named[i].known.place == 0) missing.push_back(i);
     }
-    return named;
+    return missing;
+}
+
+void MEM_CODE_NAMES::name_inside(const std::vector<std::size_t>& numbers) {
+    const std::lock_guard guard(mem_tbb_symbolizer_lock);
+    for (const std::size_t i : numbers) {
+        answers.push_back(symbols::find_frames(pcs[i], *modules[i]));
+        named[i].answer = answers.size();
+    }
+}
+
+std::size_t MEM_CODE_NAMES::known_levels(const NAMED& code) const {
+    if (code.known.place != 0) return code.known.record.levels;
+    return code.answer != 0 ? answers[code.answer - 1].size() : 0;
+}
+
+std::size_t MEM_CODE_NAMES::level_count(std::size_t number) const {
+    const std::size_t known = known_levels(named[number]);
+    return known == 0 && mem_tbb_best_names && modules[number] != nullptr ? 1 : known;
+}
+
+symbols::LEVEL MEM_CODE_NAMES::level(std::size_t number, std::size_t level) {
+    const NAMED& code = named[number];
+    symbols::LEVEL found;
+    if (level < known_levels(code)) {
+        if (code.known.place != 0) {
+            found = symbols::NAME_TABLE_READER(*symbols::known_names()).level(code.known, level);
+        } else {
+            const symbols::FRAME& frame = answers[code.answer - 1][level];
+            found = {frame.file, frame.function, frame.line, frame.offset};
+        }
+    }
+    if (!mem_tbb_best_names) return found;
+    const symbols::MODULE& module = *modules[number];
+    if (found.function.empty())
+        found.function = with_distance(module.name, pcs[number] - module.bias);
+    else if (found.offset)
+        found.function = with_distance(found.function, *found.offset);
+    return found;
+}
+
+std::string_view MEM_CODE_NAMES::with_distance(std::string_view name, std::uint64_t distance) {
+    char digits[16];
+    const char* const end = std::to_chars(digits, digits + sizeof digits, distance, 16).ptr;
+    completed.assign(name).append("+0x").append(static_cast<const char*>(digits), end);
+    return completed;
 }

@@ -25,6 +25,6 @@ bool is_system_module(std::string_view module) {
 
 }  // namespace
 
-bool mem_module_is_filtered(const char* module) {
+bool mem_module_is_filtered(std::string_view module) {
     return mem_module_is_filtered_by_rule(module) || is_system_module(module);
 }

@@ -12,10 +12,9 @@ extern std::vector<std::string> mem_filter_modules;
 extern std::vector<std::string> mem_filter_functions;
 extern std::vector<std::string> mem_filter_file_basenames;
 
-// Both judge zero-terminated texts, never null; an empty one is filtered. Neither allocates or fails; safe
-// in a hook.
-bool mem_module_is_filtered(const char* module);
-bool mem_frame_is_filtered(const char* file, const char* function);
+// An empty text is filtered. Neither allocates or fails; safe in a hook.
+bool mem_module_is_filtered(std::string_view module);
+bool mem_frame_is_filtered(std::string_view file, std::string_view function);
 
 // Their parts that need nothing of this process. The platform's runtime and loader are judged by their names,
 // which an executable may bear by chance.

@@ -54,9 +54,7 @@ bool mem_module_is_filtered_by_rule(std::string_view name) {
     return mem_module_name_is_filtered(name) || begins_with_any(name, mem_filter_modules);
 }
 
-bool mem_frame_is_filtered(const char* file, const char* function) {
-    const std::string_view path = file;
-    const std::string_view name = function;
+bool mem_frame_is_filtered(std::string_view path, std::string_view name) {
     if (path.empty() || name.empty()) return true;
     if (begins_with_any(name, filtered_functions) || begins_with_any(name, mem_filter_functions)) return true;
     if (is_bare_name_of_library(name, path) || begins_with_any(path, header_folders)) return true;

@@ -1,5 +1,3 @@
-#include <mutex>
-
 #include "mem/attribution/code_names.h"
 #include "mem/attribution/frame_text.h"
 #include "mem/attribution/symbolizer.h"
@@ -7,7 +5,7 @@
 
 namespace {
 
-void fill(MEM_STACK_FRAME& frame, const symbols::FRAME& level) {
+void fill(MEM_STACK_FRAME& frame, const symbols::LEVEL& level) {
     mem_set_frame_text(frame.file, level.file);
     mem_set_frame_text(frame.function, level.function);
     frame.line = level.line;
@@ -22,8 +20,7 @@ MEM_SYMBOLIZER_DWARF* MEM_SYMBOLIZER_DWARF::get_instance() {
 
 bool MEM_SYMBOLIZER_DWARF::get_module_name(std::uint64_t pc, MEM_STACK_FRAME& frame) {
     frame.pc = pc;
-    const std::lock_guard guard(mem_tbb_symbolizer_lock);
-    const symbols::MODULE* module = symbols::find_module(pc, symbols::LISTING::CURRENT);
+    const symbols::MODULE* module = mem_find_module(pc);
     if (module != nullptr) mem_set_frame_text(frame.module, module->name);
     return true;
 }
@@ -32,13 +29,10 @@ bool MEM_SYMBOLIZER_DWARF::get_stack_frames(std::uint64_t pc, MEM_STACK_FRAME& f
                                             std::vector<MEM_STACK_FRAME>& further_frames) {
     frame.pc = pc;
     further_frames.clear();
-    const std::vector<symbols::FRAME> levels = std::move(mem_name_code({pc}).front().levels);
-    if (levels.empty()) return true;
-    fill(frame, levels.front());
-    for (std::size_t i = 1; i < levels.size(); ++i) {
-        MEM_STACK_FRAME& further = further_frames.emplace_back(frame);
-        fill(further, levels[i]);
-    }
+    MEM_CODE_NAMES names({pc}, {mem_find_module(pc)});
+    const std::size_t count = names.level_count(0);
+    if (count != 0) fill(frame, names.level(0, 0));
+    for (std::size_t i = 1; i < count; ++i) fill(further_frames.emplace_back(frame), names.level(0, i));
     return true;
 }
 

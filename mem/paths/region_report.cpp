@@ -181,33 +181,28 @@ class NUMBERS {
     std::unordered_map<MEM_PATH_FRAME, std::uint32_t, HASH> numbers;
 };
 
-std::vector<std::vector<MEM_PATH_LEVEL>> name_frames(const NUMBERS& numbers, const MEM_PATH_NAMER& name) {
-    std::vector<std::vector<MEM_PATH_LEVEL>> named;
-    try {
-        named = name(numbers.frames);
-    } catch (const std::bad_alloc&) {
-        named.assign(numbers.frames.size(), {MEM_PATH_LEVEL{}});  // addresses are left, and all figures
-    }
-    for (std::size_t i = 0; i < named.size(); ++i) {
-        if (numbers.frames[i].pc != mem_path_pc_unseen) continue;
-        named[i].assign(1, {});
-        named[i][0].function = "(allocation not seen)";
-    }
-    return named;
+void write_level(TEXT& out, std::size_t number, std::size_t level, std::uint64_t pc,
+                 const MEM_PATH_LEVEL& text) {
+    out.number(number).column(level).address(pc).column(text.is_filtered ? 1 : 0).column(text.module);
+    out.column(text.file).column(text.line).column(text.function).end_row();
 }
 
 void write_frames(TEXT& out, const NUMBERS& numbers, const MEM_PATH_NAMER& name) {
+    constexpr MEM_PATH_LEVEL unseen{{}, {}, "(allocation not seen)"};
     out.titles(mem_column::of_frames).end_row();
-    const std::vector<std::vector<MEM_PATH_LEVEL>> named = name_frames(numbers, name);
-    for (std::size_t i = 0; i < named.size(); ++i) {
+    std::size_t count = 0;  // of frames that are written
+    const auto take = [&](std::size_t i, std::size_t level, const MEM_PATH_LEVEL& text) {
         const std::uint64_t pc = numbers.frames[i].pc;
-        std::size_t level = 0;
-        for (const MEM_PATH_LEVEL& text : named[i]) {
-            out.number(i + 1).column(level++).address(pc == mem_path_pc_unseen ? 0 : pc);
-            out.column(text.is_filtered ? 1 : 0).column(std::string_view(text.module));
-            out.column(std::string_view(text.file)).column(text.line).column(std::string_view(text.function));
-            out.end_row();
-        }
+        count = i + 1;
+        if (pc != mem_path_pc_unseen)
+            write_level(out, count, level, pc, text);
+        else if (level == 0)
+            write_level(out, count, level, 0, unseen);
+    };
+    try {
+        name(numbers.frames, take);
+    } catch (const std::bad_alloc&) {
+        while (count < numbers.frames.size()) take(count, 0, {});  // addresses are left, and all figures
     }
     out.end_row();
 }

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
-#include <string>
+#include <string_view>
 #include <vector>
 
 #include "mem/paths/region.h"
@@ -38,9 +38,9 @@ MEM_PATH_SNAPSHOT mem_copy_call_paths(const MEM_PATH_REGION& region);
 
 // One function that an address stands for.
 struct MEM_PATH_LEVEL {
-    std::string module;
-    std::string file;      // empty when unknown
-    std::string function;  // the same
+    std::string_view module;
+    std::string_view file;      // empty when unknown
+    std::string_view function;  // the same
     std::uint32_t line = 0;
     bool is_filtered = false;  // the search for the responsible frame passes over it
 };
@@ -53,10 +53,14 @@ struct MEM_PATH_FRAME {
     bool operator==(const MEM_PATH_FRAME&) const = default;
 };
 
-// For each frame the function of its address and those that it was inlined into, outwards; at least one
-// level.
+// Takes what is known of one level of the frame with that number. The texts are gone behind the call.
+using MEM_PATH_LEVEL_TAKER =
+    std::function<void(std::size_t frame, std::size_t level, const MEM_PATH_LEVEL& text)>;
+
+// Hands over, for one frame after the other, the function of its address and those that it was inlined into,
+// outwards; at least one level of each.
 using MEM_PATH_NAMER =
-    std::function<std::vector<std::vector<MEM_PATH_LEVEL>>(const std::vector<MEM_PATH_FRAME>& frames)>;
+    std::function<void(const std::vector<MEM_PATH_FRAME>& frames, const MEM_PATH_LEVEL_TAKER& take)>;
 
 void mem_write_call_paths(std::ostream& out, const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHOT& snapshot,
                           const MEM_PATH_NAMER& name);

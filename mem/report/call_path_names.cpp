@@ -1,7 +1,10 @@
 #include "mem/report/call_path_names.h"
 
+#include <algorithm>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <string_view>
 #include <utility>
 
 #include "mem/attribution/call_sites.h"
@@ -12,17 +15,29 @@
 
 namespace {
 
-std::vector<MEM_PATH_LEVEL> levels_of(MEM_NAMED_CODE code) {
-    if (code.levels.empty()) code.levels.emplace_back();
-    if (mem_tbb_incomplete_fileline && code.levels[0].file.empty()) code.levels[0].file = "Unknown";
-    std::vector<MEM_PATH_LEVEL> levels;
-    for (const symbols::FRAME& frame : code.levels) {
-        MEM_PATH_LEVEL& level = levels.emplace_back();
-        level = {code.module, frame.file, frame.function, frame.line, false};
-        level.is_filtered = mem_module_is_filtered(code.module.c_str()) ||
-                            mem_frame_is_filtered(frame.file.c_str(), frame.function.c_str());
+std::string_view name_of(const symbols::MODULE* module) {
+    return module != nullptr ? std::string_view(module->name) : std::string_view();
+}
+
+// What the verdict of a module is, of one frame after the other.
+class MODULE_VERDICT {
+  public:
+    bool of(const symbols::MODULE* module) {
+        if (latest != module) is_filtered = mem_module_is_filtered(name_of(module));
+        latest = module;
+        return is_filtered;
     }
-    return levels;
+
+  private:
+    std::optional<const symbols::MODULE*> latest;
+    bool is_filtered = false;
+};
+
+MEM_PATH_LEVEL level_of(const symbols::MODULE* module, bool is_innermost, const symbols::LEVEL& named) {
+    MEM_PATH_LEVEL level{name_of(module), named.file, named.function, named.line};
+    if (mem_tbb_incomplete_fileline && is_innermost && level.file.empty()) level.file = "Unknown";
+    level.is_filtered = mem_frame_is_filtered(level.file, level.function);
+    return level;
 }
 
 const symbols::MODULE* find_module(std::uint16_t load) {
@@ -45,13 +60,21 @@ std::vector<const symbols::MODULE*> modules_of(const std::vector<MEM_PATH_FRAME>
 
 }  // namespace
 
-std::vector<std::vector<MEM_PATH_LEVEL>> mem_name_path_frames(const std::vector<MEM_PATH_FRAME>& frames) {
+void mem_name_path_frames(const std::vector<MEM_PATH_FRAME>& frames, const MEM_PATH_LEVEL_TAKER& take) {
     std::vector<std::uint64_t> pcs;
     pcs.reserve(frames.size());
     for (const MEM_PATH_FRAME& frame : frames) pcs.push_back(frame.pc);
-    std::vector<std::vector<MEM_PATH_LEVEL>> named;
-    named.reserve(frames.size());
-    for (MEM_NAMED_CODE& code : mem_name_code(pcs, modules_of(frames)))
-        named.push_back(levels_of(std::move(code)));
-    return named;
+    const std::vector<const symbols::MODULE*> modules = modules_of(frames);
+    MEM_CODE_NAMES names(std::move(pcs), modules);
+    MODULE_VERDICT verdict;
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        const bool is_filtered = verdict.of(modules[i]);
+        const std::size_t known = names.level_count(i);
+        for (std::size_t number = 0; number < std::max<std::size_t>(known, 1); ++number) {
+            const symbols::LEVEL named = number < known ? names.level(i, number) : symbols::LEVEL{};
+            MEM_PATH_LEVEL level = level_of(modules[i], number == 0, named);
+            level.is_filtered = level.is_filtered || is_filtered;
+            take(i, number, level);
+        }
+    }
 }

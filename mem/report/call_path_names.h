@@ -7,4 +7,4 @@
 
 // Of frames of mem_tbb_call_paths: whole texts, where those of a call site are cut to their fields, and the
 // same verdicts. May wait for another process: with no lock of the tracker held but by the shut-down.
-std::vector<std::vector<MEM_PATH_LEVEL>> mem_name_path_frames(const std::vector<MEM_PATH_FRAME>& frames);
+void mem_name_path_frames(const std::vector<MEM_PATH_FRAME>& frames, const MEM_PATH_LEVEL_TAKER& take);

@@ -42,7 +42,8 @@ std::string mem_get_largest_call_path(MEM_CALL_PATH_MOMENT moment) {
     MEM_REPORT_LINE head;
     head.number((*largest).*bytes).text(" bytes in ").number((*largest).*blocks).text(" blocks");
     std::string text = head.take();
-    for (const auto& levels : mem_name_path_frames(frames_of(region, largest->node)))
-        for (const MEM_PATH_LEVEL& level : levels) text += "\n" + text_of(level);
+    mem_name_path_frames(
+        frames_of(region, largest->node),
+        [&](std::size_t, std::size_t, const MEM_PATH_LEVEL& level) { text += "\n" + text_of(level); });
     return text;
 }

@@ -1,6 +1,6 @@
 #include "platform/symbols/asked_names.h"
 
-#include <unistd.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <array>
@@ -16,8 +16,14 @@ constexpr int most_slices = 20;
 
 std::atomic<NAME_CHANNEL*> used_channel{nullptr};
 std::atomic<NAME_BELL*> used_bell{nullptr};
+std::atomic<const NAME_TABLE*> used_table{nullptr};
 std::atomic<int> waiting_for_slot{0};
-std::atomic<pid_t> owner{0};  // a forked child shares the memory with its parent, and must not write there
+
+// The child shares the memory with its parent, and must not write there. One that shares all of the parent's
+// memory, as between vfork and exec, runs no such handler, and asks as the parent does.
+void forget_channel_in_child() {
+    used_channel = nullptr;
+}
 
 void give_up() {
     NAME_CHANNEL* channel = used_channel.exchange(nullptr);
@@ -132,14 +138,20 @@ bool ask_some(NAME_CHANNEL& channel, const NAME_QUESTION& question, std::size_t 
 
 }  // namespace
 
-void use_name_channel(NAME_CHANNEL* channel, NAME_BELL* bell) {
+void use_name_channel(NAME_CHANNEL* channel, NAME_BELL* bell, const NAME_TABLE* table) {
+    static const int is_forgotten = pthread_atfork(nullptr, nullptr, forget_channel_in_child);
+    static_cast<void>(is_forgotten);
     used_bell = bell;
-    owner = getpid();
+    used_table = table != nullptr && table->mark == name_table_mark ? table : nullptr;
     used_channel = channel;
 }
 
 bool can_ask() {
-    return used_channel.load(std::memory_order_relaxed) != nullptr && owner.load() == getpid();
+    return used_channel.load(std::memory_order_relaxed) != nullptr;
+}
+
+const NAME_TABLE* known_names() {
+    return used_table.load(std::memory_order_acquire);
 }
 
 bool ask(const std::vector<NAME_QUESTION>& questions, std::vector<std::vector<FRAME>>& answers) {

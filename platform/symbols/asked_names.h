@@ -7,15 +7,20 @@
 #include "ktl_mem/export.h"
 #include "platform/symbols/name_channel.h"
 #include "platform/symbols/name_messages.h"
+#include "platform/symbols/name_table.h"
 
 namespace symbols {
 
-// From here on ask() uses the channel. Both must stay mapped. Exported for the launcher's agent, which comes
-// with the library, and for nobody else.
-KTL_MEM_API void use_name_channel(NAME_CHANNEL* channel, NAME_BELL* bell);
+// From here on ask() uses the channel, and what others were answered is in the table, which may be null. All
+// must stay mapped. A forked child asks nobody until it has a channel of its own. Exported for the launcher's
+// agent, which comes with the library, and for nobody else.
+KTL_MEM_API void use_name_channel(NAME_CHANNEL* channel, NAME_BELL* bell, const NAME_TABLE* table);
 
 // Whether somebody can be asked, as far as this process knows.
 bool can_ask();
+
+// Null for none.
+const NAME_TABLE* known_names();
 
 // Asks for all addresses of all questions; answers are in their order, one for each address. False when
 // nobody answers: after a second of silence nobody is asked again. Only where can_ask(). Any number of

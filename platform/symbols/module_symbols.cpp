@@ -106,7 +106,7 @@ void MODULE_SYMBOLS::find_debug_information(const std::string& path, const std::
 }
 
 std::uint64_t MODULE_SYMBOLS::instruction(const CODE_ADDRESS& address) const {
-    const bool is_start = table.is_function_start(address.in_file) && !address.is_behind_call;
+    const bool is_start = is_function_start(address.in_file) && !address.is_behind_call;
     return is_start ? address.in_file : address.in_file - 1;
 }
 

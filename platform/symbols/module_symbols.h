@@ -29,6 +29,7 @@ class MODULE_SYMBOLS {
     // The instruction that a captured address stands for: the call in front of a return address. The start of
     // a function is one, too, where the function before it ends with a call that does not return.
     std::uint64_t instruction(const CODE_ADDRESS& address) const;
+    bool is_function_start(std::uint64_t address) const { return table.is_function_start(address); }
 
     // The names come from debug information of which nothing is missing.
     bool is_complete() const { return units != nullptr && units->is_complete() && described->is_complete(); }

@@ -61,7 +61,7 @@ void take(Bytes bytes) {
     const std::string file = folder.path + "/ab.names";
     write(file, text);
     cache.load("\xab");
-    constexpr std::uint64_t mark = 0x31'30'73'65'6d'61'6e'6b;
+    constexpr std::uint64_t mark = 0x32'30'73'65'6d'61'6e'6b;
     symbols::TEXT_WRITER whole;
     whole.number(mark);
     whole.number(static_cast<std::uint32_t>(crc32_z(0, bytes.data(), bytes.size())));
@@ -81,7 +81,9 @@ std::vector<std::string> seeds() {
     symbols::TEXT_WRITER answer;
     symbols::write_levels(levels, answer);
     const CacheFolder folder;
-    DiskCache(folder.path, 1 << 20).store("\xab", {{{0x1234, true}, levels}, {{0x2000, false}, {}}});
+    DiskCache(folder.path, 1 << 20)
+        .store("\xab",
+               {{{0x1234, symbols::BEHIND::call}, levels}, {{0x2000, symbols::BEHIND::anything}, {}}});
     std::ifstream file(folder.path + "/ab.names", std::ios::binary);
     const std::string stored{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     constexpr std::size_t head = 8 + 4 + 4;  // mark, sum, length

@@ -87,9 +87,10 @@ void take(Bytes bytes) {
     MEM_PATH_VIEW view;
     if (!view.map(file.descriptor())) return;
     std::ostringstream out;
-    mem_write_call_paths(out, view.region(), mem_copy_call_paths(view.region()), [&](const auto& frames) {
-        return memrun::control::name_frames(view.region(), frames);
-    });
+    mem_write_call_paths(out, view.region(), mem_copy_call_paths(view.region()),
+                         [&](const auto& frames, const auto& take) {
+                             memrun::control::name_frames(view.region(), frames, take);
+                         });
 }
 
 // Every word of these parts with all its bits set: counts that are too large, parents, loads, accounts and

@@ -64,6 +64,9 @@ class Names(LauncherTest):
         self.assertEqual(process.stdout.read(1), b"1")
         return process
 
+    def namer_of(self, process):
+        return int(self.run_plain("pgrep", "-P", str(process.pid), "ktl_memrun_name").stdout)
+
     def test_each_source_names_code(self):
         mini = ("objcopy", "-S", "--keep-symbol=hold", "NAME", "table.elf"), ("xz", "table.elf"), \
             ("strip", "NAME"), ("objcopy", "--add-section", ".gnu_debugdata=table.elf.xz", "NAME")
@@ -172,9 +175,24 @@ class Names(LauncherTest):
         self.assertEqual(self.site(1000, "holder"), ("holder.c", "hold"))
         self.assertEqual(self.site(3000, "holder")[1][:9], "holder+0x")
 
+    def test_what_one_process_was_told_is_known_to_the_next(self):
+        script = "for i in 1 2; do ./holder; echo; read line; done"
+        process = subprocess.Popen([MEMRUN, "-o", "reports", "--no-name-cache", "--follow-children", "sh", "-c", script],
+                                   cwd=self.folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        for word in (signal.SIGSTOP, signal.SIGCONT):
+            self.assertEqual(process.stdout.read(1), b"\n")
+            os.kill(self.namer_of(process), word)
+            process.stdin.write(b"\n")
+            process.stdin.flush()
+        self.assertNotIn(b"inside the program", process.communicate()[1])
+        names = {path.name.split(".", 1)[1][:-4] for path in self.reports.glob("mem_tbb_fileline.sh.holder.*.log")}
+        self.assertEqual(len(names), 2)
+        for name in names:
+            self.assertEqual(self.site(3000, name), ("holder.c", "hold_later"))
+
     def test_a_launcher_that_stands_still_costs_a_second(self):
         process = self.start_tracked("holder", "--no-name-cache")
-        namer = int(self.run_plain("pgrep", "-P", str(process.pid), "ktl_memrun_name").stdout)
+        namer = self.namer_of(process)
         os.kill(namer, signal.SIGSTOP)
         begin = time.monotonic()
         process.stdin.write(b"x")

@@ -50,6 +50,6 @@ probed_library(strip_g GCC "-g -O2" COMMAND strip -g libprobed_NAME.so)
 probed_library(strip_s GCC "-g -O2" COMMAND strip -s libprobed_NAME.so)
 add_custom_target(probed_libraries DEPENDS ${probed_outputs})
 
-ktl_mem_unit_test(symbols modules_test.cpp symbols_test.cpp)
+ktl_mem_unit_test(symbols modules_test.cpp name_table_test.cpp symbols_test.cpp)
 add_dependencies(test_symbols probed_libraries)
 target_compile_definitions(test_symbols PRIVATE PROBED="${probed}" FIXTURE="${fixture}")

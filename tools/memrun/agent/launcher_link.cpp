@@ -17,6 +17,7 @@ namespace memrun::agent {
 namespace {
 
 symbols::NAME_CHANNEL* channel = nullptr;
+const symbols::NAME_TABLE* table = nullptr;
 
 void share_names(link::Greeting& mine) {
     if (channel != nullptr) munmap(channel, sizeof *channel);  // the parent's
@@ -29,7 +30,11 @@ void share_names(link::Greeting& mine) {
 void take_shares(const link::Greeting& answer) {
     auto* bell = static_cast<symbols::NAME_BELL*>(
         map_shared_memory(answer.find(link::ShareKind::names_bell), sizeof(symbols::NAME_BELL)));
-    if (channel != nullptr && bell != nullptr) symbols::use_name_channel(channel, bell);
+    // A forked child has its parent's.
+    if (table == nullptr)
+        table = static_cast<const symbols::NAME_TABLE*>(map_shared_memory_to_read(
+            answer.find(link::ShareKind::known_names), sizeof(symbols::NAME_TABLE)));
+    if (channel != nullptr && bell != nullptr) symbols::use_name_channel(channel, bell, table);
 }
 
 }  // namespace

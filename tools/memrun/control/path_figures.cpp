@@ -51,15 +51,28 @@ std::vector<SiteSum> highest_sites(const MEM_PATH_REGION& region, const MEM_PATH
     return sums;
 }
 
-HeldSite named_site(const SiteSum& sum, const std::vector<MEM_PATH_LEVEL>& levels) {
-    HeldSite site{sum.bytes, sum.blocks, {}, {}};
-    if (sum.frame.pc == 0) return site.function = "OTHER", site;
-    const auto responsible = std::find_if(levels.begin(), levels.end(),
-                                          [](const MEM_PATH_LEVEL& level) { return !level.is_filtered; });
-    const MEM_PATH_LEVEL& level = responsible != levels.end() ? *responsible : levels.front();
-    site.place = level.line == 0 ? "module " + level.module : level.file + ":" + std::to_string(level.line);
+void name_site(HeldSite& site, const MEM_PATH_LEVEL& level) {
+    site.place = level.line == 0 ? "module " + std::string(level.module)
+                                 : std::string(level.file) + ":" + std::to_string(level.line);
     site.function = level.function;
-    return site;
+}
+
+// By the first level that is not filtered, else by the innermost one.
+std::vector<HeldSite> name_sites(const MEM_PATH_REGION& region, const std::vector<SiteSum>& sums) {
+    std::vector<MEM_PATH_FRAME> frames;
+    std::vector<HeldSite> sites;
+    for (const SiteSum& sum : sums) {
+        frames.push_back(sum.frame);
+        sites.push_back({sum.bytes, sum.blocks, {}, {}});
+    }
+    std::vector<bool> are_named(sums.size());
+    name_frames(region, frames, [&](std::size_t i, std::size_t number, const MEM_PATH_LEVEL& level) {
+        if (number == 0 || (!level.is_filtered && !are_named[i])) name_site(sites[i], level);
+        are_named[i] = are_named[i] || !level.is_filtered;
+    });
+    for (std::size_t i = 0; i < sums.size(); ++i)
+        if (frames[i].pc == 0) sites[i] = {sums[i].bytes, sums[i].blocks, {}, "OTHER"};
+    return sites;
 }
 
 }  // namespace
@@ -74,12 +87,7 @@ bool read_held(const Process& process, std::size_t most_sites, Held& held) {
             snapshot.sums.cumulative_bytes,
             snapshot.sums.cumulative_blocks,
             {}};
-    const std::vector<SiteSum> sums = highest_sites(view.region(), snapshot, most_sites);
-    std::vector<MEM_PATH_FRAME> frames;
-    frames.reserve(sums.size());
-    for (const SiteSum& sum : sums) frames.push_back(sum.frame);
-    const auto named = name_frames(view.region(), frames);
-    for (std::size_t i = 0; i < sums.size(); ++i) held.sites.push_back(named_site(sums[i], named[i]));
+    held.sites = name_sites(view.region(), highest_sites(view.region(), snapshot, most_sites));
     return true;
 }
 
@@ -90,7 +98,7 @@ bool write_call_paths(const Process& process, const std::string& folder) {
     std::ofstream out(folder + "/mem_tbb_call_paths." + process.word + ".log");
     mem_write_call_paths(
         out, view.region(), mem_copy_call_paths(view.region()),
-        [&](const std::vector<MEM_PATH_FRAME>& frames) { return name_frames(view.region(), frames); });
+        [&](const auto& frames, const auto& take) { name_frames(view.region(), frames, take); });
     out << clock.trailer() << '\n';
     out.close();
     return static_cast<bool>(out);

@@ -44,16 +44,21 @@ FramesOfLoads sort_by_load(const MEM_PATH_REGION& region, const std::vector<MEM_
 
 // What the process itself would write: a function that only a symbol table knows has its distance behind it,
 // and what nobody knows is its module's.
-MEM_PATH_LEVEL level_of(const std::string& module, const symbols::FRAME& frame, std::uint64_t in_file) {
-    MEM_PATH_LEVEL level{module, frame.file, frame.function, frame.line, false};
-    if (level.function.empty())
-        level.function = module + in_hex(in_file);
-    else if (frame.offset)
-        level.function += in_hex(*frame.offset);
-    if (level.file.empty()) level.file = "Unknown";
-    level.is_filtered = mem_module_is_filtered_by_rule(module) || mem_module_name_is_of_system(module) ||
-                        mem_frame_is_filtered(level.file.c_str(), level.function.c_str());
-    return level;
+void take_levels(std::size_t number, const std::string& module, std::vector<symbols::FRAME> levels,
+                 std::uint64_t in_file, const MEM_PATH_LEVEL_TAKER& take) {
+    const bool is_filtered = mem_module_is_filtered_by_rule(module) || mem_module_name_is_of_system(module);
+    if (levels.empty()) levels.emplace_back();
+    for (std::size_t i = 0; i < levels.size(); ++i) {
+        symbols::FRAME& frame = levels[i];
+        if (frame.function.empty())
+            frame.function = module + in_hex(in_file);
+        else if (frame.offset)
+            frame.function += in_hex(*frame.offset);
+        if (frame.file.empty()) frame.file = "Unknown";
+        take(number, i,
+             {module, frame.file, frame.function, frame.line,
+              is_filtered || mem_frame_is_filtered(frame.file, frame.function)});
+    }
 }
 
 }  // namespace
@@ -70,8 +75,8 @@ void read_filters(const std::string& file) {
     }
 }
 
-std::vector<std::vector<MEM_PATH_LEVEL>> name_frames(const MEM_PATH_REGION& region,
-                                                     const std::vector<MEM_PATH_FRAME>& frames) {
+void name_frames(const MEM_PATH_REGION& region, const std::vector<MEM_PATH_FRAME>& frames,
+                 const MEM_PATH_LEVEL_TAKER& take) {
     const FramesOfLoads sorted = sort_by_load(region, frames);
     std::vector<symbols::NAME_QUESTION> questions;
     for (const auto& [load, numbers] : sorted) {
@@ -81,20 +86,25 @@ std::vector<std::vector<MEM_PATH_LEVEL>> name_frames(const MEM_PATH_REGION& regi
     }
     std::vector<std::vector<symbols::FRAME>> answers;
     const bool is_answered = symbols::can_ask() && symbols::ask(questions, answers);
-    std::vector<std::vector<MEM_PATH_LEVEL>> named(frames.size(), {MEM_PATH_LEVEL{}});
+    if (!is_answered) answers.clear();
+    // Of each frame, where its answer is.
+    std::vector<std::size_t> answer_of(frames.size());
+    std::map<std::uint32_t, std::string> modules;
     std::size_t at = 0;
     for (const auto& [load, numbers] : sorted) {
-        const std::string module(module_base_name(path_of(region.load(load)).c_str()));
-        for (const std::size_t i : numbers) {
-            std::vector<symbols::FRAME> levels;
-            if (is_answered) levels = std::move(answers[at++]);
-            if (levels.empty()) levels.emplace_back();
-            named[i].clear();
-            for (const symbols::FRAME& frame : levels)
-                named[i].push_back(level_of(module, frame, frames[i].pc - region.load(load).bias));
-        }
+        modules[load] = module_base_name(path_of(region.load(load)).c_str());
+        for (const std::size_t i : numbers) answer_of[i] = at++;
     }
-    return named;
+    for (std::size_t i = 0; i < frames.size(); ++i) {
+        const auto module = modules.find(frames[i].load);
+        if (module == modules.end()) {
+            take(i, 0, {});
+            continue;
+        }
+        take_levels(i, module->second,
+                    is_answered ? std::move(answers[answer_of[i]]) : std::vector<symbols::FRAME>(),
+                    frames[i].pc - region.load(frames[i].load).bias, take);
+    }
 }
 
 }  // namespace memrun::control

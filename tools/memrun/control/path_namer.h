@@ -12,9 +12,8 @@ namespace memrun::control {
 // Before the first frame is named.
 void read_filters(const std::string& file);
 
-// In the order of the frames, with at least one level for each. Asks the namer; where it does not answer,
-// code is named by its module alone.
-std::vector<std::vector<MEM_PATH_LEVEL>> name_frames(const MEM_PATH_REGION& region,
-                                                     const std::vector<MEM_PATH_FRAME>& frames);
+// As MEM_PATH_NAMER. Asks the namer; where it does not answer, code is named by its module alone.
+void name_frames(const MEM_PATH_REGION& region, const std::vector<MEM_PATH_FRAME>& frames,
+                 const MEM_PATH_LEVEL_TAKER& take);
 
 }  // namespace memrun::control

@@ -20,11 +20,12 @@ inline constexpr int longest_wait_s = 1;
 
 // What a piece of shared memory is for. A side passes over the kinds that it does not know.
 enum class ShareKind : std::uint32_t {
-    names = 1,       // of the process: what it asks and is answered
-    call_paths = 2,  // of the process: its call paths
-    control = 3,     // of the process: orders and figures
-    names_bell = 4,  // of the launcher: rung by who asks
-    successor = 5,   // of the process: no memory, but the file that is to take its place by exec
+    names = 1,        // of the process: what it asks and is answered
+    call_paths = 2,   // of the process: its call paths
+    control = 3,      // of the process: orders and figures
+    names_bell = 4,   // of the launcher: rung by who asks
+    successor = 5,    // of the process: no memory, but the file that is to take its place by exec
+    known_names = 6,  // of the launcher: what its namer has answered to anybody, to be read
 };
 
 struct Share {

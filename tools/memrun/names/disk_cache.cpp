@@ -25,7 +25,7 @@ using symbols::TEXT_WRITER;
 namespace {
 
 // Changes with the form of the files and with whatever makes other names of the same code.
-constexpr std::uint64_t cache_mark = 0x31'30'73'65'6d'61'6e'6b;
+constexpr std::uint64_t cache_mark = 0x32'30'73'65'6d'61'6e'6b;
 
 constexpr std::uint64_t no_offset = UINT64_MAX;
 
@@ -62,9 +62,9 @@ class Texts {
 std::string bytes_of(const CachedNames& names) {
     Texts texts;
     TEXT_WRITER records;
-    for (const auto& [address, levels] : names) {
-        records.number(address.in_file);
-        records.number<std::uint8_t>(address.is_behind_call ? 1 : 0);
+    for (const auto& [place, levels] : names) {
+        records.number(place.in_file);
+        records.number(static_cast<std::uint8_t>(place.behind));
         records.number(static_cast<std::uint16_t>(std::min<std::size_t>(levels.size(), UINT16_MAX)));
         for (std::size_t i = 0; i < std::min<std::size_t>(levels.size(), UINT16_MAX); ++i) {
             records.number(texts.number_of(levels[i].file));
@@ -92,14 +92,16 @@ bool read_level(TEXT_READER& reader, const std::vector<std::string_view>& texts,
 }
 
 bool read_record(TEXT_READER& reader, const std::vector<std::string_view>& texts, CachedNames& names) {
-    symbols::CODE_ADDRESS address;
-    address.in_file = reader.number<std::uint64_t>();
-    address.is_behind_call = reader.number<std::uint8_t>() != 0;
+    NamedPlace place;
+    place.in_file = reader.number<std::uint64_t>();
+    const auto behind = reader.number<std::uint8_t>();
+    if (behind > static_cast<std::uint8_t>(symbols::BEHIND::no_call)) return false;
+    place.behind = static_cast<symbols::BEHIND>(behind);
     const auto count = reader.number<std::uint16_t>();
     std::vector<FRAME> levels;
     for (std::uint16_t i = 0; i < count; ++i)
         if (!read_level(reader, texts, levels.emplace_back())) return false;
-    names.emplace_hint(names.end(), address, std::move(levels));
+    names.emplace_hint(names.end(), place, std::move(levels));
     return reader.is_good();
 }
 

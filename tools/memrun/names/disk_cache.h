@@ -10,16 +10,20 @@
 #include <string>
 #include <vector>
 
-#include "platform/symbol_services.h"
+#include "platform/symbols/name_table.h"
 
 namespace memrun::names {
 
-struct ByAddress {
-    bool operator()(const symbols::CODE_ADDRESS& a, const symbols::CODE_ADDRESS& b) const {
-        return a.in_file != b.in_file ? a.in_file < b.in_file : a.is_behind_call < b.is_behind_call;
+// A place in a file, and for which addresses there the names hold.
+struct NamedPlace {
+    std::uint64_t in_file = 0;
+    symbols::BEHIND behind = symbols::BEHIND::anything;
+
+    bool operator<(const NamedPlace& other) const {
+        return in_file != other.in_file ? in_file < other.in_file : behind < other.behind;
     }
 };
-using CachedNames = std::map<symbols::CODE_ADDRESS, std::vector<symbols::FRAME>, ByAddress>;
+using CachedNames = std::map<NamedPlace, std::vector<symbols::FRAME>>;
 
 class DiskCache {
   public:

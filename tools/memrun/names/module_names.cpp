@@ -2,6 +2,7 @@
 
 namespace memrun::names {
 
+using symbols::BEHIND;
 using symbols::MODULE_SYMBOLS;
 
 namespace {
@@ -30,17 +31,46 @@ ModuleNames::ModuleNames(const symbols::NAME_QUESTION& question, pid_t asker, Wo
     if (cache_ != nullptr) cached_ = cache_->load(build_id_);
 }
 
+// A file without a build-id may be replaced by another one of its name.
+void ModuleNames::share_in(symbols::NAME_TABLE_WRITER& table) {
+    if (build_id_.empty()) return;
+    table_ = &table;
+    number_in_table_ = table.enter_module(path_, build_id_);
+    for (const auto& named : cached_) {
+        if (table.is_half_full()) return;
+        share(named);
+    }
+}
+
+void ModuleNames::share(const CachedNames::value_type& named) {
+    const auto& [place, levels] = named;
+    if (table_ != nullptr) table_->enter(number_in_table_, place.in_file, place.behind, levels);
+}
+
+CachedNames::const_iterator ModuleNames::find_known(const symbols::CODE_ADDRESS& address) const {
+    const auto known = cached_.find({address.in_file, BEHIND::anything});
+    if (known != cached_.end()) return known;
+    return cached_.find({address.in_file, address.is_behind_call ? BEHIND::call : BEHIND::no_call});
+}
+
 std::vector<symbols::FRAME> ModuleNames::find(const symbols::CODE_ADDRESS& address) {
-    const auto known = cached_.find(address);
-    if (known != cached_.end()) return known->second;
+    const auto known = find_known(address);
+    if (known != cached_.end()) {
+        share(*known);
+        return known->second;
+    }
     work_.begin(name_in_work_);
     read_files();
     std::vector<symbols::FRAME> levels;
     if (symbols_ != nullptr) levels = symbols_->find_frames(symbols_->instruction(address));
+    BEHIND behind = BEHIND::anything;
+    if (symbols_ != nullptr && symbols_->is_function_start(address.in_file))
+        behind = address.is_behind_call ? BEHIND::call : BEHIND::no_call;
     work_.end();
-    cached_[address] = levels;
     is_new_ = true;
-    return levels;
+    const auto named = cached_.insert_or_assign({address.in_file, behind}, std::move(levels)).first;
+    share(*named);
+    return named->second;
 }
 
 void ModuleNames::read_files() {

@@ -1,5 +1,6 @@
 #include "tools/memrun/names/name_service.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -29,6 +30,11 @@ void* anonymous_memory(std::size_t size) {
     return memory == MAP_FAILED ? nullptr : memory;
 }
 
+// The same memory, which cannot be mapped to write through this one.
+int to_read_alone(int fd) {
+    return open(("/proc/self/fd/" + std::to_string(fd)).c_str(), O_RDONLY | O_CLOEXEC);
+}
+
 void close_and_forget(int& fd) {
     if (fd >= 0) close(fd);
     fd = -1;
@@ -44,11 +50,24 @@ NameService::NameService(link::EventLoop& loop, std::string cache_folder, bool f
     void* work = anonymous_memory(sizeof(WorkTable));
     if (work != nullptr) seat_.work = new (work) WorkTable;
     if (seat_.bell != nullptr) seat_.bell->mark = symbols::name_channel_mark;
+    make_table();
     seat_.module_list = memfd_create("ktl_mem_modules", MFD_CLOEXEC);
+}
+
+void NameService::make_table() {
+    int fd = make_shared_memory("ktl_mem_known_names", sizeof(symbols::NAME_TABLE));
+    seat_.table = static_cast<symbols::NAME_TABLE*>(map_shared_memory(fd, sizeof(symbols::NAME_TABLE)));
+    if (seat_.table != nullptr) {
+        seat_.table->mark = symbols::name_table_mark;
+        table_fd_ = to_read_alone(fd);
+    }
+    close_and_forget(fd);
 }
 
 NameService::~NameService() {
     finish();
+    if (seat_.table != nullptr) munmap(seat_.table, sizeof *seat_.table);
+    close_and_forget(table_fd_);
     if (seat_.bell != nullptr) munmap(seat_.bell, sizeof *seat_.bell);
     if (seat_.work != nullptr) munmap(seat_.work, sizeof *seat_.work);
     close_and_forget(bell_fd_);
@@ -64,7 +83,9 @@ void NameService::on_arrival(const link::Guest& guest, link::Greeting& answer) {
         start_namer();
     else
         tell_namer(guest.pid, channel);
-    if (namer_ != 0) answer.add(link::ShareKind::names_bell, bell_fd_);
+    if (namer_ == 0) return;
+    answer.add(link::ShareKind::names_bell, bell_fd_);
+    answer.add(link::ShareKind::known_names, table_fd_);
 }
 
 void NameService::on_departure(const link::Guest& guest) {
@@ -85,7 +106,7 @@ void NameService::serve_launcher() {
         start_namer();
     else
         tell_namer(getpid(), own_channel_);
-    if (namer_ != 0) symbols::use_name_channel(channel, seat_.bell);
+    if (namer_ != 0) symbols::use_name_channel(channel, seat_.bell, seat_.table);
 }
 
 void NameService::tell_namer(pid_t pid, int channel) const {

@@ -29,6 +29,7 @@ class NameService : public link::Service {
     std::vector<std::string> modules() const;
 
   private:
+    void make_table();
     void start_namer();
     void on_namer_end();
     void tell_namer(pid_t pid, int channel) const;
@@ -39,6 +40,7 @@ class NameService : public link::Service {
     std::mutex mutex_;  // of the serving thread and the one that finishes
     NamerSeat seat_;
     int bell_fd_ = -1;
+    int table_fd_ = -1;              // for those who read the table
     std::map<pid_t, int> channels_;  // of the guests, who keep them open
     int own_channel_ = -1;           // among them; stays open
     pid_t namer_ = 0;

@@ -63,6 +63,7 @@ class Namer {
   public:
     explicit Namer(const NamerSeat& seat) : seat_(seat) {
         if (!seat.cache_folder.empty()) cache_.emplace(seat.cache_folder, most_cache_bytes);
+        if (seat.table != nullptr) table_.emplace(*seat.table);
     }
 
     void serve() {
@@ -89,6 +90,7 @@ class Namer {
 
     const NamerSeat& seat_;
     std::optional<DiskCache> cache_;
+    std::optional<symbols::NAME_TABLE_WRITER> table_;
     std::map<pid_t, MappedChannel> channels_;
     std::map<std::string, ModuleNames> modules_;  // by path and build-id
     std::uint32_t heard_ = 0;                     // of the launcher's words
@@ -197,8 +199,11 @@ ModuleNames& Namer::module_of(const symbols::NAME_QUESTION& question, pid_t aske
     const std::string key = question.path + '\n' + question.build_id;
     const auto found = modules_.find(key);
     if (found != modules_.end()) return found->second;
-    return modules_.try_emplace(key, question, asker, *seat_.work, cache_.has_value() ? &*cache_ : nullptr)
-        .first->second;
+    ModuleNames& module =
+        modules_.try_emplace(key, question, asker, *seat_.work, cache_.has_value() ? &*cache_ : nullptr)
+            .first->second;
+    if (table_) module.share_in(*table_);
+    return module;
 }
 
 void Namer::list_modules() const {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/symbols/name_channel.h"
+#include "platform/symbols/name_table.h"
 #include "tools/memrun/names/work_table.h"
 
 namespace memrun::names {
@@ -14,6 +15,7 @@ struct NamerSeat {
     int launcher = -1;     // brings processes that come and go, as greetings; its end is the namer's
     int module_list = -1;  // takes a line for each module: its path
     symbols::NAME_BELL* bell = nullptr;
+    symbols::NAME_TABLE* table = nullptr;  // takes all that is named; null for none
     WorkTable* work = nullptr;
     std::string cache_folder;  // empty: no cache
     bool fetches = false;      // asks debuginfod servers
