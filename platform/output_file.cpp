@@ -66,12 +66,14 @@ int above_standard_streams(int file) {
 
 int open_output_file(const char* path, OUTPUT mode) {
     int file = open(path, flags | O_CREAT | O_EXCL, 0666);
-    if (file < 0 && errno == EEXIST) file = open_known(path);
+    const bool is_known = file < 0 && errno == EEXIST;
+    if (is_known) file = open_known(path);
     file = above_standard_streams(file);
     if (file < 0) return -1;
     if (mode == OUTPUT::APPENDED) {
         fcntl(file, F_SETFL, O_APPEND);
-    } else if (ftruncate(file, 0) != 0) {
+    } else if (is_known && ftruncate(file, 0) != 0) {
+        // A new one is empty, and some file systems write what was once cut to the disk when it is closed.
         return refuse(file, errno);
     }
     return file;
@@ -99,26 +101,26 @@ OUTPUT_STREAM::BUFFER::BUFFER(const char* path) : file(open_output_file(path, OU
 
 OUTPUT_STREAM::BUFFER::~BUFFER() {
     if (file < 0) return;
-    BUFFER::sync();
+    write_out();
     close(file);
 }
 
 OUTPUT_STREAM::BUFFER::int_type OUTPUT_STREAM::BUFFER::overflow(int_type next) {
-    if (sync() != 0) return traits_type::eof();
+    if (!write_out()) return traits_type::eof();
     if (traits_type::eq_int_type(next, traits_type::eof())) return traits_type::not_eof(next);
     return sputc(traits_type::to_char_type(next));
 }
 
-int OUTPUT_STREAM::BUFFER::sync() {
+bool OUTPUT_STREAM::BUFFER::write_out() {
     const std::string_view waiting(pbase(), static_cast<std::size_t>(pptr() - pbase()));
     setp(text, text + sizeof text);
-    if (is_cut) return -1;  // nothing goes on behind a gap
-    if (waiting.empty()) return 0;
+    if (is_cut) return false;  // nothing goes on behind a gap
+    if (waiting.empty()) return true;
     is_cut = !write_output(file, waiting);
     if (is_cut) cut_end_of_line(waiting);
     written += waiting.size();
     last = waiting.back();
-    return is_cut ? -1 : 0;
+    return !is_cut;
 }
 
 void OUTPUT_STREAM::BUFFER::cut_end_of_line(std::string_view failed) const {

@@ -22,7 +22,8 @@ int above_standard_streams(int file);
 bool write_output(int file, std::string_view text);
 
 // A stream into such a file. One that cannot be opened leaves it failed. A file that cannot be written to its
-// end loses the end of its last line, too, so that nobody takes it for whole. Allocates no buffer.
+// end loses the end of its last line, too, so that nobody takes it for whole. Reports flush after every line:
+// what fits into the buffer waits for the next piece or the end all the same. Allocates no buffer.
 class OUTPUT_STREAM : public std::ostream {
   public:
     explicit OUTPUT_STREAM(const char* path) : std::ostream(nullptr), buffer(path) {
@@ -41,9 +42,10 @@ class OUTPUT_STREAM : public std::ostream {
 
       protected:
         int_type overflow(int_type next) override;
-        int sync() override;
+        int sync() override { return is_cut ? -1 : 0; }
 
       private:
+        bool write_out();
         void cut_end_of_line(std::string_view failed) const;
 
         const int file;

@@ -78,8 +78,8 @@ TEST_F(OutputFile, IsNoStandardStreamAndEndsAtTheLimitWithoutASignal) {
         // The limit is at the end of a line, which would look whole.
         OUTPUT_STREAM stream("out");
         const std::string line = std::string(99, 'a') + '\n';
-        for (int i = 0; i < 100; ++i) EXPECT_TRUE(stream << line << std::flush);
-        EXPECT_FALSE(stream << line << std::flush);
+        for (int i = 0; i < 101; ++i) EXPECT_TRUE(stream << line << std::flush);
+        EXPECT_FALSE(stream << std::string(4096, 'b') << std::flush);
     }
     EXPECT_EQ(fs::file_size("out"), 9'999U);
     const int file = open_output_file("out", OUTPUT::APPENDED);

@@ -22,6 +22,20 @@ int open_note(const Orders& orders, int flags) {
     return above_standard_streams(open(path, O_WRONLY | O_APPEND | O_CLOEXEC | flags, 0666));
 }
 
+void write_note(int fd, const char* format, std::va_list args) {
+    char text[PATH_MAX + 64];
+    const int size = std::vsnprintf(text, sizeof text, format, args);
+    write_output(fd, {text, std::min(static_cast<std::size_t>(size), sizeof text - 1)});
+}
+
+void write_note(int fd, const char* format, ...) {
+    std::va_list args;
+    va_start(args, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start is not seen to begin the list
+    write_note(fd, format, args);
+    va_end(args);
+}
+
 }  // namespace
 
 void begin_note(Orders& orders) {
@@ -31,21 +45,19 @@ void begin_note(Orders& orders) {
         std::snprintf(orders.word + length, sizeof orders.word - length, ".%d", number);
         fd = open_note(orders, O_CREAT | O_EXCL);
     }
-    if (fd >= 0) close(fd);
-    append_note(orders, "program %s\n", orders.program);
-    append_note(orders, "process %d\n", static_cast<int>(orders.owner));
+    if (fd < 0) return;
+    write_note(fd, "program %s\nprocess %d\n", orders.program, static_cast<int>(orders.owner));
+    close(fd);
 }
 
 bool append_note(const Orders& orders, const char* format, ...) {
-    char line[PATH_MAX + 64];
+    const int fd = open_note(orders, 0);
+    if (fd < 0) return false;
     std::va_list args;
     va_start(args, format);
     // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start is not seen to begin the list
-    const int size = std::vsnprintf(line, sizeof line, format, args);
+    write_note(fd, format, args);
     va_end(args);
-    const int fd = open_note(orders, 0);
-    if (fd < 0) return false;
-    write_output(fd, {line, std::min(static_cast<std::size_t>(size), sizeof line - 1)});
     close(fd);
     return true;
 }
