@@ -1,6 +1,5 @@
 #include "mem/attribution/symbolizer.h"
 
-#include <mutex>
 #include <string>
 
 #include "ktl_mem/services.h"
@@ -38,8 +37,5 @@ void mem_choose_symbolizer(bool announce) {
                       mem_tbb_symbolizer->get_name());
     }
     symbols::detach_from_loader();
-    if (!announce) return;
-    mem_msg_debug("Using symbolizer %s", mem_tbb_symbolizer->get_name());
-    const std::lock_guard guard(mem_tbb_symbolizer_lock);
-    symbols::refresh_modules();
+    if (announce) mem_msg_debug("Using symbolizer %s", mem_tbb_symbolizer->get_name());
 }
