@@ -14,7 +14,7 @@ struct BYTES {
 
 class DWARF_READER {
   public:
-    explicit DWARF_READER(BYTES bytes) : at_(bytes.begin), end_(bytes.end) {}
+    constexpr explicit DWARF_READER(BYTES bytes) : at_(bytes.begin), end_(bytes.end) {}
 
     bool at_end() const { return at_ >= end_; }
     bool failed() const { return failed_; }
@@ -33,6 +33,9 @@ class DWARF_READER {
     }
 
     std::uint64_t read_uleb() {
+        constexpr std::uint8_t FIRST_WITH_MORE = 0x80;
+        if (at_ < end_ && *at_ < FIRST_WITH_MORE) [[likely]]
+            return *at_++;
         std::uint64_t value = 0;
         unsigned shift = 0;
         read_leb(&value, &shift);

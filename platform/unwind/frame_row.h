@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "platform/unwind/call_frame.h"
+#include "platform/unwind/dwarf_reader.h"
 
 namespace unwind {
 
@@ -28,9 +28,5 @@ struct FRAME_ROW {
     std::int64_t value[REGISTERS] = {};  // an expression is given by the address of its length
     RECOVERY recovery[REGISTERS] = {};
 };
-
-// Fills *row for address, which must lie in the function of frame. False when the program is malformed or
-// holds an instruction that is not known.
-bool run_frame_program(const CALL_FRAME& frame, std::uint64_t address, FRAME_ROW* row);
 
 }  // namespace unwind

@@ -1,8 +1,9 @@
 #include "platform/unwind/frame_rule.h"
 
+#include "platform/startup_modules.h"
 #include "platform/unwind/call_frame.h"
 #include "platform/unwind/frame_expression.h"
-#include "platform/unwind/frame_row.h"
+#include "platform/unwind/kept_programs.h"
 
 namespace unwind {
 
@@ -86,16 +87,28 @@ FRAME_RULE rule_of_row(const FRAME_ROW& row, std::uint64_t pc) {
     return rule && bp ? rule->with(*bp) : hard;
 }
 
+FRAME_RULE rule_of_program(FRAME_PROGRAM& program, std::uint64_t address, std::uint64_t pc) {
+    if (program.frame().is_signal_frame) return rule_of_kind(RULE_KIND::signal);
+    if (!program.run_to(address)) return rule_of_kind(RULE_KIND::guess);
+    return rule_of_row(program.row(), pc).with(program.frame().in_loader ? FRAME_RULE::IN_LOADER : 0);
+}
+
+__attribute__((noinline)) FRAME_RULE compute_rule_anew(std::uint64_t address, std::uint64_t pc) {
+    CALL_FRAME frame;
+    if (!find_call_frame(address, &frame)) return rule_of_kind(RULE_KIND::guess);
+    FRAME_PROGRAM program(frame);
+    return rule_of_program(program, address, pc);
+}
+
 }  // namespace
 
 FRAME_RULE compute_rule(std::uint64_t pc, bool exact) {
     const std::uint64_t address = exact ? pc : pc - 1;
-    CALL_FRAME frame;
-    FRAME_ROW row;
-    if (!find_call_frame(address, &frame)) return rule_of_kind(RULE_KIND::guess);
-    if (frame.is_signal_frame) return rule_of_kind(RULE_KIND::signal);
-    if (!run_frame_program(frame, address, &row)) return rule_of_kind(RULE_KIND::guess);
-    return rule_of_row(row, pc).with(frame.in_loader ? FRAME_RULE::IN_LOADER : 0);
+    if (startup_module_at(address) == nullptr) return compute_rule_anew(address, pc);
+    const KEPT_PROGRAMS::SCOPE kept;
+    if (!kept.is_open()) return compute_rule_anew(address, pc);
+    FRAME_PROGRAM* program = kept.program_for(address);
+    return program != nullptr ? rule_of_program(*program, address, pc) : rule_of_kind(RULE_KIND::guess);
 }
 
 }  // namespace unwind

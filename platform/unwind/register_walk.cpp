@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "platform/unwind/frame_expression.h"
-#include "platform/unwind/frame_row.h"
+#include "platform/unwind/frame_program.h"
 #include "platform/unwind/stack_memory.h"
 
 namespace unwind {
@@ -44,10 +44,10 @@ class REGISTERS_OF_FRAME final : public EXPRESSION_SOURCE {
     bool step() {
         const std::uint64_t address = exact_ ? value_[RETURN_ADDRESS] : value_[RETURN_ADDRESS] - 1;
         CALL_FRAME frame;
-        FRAME_ROW row;
         if (!find_call_frame(address, &frame)) return false;
         if (frame.is_signal_frame) return leave_signal_frame();
-        return run_frame_program(frame, address, &row) && apply(row);
+        FRAME_PROGRAM program(frame);
+        return program.run_to(address) && apply(program.row());
     }
 
     std::optional<EXPRESSION_VALUE> read_register(std::uint64_t number) override {

@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <memory>
 
 #include "platform/unwind/frame_expression.h"
-#include "platform/unwind/frame_row.h"
+#include "platform/unwind/frame_program.h"
 #include "tests/fuzz/targets.h"
 
 namespace fuzz {
@@ -28,6 +30,24 @@ void evaluate_rules(const FRAME_ROW& row) {
     }
 }
 
+bool are_equal(const FRAME_ROW& a, const FRAME_ROW& b) {
+    return a.cfa_expression.begin == b.cfa_expression.begin && a.cfa_offset == b.cfa_offset &&
+           a.cfa_register == b.cfa_register && std::ranges::equal(a.value, b.value) &&
+           std::ranges::equal(a.recovery, b.recovery);
+}
+
+// In one go, and with a halt on the way there.
+void run(const CALL_FRAME& frame, std::uint64_t distance) {
+    FRAME_PROGRAM whole(frame);
+    FRAME_PROGRAM halted(frame);
+    halted.run_to(function_begin + distance / 2);
+    const bool is_good = whole.run_to(function_begin + distance);
+    if (halted.run_to(function_begin + distance) != is_good) std::abort();
+    if (!is_good) return;
+    if (!are_equal(whole.row(), halted.row())) std::abort();
+    evaluate_rules(whole.row());
+}
+
 void take(Bytes bytes) {
     if (bytes.size() < head_size) return;
     const std::size_t size = bytes.size() - head_size;
@@ -43,8 +63,7 @@ void take(Bytes bytes) {
     const std::size_t common = std::min<std::size_t>(bytes[3], size);
     frame.common_program = {program.get(), program.get() + common};
     frame.function_program = {program.get() + common, program.get() + size};
-    FRAME_ROW row;
-    if (run_frame_program(frame, function_begin + bytes[4], &row)) evaluate_rules(row);
+    run(frame, bytes[4]);
     SYMBOLIC_SOURCE source(function_begin);
     evaluate({program.get(), program.get() + size}, &source, {});
 }
