@@ -16,6 +16,29 @@ namespace {
 // What the files of a module's debug information may take.
 constexpr std::size_t largest_naming = std::size_t{16} << 20;
 
+// What the table that all share knows of code in one module or another.
+class KNOWN_CODE {
+  public:
+    symbols::NAME_TABLE_READER::FOUND find(std::uint64_t pc, const symbols::MODULE& module) {
+        const symbols::NAME_TABLE* const table = symbols::known_names();
+        if (table == nullptr) return {};
+        const symbols::NAME_TABLE_READER reader(*table);
+        const std::uint32_t number = number_of(module, reader);
+        const auto is_behind_call = [&] { return symbols::locate({&pc, 1}, module).front().is_behind_call; };
+        return number != 0 ? reader.find(number, pc - module.bias, is_behind_call)
+                           : symbols::NAME_TABLE_READER::FOUND{};
+    }
+
+  private:
+    std::uint32_t number_of(const symbols::MODULE& module, const symbols::NAME_TABLE_READER& reader) {
+        for (const auto& [known, number] : numbers)
+            if (known == &module) return number;
+        return numbers.emplace_back(&module, reader.find_module(module.path, module.build_id)).second;
+    }
+
+    std::vector<std::pair<const symbols::MODULE*, std::uint32_t>> numbers;
+};
+
 }  // namespace
 
 // The addresses by module, so that each module is named once in what goes to the other process.
@@ -64,22 +87,10 @@ MEM_CODE_NAMES::MEM_CODE_NAMES(std::vector<std::uint64_t> addresses,
 // The numbers of those that nobody has named yet.
 std::vector<std::size_t> MEM_CODE_NAMES::look_up() {
     std::vector<std::size_t> missing;
-    const symbols::NAME_TABLE* const table = symbols::known_names();
-    const symbols::MODULE* latest = nullptr;
-    std::uint32_t number_of_latest = 0;
+    KNOWN_CODE known;
     for (std::size_t i = 0; i < pcs.size(); ++i) {
-        const symbols::MODULE* const module = modules[i];
-        if (module == nullptr) continue;
-        if (table != nullptr) {
-            const symbols::NAME_TABLE_READER reader(*table);
-            if (module != std::exchange(latest, module))
-                number_of_latest = reader.find_module(module->path, module->build_id);
-            const auto is_behind_call = [&] {
-                return symbols::locate({&pcs[i], 1}, *module).front().is_behind_call;
-            };
-            if (number_of_latest != 0)
-                named[i].known = reader.find(number_of_latest, pcs[i] - module->bias, is_behind_call);
-        }
+        if (modules[i] == nullptr) continue;
+        named[i].known = known.find(pcs[i], *modules[i]);
         if (named[i].known.place == 0) missing.push_back(i);
     }
     return missing;

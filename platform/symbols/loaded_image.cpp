@@ -39,19 +39,39 @@ std::string_view build_id_in_notes(const std::vector<char>& notes) {
     return {};
 }
 
+// What lies at the start of an image, which mostly is all that there is to read.
+class IMAGE_HEAD {
+  public:
+    explicit IMAGE_HEAD(std::uint64_t image_begin)
+        : begin(image_begin), is_read(read_own_memory(begin, bytes.data(), bytes.size())) {}
+
+    bool read(std::uint64_t address, void* target, std::size_t size) const {
+        const std::uint64_t at = address - begin;
+        if (!is_read || at > bytes.size() || size > bytes.size() - at)
+            return read_own_memory(address, target, size);
+        std::memcpy(target, bytes.data() + at, size);
+        return true;
+    }
+
+  private:
+    std::uint64_t begin;
+    std::array<char, 4096> bytes;  // a page is there as a whole, or not at all
+    bool is_read;
+};
+
 // Takes the build-id by the program headers of the image, whose file header lies at its start.
 void take_build_id(LOADED_IMAGE& image) {
+    const IMAGE_HEAD head(image.begin);
     Elf64_Ehdr file;
-    if (!read_own_memory(image.begin, &file, sizeof file) ||
-        std::memcmp(file.e_ident, ELFMAG, SELFMAG) != 0 || file.e_phentsize != sizeof(Elf64_Phdr))
+    if (!head.read(image.begin, &file, sizeof file) || std::memcmp(file.e_ident, ELFMAG, SELFMAG) != 0 ||
+        file.e_phentsize != sizeof(Elf64_Phdr))
         return;
     std::vector<Elf64_Phdr> segments(file.e_phnum);
-    if (!read_own_memory(image.begin + file.e_phoff, segments.data(), segments.size() * sizeof(Elf64_Phdr)))
-        return;
+    if (!head.read(image.begin + file.e_phoff, segments.data(), segments.size() * sizeof(Elf64_Phdr))) return;
     for (const Elf64_Phdr& segment : segments) {
         if (segment.p_type != PT_NOTE || segment.p_memsz > 65536) continue;
         std::vector<char> notes(segment.p_memsz);
-        if (!read_own_memory(image.bias + segment.p_vaddr, notes.data(), notes.size())) continue;
+        if (!head.read(image.bias + segment.p_vaddr, notes.data(), notes.size())) continue;
         const std::string_view id = build_id_in_notes(notes);
         if (id.empty()) continue;
         image.build_id = id;

@@ -22,6 +22,8 @@ namespace memrun::names {
 
 namespace {
 
+constexpr std::uint32_t most_unheard_words = 32;
+
 // How long the namer may take to write its cache.
 constexpr int longest_farewell_ms = 5000;
 
@@ -115,11 +117,16 @@ void NameService::tell_namer(pid_t pid, int channel) const {
     greeting.add(link::ShareKind::names, channel);
     if (to_namer_ < 0) return;
     link::send_greeting(to_namer_, greeting);
-    rouse_namer();
+    // Who asks rouses it; the socket must not get full of those who don't.
+    if (++seat_.work->words_to_namer % most_unheard_words == 0) ring();
 }
 
 void NameService::rouse_namer() const {
     ++seat_.work->words_to_namer;
+    ring();
+}
+
+void NameService::ring() const {
     ++seat_.bell->rings;
     symbols::wake_waiting(&seat_.bell->rings);
 }

@@ -34,6 +34,7 @@ class NameService : public link::Service {
     void on_namer_end();
     void tell_namer(pid_t pid, int channel) const;
     void rouse_namer() const;
+    void ring() const;
     [[noreturn]] void become_namer(int launcher);
 
     link::EventLoop& loop_;

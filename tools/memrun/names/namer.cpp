@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "platform/mapped_memory.h"
 #include "platform/symbols/file_helpers.h"
@@ -80,6 +81,7 @@ class Namer {
   private:
     void rest(std::uint32_t rings);
     bool hear_launcher();
+    void take_channel(pid_t pid, int fd);
     bool answer_all();
     void answer(pid_t asker, NAME_SLOT& slot);
     void answer_question(pid_t asker, const symbols::NAME_QUESTION& question, std::size_t room,
@@ -115,19 +117,28 @@ bool Namer::hear_launcher() {
     const std::uint32_t words = seat_.work->words_to_namer.load();
     if (words == heard_) return true;
     heard_ = words;
+    std::map<pid_t, link::Greeting> latest;
+    bool is_there = true;
     pollfd ready = {seat_.launcher, POLLIN, 0};
-    while (poll(&ready, 1, 0) > 0) {
+    while (is_there && poll(&ready, 1, 0) > 0) {
         link::Greeting greeting;
-        if (!link::receive_greeting(seat_.launcher, greeting)) return false;
-        const int fd = greeting.find(link::ShareKind::names);
-        channels_.erase(greeting.pid);
-        if (fd >= 0) {
-            auto* channel = static_cast<NAME_CHANNEL*>(map_shared_memory(fd, sizeof(NAME_CHANNEL)));
-            if (channel != nullptr) channels_[greeting.pid] = MappedChannel(channel);
-        }
+        is_there = link::receive_greeting(seat_.launcher, greeting);
+        if (is_there) std::swap(latest[greeting.pid], greeting);
         link::close_shares(greeting);
     }
-    return true;
+    for (auto& [pid, greeting] : latest) {
+        take_channel(pid, greeting.find(link::ShareKind::names));
+        link::close_shares(greeting);
+    }
+    return is_there;
+}
+
+// -1: the process has none any more.
+void Namer::take_channel(pid_t pid, int fd) {
+    channels_.erase(pid);
+    if (fd < 0) return;
+    auto* channel = static_cast<NAME_CHANNEL*>(map_shared_memory(fd, sizeof(NAME_CHANNEL)));
+    if (channel != nullptr) channels_[pid] = MappedChannel(channel);
 }
 
 // False when nobody had asked.
