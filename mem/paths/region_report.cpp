@@ -7,7 +7,6 @@
 #include <new>
 #include <ostream>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 
 #include "mem/columns/report_columns.h"
@@ -89,32 +88,46 @@ class TEXT {
     // In a column, whose bounds are tabs and line ends.
     TEXT& column(std::string_view more) {
         text("\t");
-        for (std::size_t bound = more.find_first_of(bounds); bound != more.npos;
-             bound = more.find_first_of(bounds)) {
-            text(more.substr(0, bound)).text(" ");
-            more.remove_prefix(bound + 1);
-        }
-        return text(more);
-    }
-    TEXT& column(std::integral auto value) { return text("\t").number(value); }
-    TEXT& number(std::integral auto value, int base = 10) {
-        if (most_digits > block_bytes - used) flush();
-        char* const begin = block.data() + used;
-        used += static_cast<std::size_t>(std::to_chars(begin, begin + most_digits, value, base).ptr - begin);
+        while (!more.empty()) more.remove_prefix(put_without_bounds(more.substr(0, block_bytes - used)));
         return *this;
     }
-    TEXT& address(std::uint64_t value) { return text("\t0x").number(value, 16); }
+    TEXT& column(std::integral auto value) { return text("\t").number(value); }
+    TEXT& number(std::integral auto value) {
+        constexpr std::uint64_t most_of_one_digit = 9;
+        if (static_cast<std::uint64_t>(value) > most_of_one_digit) return digits(value);
+        block[used] = static_cast<char>('0' + value);
+        take_over(1);
+        return *this;
+    }
+    TEXT& address(std::uint64_t value) { return text("\t0x").digits(value, 16); }
     void end_row() { text("\n"); }
 
   private:
     static constexpr std::size_t block_bytes = std::size_t{1} << 16;
     static constexpr std::size_t most_digits = 24;
-    static constexpr std::string_view bounds = "\t\n\r";
 
+    // The block always has room for a character.
+    void take_over(std::size_t more) {
+        used += more;
+        if (used == block_bytes) flush();
+    }
+    TEXT& digits(auto value, auto... base) {
+        if (most_digits > block_bytes - used) flush();
+        char* const begin = block.data() + used;
+        take_over(
+            static_cast<std::size_t>(std::to_chars(begin, begin + most_digits, value, base...).ptr - begin));
+        return *this;
+    }
     std::size_t put(std::string_view more) {
         std::memcpy(block.data() + used, more.data(), more.size());
-        used += more.size();
-        if (used == block_bytes) flush();
+        take_over(more.size());
+        return more.size();
+    }
+    std::size_t put_without_bounds(std::string_view more) {
+        std::ranges::transform(more, block.data() + used, [](char one) {
+            return one == '\t' || one == '\n' || one == '\r' ? ' ' : one;
+        });
+        take_over(more.size());
         return more.size();
     }
     void flush() {
@@ -150,10 +163,10 @@ class NUMBERS {
   public:
     NUMBERS(const MEM_PATH_REGION& region, const MEM_PATH_SNAPSHOT& snapshot)
         : of_node(snapshot.nodes), frame_of_node(snapshot.nodes) {
-        for (const MEM_PATH_ROW& row : snapshot.rows)
-            for (std::uint32_t at = row.node; at != mem_path_root && of_node[at] == 0;
-                 at = parent_of(region, at))
-                of_node[at] = 1;
+        for (const MEM_PATH_ROW& row : snapshot.rows) of_node[row.node] = 1;
+        for (std::uint32_t at = snapshot.nodes; at-- > 1;)
+            if (of_node[at] != 0) of_node[parent_of(region, at)] = 1;
+        if (!of_node.empty()) of_node[mem_path_root] = 0;
         for (std::uint32_t at = 1; at < snapshot.nodes; ++at) {
             if (of_node[at] == 0) continue;
             of_node[at] = ++node_count;
@@ -167,18 +180,32 @@ class NUMBERS {
     std::uint32_t node_count = 0;
 
   private:
-    struct HASH {
-        std::size_t operator()(const MEM_PATH_FRAME& frame) const {
-            return (frame.pc ^ std::uint64_t{frame.load} << 48) * 0x9e3779b97f4a7c15U >> 16;
-        }
-    };
+    static std::size_t hash_of(const MEM_PATH_FRAME& frame) {
+        return (frame.pc ^ std::uint64_t{frame.load} << 48) * 0x9e3779b97f4a7c15U >> 32;
+    }
+    // Where the number of the frame is, or goes.
+    std::uint32_t& slot_of(const MEM_PATH_FRAME& frame) {
+        std::size_t at = hash_of(frame) & (slots.size() - 1);
+        while (slots[at] != 0 && frames[slots[at] - 1] != frame) at = (at + 1) & (slots.size() - 1);
+        return slots[at];
+    }
     std::uint32_t number_frame(const MEM_PATH_NODE& node) {
         const MEM_PATH_FRAME frame{node.pc, node.load};
-        const auto [at, is_new] = numbers.try_emplace(frame, static_cast<std::uint32_t>(frames.size()) + 1);
-        if (is_new) frames.push_back(frame);
-        return at->second;
+        std::uint32_t& slot = slot_of(frame);
+        if (slot != 0) return slot;
+        frames.push_back(frame);
+        slot = static_cast<std::uint32_t>(frames.size());
+        if (2 * frames.size() > slots.size()) add_slots();
+        return static_cast<std::uint32_t>(frames.size());
     }
-    std::unordered_map<MEM_PATH_FRAME, std::uint32_t, HASH> numbers;
+    void add_slots() {
+        slots.assign(2 * slots.size(), 0);
+        for (std::uint32_t number = 1; number <= frames.size(); ++number)
+            slot_of(frames[number - 1]) = number;
+    }
+
+    static constexpr std::size_t first_slots = 1024;
+    std::vector<std::uint32_t> slots = std::vector<std::uint32_t>(first_slots);  // a power of two of them
 };
 
 void write_level(TEXT& out, std::size_t number, std::size_t level, std::uint64_t pc,
