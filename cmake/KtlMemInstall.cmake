@@ -3,6 +3,7 @@ include(CMakePackageConfigHelpers)
 
 install(TARGETS ktl_mem EXPORT ktl_mem-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
+install(TARGETS ktl_mem_symbols LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library)
 install(DIRECTORY include/ktl_mem DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 # The suite's libraries that a host may meet: its thread start, its notifier, its answers about faults.
 install(FILES platform/ktl_thr.h platform/rvm_barebones.h platform/ktl_main_globals.h

@@ -21,6 +21,8 @@
 #include <string>
 #include <vector>
 
+#include "ktl_mem/export.h"
+
 namespace symbols {
 
 struct MODULE {
@@ -48,9 +50,12 @@ struct CODE_ADDRESS {
     bool is_behind_call = false;
 };
 
-// Has the look-ups of all threads wait for the loader no more, not even for thread-local data. Once in the
-// process, before the first look-up.
-void detach_from_loader();
+// Opens the library that reads the files of modules, libktl_mem_symbols.so, which lies beside this one. Until
+// then no code has lines or functions; from then on look-ups need the loader no more, not even for
+// thread-local data. Waits for the loader. Any number of times, from any thread. Exported for the launcher's
+// agent, which comes with the library, and for nobody else.
+KTL_MEM_API void open_files();
+bool has_open_files();
 
 // Whether modules that nobody has asked about yet may be taken into the list.
 enum class LISTING { KNOWN, CURRENT };

@@ -1,13 +1,17 @@
 #include "mem/attribution/code_names.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <mutex>
 #include <utility>
 
 #include "mem/attribution/symbolizer.h"
 #include "mem/base/scarcity.h"
+#include "mem/base/thread_state.h"
 #include "platform/symbols/asked_names.h"
+#include "platform/thread.h"
+#include "platform/thread_aside.h"
 
 constinit MEM_PLAIN_WORD<bool> mem_tbb_best_names;
 
@@ -38,6 +42,25 @@ class KNOWN_CODE {
 
     std::vector<std::pair<const symbols::MODULE*, std::uint32_t>> numbers;
 };
+
+constexpr int longest_opening_ms = 1000;
+
+void open_files_untracked() {
+    const MEM_BLOCK_TRACKING_SCOPE not_the_program;
+    symbols::open_files();
+}
+
+// Names came from another process until now. Who asks may be anywhere, in the loader as well, so that it is
+// another thread that waits for the loader.
+void begin_to_name_inside() {
+    static constinit std::atomic<int> stage{0};  // 1: begun, 2: over
+    int none = 0;
+    if (stage.compare_exchange_strong(none, 1)) {
+        run_aside(open_files_untracked, longest_opening_ms);
+        stage = 2;
+    }
+    for (int waited_ms = 0; stage.load() == 1 && waited_ms < longest_opening_ms; ++waited_ms) _Thrd_rest();
+}
 
 }  // namespace
 
@@ -97,6 +120,7 @@ std::vector<std::size_t> MEM_CODE_NAMES::look_up() {
 }
 
 void MEM_CODE_NAMES::name_inside(const std::vector<std::size_t>& numbers) {
+    if (!symbols::has_open_files() && symbols::is_left_alone()) begin_to_name_inside();
     const std::lock_guard guard(mem_tbb_symbolizer_lock);
     for (const std::size_t i : numbers) {
         answers.push_back(symbols::find_frames(pcs[i], *modules[i]));

@@ -36,6 +36,11 @@ void mem_choose_symbolizer(bool announce) {
         mem_msg_debug("Couldn't find symbolizer \"%s\".  Using default symbolizer \"%s\"\n", word.c_str(),
                       mem_tbb_symbolizer->get_name());
     }
-    symbols::detach_from_loader();
+    // Somebody who joins the process names its code, or opens the files later.
+    const bool is_served = mem_tbb_symbolizer == MEM_SYMBOLIZER_DWARF::get_instance() &&
+                           mem_cfg_is_on("mem_names_are_served", false);
+    if (!is_served) symbols::open_files();
+    if (!is_served && !symbols::has_open_files())
+        mem_msg_debug("Couldn't open libktl_mem_symbols.so beside the library.  No code has its lines\n");
     if (announce) mem_msg_debug("Using symbolizer %s", mem_tbb_symbolizer->get_name());
 }

@@ -18,16 +18,19 @@ std::atomic<NAME_CHANNEL*> used_channel{nullptr};
 std::atomic<NAME_BELL*> used_bell{nullptr};
 std::atomic<const NAME_TABLE*> used_table{nullptr};
 std::atomic<int> waiting_for_slot{0};
+std::atomic<bool> is_alone{false};
 
 // The child shares the memory with its parent, and must not write there. One that shares all of the parent's
 // memory, as between vfork and exec, runs no such handler, and asks as the parent does.
 void forget_channel_in_child() {
     used_channel = nullptr;
+    is_alone = false;
 }
 
 void give_up() {
     NAME_CHANNEL* channel = used_channel.exchange(nullptr);
     if (channel == nullptr) return;
+    is_alone = true;
     channel->is_given_up.store(1);
     ++channel->freed;
     wake_waiting(&channel->freed);
@@ -152,6 +155,10 @@ bool can_ask() {
 
 const NAME_TABLE* known_names() {
     return used_table.load(std::memory_order_acquire);
+}
+
+bool is_left_alone() {
+    return is_alone.load();
 }
 
 bool ask(const std::vector<NAME_QUESTION>& questions, std::vector<std::vector<FRAME>>& answers) {

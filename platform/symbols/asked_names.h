@@ -18,6 +18,8 @@ KTL_MEM_API void use_name_channel(NAME_CHANNEL* channel, NAME_BELL* bell, const 
 
 // Whether somebody can be asked, as far as this process knows.
 bool can_ask();
+// Whether this process could once, and gave up. Not in a forked child.
+bool is_left_alone();
 
 // Null for none.
 const NAME_TABLE* known_names();

@@ -38,12 +38,12 @@ MODULE describe(const LOADED_IMAGE& image, const std::string& path) {
 MODULE_ENTRY::MODULE_ENTRY(LOADED_IMAGE loaded, const std::string& path)
     : loaded_image(std::move(loaded)), description(describe(loaded_image, path)) {}
 
-std::shared_ptr<MODULE_SYMBOLS> MODULE_ENTRY::symbols() {
+std::shared_ptr<CODE_DESCRIPTION> MODULE_ENTRY::symbols(const SYMBOL_FILES* files) {
     // Asked again where nothing could be opened, as while the process has no descriptor left.
-    if (known_symbols == nullptr || known_symbols->is_unread()) {
+    if (files != nullptr && (known_symbols == nullptr || known_symbols->is_unread())) {
         if (description.path.empty()) description.path = path_of(loaded_image);
         const std::string path = loaded_image.loader_name.empty() ? executable_file() : description.path;
-        known_symbols = std::make_shared<MODULE_SYMBOLS>(path, loaded_image.build_id);
+        known_symbols = files->read(path, loaded_image.build_id);
     }
     return known_symbols;
 }
@@ -53,10 +53,6 @@ void MODULE_ENTRY::share_symbols_of(const MODULE_ENTRY& other) {
                                loaded_image.build_id == other.loaded_image.build_id &&
                                description.path == other.description.path;
     if (is_same_build) known_symbols = other.known_symbols;
-}
-
-std::uint64_t MODULE_ENTRY::instruction(std::uint64_t address) {
-    return symbols()->instruction(locate({&address, 1}, description).front());
 }
 
 // What is loaded now goes behind all others: once it is unloaded, it was the last at its addresses.

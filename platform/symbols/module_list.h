@@ -9,7 +9,7 @@
 
 #include "platform/symbol_services.h"
 #include "platform/symbols/loaded_image.h"
-#include "platform/symbols/module_symbols.h"
+#include "platform/symbols/symbol_files.h"
 
 namespace symbols {
 
@@ -20,17 +20,15 @@ class MODULE_ENTRY {
 
     const MODULE& module() const { return description; }
     const LOADED_IMAGE& image() const { return loaded_image; }
-    // Reads the module's files at the first call.
-    std::shared_ptr<MODULE_SYMBOLS> symbols();
+    // What its files say, which are read at the first call. Null without readers.
+    std::shared_ptr<CODE_DESCRIPTION> symbols(const SYMBOL_FILES* files);
     // The same build of the same file: what is known of the one's symbols goes for the other.
     void share_symbols_of(const MODULE_ENTRY& other);
-    // As of MODULE_SYMBOLS, for a captured address.
-    std::uint64_t instruction(std::uint64_t address);
 
   private:
     LOADED_IMAGE loaded_image;
     MODULE description;
-    std::shared_ptr<MODULE_SYMBOLS> known_symbols;
+    std::shared_ptr<CODE_DESCRIPTION> known_symbols;
 };
 
 class MODULE_LIST {

@@ -1,4 +1,4 @@
-// All that is known about the code of one module. Addresses are those of its file.
+// The code of one module, as its file and its debug file describe it.
 #pragma once
 
 #include <cstdint>
@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/symbol_services.h"
 #include "platform/symbols/elf_file.h"
 #include "platform/symbols/mini_symbols.h"
+#include "platform/symbols/symbol_files.h"
 #include "platform/symbols/symbol_table.h"
 #include "platform/symbols/unit_index.h"
 
@@ -17,30 +17,23 @@ namespace symbols {
 // How much is read of a module: all there is, or the symbol tables of its own file alone.
 enum class DETAIL { ALL, FUNCTIONS };
 
-class MODULE_SYMBOLS {
+class MODULE_SYMBOLS final : public CODE_DESCRIPTION {
   public:
     // Reads the file, and its separate debug file where it has none of its own information. A file whose
     // build-id differs from the given one is another build and is not used; empty stands for any.
     MODULE_SYMBOLS(const std::string& path, const std::string& build_id, DETAIL detail = DETAIL::ALL);
 
-    // Neither the file nor a debug file of its build could be opened.
-    bool is_unread() const { return file == nullptr && debug_file == nullptr; }
-
-    // The instruction that a captured address stands for: the call in front of a return address. The start of
-    // a function is one, too, where the function before it ends with a call that does not return.
-    std::uint64_t instruction(const CODE_ADDRESS& address) const;
+    bool is_unread() const override { return file == nullptr && debug_file == nullptr; }
+    std::uint64_t instruction(const CODE_ADDRESS& address) const override;
+    std::vector<FRAME> find_frames(std::uint64_t address) override;
+    bool find_place(std::uint64_t address, PLACE& place) override;
+    bool find_symbol(std::uint64_t address, SYMBOL& symbol) override;
     bool is_function_start(std::uint64_t address) const { return table.is_function_start(address); }
 
     // The names come from debug information of which nothing is missing.
     bool is_complete() const { return units != nullptr && units->is_complete() && described->is_complete(); }
     bool has_units() const { return units != nullptr; }
     bool has_functions() const { return !table.empty(); }
-
-    // The functions below have the meaning of those in symbol_services.h, but for the instruction at the
-    // address.
-    std::vector<FRAME> find_frames(std::uint64_t address);
-    bool find_place(std::uint64_t address, PLACE& place);
-    bool find_symbol(std::uint64_t address, SYMBOL& symbol);
 
   private:
     void find_debug_information(const std::string& path, const std::string& build_id);

@@ -2,8 +2,6 @@
 
 #include <dlfcn.h>
 #include <elf.h>
-#include <elfutils/libdw.h>
-#include <libelf.h>
 #include <link.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -170,10 +168,9 @@ void take_over(const void* code, LIBRARY& library) {
 
 }  // namespace
 
-void take_over_thread_data() {
+void take_over_thread_data(const std::array<const void*, 2>& codes) {
     if (libraries[0].module != 0 || libraries[1].module != 0) return;
-    take_over(reinterpret_cast<const void*>(&elf_errno), libraries[0]);
-    take_over(reinterpret_cast<const void*>(&dwarf_errno), libraries[1]);
+    for (std::size_t i = 0; i < library_count; ++i) take_over(codes[i], libraries[i]);
 }
 
 }  // namespace symbols

@@ -5,11 +5,13 @@
 // allocates, with a table of the thread half moved. So no look-up may call it.
 #pragma once
 
+#include <array>
+
 namespace symbols {
 
 // Gives both libraries a function of our own in its place, from now on and for every caller in the process.
 // Their data starts anew; all they keep there is their last error and a number for the thread. Leaves a
-// library as it is where it is built in a way that is not known here.
-void take_over_thread_data();
+// library as it is where it is built in a way that is not known here. `codes`: an address in each of them.
+void take_over_thread_data(const std::array<const void*, 2>& codes);
 
 }  // namespace symbols

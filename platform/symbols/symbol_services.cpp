@@ -1,10 +1,12 @@
 #include "platform/symbol_services.h"
 
+#include <atomic>
+
 #include "platform/symbols/call_instruction.h"
-#include "platform/symbols/function_names.h"
 #include "platform/symbols/module_list.h"
 #include "platform/symbols/own_stack.h"
 #include "platform/symbols/own_thread_data.h"
+#include "platform/symbols/symbol_files.h"
 
 namespace symbols {
 namespace {
@@ -15,10 +17,42 @@ MODULE_LIST& modules() {
     return list;
 }
 
+constinit std::atomic<const SYMBOL_FILES*> files{nullptr};
+
+// What is known of a module's code, and the instruction in it.
+struct CODE_PLACE {
+    std::shared_ptr<CODE_DESCRIPTION> code;
+    std::uint64_t instruction = 0;
+};
+
+// Without code where there is no module, or nobody who reads its files.
+CODE_PLACE place_in(MODULE_ENTRY* entry, std::uint64_t address) {
+    if (entry == nullptr) return {};
+    CODE_PLACE place = {.code = entry->symbols(files.load(std::memory_order_acquire))};
+    if (place.code != nullptr)
+        place.instruction = place.code->instruction(locate({&address, 1}, entry->module()).front());
+    return place;
+}
+
+std::vector<FRAME> frames_in(MODULE_ENTRY* entry, std::uint64_t address) {
+    const CODE_PLACE place = place_in(entry, address);
+    return place.code == nullptr ? std::vector<FRAME>() : place.code->find_frames(place.instruction);
+}
+
 }  // namespace
 
-void detach_from_loader() {
-    take_over_thread_data();
+void open_files() {
+    static const bool is_open = [] {
+        const SYMBOL_FILES* const opened = open_symbol_files();
+        if (opened != nullptr) take_over_thread_data(opened->code_of_libraries);
+        files.store(opened, std::memory_order_release);
+        return opened != nullptr;
+    }();
+    static_cast<void>(is_open);
+}
+
+bool has_open_files() {
+    return files.load(std::memory_order_acquire) != nullptr;
 }
 
 const MODULE* find_module(std::uint64_t address, LISTING listing) {
@@ -46,27 +80,21 @@ std::vector<CODE_ADDRESS> locate(std::span<const std::uint64_t> addresses, const
 
 std::vector<FRAME> find_frames(std::uint64_t address) {
     std::vector<FRAME> frames;
-    run_on_own_stack([&] {
-        MODULE_ENTRY* entry = modules().find(address, LISTING::CURRENT);
-        if (entry != nullptr) frames = entry->symbols()->find_frames(entry->instruction(address));
-    });
+    run_on_own_stack([&] { frames = frames_in(modules().find(address, LISTING::CURRENT), address); });
     return frames;
 }
 
 std::vector<FRAME> find_frames(std::uint64_t address, const MODULE& module) {
     std::vector<FRAME> frames;
-    run_on_own_stack([&] {
-        MODULE_ENTRY* entry = modules().of(module);
-        if (entry != nullptr) frames = entry->symbols()->find_frames(entry->instruction(address));
-    });
+    run_on_own_stack([&] { frames = frames_in(modules().of(module), address); });
     return frames;
 }
 
 bool find_place(std::uint64_t address, PLACE& place) {
     bool is_found = false;
     run_on_own_stack([&] {
-        MODULE_ENTRY* entry = modules().find(address, LISTING::KNOWN);
-        is_found = entry != nullptr && entry->symbols()->find_place(entry->instruction(address), place);
+        const CODE_PLACE in = place_in(modules().find(address, LISTING::KNOWN), address);
+        is_found = in.code != nullptr && in.code->find_place(in.instruction, place);
     });
     return is_found;
 }
@@ -75,15 +103,18 @@ bool find_symbol(std::uint64_t address, SYMBOL& symbol) {
     bool is_found = false;
     run_on_own_stack([&] {
         MODULE_ENTRY* entry = modules().find(address, LISTING::KNOWN);
-        is_found = entry != nullptr && entry->symbols()->find_symbol(entry->instruction(address), symbol);
+        const CODE_PLACE in = place_in(entry, address);
+        is_found = in.code != nullptr && in.code->find_symbol(in.instruction, symbol);
         if (is_found) symbol.begin += entry->image().bias;
     });
     return is_found;
 }
 
 std::string readable_name(const std::string& linkage_name) {
+    const SYMBOL_FILES* const readers = files.load(std::memory_order_acquire);
+    if (readers == nullptr) return linkage_name;
     std::string name;
-    run_on_own_stack([&] { name = demangled(linkage_name.c_str()); });
+    run_on_own_stack([&] { name = readers->demangled(linkage_name.c_str()); });
     return name;
 }
 

@@ -18,6 +18,11 @@
 
 namespace {
 
+[[maybe_unused]] const bool are_files_open = [] {
+    symbols::open_files();
+    return symbols::has_open_files();
+}();
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -45,6 +45,7 @@ inline constexpr auto other_governed_names = std::to_array<std::string_view>({
     "mem_profile_stack_trace_ignore_depth",
     "mem_profile_with_incomplete_fileline_info",
     "mem_profile_with_best_names",
+    "mem_names_are_served",
     "mem_user_defined_filters_file",
     "mem_alloc_pattern",
     "mem_alloc_pattern_hex",

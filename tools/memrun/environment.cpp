@@ -40,6 +40,7 @@ void add_settings(Entries& entries, const Options& options) {
                "mem_profile_stack_trace_ignore_depth");
     add_switch(entries, options.unknown_lines, "mem_profile_with_incomplete_fileline_info");
     add_switch(entries, options.unknown_lines, "mem_profile_with_best_names");
+    add_switch(entries, true, "mem_names_are_served");
     if (!options.filters.empty())
         add(entries, "mem_user_defined_filters_file", std::filesystem::absolute(options.filters).string());
     add_number(entries, options.fill_new.value_or(0), options.fill_new.has_value(), "mem_alloc_pattern");

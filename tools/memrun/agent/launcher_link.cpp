@@ -6,6 +6,7 @@
 
 #include "mem/paths/shared_region.h"
 #include "platform/mapped_memory.h"
+#include "platform/symbol_services.h"
 #include "platform/symbols/asked_names.h"
 #include "tools/memrun/agent/control_page.h"
 #include "tools/memrun/agent/note.h"
@@ -18,6 +19,7 @@ namespace {
 
 symbols::NAME_CHANNEL* channel = nullptr;
 const symbols::NAME_TABLE* table = nullptr;
+bool are_names_served = false;
 
 void share_names(link::Greeting& mine) {
     if (channel != nullptr) munmap(channel, sizeof *channel);  // the parent's
@@ -34,7 +36,8 @@ void take_shares(const link::Greeting& answer) {
     if (table == nullptr)
         table = static_cast<const symbols::NAME_TABLE*>(map_shared_memory_to_read(
             answer.find(link::ShareKind::known_names), sizeof(symbols::NAME_TABLE)));
-    if (channel != nullptr && bell != nullptr) symbols::use_name_channel(channel, bell, table);
+    are_names_served = channel != nullptr && bell != nullptr;
+    if (are_names_served) symbols::use_name_channel(channel, bell, table);
 }
 
 }  // namespace
@@ -49,7 +52,9 @@ void join_launcher(const Orders& orders) {
     if (const int paths = mem_take_call_path_region(); paths >= 0)
         mine.add(link::ShareKind::call_paths, paths);
     if (const int page = share_control_page(orders); page >= 0) mine.add(link::ShareKind::control, page);
+    are_names_served = false;
     if (!link::greet_launcher(folder, mine, take_shares)) append_note(orders, "alone\n");
+    if (!are_names_served) symbols::open_files();
 }
 
 void note_silence(const Orders& orders) {
