@@ -41,25 +41,3 @@ std::optional<MAPPING_LINE> parse_mapping_line(std::string_view line) {
     mapping.name = line.substr(std::min(line.find_first_not_of(' '), line.size()));
     return mapping;
 }
-
-std::optional<NUMA_LINE> parse_numa_line(std::string_view line) {
-    NUMA_LINE numa;
-    if (!take_number(line, 16, ' ', numa.begin)) return {};
-    std::uint64_t pages = 0;
-    std::uint64_t page_kb = 4;
-    while (!line.empty()) {
-        const std::size_t end = std::min(line.find(' '), line.size());
-        std::string_view field = line.substr(0, end);
-        line.remove_prefix(std::min(end + 1, line.size()));
-        const std::size_t equals = field.find('=');
-        if (equals == std::string_view::npos) continue;
-        const std::string_view key = field.substr(0, equals);
-        std::uint64_t value = 0;
-        std::from_chars(field.data() + equals + 1, field.data() + field.size(), value);
-        const bool is_node = key.size() > 1 && key[0] == 'N' && key[1] >= '0' && key[1] <= '9';
-        if (is_node) pages += value;
-        if (key == "kernelpagesize_kB") page_kb = value;
-    }
-    numa.resident = pages * page_kb * 1024;
-    return numa;
-}

@@ -18,10 +18,3 @@ struct MAPPING_LINE {
     std::string_view name;    // of the file, or in brackets what the kernel calls it; may be empty
 };
 std::optional<MAPPING_LINE> parse_mapping_line(std::string_view line);
-
-// A line of /proc/PID/numa_maps.
-struct NUMA_LINE {
-    std::uint64_t begin = 0;
-    std::uint64_t resident = 0;  // bytes
-};
-std::optional<NUMA_LINE> parse_numa_line(std::string_view line);

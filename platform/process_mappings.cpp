@@ -11,6 +11,7 @@
 
 #include "platform/kept_errno.h"
 #include "platform/proc_text.h"
+#include "platform/resident_pages.h"
 #include "platform/symbols/own_memory.h"
 #include "platform/thread.h"
 
@@ -68,47 +69,26 @@ class LINES_OF_FILE {
     const int descriptor;
 };
 
-// Both files are in the order of addresses.
-class NUMA_FIGURES {
-  public:
-    explicit NUMA_FIGURES(std::span<char> room) : lines("/proc/thread-self/numa_maps", room) { advance(); }
-
-    bool are_known() const { return lines.is_open() && current.has_value(); }
-
-    std::uint64_t resident_of(std::uint64_t begin) {
-        while (current.has_value() && current->begin < begin) advance();
-        return current.has_value() && current->begin == begin ? current->resident : 0;
-    }
-
-  private:
-    void advance() {
-        std::size_t length = 0;
-        const char* const line = lines.is_open() ? lines.next(length) : nullptr;
-        current = line != nullptr ? parse_numa_line({line, length}) : std::nullopt;
-    }
-
-    LINES_OF_FILE lines;
-    std::optional<NUMA_LINE> current;
-};
-
-bool visit_by_numa(MAPPING_VISITOR& visitor, MAPPING_BUFFERS& buffers) {
-    NUMA_FIGURES figures(buffers.figures);
+bool visit_by_page_tables(MAPPING_VISITOR& visitor, MAPPING_BUFFERS& buffers) {
+    RESIDENT_PAGES pages(buffers.regions);
     LINES_OF_FILE lines("/proc/thread-self/maps", buffers.mappings);
-    if (!figures.are_known() || !lines.is_open()) return false;
+    if (!pages.are_known() || !lines.is_open()) return false;
     std::size_t length = 0;
     while (const char* const line = lines.next(length)) {
         const auto parsed = parse_mapping_line({line, length});
         if (!parsed) continue;
         PROCESS_MAPPING mapping;
         static_cast<MAPPING_LINE&>(mapping) = *parsed;
-        mapping.resident = figures.resident_of(mapping.begin);
+        mapping.resident = pages.in(mapping);
         visitor.visit(mapping);
     }
     return true;
 }
 
+}  // namespace
+
 // The size follows the mapping's own line, which is gone from the buffer by then but for its copy here.
-bool visit_by_smaps(MAPPING_VISITOR& visitor, MAPPING_BUFFERS& buffers) {
+bool visit_mappings_by_smaps(MAPPING_VISITOR& visitor, MAPPING_BUFFERS& buffers) {
     LINES_OF_FILE lines("/proc/thread-self/smaps", buffers.mappings);
     if (!lines.is_open()) return false;
     std::optional<MAPPING_LINE> parsed;
@@ -122,18 +102,16 @@ bool visit_by_smaps(MAPPING_VISITOR& visitor, MAPPING_BUFFERS& buffers) {
             visitor.visit(mapping);
         } else if (const auto next = parse_mapping_line(text)) {
             parsed = next;
-            const std::size_t kept = std::min(next->name.size(), sizeof buffers.figures);
-            std::memcpy(buffers.figures, next->name.data(), kept);
-            parsed->name = {buffers.figures, kept};
+            const std::size_t kept = std::min(next->name.size(), sizeof buffers.name);
+            std::memcpy(buffers.name, next->name.data(), kept);
+            parsed->name = {buffers.name, kept};
         }
     }
     return true;
 }
 
-}  // namespace
-
 bool visit_process_mappings(MAPPING_VISITOR& visitor, MAPPING_BUFFERS& buffers) {
-    return visit_by_numa(visitor, buffers) || visit_by_smaps(visitor, buffers);
+    return visit_by_page_tables(visitor, buffers) || visit_mappings_by_smaps(visitor, buffers);
 }
 
 bool is_in_loaded_module(std::uint64_t address) {

@@ -127,6 +127,12 @@ bool K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, 
     return true;
 }
 
+std::uint64_t resident_memory() {
+    PROC_FIGURE figures[] = {{"VmRSS:"}};
+    read_figures("/proc/thread-self/status", figures);
+    return figures[0].bytes;
+}
+
 bool GlobalMemoryStatusEx(MEMORYSTATUSEX* status) {
     const std::uint32_t length = status->dwLength;
     *status = {};

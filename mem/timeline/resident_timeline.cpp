@@ -18,9 +18,7 @@ constinit MEM_UNDESTROYED<MAPPING_BUFFERS> buffers;
 constinit MEM_SPIN_LOCK buffers_lock;
 
 std::int64_t resident_size() {
-    PROCESS_MEMORY_COUNTERS counters;
-    const bool known = K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
-    return known ? static_cast<std::int64_t>(counters.WorkingSetSize) : 0;
+    return static_cast<std::int64_t>(resident_memory());
 }
 
 }  // namespace
