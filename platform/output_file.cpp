@@ -111,15 +111,24 @@ OUTPUT_STREAM::BUFFER::int_type OUTPUT_STREAM::BUFFER::overflow(int_type next) {
     return sputc(traits_type::to_char_type(next));
 }
 
+// A piece that is larger than the buffer goes past it.
+std::streamsize OUTPUT_STREAM::BUFFER::xsputn(const char* piece, std::streamsize size) {
+    if (size < static_cast<std::streamsize>(sizeof text)) return std::streambuf::xsputn(piece, size);
+    return write_out() && write_behind({piece, static_cast<std::size_t>(size)}) ? size : 0;
+}
+
 bool OUTPUT_STREAM::BUFFER::write_out() {
     const std::string_view waiting(pbase(), static_cast<std::size_t>(pptr() - pbase()));
     setp(text, text + sizeof text);
+    return waiting.empty() ? !is_cut : write_behind(waiting);
+}
+
+bool OUTPUT_STREAM::BUFFER::write_behind(std::string_view piece) {
     if (is_cut) return false;  // nothing goes on behind a gap
-    if (waiting.empty()) return true;
-    is_cut = !write_output(file, waiting);
-    if (is_cut) cut_end_of_line(waiting);
-    written += waiting.size();
-    last = waiting.back();
+    is_cut = !write_output(file, piece);
+    if (is_cut) cut_end_of_line(piece);
+    written += piece.size();
+    last = piece.back();
     return !is_cut;
 }
 

@@ -42,10 +42,12 @@ class OUTPUT_STREAM : public std::ostream {
 
       protected:
         int_type overflow(int_type next) override;
+        std::streamsize xsputn(const char* piece, std::streamsize size) override;
         int sync() override { return is_cut ? -1 : 0; }
 
       private:
         bool write_out();
+        bool write_behind(std::string_view piece);
         void cut_end_of_line(std::string_view failed) const;
 
         const int file;

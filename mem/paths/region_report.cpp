@@ -4,10 +4,12 @@
 #include <charconv>
 #include <concepts>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <ostream>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "mem/columns/report_columns.h"
 
@@ -70,7 +72,7 @@ MEM_PATH_ROW row_of(const MEM_PATH_REGION& region, std::uint32_t account, std::i
 // written.
 class TEXT {
   public:
-    explicit TEXT(std::ostream& stream) : out(stream), block(block_bytes) {}
+    explicit TEXT(std::ostream& stream) : out(stream) {}
     ~TEXT() { flush(); }
     TEXT(const TEXT&) = delete;
     TEXT& operator=(const TEXT&) = delete;
@@ -113,30 +115,30 @@ class TEXT {
     }
     TEXT& digits(auto value, auto... base) {
         if (most_digits > block_bytes - used) flush();
-        char* const begin = block.data() + used;
+        char* const begin = block.get() + used;
         take_over(
             static_cast<std::size_t>(std::to_chars(begin, begin + most_digits, value, base...).ptr - begin));
         return *this;
     }
     std::size_t put(std::string_view more) {
-        std::memcpy(block.data() + used, more.data(), more.size());
+        std::memcpy(block.get() + used, more.data(), more.size());
         take_over(more.size());
         return more.size();
     }
     std::size_t put_without_bounds(std::string_view more) {
-        std::ranges::transform(more, block.data() + used, [](char one) {
+        std::ranges::transform(more, block.get() + used, [](char one) {
             return one == '\t' || one == '\n' || one == '\r' ? ' ' : one;
         });
         take_over(more.size());
         return more.size();
     }
     void flush() {
-        out.write(block.data(), static_cast<std::streamsize>(used));
+        out.write(block.get(), static_cast<std::streamsize>(used));
         used = 0;
     }
 
     std::ostream& out;
-    std::vector<char> block;
+    std::unique_ptr<char[]> block = std::make_unique_for_overwrite<char[]>(block_bytes);
     std::size_t used = 0;
 };
 
