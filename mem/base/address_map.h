@@ -29,12 +29,18 @@
 #include "mem/base/address_buckets.h"
 #include "mem/base/spin_lock.h"
 #include "mem/base/turns.h"
+#include "platform/mapped_memory.h"
 
 template <class SOURCE, unsigned PART_BITS = 12>
 class MEM_ADDRESS_MAP {
   public:
-    explicit MEM_ADDRESS_MAP(SOURCE array_source) : source(std::move(array_source)) {}
-    ~MEM_ADDRESS_MAP() { clear(); }
+    explicit MEM_ADDRESS_MAP(SOURCE array_source) : source(std::move(array_source)) {
+        if (parts == nullptr) throw std::bad_alloc();
+    }
+    ~MEM_ADDRESS_MAP() {
+        clear();
+        unmap_memory(parts, sizeof *parts);
+    }
     MEM_ADDRESS_MAP(const MEM_ADDRESS_MAP&) = delete;
     MEM_ADDRESS_MAP& operator=(const MEM_ADDRESS_MAP&) = delete;
 
@@ -43,7 +49,7 @@ class MEM_ADDRESS_MAP {
     bool put(MEM_TURN& turn, std::uint64_t address, const MEM_BLOCK_MARK& mark) {
         if (!is_usual(address)) return put_apart(address, mark);
         const KEY key = key_of(address);
-        PART& part = parts[key.part];
+        PART& part = parts->of[key.part];
         const MEM_KEPT_GUARD guard(part.lock, turn);
         // Grows for an entry that is there already, too, rather than look for it twice.
         if (part.room <= 0 && !make_room(key.part)) [[unlikely]]
@@ -63,7 +69,7 @@ class MEM_ADDRESS_MAP {
     MEM_BLOCK_MARK take(MEM_TURN& turn, std::uint64_t address, std::uint32_t halves) {
         if (!is_usual(address)) return take_apart(address, halves);
         const KEY key = key_of(address);
-        PART& part = parts[key.part];
+        PART& part = parts->of[key.part];
         const MEM_KEPT_GUARD guard(part.lock, turn);
         const ARRAY array = array_of(key.part);
         if (array.count == 0) [[unlikely]]
@@ -86,7 +92,7 @@ class MEM_ADDRESS_MAP {
     MEM_BLOCK_MARK look_up(MEM_TURN& turn, std::uint64_t address) {
         if (!is_usual(address)) return look_up_apart(address);
         const KEY key = key_of(address);
-        const MEM_KEPT_GUARD guard(parts[key.part].lock, turn);
+        const MEM_KEPT_GUARD guard(parts->of[key.part].lock, turn);
         const ARRAY array = array_of(key.part);
         if (array.count == 0) return {};
         const ARRAY::PLACE place = array.find(key.key);
@@ -98,14 +104,14 @@ class MEM_ADDRESS_MAP {
     void prefetch(std::uint64_t address) const {
         const KEY key = key_of(address);
         __builtin_prefetch(array_of(key.part).home(key.key), 1);
-        __builtin_prefetch(&parts[key.part], 1);
+        __builtin_prefetch(&parts->of[key.part], 1);
     }
 
     // Bins stay.
     void forget_charges() {
         MEM_TURN turn;
         for (std::uint32_t part = 0; part < part_count; ++part) {
-            const MEM_KEPT_GUARD guard(parts[part].lock, turn);
+            const MEM_KEPT_GUARD guard(parts->of[part].lock, turn);
             const ARRAY old = array_of(part);
             if (old.count == 0) continue;
             ARRAY fresh = make_array(old.count);
@@ -124,6 +130,7 @@ class MEM_ADDRESS_MAP {
     // Nobody else may use the map meanwhile.
     void clear() {
         for (std::uint32_t part = 0; part < part_count; ++part) {
+            if (array_of(part).count == 0) continue;
             release(array_of(part));
             set_array(part, {}, 0);
         }
@@ -193,16 +200,19 @@ class MEM_ADDRESS_MAP {
     static constexpr unsigned count_shift = 47;
     static constexpr std::uint32_t most_buckets = (1U << (64 - count_shift)) - page_buckets;
     ARRAY array_of(std::uint32_t part) const {
-        const std::uint64_t head = heads[part].load(std::memory_order_relaxed);
+        const std::uint64_t head = parts->heads[part].load(std::memory_order_relaxed);
         return {reinterpret_cast<BUCKET*>(head & ((std::uint64_t{1} << count_shift) - 1)),
                 static_cast<std::uint32_t>(head >> count_shift)};
     }
     void set_array(std::uint32_t part, const ARRAY& array, std::int32_t entries) {
         const auto address = reinterpret_cast<std::uint64_t>(array.buckets);
-        heads[part].store(address | std::uint64_t{array.count} << count_shift, std::memory_order_relaxed);
-        parts[part].room = array.usual_capacity() - entries;
+        parts->heads[part].store(address | std::uint64_t{array.count} << count_shift,
+                                 std::memory_order_relaxed);
+        parts->of[part].room = array.usual_capacity() - entries;
     }
-    std::int32_t used(std::uint32_t part) const { return array_of(part).usual_capacity() - parts[part].room; }
+    std::int32_t used(std::uint32_t part) const {
+        return array_of(part).usual_capacity() - parts->of[part].room;
+    }
 
     // A quarter more; whole pages where it is several.
     static std::uint32_t count_after(std::uint32_t count) {
@@ -235,7 +245,7 @@ class MEM_ADDRESS_MAP {
             return true;
         }
         if (used(key.part) >= array.last_capacity()) return false;
-        --parts[key.part].room;
+        --parts->of[key.part].room;
         array.insert(place, key.key, mark);
         return true;
     }
@@ -270,6 +280,10 @@ class MEM_ADDRESS_MAP {
     SOURCE source;
     MEM_SPIN_LOCK apart_lock;
     std::unordered_map<std::uint64_t, MEM_BLOCK_MARK> apart;
-    alignas(64) std::atomic<std::uint64_t> heads[part_count]{};
-    PART parts[part_count];
+    // A third of a megabyte that begins as zeros, of which a short program touches little.
+    struct PARTS {
+        std::atomic<std::uint64_t> heads[part_count];
+        PART of[part_count];
+    };
+    PARTS* const parts = static_cast<PARTS*>(map_memory(sizeof(PARTS)));
 };
