@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::uint32_t first_slots = 8192;
+constexpr std::uint32_t first_slots = 1024;
 constexpr std::uint32_t kept_ready = 2048;
 // Beyond the limit of whole paths.
 constexpr std::uint32_t most_cut_paths = std::uint32_t{1} << 16;

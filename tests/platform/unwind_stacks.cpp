@@ -160,6 +160,22 @@ TEST(RuleTable, NeverFindsARuleOfAnOlderGeneration) {
     EXPECT_EQ(found, 0);
 }
 
+TEST(RuleTable, KeepsNearlyAllRulesWhileItGrowsAndMixesUpNone) {
+    constinit static unwind::RULE_TABLE table;
+    constexpr std::uint64_t COUNT = 4000;
+    const auto pc_of = [](std::uint64_t i) { return 0x401000 + 23 * i; };
+    std::uint64_t found = 0;
+    for (std::uint64_t i = 0; i < COUNT; ++i) table.store(pc_of(i), i % 2 != 0, {i + 1});
+    for (std::uint64_t i = 0; i < COUNT; ++i) {
+        const unwind::FRAME_RULE rule = table.find(pc_of(i), i % 2 != 0);
+        if (rule.is_none()) continue;
+        ++found;
+        EXPECT_EQ(rule.bits, i + 1);
+        EXPECT_TRUE(table.find(pc_of(i), i % 2 == 0).is_none());
+    }
+    EXPECT_GT(found, COUNT * 19 / 20);
+}
+
 TEST(InternalErrorDeathTest, IsOneLineAndAborts) {
     EXPECT_EXIT(err_report_internal_error("block != nullptr", "MEM", "mem/source", 3631),
                 testing::KilledBySignal(SIGABRT),
