@@ -5,6 +5,7 @@
 #include <sys/auxv.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -40,6 +41,34 @@ bool loader_is_executable() {
 }
 std::string program_of_loader() {
     return symbols::mapped_file_at(getauxval(AT_PHDR));
+}
+
+struct EXECUTABLE {
+    char path[4096];
+    std::size_t length = 0;
+    int error = 0;
+};
+
+EXECUTABLE read_executable() {
+    EXECUTABLE read;
+    const ssize_t got = loader_is_executable()
+                            ? static_cast<ssize_t>(program_of_loader().copy(read.path, sizeof read.path))
+                            : readlink("/proc/self/exe", read.path, sizeof read.path);
+    if (got < 0) {
+        read.error = errno;
+        return read;
+    }
+    std::string_view text(read.path, static_cast<std::size_t>(got));
+    constexpr std::string_view gone = " (deleted)";  // the kernel's mark when the file was removed meanwhile
+    if (text.ends_with(gone)) text.remove_suffix(gone.size());
+    read.length = text.size();
+    return read;
+}
+
+// The name that the process was started by, also when the file is moved.
+const EXECUTABLE& executable() {
+    static const EXECUTABLE known = read_executable();
+    return known;
 }
 
 int compare_module(dl_phdr_info* info, std::size_t, void* argument) {
@@ -82,20 +111,10 @@ std::string executable_file() {
 
 std::uint32_t GetModuleFileNameA(HMODULE module, char* buffer, std::uint32_t size) {
     if (module != nullptr || buffer == nullptr || size == 0) return 0;
-    char path[4096];
-    const ssize_t got = loader_is_executable()
-                            ? static_cast<ssize_t>(program_of_loader().copy(path, sizeof path))
-                            : readlink("/proc/self/exe", path, sizeof path);
-    if (got < 0) {
-        SetLastError(static_cast<std::uint32_t>(errno));
-        buffer[0] = '\0';
-        return 0;
-    }
-    std::string_view text(path, static_cast<std::size_t>(got));
-    constexpr std::string_view gone = " (deleted)";  // the kernel's mark when the file was removed meanwhile
-    if (text.ends_with(gone)) text.remove_suffix(gone.size());
-    text = text.substr(0, size - 1);
-    std::memcpy(buffer, text.data(), text.size());
-    buffer[text.size()] = '\0';
-    return static_cast<std::uint32_t>(text.size());
+    const EXECUTABLE& known = executable();
+    if (known.error != 0) SetLastError(static_cast<std::uint32_t>(known.error));
+    const std::size_t length = std::min<std::size_t>(known.length, size - 1);
+    std::memcpy(buffer, known.path, length);
+    buffer[length] = '\0';
+    return static_cast<std::uint32_t>(length);
 }
