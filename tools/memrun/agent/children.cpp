@@ -3,8 +3,10 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <cstdio>
@@ -54,10 +56,18 @@ void note_children_of(const Orders& orders, int threads, const char* thread) {
     if (children.fd() >= 0) note_numbers(orders, children.fd());
 }
 
+// Most programs end without any; then /proc need not be searched.
+bool has_children() {
+    siginfo_t any;
+    return syscall(SYS_waitid, P_ALL, 0, &any, WEXITED | WNOHANG | WNOWAIT | __WALL, nullptr) == 0 ||
+           errno != ECHILD;
+}
+
 }  // namespace
 
 // A child belongs to the thread that forked it.
 void note_children(const Orders& orders) {
+    if (!has_children()) return;
     const Opened threads(AT_FDCWD, "/proc/self/task", O_DIRECTORY);
     alignas(dirent64) char entries[2048];
     for (long size = 0; (size = syscall(SYS_getdents64, threads.fd(), entries, sizeof entries)) > 0;)
