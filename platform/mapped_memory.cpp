@@ -74,13 +74,14 @@ bool may_be_a_file(std::size_t bytes) {
     return getrlimit(RLIMIT_FSIZE, &limit) == 0 && bytes <= limit.rlim_cur;
 }
 
-void* map_shared(int descriptor, std::size_t bytes, int protection) {
+void* map_shared(int descriptor, std::size_t bytes, int protection, std::size_t offset = 0) {
     const KEPT_ERRNO errno_is_kept;
     struct stat status;
     const int seals = fcntl(descriptor, F_GET_SEALS);
     if (seals < 0 || (seals & F_SEAL_SHRINK) == 0 || fstat(descriptor, &status) != 0) return nullptr;
-    if (static_cast<std::size_t>(status.st_size) < bytes) return nullptr;
-    return unless_failed(mmap(nullptr, bytes, protection, MAP_SHARED, descriptor, 0));
+    if (static_cast<std::size_t>(status.st_size) < offset + bytes) return nullptr;
+    return unless_failed(
+        mmap(nullptr, bytes, protection, MAP_SHARED, descriptor, static_cast<off_t>(offset)));
 }
 
 }  // namespace
@@ -125,8 +126,8 @@ void close_shared_memory(int descriptor) {
     close(descriptor);
 }
 
-void* map_shared_memory(int descriptor, std::size_t bytes) {
-    return map_shared(descriptor, bytes, PROT_READ | PROT_WRITE);
+void* map_shared_memory(int descriptor, std::size_t bytes, std::size_t offset) {
+    return map_shared(descriptor, bytes, PROT_READ | PROT_WRITE, offset);
 }
 
 const void* map_shared_memory_to_read(int descriptor, std::size_t bytes) {

@@ -65,9 +65,13 @@ bool MEM_PATH_MEMORY::take_head() {
 }
 
 MEM_PATH_MEMORY::PIECE MEM_PATH_MEMORY::take(std::size_t bytes) {
-    void* memory = place == MEM_PATH_PLACE::private_memory
-                       ? map_memory(bytes)
-                       : map_shared_memory_behind(latest.memory, latest.bytes, bytes);
+    void* memory = nullptr;
+    if (place == MEM_PATH_PLACE::private_memory)
+        memory = map_memory(bytes);
+    else if (descriptor >= 0)
+        memory = map_shared_memory(descriptor, bytes, region.header->bytes.get());
+    else
+        memory = map_shared_memory_behind(latest.memory, latest.bytes, bytes);
     if (memory == nullptr) return {};
     latest = {static_cast<std::byte*>(memory), bytes};
     return latest;
