@@ -18,7 +18,8 @@ std::size_t resident_mapped_memory();
 int make_shared_memory(const char* name, std::size_t bytes);
 void close_shared_memory(int descriptor);
 
-// Its bytes from an offset of whole pages on, for all who map them; null when that can't be. The descriptor may be closed behind it.
+// Its bytes from an offset of whole pages on, for all who map them; null when that can't be. The descriptor
+// may be closed behind it.
 void* map_shared_memory(int descriptor, std::size_t bytes, std::size_t offset = 0);
 const void* map_shared_memory_to_read(int descriptor, std::size_t bytes);
 

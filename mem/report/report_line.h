@@ -14,6 +14,8 @@
 
 class MEM_REPORT_LINE {
   public:
+    MEM_REPORT_LINE() { line.reserve(usual_length); }
+
     MEM_REPORT_LINE& text(std::string_view more) {
         line += more;
         return *this;
@@ -51,6 +53,8 @@ class MEM_REPORT_LINE {
     }
 
   private:
+    static constexpr std::size_t usual_length = 500;
+
     MEM_REPORT_LINE& append(auto... value_and_form) {
         char digits[64];
         const auto end = std::to_chars(digits, digits + sizeof digits, value_and_form...).ptr;
