@@ -94,6 +94,13 @@ void* map_memory(std::size_t bytes) {
     return memory;
 }
 
+void* map_memory_to_fill(std::size_t bytes) {
+    void* memory = map_memory(bytes);
+    const KEPT_ERRNO errno_is_kept;
+    if (memory != nullptr) madvise(memory, bytes, MADV_POPULATE_WRITE);
+    return memory;
+}
+
 void unmap_memory(void* memory, std::size_t bytes) {
     const KEPT_ERRNO errno_is_kept;
     forget_range(memory);  // first, since others may be given the same addresses behind it

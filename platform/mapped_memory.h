@@ -6,6 +6,8 @@
 
 // Zeroed pages, at least that many bytes. Null when the system gives none.
 void* map_memory(std::size_t bytes);
+// The same for what is about to be filled at random: its pages are there at once, as far as there is memory.
+void* map_memory_to_fill(std::size_t bytes);
 // A mapping as a whole, or its upper end.
 void unmap_memory(void* memory, std::size_t bytes);
 

@@ -33,14 +33,14 @@ bool MEM_PATH_TRIE::create() {
 }
 
 MEM_PATH_TRIE::TABLE* MEM_PATH_TRIE::make_table(std::uint32_t slots, TABLE* outgrown) {
-    void* bytes = map_memory(TABLE::bytes_for(slots));
+    void* bytes = map_memory_to_fill(TABLE::bytes_for(slots));
     return bytes == nullptr ? nullptr : new (bytes) TABLE{outgrown, slots - 1};
 }
 
-void MEM_PATH_TRIE::TABLE::enter(std::uint64_t hash, std::uint32_t number) {
-    std::uint64_t place = hash;
+void MEM_PATH_TRIE::TABLE::enter(std::uint32_t hash, std::uint32_t number) {
+    std::uint32_t place = hash;
     while (slot(place).get() != 0) ++place;
-    slot(place).publish((hash >> 32) << 32 | number);
+    slot(place).publish(std::uint64_t{hash} << 32 | number);
 }
 
 std::uint32_t MEM_PATH_TRIE::INSERTION::child(std::uint32_t parent, std::uint64_t pc, std::uint16_t load) {
@@ -89,10 +89,8 @@ bool MEM_PATH_TRIE::has_slot_for_child(std::uint32_t parent, PATH path) {
     TABLE* more = make_table(2 * slots, table);
     if (more == nullptr) return slots_taken < slots / 8 * (path == PATH::whole ? 5 : 7);
     for (std::uint32_t at = 0; at < slots; ++at) {
-        const auto number = static_cast<std::uint32_t>(table->slot(at).get());
-        if (number == none) continue;
-        const MEM_PATH_NODE& node = memory.region.node(number);
-        more->enter(hash_of(node.parent, node.pc), number);
+        const std::uint64_t slot = table->slot(at).get();
+        if (slot != 0) more->enter(static_cast<std::uint32_t>(slot >> 32), static_cast<std::uint32_t>(slot));
     }
     current.store(more, std::memory_order_release);
     return true;
@@ -137,7 +135,7 @@ bool MEM_PATH_TRIE::PC_SET::insert(std::uint64_t pc) {
 
 void MEM_PATH_TRIE::PC_SET::grow() {
     const std::size_t count = slots == nullptr ? first_pcs : 2 * (mask + 1);
-    auto* more = static_cast<std::uint64_t*>(map_memory(count * sizeof *slots));
+    auto* more = static_cast<std::uint64_t*>(map_memory_to_fill(count * sizeof *slots));
     if (more == nullptr) return;
     for (std::size_t i = 0; slots != nullptr && i <= mask; ++i) {
         if (slots[i] == 0) continue;

@@ -2,10 +2,10 @@
 // known is found without a lock; one that is new is entered under one.
 //
 // A node knows its first child; most have no other, and what lies behind a new node needs no search. The
-// further children lie in a table of slots, which hold their numbers beside a part of their hash, so that a
-// search hardly ever touches the wrong node. When half of the slots are taken, twice as many take over. A
-// search that runs meanwhile may then miss a node, and looks again with the lock held; it never finds a wrong
-// one.
+// further children lie in a table of slots, which hold their numbers beside their hash, so that a search
+// hardly ever touches the wrong node, and the table grows without looking at nodes. When half of the slots
+// are taken, twice as many take over. A search that runs meanwhile may then miss a node, and looks again with
+// the lock held; it never finds a wrong one.
 #pragma once
 
 #include <atomic>
@@ -15,6 +15,7 @@
 #include "mem/base/spin_lock.h"
 #include "mem/paths/loads.h"
 #include "mem/paths/region_memory.h"
+#include "platform/startup_modules.h"
 
 class MEM_PATH_TRIE {
   public:
@@ -48,12 +49,14 @@ class MEM_PATH_TRIE {
     // The load of the module that holds pc now. With no lock held.
     std::uint16_t load_of(std::uint64_t pc, std::uint16_t generation) { return loads.find(pc, generation); }
 
-    // Whether all program counters are those of nodes; from now on they count as such.
+    // Whether all program counters are those of nodes, or of modules that are never unloaded; from now on
+    // they count as such.
     template <class PC_AT>
     bool note_pcs(std::uint32_t from, std::uint32_t to, PC_AT pc_at) {
         const std::lock_guard<MEM_SPIN_LOCK> guard(lock);
         bool all_known = true;
-        for (std::uint32_t at = from; at < to; ++at) all_known &= pcs.insert(pc_at(at));
+        for (std::uint32_t at = from; at < to; ++at)
+            all_known &= startup_module_at(pc_at(at)) != nullptr || pcs.insert(pc_at(at));
         return all_known;
     }
 
@@ -78,23 +81,23 @@ class MEM_PATH_TRIE {
     symbols::LOADED_IMAGE image(std::uint16_t load) { return loads.image(load); }
 
   private:
-    // In memory of its own, the slots behind it. A slot is 0, or a number below the upper half of the hash.
+    // In memory of its own, the slots behind it. A slot is 0, or a number below the hash.
     struct TABLE {
         using SLOT = MEM_PATH_WORD<std::uint64_t>;
         TABLE* outgrown;
         std::uint32_t mask;
 
-        SLOT& slot(std::uint64_t place) const {
+        SLOT& slot(std::uint32_t place) const {
             auto* slots = const_cast<SLOT*>(reinterpret_cast<const SLOT*>(this + 1));
             return slots[place & mask];
         }
-        void enter(std::uint64_t hash, std::uint32_t number);
+        void enter(std::uint32_t hash, std::uint32_t number);
         std::size_t bytes() const { return bytes_for(std::size_t{mask} + 1); }
         static std::size_t bytes_for(std::size_t count) { return sizeof(TABLE) + count * sizeof(SLOT); }
     };
-    static std::uint64_t hash_of(std::uint32_t parent, std::uint64_t pc) {
+    static std::uint32_t hash_of(std::uint32_t parent, std::uint64_t pc) {
         const std::uint64_t mixed = (pc ^ std::uint64_t{parent} << 40) * 0x9e3779b97f4a7c15U + parent;
-        return (mixed ^ mixed >> 32) * 0x9e3779b97f4a7c15U;
+        return static_cast<std::uint32_t>((mixed ^ mixed >> 32) * 0x9e3779b97f4a7c15U >> 32);
     }
     // A set of program counters; in memory of its own, too.
     struct PC_SET {
@@ -116,12 +119,12 @@ class MEM_PATH_TRIE {
             return node.pc == pc && node.parent == parent && fits(node);
         };
         if (from.first_child_pc == static_cast<std::uint32_t>(pc) && is_it(first)) return first;
-        const std::uint64_t hash = hash_of(parent, pc);
+        const std::uint32_t hash = hash_of(parent, pc);
         const TABLE* table = current.load(std::memory_order_acquire);
-        for (std::uint64_t place = hash;; ++place) {
+        for (std::uint32_t place = hash;; ++place) {
             const std::uint64_t slot = table->slot(place).get_published();
             const auto number = static_cast<std::uint32_t>(slot);
-            if (slot == 0 || ((slot ^ hash) >> 32 == 0 && is_it(number))) return number;
+            if (slot == 0 || (slot >> 32 == hash && is_it(number))) return number;
         }
     }
 
