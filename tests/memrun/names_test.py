@@ -64,6 +64,12 @@ class Names(LauncherTest):
         self.assertEqual(process.stdout.read(1), b"1")
         return process
 
+    def wait_for(self, report):
+        begin = time.monotonic()
+        while not (self.reports / report).exists():
+            self.assertLess(time.monotonic(), begin + 60, report)
+            time.sleep(0.05)
+
     def namer_of(self, process):
         return int(self.run_plain("pgrep", "-P", str(process.pid), "ktl_memrun_name").stdout)
 
@@ -147,20 +153,27 @@ class Names(LauncherTest):
         self.run_tracked("--force", "./holder")
         self.assertEqual(self.site(3000, "holder"), ("holder.c", "hold_later"))
 
-    def test_two_processes_fill_the_cache_at_once(self):
+    def test_many_processes_fill_the_cache_to_its_bound(self):
+        cache = self.cache / "ktl_mem"
+        cache.mkdir(parents=True)
+        for day, name in enumerate(("oldest", "older", "newest")):  # 300 MB on paper, of 256 that may be
+            with open(cache / f"{name}.names", "wb") as other:
+                other.truncate(100 << 20)
+            os.utime(cache / f"{name}.names", (86400 * day, 86400 * day))
         runs = [subprocess.Popen([MEMRUN, "-q", "-o", f"run{i}", "./holder"], cwd=self.folder) for i in range(6)]
         self.assertEqual([run.wait() for run in runs], [0] * 6)
-        self.assertEqual({path.suffix for path in (self.cache / "ktl_mem").iterdir()}, {"", ".names"})
+        self.assertEqual({path.suffix for path in cache.iterdir()}, {"", ".names"})
+        # Down to three quarters of what may be.
+        self.assertEqual([path.name for path in cache.glob("*old*")] + [path.name for path in cache.glob("new*")], ["newest.names"])
+        (cache / "newest.names").unlink()
         self.assertIn(b"hold_later", self.entry_of_holder().read_bytes())
 
     def test_a_program_outlives_its_launcher(self):
         self.run_checked("objcopy", "--compress-debug-sections=zstd", "holder")
         process = self.start_tracked("holder")
         os.kill(process.pid, signal.SIGKILL)
-        begin = time.monotonic()
         process.communicate(b"x")
-        while not (self.reports / "mem_tbb_leak_warning.holder.log").exists() and time.monotonic() < begin + 60:
-            time.sleep(0.05)
+        self.wait_for("mem_tbb_leak_warning.holder.log")
         for size, function in ((1000, "hold"), (3000, "hold_later")):
             self.assertEqual(self.site(size, "holder"), ("holder.c", function))
 
@@ -190,18 +203,31 @@ class Names(LauncherTest):
         for name in names:
             self.assertEqual(self.site(3000, name), ("holder.c", "hold_later"))
 
-    def test_a_launcher_that_stands_still_costs_a_second(self):
+    def test_a_namer_that_stands_still_costs_a_second(self):
         process = self.start_tracked("holder", "--no-name-cache")
         namer = self.namer_of(process)
         os.kill(namer, signal.SIGSTOP)
-        begin = time.monotonic()
         process.stdin.write(b"x")
         process.stdin.flush()
-        while not (self.reports / "mem_tbb_leak_warning.holder.log").exists() and time.monotonic() < begin + 60:
-            time.sleep(0.05)
+        self.wait_for("mem_tbb_leak_warning.holder.log")
         os.kill(namer, signal.SIGCONT)
         self.assertIn(b"inside the program", process.communicate()[1])
         self.assertEqual(self.site(3000, "holder"), ("holder.c", "hold_later"))
+
+    def test_a_launcher_that_stands_still_costs_a_second(self):
+        process = subprocess.Popen([MEMRUN, "-o", "reports", "--follow-children", "sh", "-c", "echo; read line; ./holder; exit 7"],
+                                   cwd=self.folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.assertEqual(process.stdout.read(1), b"\n")
+        os.kill(process.pid, signal.SIGSTOP)
+        process.stdin.write(b"\n")
+        process.stdin.flush()
+        self.wait_for("mem_tbb_leak_warning.sh.log")
+        os.kill(process.pid, signal.SIGCONT)
+        errors = process.communicate()[1]
+        self.assertEqual(process.returncode, 7, errors)
+        self.assertIn(b"inside the program", errors)
+        holder, = (path.name.split(".", 1)[1][:-4] for path in self.reports.glob("mem_tbb_fileline.sh.holder.*.log"))
+        self.assertEqual(self.site(3000, holder), ("holder.c", "hold_later"))
 
 
 if __name__ == "__main__":
