@@ -113,7 +113,11 @@ void NAME_TABLE_WRITER::enter_record(std::uint64_t hash, const NAME_RECORD& reco
     const std::uint32_t place = take(sizeof record + stored.size() * sizeof(STORED_LEVEL));
     if (place == 0) return;
     std::memcpy(table.content + place, &record, sizeof record);
-    std::memcpy(table.content + place + sizeof record, stored.data(), stored.size() * sizeof(STORED_LEVEL));
+    std::byte* to = table.content + place + sizeof record;
+    for (const STORED_LEVEL& level : stored) {
+        std::memcpy(to, &level, sizeof level);
+        to += sizeof level;
+    }
     slot->store(hash >> 32 << 32 | place, std::memory_order_release);
 }
 

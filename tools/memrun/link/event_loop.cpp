@@ -21,7 +21,8 @@ EventLoop::~EventLoop() {
 void EventLoop::watch(int fd, std::function<void()> action) {
     const std::lock_guard guard(mutex_);
     watched_[fd] = std::move(action);
-    wake();
+    // The serving thread looks at what is watched before it waits.
+    if (std::this_thread::get_id() != serving_) wake();
 }
 
 void EventLoop::forget(int fd) {
@@ -56,6 +57,10 @@ void EventLoop::wake() const {
 }
 
 void EventLoop::serve() {
+    {
+        const std::lock_guard guard(mutex_);
+        serving_ = std::this_thread::get_id();
+    }
     while (true) {
         {
             const std::lock_guard guard(mutex_);

@@ -34,6 +34,7 @@ class EventLoop {
     int wake_fd_;
     bool is_over_ = false;
     std::thread thread_;
+    std::thread::id serving_;  // from when it runs
 };
 
 }  // namespace memrun::link
