@@ -16,6 +16,8 @@
 
 namespace {
 
+constexpr std::uint64_t page_bytes = 4096;
+
 // A file that is read once; the descriptor never crosses an exec and closing it keeps errno.
 class PROC_FILE {
   public:
@@ -128,9 +130,15 @@ bool K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, 
 }
 
 std::uint64_t resident_memory() {
-    PROC_FIGURE figures[] = {{"VmRSS:"}};
-    read_figures("/proc/thread-self/status", figures);
-    return figures[0].bytes;
+    char text[256];  // seven numbers, of which the second one counts the resident pages
+    const PROC_FILE file("/proc/thread-self/statm");
+    const ssize_t got = file.read_some(text, sizeof text);
+    const char* const end = text + std::max<ssize_t>(got, 0);
+    const char* const blank = std::find(static_cast<const char*>(text), end, ' ');
+    if (blank == end) return 0;
+    std::uint64_t pages = 0;
+    std::from_chars(blank + 1, end, pages);
+    return pages * page_bytes;
 }
 
 bool GlobalMemoryStatusEx(MEMORYSTATUSEX* status) {

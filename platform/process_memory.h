@@ -41,7 +41,7 @@ static_assert(sizeof(MEMORYSTATUSEX) == 64);
 // its exit status, or may not be read. The record is then left as it was.
 bool K32GetProcessMemoryInfo(HANDLE process, PROCESS_MEMORY_COUNTERS* counters, std::uint32_t size);
 
-// The resident set of this process alone, which costs less; 0 where it can't be read.
+// VmRSS of this process alone, which costs less; 0 where it can't be read.
 std::uint64_t resident_memory();
 
 // False, with the last error set, when the length is wrong or /proc can't be read. Every figure of the record
