@@ -6,7 +6,8 @@
 
 namespace memrun::link {
 
-// Names the socket by the descriptor of its folder, which the object holds open. Allocates nothing.
+// Names the socket by its path, or by the descriptor of its folder, which the object holds open, where an
+// address has no room for the path. Allocates nothing.
 class FolderAddress {
   public:
     FolderAddress(const char* folder, const char* name);
@@ -14,12 +15,13 @@ class FolderAddress {
     FolderAddress(const FolderAddress&) = delete;
     FolderAddress& operator=(const FolderAddress&) = delete;
 
-    bool is_valid() const { return folder_ >= 0; }
+    bool is_valid() const { return is_valid_; }
     const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&address_); }
     static socklen_t size() { return sizeof(sockaddr_un); }
 
   private:
-    int folder_;
+    int folder_ = -1;
+    bool is_valid_ = false;
     sockaddr_un address_ = {};
 };
 
