@@ -45,15 +45,21 @@ bool swallow(const char*, const char*, va_list) {
     return true;
 }
 
+bool is_in_tcmalloc(void* function) {
+    dl_find_object found;
+    return _dl_find_object(function, &found) == 0 &&
+           std::strstr(found.dlfo_link_map->l_name, "libtcmalloc_minimal") != nullptr;
+}
+
 // A program that takes malloc's address without being position-independent has a stand-in for it of its own,
 // which leads to whoever serves it; only a definition counts.
 void note_foreign_allocator() {
     Dl_info info;
     ElfW(Sym)* symbol = nullptr;
-    const void* serving = dlsym(RTLD_DEFAULT, "malloc");
+    void* const serving = dlsym(RTLD_DEFAULT, "malloc");
+    if (is_in_tcmalloc(serving)) return;
     if (dladdr1(serving, &info, reinterpret_cast<void**>(&symbol), RTLD_DL_SYMENT) == 0) return;
-    const bool is_definition = symbol != nullptr && symbol->st_shndx != SHN_UNDEF;
-    if (is_definition && std::strstr(info.dli_fname, "libtcmalloc_minimal") == nullptr)
+    if (symbol != nullptr && symbol->st_shndx != SHN_UNDEF)
         append_note(orders, "allocator %s\n", info.dli_fname);
 }
 
