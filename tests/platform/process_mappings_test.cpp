@@ -63,8 +63,10 @@ TEST(ProcessMappings, SeeWhatIsResidentAndAddUpToTheResidentSize) {
         auto* const begin = const_cast<char*>(memory);
         madvise(begin, size, MADV_NOHUGEPAGE);
         // Every other page of the last megabyte, which makes many regions.
-        for (std::size_t at = 0; at < touched + (1 << 20); at += at < touched ? 4096 : 8192)
-            static_cast<void>(resident != 0 ? memory[at] = 1 : memory[at]);
+        for (std::size_t at = 0; at < touched + (1 << 20); at += at < touched ? 4096 : 8192) {
+            if (resident != 0) memory[at] = 1;
+            static_cast<void>(memory[at]);
+        }
         for (const auto visit : {visit_process_mappings, visit_mappings_by_smaps}) {
             FIND find(begin + touched);
             ASSERT_TRUE(visit(find, buffers));
