@@ -44,7 +44,7 @@ bool FRAME_PROGRAM::run(DWARF_READER* from) {
     return true;
 }
 
-bool FRAME_PROGRAM::execute(DWARF_READER* reader) {
+inline bool FRAME_PROGRAM::execute(DWARF_READER* reader) {
     const auto operation = reader->read<std::uint8_t>();
     const std::uint8_t operand = operation & OPERAND_MASK;
     switch (operation & ~OPERAND_MASK) {
@@ -60,7 +60,7 @@ bool FRAME_PROGRAM::execute(DWARF_READER* reader) {
 }
 
 // Operations on the place in the function and on whole rows, and those that mean nothing here.
-bool FRAME_PROGRAM::move(std::uint8_t operation, DWARF_READER* reader) {
+inline bool FRAME_PROGRAM::move(std::uint8_t operation, DWARF_READER* reader) {
     switch (operation) {
         case DW_CFA_nop:
             return true;
@@ -81,7 +81,7 @@ bool FRAME_PROGRAM::move(std::uint8_t operation, DWARF_READER* reader) {
     }
 }
 
-bool FRAME_PROGRAM::define_cfa(std::uint8_t operation, DWARF_READER* reader) {
+inline bool FRAME_PROGRAM::define_cfa(std::uint8_t operation, DWARF_READER* reader) {
     switch (operation) {
         case DW_CFA_def_cfa: {
             const std::uint64_t number = reader->read_uleb();
@@ -105,7 +105,7 @@ bool FRAME_PROGRAM::define_cfa(std::uint8_t operation, DWARF_READER* reader) {
     }
 }
 
-bool FRAME_PROGRAM::recover(std::uint8_t operation, DWARF_READER* reader) {
+inline bool FRAME_PROGRAM::recover(std::uint8_t operation, DWARF_READER* reader) {
     if (operation == DW_CFA_remember_state) return remember_state();
     if (operation == DW_CFA_restore_state) return restore_state();
     const std::uint64_t number = reader->read_uleb();
@@ -135,16 +135,16 @@ bool FRAME_PROGRAM::recover(std::uint8_t operation, DWARF_READER* reader) {
     }
 }
 
-bool FRAME_PROGRAM::advance(std::uint64_t distance) {
+inline bool FRAME_PROGRAM::advance(std::uint64_t distance) {
     location_ += distance * frame_.code_factor;
     return true;
 }
 
 // A program that nobody wrote may go beyond the numbers.
-std::int64_t FRAME_PROGRAM::scaled(std::uint64_t number) const {
+inline std::int64_t FRAME_PROGRAM::scaled(std::uint64_t number) const {
     return static_cast<std::int64_t>(number * static_cast<std::uint64_t>(frame_.data_factor));
 }
-bool FRAME_PROGRAM::set_cfa(std::uint64_t number, std::int64_t offset) {
+inline bool FRAME_PROGRAM::set_cfa(std::uint64_t number, std::int64_t offset) {
     row_.cfa_expression = {};
     row_.cfa_register = number;
     row_.cfa_offset = offset;
@@ -152,31 +152,31 @@ bool FRAME_PROGRAM::set_cfa(std::uint64_t number, std::int64_t offset) {
 }
 
 // Registers that are not kept (vector registers) are passed over.
-bool FRAME_PROGRAM::set(std::uint64_t number, RECOVERY recovery, std::int64_t value) {
+inline bool FRAME_PROGRAM::set(std::uint64_t number, RECOVERY recovery, std::int64_t value) {
     if (number >= REGISTERS) return true;
     row_.recovery[number] = recovery;
     row_.value[number] = value;
     return true;
 }
 
-bool FRAME_PROGRAM::set_expression(std::uint64_t number, RECOVERY recovery, DWARF_READER* reader) {
+inline bool FRAME_PROGRAM::set_expression(std::uint64_t number, RECOVERY recovery, DWARF_READER* reader) {
     const auto place = reinterpret_cast<std::int64_t>(reader->position());
     reader->read_block();
     return set(number, recovery, place);
 }
 
-bool FRAME_PROGRAM::restore(std::uint64_t number) {
+inline bool FRAME_PROGRAM::restore(std::uint64_t number) {
     if (number >= REGISTERS) return true;
     return set(number, initial_.recovery[number], initial_.value[number]);
 }
 
-bool FRAME_PROGRAM::remember_state() {
+inline bool FRAME_PROGRAM::remember_state() {
     if (depth_ == DEEPEST_STATE) return false;
     remembered_[depth_++] = row_;
     return true;
 }
 
-bool FRAME_PROGRAM::restore_state() {
+inline bool FRAME_PROGRAM::restore_state() {
     if (depth_ == 0) return false;
     row_ = remembered_[--depth_];
     return true;
