@@ -9,7 +9,7 @@
 
 namespace {
 
-// Of more modules those that were mapped later are not known.
+// Of more modules the last ones are not known.
 constexpr std::size_t most_modules = 128;
 
 class MODULES {
@@ -41,13 +41,14 @@ class MODULES {
     // what lies in front of it stays, and no other thread changes the links there. The few that may lie
     // behind it count as unknown.
     void collect() {
-        for (const link_map* at = _r_debug.r_map; at != nullptr && count < most_modules; at = at->l_next) {
+        for (const link_map* at = _r_debug.r_map; at != nullptr; at = at->l_next) {
             dl_find_object found;
-            if (_dl_find_object(at->l_ld, &found) == 0)
+            if (count < most_modules && _dl_find_object(at->l_ld, &found) == 0)
                 modules[count++] = {reinterpret_cast<std::uint64_t>(found.dlfo_map_start),
                                     reinterpret_cast<std::uint64_t>(found.dlfo_map_end), found.dlfo_eh_frame};
-            if (at->l_addr == _r_debug.r_ldbase) break;
+            if (at->l_addr == _r_debug.r_ldbase) return;
         }
+        count = 0;  // a list without the loader says nothing
     }
 
     std::atomic<STATE> state{STATE::empty};

@@ -116,6 +116,7 @@ __attribute__((noinline, cold)) std::uint32_t MEM_PATH_TRIE::open_account(std::u
     const std::uint32_t number = count.get();
     if (!memory.reserve_account(number + kept_ready_beside(path))) return none;
     memory.region.late_counts(number).node = node;
+    memory.region.counts(number).is_shared.set(false);  // a page that is read first takes two faults
     count.publish(number + 1);
     account.publish(number);
     return number;
