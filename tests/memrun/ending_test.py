@@ -1,6 +1,8 @@
 """How runs end: statuses, signals, faults, memory that runs out."""
 
 import os
+import pathlib
+import re
 import resource
 import signal
 import subprocess
@@ -53,6 +55,17 @@ class Endings(LauncherTest):
             os.kill(process.pid, number)
             process.stdin.write(b"\n")
             self.assertEqual(self.end(process)[:2], (status, output))
+
+    def test_a_filter_that_kills_and_allows_what_the_manual_names(self):
+        manual = (pathlib.Path(__file__).parents[2] / "docs/memrun.md").read_text()
+        passage = re.search(r"One that kills must let through(.*?)A kill ends", manual, re.DOTALL).group(1)
+        header = pathlib.Path("/usr/include/x86_64-linux-gnu/asm/unistd_64.h").read_text()
+        numbers = dict(re.findall(r"#define __NR_(\w+) (\d+)", header))
+        allowed = [numbers[name] for name in re.findall(r"`(\w+)`", passage) + ["exit_group"]]
+        tracked = self.run_tracked("--", SUBJECT, "filtered", *allowed)
+        self.assertEqual(tracked.returncode, 0, tracked.stderr)
+        self.assertGreaterEqual(self.total("mem_tbb_fileline.memrun_subject.log", "Cumulative blocks"), 3000)
+        self.assertIn("call_paths", self.report_kinds())
 
     def test_default_set_and_sent_by_the_program_itself(self):
         script = ("import os, signal, time\n"

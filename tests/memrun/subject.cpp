@@ -1,12 +1,17 @@
 // What the launcher's tests run: each argument shows one behaviour.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <malloc.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -49,6 +54,21 @@ int load_without_end(const char* path) {
         std::free(reinterpret_cast<decltype(&module_block)>(dlsym(plugin, "module_block"))(500));
         dlclose(plugin);
     }
+}
+
+// Any other system call than these, and those that end the process, kills it from here on.
+int hold_with_few_system_calls(const std::vector<std::uint32_t>& allowed) {
+    std::vector<sock_filter> program = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+    for (const std::uint32_t number : allowed) {
+        program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1));
+        program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    }
+    program.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS));
+    const sock_fprog filter = {static_cast<unsigned short>(program.size()), program.data()};
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) return 1;
+    for (std::size_t size = 1000; size < 4000; ++size) hold(size);
+    return 0;
 }
 
 // Threads that have used 5 MiB of their stacks and are still there at the end.
@@ -219,6 +239,8 @@ int exit_at_once() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    std::vector<std::uint32_t> numbers;  // of those that take some
+    for (int i = 2; i < argc; ++i) numbers.push_back(static_cast<std::uint32_t>(std::atoi(argv[i])));
     const std::map<std::string, std::function<int()>> behaviours = {
         {"nothing", [] { return 0; }},
         {"leak", [] { return hold(1000), hold(1000), hold(1000), 7; }},
@@ -226,6 +248,7 @@ int main(int argc, char** argv) {
         {"wait", [] { return say_ready(), pause(); }},
         {"stacks", fill_stacks},
         {"mappings", map_memory},
+        {"filtered", [&] { return hold_with_few_system_calls(numbers); }},
         {"fragments", leave_fragments},
         {"churn", [&] { return churn_on_threads(std::atoi(argv[2]), argv[3]); }},
         {"loading", [&] { return load_without_end(argv[2]); }},
