@@ -57,12 +57,11 @@ timespec in_milliseconds(int count) {
 
 }  // namespace
 
-bool run_aside(void (*action)(), int longest_wait_ms) {
+void run_aside(void (*action)(), int longest_wait_ms) {
     const auto shared = std::make_shared<RUN>(action);
     auto argument = std::make_unique<SHARED_RUN>(shared);
-    if (!start_thread(argument.get())) return false;
+    if (!start_thread(argument.get())) return;
     static_cast<void>(argument.release());
     const timespec end = in_milliseconds(longest_wait_ms);
     while (sem_clockwait(&shared->is_over, CLOCK_MONOTONIC, &end) != 0 && errno == EINTR) continue;
-    return true;
 }

@@ -1,6 +1,7 @@
 #include "platform/symbol_services.h"
 
 #include <atomic>
+#include <mutex>
 
 #include "platform/symbols/call_instruction.h"
 #include "platform/symbols/module_list.h"
@@ -42,13 +43,12 @@ std::vector<FRAME> frames_in(MODULE_ENTRY* entry, std::uint64_t address) {
 }  // namespace
 
 void open_files() {
-    static const bool is_open = [] {
+    static std::once_flag once;
+    std::call_once(once, [] {
         const SYMBOL_FILES* const opened = open_symbol_files();
         if (opened != nullptr) take_over_thread_data(opened->code_of_libraries);
         files.store(opened, std::memory_order_release);
-        return opened != nullptr;
-    }();
-    static_cast<void>(is_open);
+    });
 }
 
 bool has_open_files() {
